@@ -1,0 +1,49 @@
+# Settings that every target of the project shares.
+
+if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
+  set(CMAKE_BUILD_TYPE Release CACHE STRING "Build type" FORCE)
+endif()
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+
+option(KRX_TESTS "Build the tests where GoogleTest is found" ON)
+option(KRX_BENCHMARKS "Build the benchmarks and their generator" ON)
+option(KRX_FUZZERS "Build the libFuzzer targets (clang only)" OFF)
+option(KRX_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+set(KRX_SANITIZERS "" CACHE STRING "Value for -fsanitize= (for example address,undefined)")
+
+add_library(krx_settings INTERFACE)
+target_include_directories(krx_settings INTERFACE "${CMAKE_SOURCE_DIR}")
+target_compile_definitions(krx_settings INTERFACE _FILE_OFFSET_BITS=64 _LARGEFILE64_SOURCE)
+target_compile_options(krx_settings INTERFACE -Wall -Wextra -Wconversion -Wshadow)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # g++ 12 sees overlapping copies in the concatenation of temporary std::strings where there are none.
+  target_compile_options(krx_settings INTERFACE -Wno-restrict)
+endif()
+if(KRX_WARNINGS_AS_ERRORS)
+  target_compile_options(krx_settings INTERFACE -Werror)
+endif()
+if(KRX_SANITIZERS)
+  target_compile_options(krx_settings INTERFACE
+    -fsanitize=${KRX_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(krx_settings INTERFACE -fsanitize=${KRX_SANITIZERS})
+endif()
+
+# krx_library(NAME SOURCES... DEPENDS...): one library a folder, so that the linker holds the layering.
+function(krx_library name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_library(${name} STATIC ${ARG_SOURCES})
+  target_link_libraries(${name} PUBLIC krx_settings ${ARG_DEPENDS})
+endfunction()
+
+# krx_test(NAME SOURCES... DEPENDS...): one test program a folder, its cases listed one by one to CTest.
+function(krx_test name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES})
+  target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest GTest::gtest_main)
+  include(GoogleTest)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)
+endfunction()
