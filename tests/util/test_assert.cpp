@@ -1,0 +1,49 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "util/SRException.h"
+#include "util/krxassert.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+TEST(Assert, ReportGoesToTheSinkAndReturns)
+{
+    std::vector<SRString> reports;
+    auto before = krx::util::setAssertSink([&](const SRString& text) { reports.push_back(text); });
+    krx::util::assertFailed("server/SRCommand", 251);
+    auto collector = krx::util::setAssertSink(nullptr);
+    krx::util::assertFailed("server/SRCommand", 252);
+    EXPECT_EQ(reports, std::vector<SRString>{L"Assert failed in server/SRCommand line 251"});
+
+    ASSERT_TRUE(collector);
+    collector(L"direct");
+    EXPECT_EQ(reports.size(), 2U) << "the sink that is handed back is the one that was installed";
+    krx::util::setAssertSink(before);
+}
+
+TEST(Assert, NothingThatASinkDoesStopsTheProgram)
+{
+    int calls = 0;
+    auto before = krx::util::setAssertSink([&](const SRString&) {
+        ++calls;
+        krx::util::setAssertSink(nullptr);
+        throw SRException(L"refused");
+    });
+    krx::util::assertFailed("a", 1);
+    krx::util::assertFailed("a", 2);
+    EXPECT_EQ(calls, 1);
+    krx::util::setAssertSink(before);
+}
+
+TEST(Assert, EnsureThrowsTheText)
+{
+    try {
+        krx::util::ensureFailed("util/SRBuffer", 7);
+    } catch (const SRException& e) {
+        EXPECT_EQ(e.getMessage(), L"Ensure failed in util/SRBuffer line 7");
+        return;
+    }
+    FAIL() << "nothing was thrown";
+}

@@ -1,0 +1,265 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "util/SRBuffer.h"
+#include "util/SRPool.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace {
+
+// A pooled class with nothing but what a pool asks for, whose living objects are counted.
+class Item : public SRObject
+{
+public:
+    explicit Item(unsigned size, SRPool<Item>* pool) : m_size(size), m_pool(pool) { ++s_alive; }
+    ~Item() override { --s_alive; }
+
+    int _release() const override
+    {
+        SRPool<Item>* const pool = m_pool;
+        const int count = SRObject::_release();
+        if (count == 1 && pool)
+            pool->giveBack(const_cast<Item*>(this));
+        return count;
+    }
+
+    static Item* createForPool(unsigned size, SRPool<Item>* pool) { return new Item(size, pool); }
+    bool prepareForReuse(unsigned size) { return size <= m_size; }
+    void onPooled() { m_next.reset(); }
+    unsigned pooledBytes() const { return m_size; }
+
+    SRPtr<Item> m_next;  // given up when the item comes back
+    SRPtr<Item> m_own;   // kept as long as the item lives
+    unsigned m_touched = 0;
+
+    static std::atomic<int> s_alive;
+
+private:
+    unsigned m_size;
+    SRPool<Item>* m_pool;
+};
+
+std::atomic<int> Item::s_alive{0};
+
+std::vector<SRPtr<Item>> acquireMany(SRPool<Item>& pool, std::size_t n, unsigned size)
+{
+    std::vector<SRPtr<Item>> items;
+    for (std::size_t i = 0; i < n; ++i)
+        items.push_back(pool.acquire(size));
+    return items;
+}
+
+}  // namespace
+
+TEST(Pool, HandsOutWhatCameBack)
+{
+    SRPool<Item> pool;
+    SRPtr<Item> item = pool.acquire(100);
+    EXPECT_EQ(item->_get(), 2) << "one count is the pool's";
+    Item* const address = item.get();
+    item->m_next = pool.acquire(10);
+    item.reset();
+    EXPECT_EQ(pool.stats().threadObjects, 2U) << "an idle object holds nothing";
+    EXPECT_EQ(pool.stats().threadBytes, 110U);
+    EXPECT_EQ(address->_get(), 1);
+
+    item = pool.acquire(100);
+    EXPECT_EQ(item.get(), address);
+    EXPECT_EQ(pool.acquire(50)->_get(), 2) << "what cannot serve makes way for a new object";
+    EXPECT_EQ(Item::s_alive, 2);
+    item.reset();
+    pool.clear();
+    EXPECT_EQ(Item::s_alive, 0);
+    EXPECT_EQ(pool.stats().threadBytes, 0U);
+}
+
+TEST(Pool, KeepsNoMoreThanItsAllowances)
+{
+    {
+        SRPool<Item> pool(3, 1 << 20);
+        acquireMany(pool, 10, 1);
+        EXPECT_EQ(pool.stats().threadObjects, 3U);
+    }
+    {
+        SRPool<Item> pool(100, 4 << 10);
+        acquireMany(pool, 10, 1 << 10);
+        EXPECT_EQ(pool.stats().threadObjects, 4U);
+        acquireMany(pool, 1, 1 << 20);
+        EXPECT_LE(pool.stats().threadBytes, 4U << 10);
+    }
+    {
+        SRPool<Item> pool(0, 0);
+        acquireMany(pool, 2, 1);
+        EXPECT_EQ(Item::s_alive, 0);
+    }
+    EXPECT_EQ(Item::s_alive, 0) << "the end of a pool destroys what lies idle";
+}
+
+TEST(Pool, ThreadsDivideTheAllowance)
+{
+    SRPool<Item> pool(8, 1 << 20);
+    acquireMany(pool, 8, 1);
+    EXPECT_EQ(pool.stats().threadObjects, 8U);
+
+    std::promise<void> entered;
+    std::promise<void> leave;
+    std::thread other([&] {
+        acquireMany(pool, 8, 1);
+        EXPECT_EQ(pool.stats().threadObjects, 4U);
+        EXPECT_EQ(pool.stats().threads, 2U);
+        entered.set_value();
+        leave.get_future().wait();
+    });
+    entered.get_future().wait();
+    acquireMany(pool, 1, 1);
+    EXPECT_EQ(pool.stats().threadObjects, 4U) << "a list is trimmed to the new share";
+    leave.set_value();
+    other.join();
+    EXPECT_EQ(pool.stats().threads, 1U);
+    EXPECT_EQ(pool.stats().sharedObjects, 4U);
+    EXPECT_EQ(pool.stats().sharedBytes, 4U);
+    acquireMany(pool, 8, 1);
+    EXPECT_EQ(pool.stats().threadObjects, 8U) << "the share of the other thread is free again";
+}
+
+TEST(Pool, EndingThreadsFillTheSharedListUpToItsLimit)
+{
+    SRPool<Item> pool(4, 1 << 20);
+    for (int i = 0; i < 3; ++i)
+        std::thread([&] { acquireMany(pool, 3 + static_cast<std::size_t>(i), 1); }).join();
+    EXPECT_LE(pool.stats().sharedObjects, 4U);
+    EXPECT_EQ(Item::s_alive, static_cast<int>(pool.stats().sharedObjects));
+
+    const int before = Item::s_alive;
+    const SRPtr<Item> item = pool.acquire(1);
+    EXPECT_EQ(Item::s_alive, before) << "refilled from the shared list";
+    EXPECT_EQ(pool.stats().sharedObjects, 0U);
+    EXPECT_EQ(pool.stats().threadObjects, static_cast<std::size_t>(before) - 1);
+}
+
+TEST(Pool, ClearReachesOtherThreadsAtTheirNextUse)
+{
+    SRPool<Item> pool;
+    std::promise<void> filled;
+    std::promise<void> cleared;
+    std::thread other([&] {
+        acquireMany(pool, 5, 1);
+        filled.set_value();
+        cleared.get_future().wait();
+        pool.acquire(1);
+        EXPECT_EQ(pool.stats().threadObjects, 1U);
+    });
+    filled.get_future().wait();
+    pool.clear();
+    cleared.set_value();
+    other.join();
+    EXPECT_EQ(Item::s_alive, 1);
+}
+
+TEST(Pool, AThreadMayOutliveThePool)
+{
+    auto pool = std::make_unique<SRPool<Item>>();
+    std::promise<void> filled;
+    std::promise<void> gone;
+    acquireMany(*pool, 1, 1);
+    std::thread other([&] {
+        acquireMany(*pool, 5, 1).front()->m_own = pool->acquire(1);
+        filled.set_value();
+        gone.get_future().wait();
+        // Another pool of the class meets the list that the first one left behind.
+        SRPool<Item> second;
+        acquireMany(second, 2, 1);
+        EXPECT_EQ(second.stats().threadObjects, 2U);
+    });
+    filled.get_future().wait();
+    pool.reset();
+    EXPECT_EQ(Item::s_alive, 0) << "what other threads keep goes with the pool";
+    gone.set_value();
+    other.join();
+    EXPECT_EQ(Item::s_alive, 0);
+}
+
+TEST(Pool, ThreadEndAndPoolEndMeet)
+{
+    for (int round = 0; round < 200; ++round) {
+        auto pool = std::make_unique<SRPool<Item>>(4, 1 << 20);
+        std::promise<void> done;
+        std::thread other([&] {
+            acquireMany(*pool, 6, 1);
+            done.set_value();
+        });
+        done.get_future().wait();
+        pool.reset();
+        other.join();
+    }
+    EXPECT_EQ(Item::s_alive, 0);
+}
+
+TEST(Pool, ObjectsTravelBetweenThreads)
+{
+    constexpr int kThreads = 4;
+    constexpr int kRounds = 2000;
+    {
+        SRPool<Item> pool(64, 1 << 20);
+        std::mutex mutex;
+        std::vector<SRPtr<Item>> exchange;
+        std::atomic<int> wrong{0};
+        for (int generation = 0; generation < 2; ++generation) {
+            std::vector<std::thread> threads;
+            threads.reserve(kThreads);
+            for (int t = 0; t < kThreads; ++t) {
+                threads.emplace_back([&] {
+                    for (int i = 0; i < kRounds; ++i) {
+                        SRPtr<Item> item = pool.acquire(static_cast<unsigned>(i % 7));
+                        item->m_touched = static_cast<unsigned>(i);
+                        SRPtr<Item> taken;
+                        {
+                            const std::lock_guard lock(mutex);
+                            exchange.push_back(item);
+                            if (exchange.size() > 16)
+                                taken = exchange[static_cast<std::size_t>(i) % 16];
+                            if (exchange.size() > 32)
+                                exchange.erase(exchange.begin(), exchange.begin() + 24);
+                        }
+                        if (taken && taken->_get() < 2)
+                            ++wrong;
+                        if (i % 500 == 0)
+                            pool.clear();
+                    }
+                });
+            }
+            for (auto& thread : threads)
+                thread.join();
+        }
+        EXPECT_EQ(wrong, 0);
+        EXPECT_EQ(pool.stats().threads, 0U);
+        exchange.clear();
+    }
+    EXPECT_EQ(Item::s_alive, 0);
+}
+
+TEST(MemoryPool, ReusedMemoryServesTheRequest)
+{
+    SRPool<SRMemory> pool;
+    SRMemoryPtr memory = pool.acquire(100);
+    const SRMemory* const address = memory.get();
+    memory->setUsed(100);
+    memory.reset();
+    EXPECT_EQ(pool.stats().threadBytes, 100U + SRMemory::kPoolOverhead);
+
+    memory = pool.acquire(5000);
+    EXPECT_EQ(memory.get(), address);
+    EXPECT_EQ(memory->capacity(), 5000U);
+    EXPECT_EQ(memory->getUsed(), 0U);
+    memory->data()[4999] = 1;
+    memory.reset();
+    EXPECT_EQ(pool.acquire(10)->capacity(), 5000U) << "larger memory is not given away";
+}

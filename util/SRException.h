@@ -1,0 +1,63 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "util/SRString.h"
+
+#include <utility>
+
+/// Root of the library's exceptions. None of them derives from std::exception, so a handler for standard
+/// exceptions never catches them.
+class SRThrowable
+{
+public:
+    virtual ~SRThrowable() = default;
+
+protected:
+    SRThrowable() = default;
+    SRThrowable(const SRThrowable&) = default;
+    SRThrowable& operator=(const SRThrowable&) = default;
+};
+
+class SRException : public SRThrowable
+{
+public:
+    SRException() = default;
+    explicit SRException(SRString message) : m_message(std::move(message)) {}
+
+    const SRString& getMessage() const { return m_message; }
+
+protected:
+    SRString m_message;
+};
+
+/// The peer or the data is not to be trusted any further; code tells why.
+class SRBreakConnection : public SRException
+{
+public:
+    static constexpr int kMalformedData = 1029;
+
+    explicit SRBreakConnection(int code) : m_code(code) {}
+    int getCode() const { return m_code; }
+
+private:
+    int m_code;
+};
+
+class SROutOfMemory : public SRException
+{
+public:
+    using SRException::SRException;
+};
+
+namespace krx::util {
+
+/// A file could not be loaded, read or saved.
+class FileReadException : public SRException
+{
+public:
+    using SRException::SRException;
+};
+
+}  // namespace krx::util

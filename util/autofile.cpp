@@ -1,0 +1,198 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "util/autofile.h"
+
+#include "interfaces/IKrxFileIo.h"
+#include "util/SRException.h"
+#include "util/SRFileUtil.h"
+#include "util/krxassert.h"
+
+#include <algorithm>
+#include <cstring>
+#include <fcntl.h>
+#include <limits>
+#include <new>
+#include <utility>
+
+namespace {
+
+constexpr const char* kFile = "util/autofile";
+constexpr int kNoIoLine = 34;
+
+}  // namespace
+
+IoAutoFile::IoAutoFile(IKrxFileIo* io, const SRString& path, int flags, int mode, struct stat64* st)
+    : m_io(io)
+{
+    if (m_io)
+        m_fd = m_io->open(path, flags, mode, st);
+    else
+        krx::util::assertFailed(kFile, kNoIoLine);
+}
+
+int IoAutoFile::release()
+{
+    return std::exchange(m_fd, -1);
+}
+
+int IoAutoFile::close()
+{
+    const int fd = release();
+    return fd < 0 ? 0 : m_io->close(fd, true);
+}
+
+namespace krx::util {
+
+namespace {
+
+constexpr int kReadWrite = 0600;
+
+/// Bytes asked of one read: the count must fit what a read returns.
+constexpr unsigned kMaxRead = 0x40000000;
+
+[[noreturn]] void throwNotOpened(const SRString& path)
+{
+    throw FileReadException(SRString(L"Could not open file:") + path);
+}
+
+[[noreturn]] void throwTooLarge(unsigned long long size)
+{
+    throw FileReadException(SRString::format(L"Read buffer size too large to initialize, size = %llu", size));
+}
+
+[[noreturn]] void throwReadFailed(unsigned bytesRead)
+{
+    throw FileReadException(SRString::format(L"Failed to read file buffer, bytesRead = %u", bytesRead));
+}
+
+[[noreturn]] void throwWriteFailed(int errorCode)
+{
+    throw FileReadException(SRString::format(L"FileIO write failed, errorCode = %d", errorCode));
+}
+
+SRBuffer makeBuffer(unsigned size)
+{
+    try {
+        return SRBuffer(size);
+    } catch (const SROutOfMemory&) {
+        throwTooLarge(size);
+    } catch (const std::bad_alloc&) {
+        throwTooLarge(size);
+    }
+}
+
+}  // namespace
+
+// AutoFileLoad.
+
+AutoFileLoad::AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room)
+{
+    // Opening a pipe would wait for its other end, so what is no regular file is not even opened.
+    struct ::stat64 st = {};
+    if (io && io->stat(path, &st, IKrxFileIo::kFile) == 0 && !S_ISREG(st.st_mode))
+        throwNotOpened(path);
+
+    const IoAutoFile file(io, path, O_RDONLY, kReadWrite, nullptr);
+    if (file.get() < 0 || io->fstat(file.get(), &st, IKrxFileIo::kFile) < 0 || !S_ISREG(st.st_mode))
+        throwNotOpened(path);
+    const auto size = static_cast<unsigned long long>(std::max<FilePos>(st.st_size, 0));
+    if (size > std::numeric_limits<unsigned>::max())
+        throwTooLarge(size);
+    if (size == 0)
+        return;
+
+    if (room.capacity() < size) {
+        room = SRBuffer();  // before there is other memory
+        room = makeBuffer(static_cast<unsigned>(size));
+    }
+    m_buffer = SRBuffer(room.memory(), 0, 0);
+    unsigned done = 0;
+    while (done < size) {
+        const unsigned wanted = std::min(static_cast<unsigned>(size) - done, kMaxRead);
+        const int got = io->read(file.get(), done, m_buffer.base() + done, wanted);
+        if (got < 0)
+            throwReadFailed(done);
+        if (got == 0)
+            break;
+        done += std::min(static_cast<unsigned>(got), wanted);
+    }
+    m_buffer.setEnd(done);
+}
+
+void AutoFileLoad::read(void* out, unsigned n)
+{
+    const unsigned count = std::min(n, remaining());
+    if (count != 0)
+        std::memcpy(out, m_buffer.data() + m_pos, count);
+    m_pos += count;
+    if (count < n)
+        throwReadFailed(count);
+}
+
+// AutoFileSave.
+
+AutoFileSave::AutoFileSave(const SRString& path, IKrxFileIo* io, unsigned capacity)
+    : m_path(path), m_io(io), m_buffer(makeBuffer(capacity))
+{
+}
+
+AutoFileSave::AutoFileSave(const SRString& path, IKrxFileIo* io, const SRBuffer& buffer)
+    : m_path(path), m_io(io), m_buffer(buffer), m_shared(true)
+{
+}
+
+void AutoFileSave::write(const void* bytes, unsigned n)
+{
+    if (n == 0)
+        return;
+    const unsigned length = m_buffer.length();
+    const unsigned long long needed = static_cast<unsigned long long>(length) + n;
+    const SRBuffer old = m_buffer;  // bytes may lie in it
+    if (needed > m_buffer.capacity() - m_buffer.getStart() || m_shared) {
+        unsigned long long capacity = std::max(m_buffer.capacity(), 1U);
+        while (capacity < needed)
+            capacity *= 2;
+        if (needed > std::numeric_limits<unsigned>::max())
+            throwTooLarge(needed);
+        SRBuffer larger = makeBuffer(static_cast<unsigned>(
+            std::min<unsigned long long>(capacity, std::numeric_limits<unsigned>::max())));
+        if (length != 0)
+            std::memcpy(larger.base(), old.data(), length);
+        larger.setEnd(length);
+        m_buffer = larger;
+        m_shared = false;
+    }
+    std::memcpy(m_buffer.data() + length, bytes, n);
+    m_buffer.setEnd(m_buffer.getEnd() + n);
+}
+
+void AutoFileSave::flush()
+{
+    struct ::stat64 st = {};
+    if (m_io && m_io->stat(m_path, &st, IKrxFileIo::kFile) < 0) {
+        SRString dir;
+        SRString name;
+        SRFileUtil::splitPath(m_path, dir, name);
+        if (!dir.empty())
+            m_io->createDir(dir);  // a failure shows when the file is opened
+    }
+
+    IoAutoFile file(m_io, m_path, O_WRONLY | O_CREAT | O_TRUNC, kReadWrite, nullptr);
+    if (file.get() < 0)
+        throwWriteFailed(file.get());
+    const unsigned length = m_buffer.length();
+    if (length != 0) {
+        const int written = m_io->write(file.get(), 0, m_buffer.data(), length);
+        if (written < 0)
+            throwWriteFailed(written);
+        if (static_cast<unsigned>(written) != length)
+            throw FileReadException(SRString::format(L"FileIO write failed, bytesWritten = %d", written));
+    }
+    // What the system could not store may show only now.
+    const int closed = file.close();
+    if (closed < 0)
+        throwWriteFailed(closed);
+}
+
+}  // namespace krx::util

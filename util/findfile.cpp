@@ -1,0 +1,150 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "util/findfile.h"
+
+#include "util/SRFileUtil.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <locale.h>
+#include <regex.h>
+#include <string>
+
+namespace krx::util {
+
+namespace {
+
+/// The "C" locale for the calling thread while it lives: there every byte is one character, so that names
+/// which are no text in the process's encoding match like others.
+class ByteLocale
+{
+public:
+    ByteLocale() : m_old(::uselocale(locale())) {}
+    ~ByteLocale() { ::uselocale(m_old); }
+    ByteLocale(const ByteLocale&) = delete;
+    ByteLocale& operator=(const ByteLocale&) = delete;
+
+private:
+    static locale_t locale()
+    {
+        static const locale_t bytes = ::newlocale(LC_ALL_MASK, "C", nullptr);
+        return bytes;
+    }
+
+    locale_t m_old;
+};
+
+/// The basic regular expression for a name with wildcards, anchored at both ends.
+std::string toExpression(const std::string& name)
+{
+    std::string expression(name.empty() ? "" : "^");
+    for (const char c : name) {
+        if (c == '*')
+            expression += ".*";
+        else if (c == '?')
+            expression += '.';
+        else if (std::string_view(".[\\^$").find(c) != std::string_view::npos)
+            (expression += '\\') += c;
+        else
+            expression += c;
+    }
+    return expression + '$';
+}
+
+class NameExpression
+{
+public:
+    explicit NameExpression(const std::string& name)
+    {
+        const ByteLocale bytes;
+        m_compiled = ::regcomp(&m_regex, toExpression(name).c_str(), REG_NOSUB) == 0;
+    }
+    ~NameExpression()
+    {
+        if (m_compiled)
+            ::regfree(&m_regex);
+    }
+    NameExpression(const NameExpression&) = delete;
+    NameExpression& operator=(const NameExpression&) = delete;
+
+    bool compiled() const { return m_compiled; }
+    bool matches(const char* name) const
+    {
+        const ByteLocale bytes;
+        return ::regexec(&m_regex, name, 0, nullptr, 0) == 0;
+    }
+
+private:
+    regex_t m_regex = {};
+    bool m_compiled = false;
+};
+
+bool isDirectory(DIR* dir, const dirent64& entry)
+{
+    if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK)
+        return entry.d_type == DT_DIR;
+    struct ::stat64 st = {};
+    return ::fstatat64(::dirfd(dir), entry.d_name, &st, 0) == 0 && S_ISDIR(st.st_mode);
+}
+
+}  // namespace
+
+struct FindState
+{
+    FindState(DIR* opened, const std::string& name) : dir(opened), expression(name) {}
+    ~FindState() { SRFileUtil::closedir(dir); }
+    FindState(const FindState&) = delete;
+    FindState& operator=(const FindState&) = delete;
+
+    DIR* dir;
+    NameExpression expression;
+};
+
+void FindStateDeleter::operator()(FindState* state) const noexcept
+{
+    delete state;
+}
+
+FindHandle FindFirstFile(const SRString& pattern, FindData& data)
+{
+    data = FindData();
+    SRString path;
+    SRString name;
+    SRFileUtil::splitPath(pattern, path, name);
+    DIR* dir = SRFileUtil::opendir(path.empty() ? SRString(L".") : path);
+    if (!dir)
+        return nullptr;
+    FindHandle handle(new FindState(dir, SRLocaleString(name).c_str()));
+    if (!handle->expression.compiled()) {
+        handle.reset();
+        errno = EINVAL;
+        return nullptr;
+    }
+    FindNextFile(handle, data);
+    return handle;
+}
+
+bool FindNextFile(const FindHandle& handle, FindData& data)
+{
+    data = FindData();
+    if (!handle)
+        return false;
+    while (const dirent64* entry = ::readdir64(handle->dir)) {
+        if (!handle->expression.matches(entry->d_name))
+            continue;
+        data.name = SRString::fromMultiByte(entry->d_name);
+        data.attributes = isDirectory(handle->dir, *entry) ? FindData::kAttributeDirectory : 0;
+        return true;
+    }
+    return false;
+}
+
+bool FindClose(FindHandle& handle)
+{
+    const bool open = handle != nullptr;
+    handle.reset();
+    return open;
+}
+
+}  // namespace krx::util

@@ -1,0 +1,142 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "util/messagebuffer.h"
+
+#include "util/SRException.h"
+#include "util/krxassert.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+
+namespace krx::util {
+
+namespace {
+
+constexpr const char* kFile = "util/messagebuffer";
+constexpr int kNoMemoryLine = 104;
+constexpr int kLengthLine = 112;
+constexpr int kGrowLine = 126;
+
+constexpr unsigned kHeaderLength = 11;
+constexpr unsigned kRecordOverhead = kHeaderLength + 4;
+constexpr unsigned kMaxBody = 0xFFFFFF;
+
+constexpr unsigned char kTypeMask = 0x5F;
+constexpr unsigned char kAudioType = 8;
+constexpr unsigned char kVideoType = 9;
+
+/// An allocated memory, null when there is none.
+SRMemoryPtr allocate(unsigned capacity)
+{
+    try {
+        return SRMemoryPtr(new SRMemory(capacity));
+    } catch (const SROutOfMemory&) {
+        return nullptr;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
+
+/// Writes the low width bytes of value, most significant first, and returns the place behind them.
+unsigned char* put(unsigned char* out, unsigned width, unsigned value)
+{
+    for (unsigned i = width; i-- > 0; value >>= 8)
+        out[i] = static_cast<unsigned char>(value & 0xFF);
+    return out + width;
+}
+
+}  // namespace
+
+MessageBuffer::MessageBuffer(unsigned capacity) : MessageBuffer(allocate(capacity)) {}
+
+MessageBuffer::MessageBuffer(const SRMemoryPtr& memory)
+{
+    takeMemory(memory);
+}
+
+void MessageBuffer::clear()
+{
+    m_used = 0;
+    m_flags = 0;
+    m_endTime = 0;
+    m_startTime = 0;
+    m_numMsgs = 0;
+    m_firstMsgLen = 0;
+}
+
+void MessageBuffer::addMessage(unsigned char type, const void* data, unsigned length, unsigned time)
+{
+    if (!m_data) {
+        assertFailed(kFile, kNoMemoryLine);
+        return;
+    }
+    if (length > kMaxBody || (!data && length != 0)) {
+        assertFailed(kFile, kLengthLine);
+        return;
+    }
+    const unsigned recordLength = length + kRecordOverhead;
+    if (!grow(static_cast<unsigned long long>(m_used) + recordLength)) {
+        assertFailed(kFile, kGrowLine);
+        return;
+    }
+
+    unsigned char* out = m_data + m_used;
+    out = put(out, 1, type);
+    out = put(out, 3, length);
+    out = put(out, 3, time);
+    out = put(out, 1, time >> 24);
+    out = put(out, 3, 0);  // stream id
+    if (length != 0)
+        std::memcpy(out, data, length);
+    put(out + length, 4, length + kHeaderLength);
+
+    m_used += recordLength;
+    const unsigned char kind = type & kTypeMask;
+    if (kind == kVideoType)
+        m_flags |= kVideo;
+    else if (kind != kAudioType)
+        m_flags |= kOther;
+    else if (length != 0)
+        m_flags |= kAudio;
+    if (m_numMsgs == 0) {
+        m_startTime = time;
+        m_firstMsgLen = recordLength;
+    }
+    m_endTime = std::max(m_endTime, time);
+    ++m_numMsgs;
+}
+
+SRBuffer MessageBuffer::getBuffer() const
+{
+    return m_memory ? SRBuffer(m_memory, 0, m_used) : SRBuffer();
+}
+
+/// Makes the capacity at least needed bytes. The old memory stays as it is for those who share it.
+bool MessageBuffer::grow(unsigned long long needed)
+{
+    if (needed <= m_capacity)
+        return true;
+    unsigned long long capacity = m_capacity;
+    while (capacity < needed)
+        capacity *= 2;
+    if (capacity > std::numeric_limits<unsigned>::max())
+        return false;
+    const SRMemoryPtr memory = allocate(static_cast<unsigned>(capacity));
+    if (!memory)
+        return false;
+    std::memcpy(memory->data(), m_data, m_used);
+    takeMemory(memory);
+    return m_data != nullptr;
+}
+
+void MessageBuffer::takeMemory(const SRMemoryPtr& memory)
+{
+    m_memory = memory;
+    m_data = memory && memory->capacity() != 0 ? memory->data() : nullptr;
+    m_capacity = m_data ? memory->capacity() : 0;
+}
+
+}  // namespace krx::util

@@ -1,0 +1,85 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "util/streamconfigutil.h"
+
+#include "interfaces/IQVStreamContext.h"
+#include "util/krxassert.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+#include <string>
+
+namespace krx::util {
+
+namespace {
+
+constexpr const char* kFile = "util/streamconfigutil";
+constexpr int kNoMemoryLine = 46;
+constexpr unsigned kInitialSize = 64;
+
+/// The text of a setting; false when the key is not configured.
+bool readText(IQVStreamContext* context, const char* key, std::string& text)
+{
+    struct Buffer
+    {
+        ~Buffer() { delete[] text; }
+        unsigned size = kInitialSize;
+        char* text = new char[kInitialSize]();
+    } buffer;
+    if (!StreamConfig::readConfig(context, key, &buffer.text, buffer.size))
+        return false;
+    text.assign(buffer.text, ::strnlen(buffer.text, buffer.size));
+    return true;
+}
+
+}  // namespace
+
+bool StreamConfig::readConfig(IQVStreamContext* context, const char* key, char** buffer, unsigned& size)
+{
+    if (!context || !key || !buffer || !*buffer)
+        return false;
+    const auto ask = [&] {
+        return context->getConfig(key, buffer, static_cast<int>(std::min<unsigned>(size, INT_MAX)));
+    };
+    const int needed = ask();
+    if (needed <= 0)
+        return needed == 0;
+
+    auto* larger = new (std::nothrow) char[static_cast<unsigned>(needed)]();
+    if (!larger) {
+        assertFailed(kFile, kNoMemoryLine);
+        return false;
+    }
+    delete[] * buffer;
+    *buffer = larger;
+    size = static_cast<unsigned>(needed);
+    return ask() == 0;
+}
+
+bool StreamConfig::readConfigUnsigned(IQVStreamContext* context, const char* key, unsigned& value,
+                                      unsigned min, unsigned max)
+{
+    std::string text;
+    if (!readText(context, key, text))
+        return false;
+    const long number = std::max(std::strtol(text.c_str(), nullptr, 10), 0L);
+    if (number >= static_cast<long>(min) && number <= static_cast<long>(max))
+        value = static_cast<unsigned>(number);
+    return true;
+}
+
+bool StreamConfig::readConfigBool(IQVStreamContext* context, const char* key, bool& value)
+{
+    std::string text;
+    if (!readText(context, key, text))
+        return false;
+    if (text == (value ? "false" : "true"))
+        value = !value;
+    return true;
+}
+
+}  // namespace krx::util
