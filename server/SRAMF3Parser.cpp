@@ -1,0 +1,183 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "server/SRAMF3Parser.h"
+
+#include "util/SRException.h"
+
+#include <cstring>
+
+namespace {
+
+// Text as strings hold it: up to its first zero byte.
+std::string_view uptoZero(std::string_view text)
+{
+    return text.substr(0, text.find('\0'));
+}
+
+}  // namespace
+
+void SRAMF3Parser::WriteUint29(unsigned value)
+{
+    constexpr unsigned kMore = 0x80;
+    const auto put = [this](unsigned byte) { PutByte(static_cast<unsigned char>(byte & 0xFF)); };
+    const auto putMore = [&put](unsigned bits) { put(bits | kMore); };
+    if (value < 0x80) {
+        put(value);
+    } else if (value < 0x4000) {
+        putMore(value >> 7);
+        put(value & 0x7F);
+    } else if (value < 0x200000) {
+        putMore(value >> 14);
+        putMore(value >> 7);
+        put(value & 0x7F);
+    } else if (value < 0x40000000) {
+        putMore(value >> 22);
+        putMore(value >> 15);
+        putMore(value >> 8);
+        put(value);
+    } else {
+        put(0);
+    }
+}
+
+unsigned SRAMF3Parser::ReadUint29()
+{
+    unsigned value = 0;
+    for (int i = 0; i < 3; ++i) {
+        const unsigned byte = GetByte();
+        value = value << 7 | (byte & 0x7F);
+        if (byte < 0x80)
+            return value;
+    }
+    return value << 8 | GetByte();
+}
+
+int SRAMF3Parser::StringTableFind(std::string_view text) const
+{
+    const auto found = m_stringIndex.find(text);
+    return found == m_stringIndex.end() ? -1 : found->second;
+}
+
+void SRAMF3Parser::StringTableAdd(std::string_view text)
+{
+    const auto index = static_cast<int>(m_strings.size());
+    m_strings.emplace_back(text);
+    if (isWriter())
+        m_stringIndex.emplace(m_strings.back().view(), index);
+}
+
+void SRAMF3Parser::shrinkStringTable(std::size_t size)
+{
+    while (m_strings.size() > size) {
+        m_stringIndex.erase(m_strings.back().view());
+        m_strings.pop_back();
+    }
+}
+
+void SRAMF3Parser::WriteAMF3String(std::string_view text)
+{
+    if (text.empty()) {
+        WriteUint29(1);
+        return;
+    }
+    const int index = StringTableFind(text);
+    if (index >= 0) {
+        WriteUint29(static_cast<unsigned>(index) * 2);
+        return;
+    }
+    const auto length = static_cast<unsigned>(text.size());
+    WriteUint29(length * 2 + 1);
+    PutData(text.data(), length);
+    StringTableAdd(text);
+}
+
+SRMBString SRAMF3Parser::ReadAMF3String()
+{
+    SRMBString text;
+    readAMF3Text(text);
+    return text;
+}
+
+bool SRAMF3Parser::readAMF3Text(SRMBString& text)
+{
+    const unsigned u29 = ReadUint29();
+    if (isBad())
+        return false;
+    const unsigned value = u29 >> 1;
+    if ((u29 & 1) == 0) {
+        if (value >= m_strings.size()) {
+            HandleBadData(getPosition(),
+                          SRString::format(L"While reading the AMF3 string, index of string %u is found "
+                                           L"greater than sting reference table length ",
+                                           value));
+            return false;
+        }
+        if (!chargeExpansion(m_strings[value].size()))
+            return false;
+        text = m_strings[value];
+        return true;
+    }
+    if (value > getRemaining()) {
+        HandleBadData(getPosition(),
+                      SRString::format(L"Length of string %u is found greater than remaining bytes. "
+                                       L"Message data is not complete",
+                                       value));
+        return false;
+    }
+    if (value == 0) {
+        text.clear();
+        return false;
+    }
+    // Also a text that begins with a zero byte takes its place in the table.
+    const unsigned char* const bytes = GetData(value);
+    if (!bytes)
+        return false;
+    text = SRMBString(uptoZero({reinterpret_cast<const char*>(bytes), value}));
+    StringTableAdd(text.view());
+    return true;
+}
+
+void SRAMF3Parser::WriteXMLString(std::string_view text)
+{
+    const auto length = static_cast<unsigned>(text.size());
+    WriteUint29(length * 2 + 1);
+    PutData(text.data(), length);
+}
+
+SRMBString SRAMF3Parser::ReadXMLString(unsigned u29)
+{
+    std::string_view text;
+    readXMLText(u29, text);
+    return SRMBString(uptoZero(text));
+}
+
+bool SRAMF3Parser::readXMLText(unsigned u29, std::string_view& text)
+{
+    const TraceScope scope(*this, L"while processing xml string");
+    const unsigned length = u29 >> 1;
+    if (length > getRemaining()) {
+        HandleBadData(getPosition(),
+                      SRString::format(L"While reading the XML string, length %u of string is found "
+                                       L"greater than remaining bytes ",
+                                       length));
+        return false;
+    }
+    const unsigned char* const bytes = GetData(length);
+    if (!bytes)
+        return false;
+    text = {reinterpret_cast<const char*>(bytes), length};
+    return true;
+}
+
+bool SRAMF3Parser::chargeExpansion(std::size_t bytes)
+{
+    if (bytes <= kFreeTextBytes)
+        return true;
+    m_expanded += bytes - kFreeTextBytes;
+    if (m_expanded <= std::uint64_t{kExpansionFactor} * getLimit() + kExpansionSlack)
+        return true;
+    HandleBadData(getPosition(),
+                  L"While reading the AMF3 string, references give more text than the message holds ");
+    return false;
+}

@@ -1,0 +1,535 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "server/SRCSerializer.h"
+#include "server/SRCSerializerScopes.h"
+#include "util/SRException.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+
+namespace {
+
+constexpr int kLastMarker = kInt64Type;
+// References to the object table have 16 bits in AMF0.
+constexpr int kMaxReference = 0xFFFF;
+
+}  // namespace
+
+struct SRCSerializer::AMF0Markers
+{
+    using S = SRCSerializer;
+    static constexpr std::array<MarkerRow, kLastMarker + 1> makeTable()
+    {
+        std::array<MarkerRow, kLastMarker + 1> rows{};
+        rows[kNumberType] = {&S::readNumber, L"while reading number type"};
+        rows[kBoolType] = {&S::readBoolean, L"while reading boolean type"};
+        rows[kStringType] = {&S::readString, L"while processing string type"};
+        rows[kObjectType] = {&S::ProcessObjectType, L"while processing object data type"};
+        rows[kMovieClipType] = {&S::readString, L"while processing string type"};
+        rows[kNullType] = {&S::readNull, nullptr};
+        rows[kUndefinedType] = {&S::readUndefined, nullptr};
+        rows[kReferenceType] = {&S::readReference, L"while processing reference type"};
+        rows[kArrayType] = {&S::readECMAArray, L"while processing array type"};
+        rows[kObjectEndType] = {&S::readNothing, nullptr};
+        rows[kStrictArrayType] = {&S::readStrictArray, L"while processing strict array type"};
+        rows[kDateType] = {&S::readDate, L"while processing date type"};
+        rows[kLongStringType] = {&S::readString, L"while processing string type"};
+        rows[kUnsupportedType] = {&S::readUndefined, nullptr};
+        rows[kXMLType] = {&S::readString, L"while processing xml type"};
+        rows[kTypedObjectType] = {&S::ProcessObjectType, L"while processing object data type"};
+        rows[kAvmPlusObjectType] = {&S::readAMF3Switch, L"while processing AMF3 object data type"};
+        rows[kBlobType] = {&S::readBlob, L"while processing blob data type"};
+        rows[kInt64Type] = {&S::readInt64, L"while reading 64 bit integer type"};
+        return rows;
+    }
+
+    /// The row of a marker; null when the marker does not exist.
+    static const MarkerRow* row(int marker)
+    {
+        static constexpr std::array<MarkerRow, kLastMarker + 1> kRows = makeTable();
+        if (marker > kLastMarker || !kRows[static_cast<unsigned>(marker)].read)
+            return nullptr;
+        return &kRows[static_cast<unsigned>(marker)];
+    }
+};
+
+/// Where writing a value began, to go back there.
+class SRCSerializer::WriteMark
+{
+public:
+    explicit WriteMark(SRCSerializer& serializer)
+        : m_serializer(serializer),
+          m_position(serializer.getPosition()),
+          m_objects(serializer.m_nextObject),
+          m_strings(serializer.stringTableSize())
+    {
+    }
+
+    int goBack()
+    {
+        m_serializer.rewindTo(m_position);
+        m_serializer.shrinkTable(m_objects);
+        m_serializer.shrinkStringTable(m_strings);
+        m_serializer.m_writeFailed = true;
+        m_serializer.m_writeBroken = true;
+        return kObjectEndType;
+    }
+
+private:
+    SRCSerializer& m_serializer;
+    const unsigned m_position;
+    const unsigned m_objects;
+    const std::size_t m_strings;
+};
+
+struct SRCSerializer::PopOpen
+{
+    std::vector<SRDataArray*>& open;
+    ~PopOpen() { open.pop_back(); }
+};
+
+// Reading.
+
+int SRCSerializer::readVar(SRData& value, SRMBString* name)
+{
+    const TraceScope scope(*this, L"while processing script variable");
+    int marker = kObjectEndType;
+    try {
+        if (name)
+            readName(*name);
+        marker = GetByte();
+        const Nesting nesting(*this);
+        if (nesting.isTooDeep())
+            HandleBadData(getPosition(),
+                          L"while processing script variable,values are found nested too deep");
+        if (!isBad())
+            readWith(existingRow(marker), value, marker);
+    } catch (const SROutOfMemory&) {
+        return kObjectEndType;
+    }
+    return isBad() ? static_cast<int>(kObjectEndType) : marker;
+}
+
+const SRCSerializer::MarkerRow& SRCSerializer::existingRow(int marker)
+{
+    const MarkerRow* const row = AMF0Markers::row(marker);
+    if (!row)
+        throwBadData();
+    return *row;
+}
+
+void SRCSerializer::readName(SRMBString& name)
+{
+    const TraceScope scope(*this, L"while processing name");
+    std::string_view text;
+    if (readText(kShortText, text))
+        name = SRMBString(text.substr(0, text.find('\0')));
+}
+
+void SRCSerializer::readNothing(SRData&, int) {}
+
+void SRCSerializer::readNumber(SRData& value, int)
+{
+    value.init(GetDouble());
+}
+
+void SRCSerializer::readBoolean(SRData& value, int)
+{
+    value.init(GetByte() == 1);
+}
+
+void SRCSerializer::readInt64(SRData& value, int)
+{
+    value.init(GetINT64());
+}
+
+void SRCSerializer::readNull(SRData& value, int)
+{
+    value.initNull();
+}
+
+void SRCSerializer::readUndefined(SRData& value, int)
+{
+    value.clear();
+}
+
+void SRCSerializer::readString(SRData& value, int marker)
+{
+    const bool isLong = marker == kLongStringType || marker == kXMLType;
+    std::string_view text;
+    if (readText(isLong ? kLongText : kShortText, text))
+        value.initText(text.data(), text.size(), marker == kXMLType ? kXMLType : kStringType);
+}
+
+void SRCSerializer::readDate(SRData& value, int)
+{
+    const double ms = GetDouble();
+    const int timeZone = GetWord();
+    value.setDate(ms, timeZone);
+}
+
+void SRCSerializer::readBlob(SRData& value, int)
+{
+    const unsigned length = GetDWord();
+    if (length > getRemaining()) {
+        HandleBadData(
+            getPosition(),
+            L"while serializing the blob type,length of blob data is found longer than remaining bytes");
+        return;
+    }
+    readBlobBytes(value, length);
+}
+
+void SRCSerializer::readBlobBytes(SRData& value, unsigned length)
+{
+    if (length == 0) {
+        value.init(SRBuffer());
+        return;
+    }
+    const unsigned char* const bytes = GetData(length);
+    SRBuffer buffer(length);
+    std::memcpy(buffer.base(), bytes, length);
+    buffer.memory()->setUsed(length);
+    buffer.setEnd(length);
+    value.init(buffer);
+}
+
+void SRCSerializer::readReference(SRData& value, int)
+{
+    const unsigned index = GetWord();
+    if (!isBad() && index < m_objects.size() && m_objects[index].array)
+        shareTableEntry(value, index, kArrayType);
+}
+
+void SRCSerializer::ProcessObjectType(SRData& value, int marker)
+{
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(marker);
+    const Building building(*this, array.get(), Building::Table::kJoin);
+    value.init(array.get(), marker);
+    if (marker == kTypedObjectType) {
+        std::string_view className;
+        if (!readText(kShortText, className))
+            return;
+        SRData text;
+        text.initText(className.data(), className.size());
+        array->append(SRMBString(kClassNameEntry), std::move(text));
+    }
+    readEntries(*array);
+}
+
+void SRCSerializer::readECMAArray(SRData& value, int)
+{
+    // The count is a hint that writers need not keep to.
+    GetDWord();
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(kArrayType);
+    const Building building(*this, array.get(), Building::Table::kLeave);
+    value.init(array.get(), kArrayType);
+    readEntries(*array);
+}
+
+void SRCSerializer::readStrictArray(SRData& value, int)
+{
+    const unsigned count = GetDWord();
+    if (count > getRemaining()) {
+        HandleBadData(
+            getPosition(),
+            L"while serializing the array length,length of array is found longer than remaining bytes");
+        return;
+    }
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(kStrictArrayType);
+    array->reserve(static_cast<int>(std::min(count, kTrustedCount)));
+    const Building building(*this, array.get(), Building::Table::kJoin);
+    value.init(array.get(), kArrayType);
+    for (unsigned i = 0; i < count; ++i) {
+        SRData element;
+        if (readVar(element, nullptr) == kObjectEndType)
+            return;
+        array->append(indexName(i), std::move(element));
+    }
+}
+
+void SRCSerializer::readAMF3Switch(SRData& value, int)
+{
+    readAMF3Var(value);
+}
+
+void SRCSerializer::readEntries(SRDataArray& array)
+{
+    for (;;) {
+        SRMBString name;
+        SRData value;
+        if (readVar(value, &name) == kObjectEndType)
+            return;
+        array.append(std::move(name), std::move(value));
+    }
+}
+
+SRMBString SRCSerializer::indexName(unsigned index)
+{
+    std::array<char, 10> digits;
+    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), index).ptr;
+    return SRMBString(digits.data(), static_cast<std::size_t>(end - digits.data()));
+}
+
+// Skipping.
+
+int SRCSerializer::skipVar()
+{
+    if (atEnd())
+        return kObjectEndType;
+    const Nesting nesting(*this);
+    if (nesting.isTooDeep()) {
+        HandleBadData(getPosition(), L"while processing script variable,values are found nested too deep");
+        return kObjectEndType;
+    }
+    const int marker = skipMarked();
+    return isBad() ? static_cast<int>(kObjectEndType) : marker;
+}
+
+int SRCSerializer::skipMarked()
+{
+    const int marker = GetByte();
+    existingRow(marker);
+    switch (marker) {
+        case kNumberType:
+        case kInt64Type:
+            GetData(sizeof(double));
+            break;
+        case kBoolType:
+            GetByte();
+            break;
+        case kReferenceType:
+            GetWord();
+            break;
+        case kDateType:
+            GetData(sizeof(double) + sizeof(unsigned short));
+            break;
+        case kStringType:
+        case kMovieClipType:
+            GetData(GetWord());
+            break;
+        case kLongStringType:
+        case kXMLType:
+        case kBlobType: {
+            const unsigned length = GetDWord();
+            if (length > getRemaining())
+                HandleBadData(getPosition(),
+                              L"while parsing the long string type,length of string is found greater "
+                              L"than remaining bytes");
+            GetData(length);
+            break;
+        }
+        case kTypedObjectType:
+            GetData(GetWord());
+            skipEntries();
+            break;
+        case kArrayType:
+            GetDWord();
+            skipEntries();
+            break;
+        case kObjectType:
+            skipEntries();
+            break;
+        case kStrictArrayType: {
+            const unsigned count = GetDWord();
+            if (count > getRemaining())
+                HandleBadData(getPosition(),
+                              L"while parsing the strict array type,length of array is found greater "
+                              L"than remaining bytes");
+            for (unsigned i = 0; i < count; ++i) {
+                if (skipVar() == kObjectEndType)
+                    break;
+            }
+            break;
+        }
+        case kAvmPlusObjectType: {
+            // Later values may refer to its texts and objects, so it takes its places in the tables.
+            SRData dropped;
+            readAMF3Var(dropped);
+            break;
+        }
+        default:
+            break;
+    }
+    return marker;
+}
+
+void SRCSerializer::skipEntries()
+{
+    do
+        GetData(GetWord());
+    while (!isBad() && skipVar() != kObjectEndType);
+}
+
+// Writing.
+
+int SRCSerializer::writeVar(const SRData& value, const SRMBString* name)
+{
+    // Once something could not be written, all that is open is closed: trying on and on could take for ever.
+    if (m_depth == 0)
+        m_writeBroken = false;
+    else if (m_writeBroken)
+        return kObjectEndType;
+    WriteMark mark(*this);
+    try {
+        const Nesting nesting(*this);
+        if (nesting.isTooDeep())
+            throw Unwritable();
+        if (name)
+            writeName(name->view());
+        return writeMarked(value);
+    } catch (const Unwritable&) {
+        return mark.goBack();
+    } catch (const SROutOfMemory&) {
+        return mark.goBack();
+    }
+}
+
+void SRCSerializer::writeName(std::string_view name)
+{
+    if (name.size() > kMaxShortText)
+        throw Unwritable();
+    PutString(name, kShortText);
+}
+
+int SRCSerializer::markerFor(const SRData& value) const
+{
+    const bool isAMF3 = getEncoding() == kAMF3;
+    const auto ownOrReference = [&]() -> int {
+        const int index = findInTable(value.payload.array);
+        return index >= 0 && index <= kMaxReference ? static_cast<int>(kReferenceType) : value.kind;
+    };
+    switch (value.kind) {
+        case kStringType:
+            return value.textView().size() > kMaxShortText ? kLongStringType : kStringType;
+        case kNumberType:
+        case kInt64Type:
+            return kNumberType;
+        case kNullType:
+        case kUndefinedType:
+        case kBoolType:
+        case kAvmPlusObjectType:
+            return value.kind;
+        case kObjectType:
+        case kTypedObjectType:
+            return ownOrReference();
+        case kArrayType:
+        case kStrictArrayType:
+            return isAMF3 ? static_cast<int>(kAvmPlusObjectType) : ownOrReference();
+        case kDateType:
+        case kXMLType:
+        case kBlobType:
+            return isAMF3 ? static_cast<int>(kAvmPlusObjectType) : value.kind;
+        default:
+            return kUnsupportedType;
+    }
+}
+
+int SRCSerializer::writeMarked(const SRData& value)
+{
+    const int marker = markerFor(value);
+    PutByte(static_cast<unsigned char>(marker));
+    switch (marker) {
+        case kStringType:
+        case kLongStringType:
+        case kXMLType:
+            PutString(value.textView(), marker == kStringType ? kShortText : kLongText);
+            break;
+        case kNumberType:
+            PutDouble(static_cast<double>(value));
+            break;
+        case kBoolType:
+            PutByte(value.payload.boolean ? 1 : 0);
+            break;
+        case kReferenceType:
+            PutWord(static_cast<unsigned short>(findInTable(value.payload.array)));
+            break;
+        case kObjectType:
+        case kTypedObjectType:
+            writeObject(*value.payload.array, marker);
+            break;
+        case kArrayType:
+            writeECMAArray(*value.payload.array);
+            break;
+        case kStrictArrayType:
+            writeStrictArray(*value.payload.array);
+            break;
+        case kDateType:
+            PutDouble(value.getDate());
+            PutWord(static_cast<unsigned short>(value.getTimeZone()));
+            break;
+        case kBlobType: {
+            const SRBuffer blob(value);
+            PutDWord(blob.length());
+            PutData(blob.data(), blob.length());
+            break;
+        }
+        case kAvmPlusObjectType:
+            writeAMF3Var(value);
+            break;
+        default:
+            break;
+    }
+    return marker;
+}
+
+int SRCSerializer::classNameOf(const SRDataArray& array, std::string_view& name)
+{
+    name = kAnonymousClass;
+    if (array.empty() || array.getPropertyNameConst(0) != kClassNameEntry)
+        return 0;
+    const SRData& value = array.getPropertyValueConst(0);
+    name = value.kind == kStringType ? value.textView() : std::string_view();
+    return 1;
+}
+
+void SRCSerializer::writeObject(SRDataArray& array, int marker)
+{
+    joinTable(&array);
+    int first = 0;
+    if (marker == kTypedObjectType) {
+        std::string_view className;
+        first = classNameOf(array, className);
+        writeName(className);
+    }
+    writeEntries(array, first);
+}
+
+void SRCSerializer::writeECMAArray(SRDataArray& array)
+{
+    // No reference ends a circle of ECMA arrays, which the table does not hold.
+    if (std::find(m_open.begin(), m_open.end(), &array) != m_open.end())
+        throw Unwritable();
+    m_open.push_back(&array);
+    const PopOpen pop{m_open};
+    PutDWord(0);
+    writeEntries(array, 0);
+}
+
+void SRCSerializer::writeStrictArray(SRDataArray& array)
+{
+    joinTable(&array);
+    const int size = array.getSize();
+    PutDWord(static_cast<unsigned>(size));
+    for (int i = 0; i < size; ++i) {
+        // The count is written, so none may be missing.
+        if (writeVar(array.getPropertyValueConst(i), nullptr) == kObjectEndType)
+            throw Unwritable();
+    }
+}
+
+void SRCSerializer::writeEntries(const SRDataArray& array, int first)
+{
+    for (int i = first; i < array.getSize(); ++i) {
+        if (writeVar(array.getPropertyValueConst(i), &array.getPropertyNameConst(i)) == kObjectEndType)
+            break;
+    }
+    PutString(std::string_view(), kShortText);
+    PutByte(kObjectEndType);
+}

@@ -1,0 +1,612 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "server/SRCSerializer.h"
+#include "server/SRCSerializerScopes.h"
+#include "util/SRException.h"
+
+#include <algorithm>
+#include <array>
+#include <bit>
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+enum AMF3Marker : unsigned char
+{
+    kUndefined3 = 0,
+    kNull3 = 1,
+    kFalse3 = 2,
+    kTrue3 = 3,
+    kInteger3 = 4,
+    kDouble3 = 5,
+    kString3 = 6,
+    kXMLDocument3 = 7,
+    kDate3 = 8,
+    kArray3 = 9,
+    kObject3 = 10,
+    kXML3 = 11,
+    kByteArray3 = 12,
+    kIntVector3 = 13,
+    kUintVector3 = 14,
+    kDoubleVector3 = 15,
+    kObjectVector3 = 16,
+    kDictionary3 = 17,
+};
+
+// Array kinds of the carriers by which values that are no objects take their places in the object table.
+constexpr int kArrayCarrier = 9;
+constexpr int kObjectCarrier = 10;
+constexpr int kDateCarrier = 11;
+constexpr int kByteArrayCarrier = 12;
+constexpr int kXMLCarrier = 15;
+
+// A header with this bit has its content behind it; without it, it is a reference.
+constexpr unsigned kInline = 1;
+constexpr unsigned kTraitsMask = 3;
+constexpr unsigned kTraitsReference = 1;
+constexpr unsigned kExternalizable = 7;
+constexpr unsigned kDynamic = 8;
+constexpr unsigned kDynamicInlineHeader = 0x0B;
+
+constexpr int kMinInteger = -0x10000000;
+constexpr int kMaxInteger = 0x0FFFFFFF;
+
+SRMBString decimal(unsigned value)
+{
+    return SRMBString::format("%u", value);
+}
+
+unsigned elementBytes(int vectorMarker)
+{
+    switch (vectorMarker) {
+        case kIntVector3:
+        case kUintVector3:
+            return sizeof(unsigned);
+        case kDoubleVector3:
+            return sizeof(double);
+        default:
+            return 1;
+    }
+}
+
+// The double is an integer that has 29 bits with its sign. (A negative zero is not: it would lose its sign.)
+bool isInteger29(double value)
+{
+    return value >= kMinInteger && value <= kMaxInteger && std::trunc(value) == value &&
+           !(value == 0 && std::signbit(value));
+}
+
+}  // namespace
+
+struct SRCSerializer::AMF3Markers
+{
+    using S = SRCSerializer;
+    static constexpr std::array<MarkerRow, kDictionary3 + 1> kRows{{
+        {&S::readAMF3Undefined, nullptr},
+        {&S::readNull, nullptr},
+        {&S::readAMF3Boolean, nullptr},
+        {&S::readAMF3Boolean, nullptr},
+        {&S::readAMF3Integer, L"while processing integer data atom"},
+        {&S::readNumber, L"while processing double data atom"},
+        {&S::readAMF3StringValue, L"while processing string data atom"},
+        {&S::readAMF3XML, L"while processing XML data atom"},
+        {&S::readAMF3Date, L"while processing date atom"},
+        {&S::readAMF3Array, L"while processing array atom"},
+        {&S::readAMF3Object, L"while processing object atom"},
+        {&S::readAMF3XML, L"while processing XML data atom"},
+        {&S::readAMF3ByteArray, L"while processing byte array"},
+        {&S::readAMF3Vector, L"while processing vector object atom"},
+        {&S::readAMF3Vector, L"while processing vector object atom"},
+        {&S::readAMF3Vector, L"while processing vector object atom"},
+        {&S::readAMF3Vector, L"while processing vector object atom"},
+        {&S::readAMF3Dictionary, L"while processing dictionary atom"},
+    }};
+};
+
+// Reading.
+
+void SRCSerializer::readAMF3Var(SRData& value)
+{
+    const unsigned char marker = GetByte();
+    const Nesting nesting(*this);
+    if (nesting.isTooDeep())
+        HandleBadData(getPosition(),
+                      L"while processing AMF3 object data type,values are found nested too deep");
+    value.clear();
+    if (isBad() || marker >= AMF3Markers::kRows.size())
+        return;
+    readWith(AMF3Markers::kRows[marker], value, marker);
+    value.amf3Hint = marker;
+}
+
+void SRCSerializer::readAMF3Undefined(SRData&, int) {}
+
+void SRCSerializer::readAMF3Boolean(SRData& value, int marker)
+{
+    value.init(marker == kTrue3);
+}
+
+void SRCSerializer::readAMF3Integer(SRData& value, int)
+{
+    constexpr unsigned kSignBit = 0x10000000;
+    constexpr unsigned kAllBits = 0x1FFFFFFF;
+    const unsigned bits = ReadUint29() & kAllBits;
+    const int integer =
+        static_cast<int>(bits) - ((bits & kSignBit) != 0 ? static_cast<int>(kAllBits) + 1 : 0);
+    value.init(static_cast<double>(integer));
+}
+
+void SRCSerializer::readAMF3StringValue(SRData& value, int)
+{
+    SRMBString text;
+    readAMF3Text(text);
+    value.init(text);
+}
+
+bool SRCSerializer::isTableIndex(unsigned index, const wchar_t* what)
+{
+    if (isBad())
+        return false;
+    if (index < m_objects.size())
+        return static_cast<bool>(m_objects[index].array);
+    HandleBadData(getPosition(), SRString::format(L"%S%u is found greater than refTable size ", what, index));
+    return false;
+}
+
+const SRData* SRCSerializer::findCarried(unsigned index, const wchar_t* what, int carrierKind)
+{
+    if (!isTableIndex(index, what))
+        return nullptr;
+    const SRDataArray& array = *m_objects[index].array;
+    return array.getKind() == carrierKind && !array.empty() ? &array.getPropertyValueConst(0) : nullptr;
+}
+
+void SRCSerializer::addCarrier(int carrierKind, const char* name, const SRData& value)
+{
+    const SRDataArrayPtr carrier(new SRDataArray);
+    carrier->setKind(carrierKind);
+    carrier->append(SRMBString(name), SRData(value));
+    joinTable(carrier.get());
+}
+
+void SRCSerializer::readAMF3Date(SRData& value, int)
+{
+    const unsigned header = ReadUint29();
+    if ((header & kInline) == 0) {
+        if (const SRData* date =
+                findCarried(header >> 1, L"While serializing the date atom, the object index ", kDateCarrier))
+            value.copy(*date);
+        return;
+    }
+    value.setDate(GetDouble(), 0);
+    addCarrier(kDateCarrier, "time", value);
+}
+
+void SRCSerializer::readAMF3XML(SRData& value, int)
+{
+    const unsigned header = ReadUint29();
+    if ((header & kInline) == 0) {
+        const SRData* const xml =
+            findCarried(header >> 1, L"While serializing the XML atom, the object index ", kXMLCarrier);
+        if (xml && chargeExpansion(xml->textView().size()))
+            value.copy(*xml);
+        return;
+    }
+    std::string_view text;
+    if (!readXMLText(header, text))
+        return;
+    value.initText(text.data(), text.size(), kXMLType);
+    addCarrier(kXMLCarrier, "xml", value);
+}
+
+void SRCSerializer::readAMF3ByteArray(SRData& value, int)
+{
+    const unsigned header = ReadUint29();
+    if ((header & kInline) == 0) {
+        if (const SRData* bytes = findCarried(
+                header >> 1, L"While serializing the byte array atom, the object index ", kByteArrayCarrier))
+            value.copy(*bytes);
+        return;
+    }
+    const unsigned length = header >> 1;
+    if (length > getRemaining()) {
+        HandleBadData(getPosition(),
+                      L"while serializing the byte array atom,length of data is found greater than "
+                      L"remaining bytes\n");
+        return;
+    }
+    readBlobBytes(value, length);
+    addCarrier(kByteArrayCarrier, "bytes", value);
+}
+
+bool SRCSerializer::readNamedVar(SRDataArray& array, SRMBString&& name)
+{
+    SRData value;
+    readAMF3Var(value);
+    if (isBad())
+        return false;
+    array.append(std::move(name), std::move(value));
+    return true;
+}
+
+void SRCSerializer::readAMF3Array(SRData& value, int)
+{
+    const unsigned header = ReadUint29();
+    const unsigned count = header >> 1;
+    if ((header & kInline) == 0) {
+        if (isTableIndex(count, L"While serializing the array atom, the object index "))
+            shareTableEntry(value, count, kArrayType);
+        return;
+    }
+    if (count > getRemaining()) {
+        HandleBadData(getPosition(),
+                      L"while serializing the array atom,array length found greater than remaining bytes");
+        return;
+    }
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(kArrayCarrier);
+    const Building building(*this, array.get(), Building::Table::kJoin);
+    value.init(array.get(), kArrayType);
+
+    // The named elements come first and go behind the others.
+    SRDataArray named;
+    for (SRMBString name; readAMF3Text(name);) {
+        if (!readNamedVar(named, std::move(name)))
+            break;
+    }
+    array->reserve(static_cast<int>(std::min(count, kTrustedCount)));
+    for (unsigned i = 0; i < count; ++i) {
+        if (isBad() || !readNamedVar(*array, indexName(i)))
+            break;
+    }
+    for (int i = 0; i < named.getSize(); ++i)
+        array->append(std::move(named.getPropertyName(i)), std::move(named.getPropertyValue(i)));
+}
+
+SRDataArrayPtr SRCSerializer::readTraits(unsigned header)
+{
+    if ((header & kExternalizable) == kExternalizable) {
+        HandleBadData(
+            getPosition(),
+            SRString::format(L"While serializing the object atom, the property index count %u externalizable "
+                             L"flag is found on ( last 3 bits of value %u). Server doesn't has support for "
+                             L"IExternalizable yet.",
+                             header >> 4, header));
+        return nullptr;
+    }
+    if ((header & kTraitsMask) == kTraitsReference) {
+        const unsigned index = header >> 2;
+        if (index < m_traits.size())
+            return m_traits[index];
+        HandleBadData(
+            getPosition(),
+            SRString::format(L"While serializing the object atom, class info index %u is found greater than "
+                             L"class reference table size ",
+                             index));
+        return nullptr;
+    }
+    SRDataArrayPtr traits(new SRDataArray);
+    traits->append(decimal(header), SRData());
+    traits->append(ReadAMF3String(), SRData());
+    const unsigned count = header >> 4;
+    if (count > getRemaining()) {
+        HandleBadData(
+            getPosition(),
+            SRString::format(L"While serializing the object atom, the property index count %u is found "
+                             L"greater than remaining bytes ",
+                             count));
+        return nullptr;
+    }
+    for (unsigned i = 0; i < count && !isBad(); ++i)
+        traits->append(ReadAMF3String(), SRData());
+    if (isBad())
+        return nullptr;
+    m_traits.push_back(traits);
+    return traits;
+}
+
+void SRCSerializer::readAMF3Object(SRData& value, int)
+{
+    constexpr int kFirstMember = 2;
+    const unsigned header = ReadUint29();
+    if ((header & kInline) == 0) {
+        if (isTableIndex(header >> 1, L"While serializing the object atom, the object index "))
+            shareTableEntry(value, header >> 1, kAvmPlusObjectType);
+        return;
+    }
+    if (isBad())
+        return;
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(kObjectCarrier);
+    const Building building(*this, array.get(), Building::Table::kJoin);
+    value.init(array.get(), kAvmPlusObjectType);
+
+    const SRDataArrayPtr traits = readTraits(header);
+    if (!traits)
+        return;
+    // Names that a class description gives again are references to texts like any other.
+    const bool isReference = (header & kTraitsMask) == kTraitsReference;
+    const auto giveName = [&](int i) {
+        const SRMBString& name = traits->getPropertyNameConst(i);
+        return !isReference || chargeExpansion(name.size()) ? name : SRMBString();
+    };
+    array->append(SRMBString(kClassNameEntry), SRData(giveName(1)));
+    for (int i = kFirstMember; i < traits->getSize(); ++i) {
+        if (isBad() || !readNamedVar(*array, giveName(i)))
+            return;
+    }
+    const unsigned long flags = std::strtoul(traits->getPropertyNameConst(0).c_str(), nullptr, 10);
+    if ((flags & kDynamic) == 0)
+        return;
+    for (SRMBString name; readAMF3Text(name);) {
+        if (!readNamedVar(*array, std::move(name)))
+            return;
+    }
+}
+
+void SRCSerializer::readAMF3Vector(SRData& value, int marker)
+{
+    const unsigned header = ReadUint29();
+    const unsigned count = header >> 1;
+    if ((header & kInline) == 0) {
+        if (isTableIndex(count, L"While reading the object from reference table, the object index "))
+            shareTableEntry(value, count, kAvmPlusObjectType);
+        return;
+    }
+    if (count > getRemaining() / elementBytes(marker)) {
+        HandleBadData(
+            getPosition(),
+            L"while serializing the vector atom,length of vector is found greater than remaining bytes");
+        return;
+    }
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(kAvmPlusObjectType);
+    const Building building(*this, array.get(), Building::Table::kJoin);
+    value.init(array.get(), kAvmPlusObjectType);
+    array->append(SRMBString("size"), SRData(count));
+    array->append(SRMBString("fixed"), SRData(GetByte() == 1));
+    if (marker == kObjectVector3)
+        array->append(SRMBString("closure"), SRData(ReadAMF3String()));
+
+    for (unsigned i = 0; i < count && !isBad(); ++i) {
+        SRData element;
+        switch (marker) {
+            case kIntVector3:
+                element.init(static_cast<double>(static_cast<int>(GetDWord())));
+                break;
+            case kUintVector3:
+                element.init(GetDWord());
+                break;
+            case kDoubleVector3:
+                element.init(GetDouble());
+                break;
+            default:
+                readAMF3Var(element);
+                break;
+        }
+        if (!isBad())
+            array->append(SRMBString("value"), std::move(element));
+    }
+}
+
+void SRCSerializer::readAMF3Dictionary(SRData& value, int)
+{
+    const unsigned header = ReadUint29();
+    const unsigned count = header >> 1;
+    if ((header & kInline) == 0) {
+        if (isTableIndex(count, L"While reading the object from reference table, the object index "))
+            shareTableEntry(value, count, kAvmPlusObjectType);
+        return;
+    }
+    if (count > getRemaining() / 2) {
+        HandleBadData(
+            getPosition(),
+            L"while serializing the dictionary atom,length of dictionary is found greater than remaining "
+            L"bytes");
+        return;
+    }
+    const SRDataArrayPtr array(new SRDataArray);
+    array->setKind(kAvmPlusObjectType);
+    const Building building(*this, array.get(), Building::Table::kJoin);
+    value.init(array.get(), kAvmPlusObjectType);
+    array->append(SRMBString("size"), SRData(count));
+    array->append(SRMBString("weak"), SRData(GetByte() == 1));
+    for (unsigned i = 0; i < count && !isBad(); ++i) {
+        if (!readNamedVar(*array, SRMBString("key")) || !readNamedVar(*array, SRMBString("value")))
+            return;
+    }
+}
+
+// Writing.
+
+void SRCSerializer::writeAMF3Var(const SRData& value)
+{
+    const auto put = [this](int marker) { PutByte(static_cast<unsigned char>(marker)); };
+    const Nesting nesting(*this);
+    if (nesting.isTooDeep())
+        throw Unwritable();
+    switch (value.kind) {
+        case kNumberType:
+            writeAMF3Number(value);
+            break;
+        case kBoolType:
+            put(value.payload.boolean ? kTrue3 : kFalse3);
+            break;
+        case kStringType:
+            put(kString3);
+            WriteAMF3String(value.textView());
+            break;
+        case kNullType:
+            put(kNull3);
+            break;
+        case kObjectType:
+        case kTypedObjectType:
+        case kAvmPlusObjectType: {
+            const bool isSpecial = value.amf3Hint >= kIntVector3 && value.amf3Hint <= kDictionary3;
+            const int marker = isSpecial ? static_cast<int>(value.amf3Hint) : static_cast<int>(kObject3);
+            put(marker);
+            if (marker == kObject3)
+                writeAMF3Object(*value.payload.array);
+            else if (marker == kDictionary3)
+                writeAMF3Dictionary(*value.payload.array);
+            else
+                writeAMF3Vector(*value.payload.array, marker);
+            break;
+        }
+        case kArrayType:
+        case kStrictArrayType:
+            put(kArray3);
+            writeAMF3Array(*value.payload.array);
+            break;
+        case kDateType:
+            put(kDate3);
+            writeAMF3Date(value);
+            break;
+        case kXMLType:
+            put(value.amf3Hint == kXML3 ? kXML3 : kXMLDocument3);
+            writeAMF3XML(value);
+            break;
+        case kBlobType:
+            put(kByteArray3);
+            writeAMF3ByteArray(value);
+            break;
+        default:
+            put(kUndefined3);
+            break;
+    }
+}
+
+void SRCSerializer::writeAMF3Number(const SRData& value)
+{
+    constexpr unsigned kAllBits = 0x1FFFFFFF;
+    const double number = value.payload.number;
+    if (value.amf3Hint == kDouble3 || !isInteger29(number)) {
+        PutByte(kDouble3);
+        PutDouble(number);
+        return;
+    }
+    PutByte(kInteger3);
+    WriteUint29(static_cast<unsigned>(static_cast<int>(number)) & kAllBits);
+}
+
+bool SRCSerializer::writeAMF3Reference(SRDataArray& array)
+{
+    const int index = findInTable(&array);
+    if (index < 0) {
+        joinTable(&array);
+        return false;
+    }
+    WriteUint29(static_cast<unsigned>(index) * 2);
+    return true;
+}
+
+void SRCSerializer::writeAMF3Entries(const SRDataArray& array, int first)
+{
+    for (int i = first; i < array.getSize(); ++i) {
+        const SRMBString& name = array.getPropertyNameConst(i);
+        // The empty name is the end of the list.
+        if (name.empty())
+            throw Unwritable();
+        WriteAMF3String(name);
+        writeAMF3Var(array.getPropertyValueConst(i));
+    }
+    WriteAMF3String(std::string_view());
+}
+
+void SRCSerializer::writeAMF3Object(SRDataArray& array)
+{
+    if (writeAMF3Reference(array))
+        return;
+    WriteUint29(kDynamicInlineHeader);
+    std::string_view className;
+    const int first = classNameOf(array, className);
+    WriteAMF3String(className == kAnonymousClass ? std::string_view() : className);
+    writeAMF3Entries(array, first);
+}
+
+void SRCSerializer::writeAMF3Array(SRDataArray& array)
+{
+    if (writeAMF3Reference(array))
+        return;
+    WriteUint29(kInline);
+    writeAMF3Entries(array, 0);
+}
+
+void SRCSerializer::writeAMF3Vector(SRDataArray& array, int marker)
+{
+    if (writeAMF3Reference(array))
+        return;
+    const int first = marker == kObjectVector3 ? 3 : 2;
+    // The array may have been changed since: no more elements than it has.
+    const auto present = static_cast<unsigned>(std::max(array.getSize() - first, 0));
+    const unsigned count = std::min(static_cast<unsigned>(array.getPropertyValueConst(0)), present);
+    WriteUint29(count * 2 + kInline);
+    PutByte(static_cast<bool>(array.getPropertyValueConst(1)) ? 1 : 0);
+    if (marker == kObjectVector3)
+        WriteAMF3String(array.getPropertyValueConst(2).textView());
+    for (unsigned i = 0; i < count; ++i) {
+        const SRData& element = array.getPropertyValueConst(first + static_cast<int>(i));
+        if (marker == kDoubleVector3)
+            PutDouble(static_cast<double>(element));
+        else if (marker == kObjectVector3)
+            writeAMF3Var(element);
+        else
+            PutDWord(static_cast<unsigned>(element));
+    }
+}
+
+void SRCSerializer::writeAMF3Dictionary(SRDataArray& array)
+{
+    constexpr int kFirst = 2;
+    if (writeAMF3Reference(array))
+        return;
+    const auto present = static_cast<unsigned>(std::max(array.getSize() - kFirst, 0)) / 2;
+    const unsigned count = std::min(static_cast<unsigned>(array.getPropertyValueConst(0)), present);
+    WriteUint29(count * 2 + kInline);
+    PutByte(static_cast<bool>(array.getPropertyValueConst(1)) ? 1 : 0);
+    for (unsigned i = 0; i < count * 2; ++i)
+        writeAMF3Var(array.getPropertyValueConst(kFirst + static_cast<int>(i)));
+}
+
+SRCSerializer::DateKey SRCSerializer::dateKey(const SRData& date)
+{
+    return {std::bit_cast<std::uint64_t>(date.getDate()), date.getTimeZone()};
+}
+
+void SRCSerializer::writeAMF3Date(const SRData& value)
+{
+    const auto known = m_dateIndex.find(dateKey(value));
+    if (known != m_dateIndex.end()) {
+        WriteUint29(known->second * 2);
+        return;
+    }
+    const unsigned index = m_nextObject;
+    addCarrier(kDateCarrier, "time", value);
+    m_dateIndex.emplace(dateKey(value), index);
+    WriteUint29(kInline);
+    PutDouble(value.getDate());
+}
+
+void SRCSerializer::writeAMF3XML(const SRData& value)
+{
+    const std::string text(value.textView());
+    const auto known = m_xmlIndex.find(text);
+    if (known != m_xmlIndex.end()) {
+        WriteUint29(known->second * 2);
+        return;
+    }
+    const unsigned index = m_nextObject;
+    addCarrier(kXMLCarrier, "xml", value);
+    m_xmlIndex.emplace(text, index);
+    WriteXMLString(text);
+}
+
+void SRCSerializer::writeAMF3ByteArray(const SRData& value)
+{
+    const SRBuffer bytes(value);
+    addCarrier(kByteArrayCarrier, "bytes", value);
+    WriteUint29(bytes.length() * 2 + kInline);
+    PutData(bytes.data(), bytes.length());
+}

@@ -1,0 +1,38 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "server/SRCommand.h"
+
+#include <iosfwd>
+
+namespace krx {
+
+// All forms are cut, and the cut marked with "...", after SRData::kMaxTextBytes.
+
+// One-line forms. An array is "{name: value, name: value}".
+
+void streamSRData(std::ostream& out, const SRData& value);
+void streamSRDataArray(std::ostream& out, const SRDataArray& array);
+/// "id: name[number](argument, argument)"
+void streamSRCommand(std::ostream& out, const SRCommand& command);
+SRMBString stringizeSRData(const SRData& value);
+SRMBString stringizeSRCommand(const SRCommand& command);
+
+// Multi-line forms for diagnostics.
+
+/// One value; each entry of an array on a line of its own. indent: levels of two blanks.
+void dumpData(std::ostream& out, const SRData& value, unsigned indent = 0);
+/// One numbered argument.
+void dumpOneArg(std::ostream& out, int index, const SRData& value);
+/// The whole command.
+SRMBString dumpCommand(const SRCommand& command);
+
+namespace util {
+
+/// One-line description of a message: its header, and the content by type.
+SRMBString messageToString(const SRMessagePtr& message);
+
+}  // namespace util
+}  // namespace krx

@@ -1,0 +1,331 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/server/serializerfixture.h"
+#include "util/SRException.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace krx::test;
+
+namespace {
+
+struct ValueCase
+{
+    const char* bytes;
+    int marker;
+    int kind;
+    const char* text;
+    const char* again = nullptr;  ///< written form where it is not the one that was read
+};
+
+TEST(Amf0, ReadsEveryMarkerAndWritesItAgain)
+{
+    const ValueCase cases[] = {
+        {"00 3FF8000000000000", 0, kNumberType, "1.5"},
+        {"01 01", 1, kBoolType, "true"},
+        {"01 00", 1, kBoolType, "false"},
+        {"01 02", 1, kBoolType, "false", "01 00"},
+        {"02 0003 'abc'", 2, kStringType, "abc"},
+        {"02 0000", 2, kStringType, ""},
+        {"02 0004 61 62 00 63", 2, kStringType, "ab", "02 0002 'ab'"},
+        {"03 0001 'a' 05 0000 09", 3, kObjectType, "{a: }"},
+        {"04 0002 'mc'", 4, kStringType, "mc", "02 0002 'mc'"},
+        {"05", 5, kNullType, ""},
+        {"06", 6, kUndefinedType, ""},
+        {"07 0000", 7, kUndefinedType, "", "06"},
+        {"08 00000007 0001 'a' 00 4000000000000000 0001 'a' 01 01 0000 09", 8, kArrayType, "{a: 2, a: true}",
+         "08 00000000 0001 'a' 00 4000000000000000 0001 'a' 01 01 0000 09"},
+        {"08 00000000 0000 05 0004 'name' 09", 8, kArrayType, "{: }", "08 00000000 0000 05 0000 09"},
+        {"0A 00000002 05 02 0001 'x'", 10, kArrayType, "{0: , 1: x}",
+         "08 00000000 0001 '0' 05 0001 '1' 02 0001 'x' 0000 09"},
+        {"0B 4097700000000000 FFC4", 11, kDateType, ""},
+        {"0C 00000003 'abc'", 12, kStringType, "abc", "02 0003 'abc'"},
+        {"0D", 13, kUndefinedType, "", "06"},
+        {"0F 00000004 '<a/>'", 15, kXMLType, "<a/>"},
+        {"10 0003 'Cls' 0001 'a' 06 0000 09", 16, kTypedObjectType, "{constructor: Cls, a: }"},
+        {"11 06 07 'abc'", 17, kStringType, "abc", "02 0003 'abc'"},
+        {"20 00000002 FF 00", 32, kBlobType, ""},
+        {"20 00000000", 32, kBlobType, ""},
+        {"22 000000012A05F200", 34, kInt64Type, "5000000000", "00 41F2A05F20000000"},
+    };
+    for (const ValueCase& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        Reader reader(hexText(c.bytes));
+        SRData value;
+        EXPECT_EQ(reader->GetVar(&value, false), c.marker);
+        EXPECT_EQ(value.kind, c.kind);
+        EXPECT_EQ(textOf(value), c.text);
+        EXPECT_TRUE(reader->atEnd());
+        EXPECT_FALSE(reader->isBad());
+        EXPECT_EQ(encoded(value), toHex(hexText(c.again ? c.again : c.bytes)));
+
+        // Skipping ends where reading ends.
+        Reader skipper(hexText(c.bytes));
+        EXPECT_EQ(skipper->skipVar(), c.marker);
+        EXPECT_TRUE(skipper->atEnd());
+        EXPECT_EQ(skipper->skipVar(), 9);
+        EXPECT_FALSE(skipper->isBad());
+    }
+}
+
+TEST(Amf0, ReadsDetailsThatTheTextDoesNotShow)
+{
+    const SRData date = Reader(hexText("0B 4097700000000000 FFC4")).get();
+    EXPECT_EQ(date.getDate(), 1500);
+    EXPECT_EQ(date.getTimeZone(), 0xFFC4);
+    EXPECT_EQ(static_cast<double>(date), 1.5);
+
+    const SRData strict = Reader(hexText("0A 00000001 05")).get();
+    EXPECT_EQ(strict.kind, kArrayType);
+    EXPECT_EQ(arrayOf(strict).getKind(), kStrictArrayType);
+
+    const SRBuffer blob(Reader(hexText("20 00000002 FF 00")).get());
+    EXPECT_EQ(toHex({reinterpret_cast<const char*>(blob.data()), blob.length()}), "FF 00");
+    EXPECT_EQ(blob.memory()->_get(), 1);
+}
+
+TEST(Amf0, LongTextsChangeTheMarker)
+{
+    for (const std::size_t n : {std::size_t{65535}, std::size_t{65536}}) {
+        SRCSerializer writer;
+        const SRData value(std::string(n, 'x').c_str());
+        ASSERT_TRUE(writer.PutVar(&value, true));
+        EXPECT_EQ(writer.getBuffer()[0], n == 65535 ? 2 : 12);
+        EXPECT_EQ(writer.getPosition(), n + (n == 65535 ? 3 : 5));
+        EXPECT_EQ(Reader(written(writer)).get().stringLen(), static_cast<int>(n));
+    }
+    // A name has no long form.
+    const SRData object = makeArray(kObjectType);
+    arrayOf(object).setValue(0, SRMBString(std::string(65536, 'n')), SRData(true));
+    EXPECT_EQ(encoded(object), "failed");
+}
+
+TEST(Amf0, WritesReferencesToWhatTheTableHolds)
+{
+    const SRData object = makeArray(kObjectType);
+    SRCSerializer writer;
+    EXPECT_TRUE(writer.PutVar(&object, false));
+    EXPECT_TRUE(writer.PutVar(&object, true));
+    EXPECT_TRUE(writer.PutVar(&object, true));
+    EXPECT_EQ(toHex(written(writer)), "03 00 00 09 07 00 00 03 00 00 09");
+
+    // A strict array joins the table, an ECMA array does not.
+    const SRData strict = makeArray(kStrictArrayType);
+    const SRData ecma = makeArray(kArrayType);
+    const SRData outer = makeArray(kStrictArrayType);
+    for (const SRData* value : {&strict, &strict, &ecma, &ecma})
+        arrayOf(outer).setValue(arrayOf(outer).getSize(), "", *value);
+    EXPECT_EQ(encoded(outer),
+              toHex(hexText("0A 00000004 0A 00000000 07 0001 08 00000000 0000 09 08 00000000 0000 09")));
+}
+
+TEST(Amf0, ReadsReferencesByTheSameTable)
+{
+    // Index 0 is the strict array itself, 1 the object; the ECMA array has none.
+    const SRData value =
+        Reader(hexText("0A 00000004 03 0001 'a' 05 0000 09 08 00000000 0000 09 10 0001 'C' 0000 09 07 0002"))
+            .get();
+    ASSERT_EQ(arrayOf(value).getSize(), 4);
+    EXPECT_EQ(textOf(value), "{0: {a: }, 1: {}, 2: {constructor: C}, 3: {constructor: C}}");
+    const SRData& reference = arrayOf(value).getPropertyValueConst(3);
+    EXPECT_EQ(reference.kind, kArrayType);
+    EXPECT_EQ(
+        SRData::compare(
+            reference, SRData(SRDataArrayPtr(&arrayOf(arrayOf(value).getPropertyValueConst(2))), kArrayType)),
+        0);
+    // An index behind the table leaves the value as it was.
+    Reader reader(hexText("07 0005"));
+    SRData kept("before");
+    EXPECT_EQ(reader->GetVar(&kept, true), 7);
+    EXPECT_EQ(textOf(kept), "before");
+    EXPECT_FALSE(reader->isBad());
+}
+
+TEST(Amf0, TypedObjectsTakeTheirClassFromTheFirstEntry)
+{
+    const SRData typed = makeArray(kTypedObjectType);
+    EXPECT_EQ(encoded(typed), toHex(hexText("10 0006 'Object' 0000 09")));
+    arrayOf(typed).setValue(0, "a", SRData(true));
+    EXPECT_EQ(encoded(typed), toHex(hexText("10 0006 'Object' 0001 'a' 01 01 0000 09")));
+    arrayOf(typed).setValue(0, "constructor", SRData("Cls"));
+    EXPECT_EQ(encoded(typed), toHex(hexText("10 0003 'Cls' 0000 09")));
+}
+
+TEST(Amf0, NamesTravelInFrontOfValues)
+{
+    SRCSerializer writer;
+    SRData value(true);
+    SRMBString name("on");
+    EXPECT_EQ(writer.ProcessScriptVar(&value, &name), 1);
+    EXPECT_EQ(toHex(written(writer)), toHex(hexText("0002 'on' 01 01")));
+    Reader reader(written(writer));
+    SRMBString readName;
+    SRData readValue;
+    EXPECT_EQ(reader->ProcessScriptVar(&readValue, &readName), 1);
+    EXPECT_EQ(readName, "on");
+    EXPECT_TRUE(static_cast<bool>(readValue));
+}
+
+struct BadCase
+{
+    const char* bytes;
+    std::vector<std::string> trace;  ///< behind the line with the buffer, in a reader that throws
+};
+
+const char kIncomplete[] = "Message data is not complete";
+const char kVar[] = "while processing script variable";
+
+TEST(Amf0, TellsBadDataFromTheInside)
+{
+    const BadCase cases[] = {
+        {"", {kIncomplete, kVar}},
+        {"00 0000", {kIncomplete, "while reading number type", kVar}},
+        {"01", {kIncomplete, "while reading boolean type", kVar}},
+        {"22 00", {kIncomplete, "while reading 64 bit integer type", kVar}},
+        {"0B 00", {kIncomplete, "while processing date type", kVar}},
+        {"07 00", {kIncomplete, "while processing reference type", kVar}},
+        {"02 00", {kIncomplete, "while processing string type", kVar}},
+        {"02 0005 'abc'",
+         {"Length of string 5 is found greater than remaining bytes. Message data is not complete",
+          "while processing string type", kVar}},
+        {"0F FFFFFFFF",
+         {"Length of string 4294967295 is found greater than remaining bytes. Message data is not complete",
+          "while processing xml type", kVar}},
+        {"20 00000003 0000",
+         {"while serializing the blob type,length of blob data is found longer than remaining bytes",
+          "while processing blob data type", kVar}},
+        {"0A FFFFFFFF 050505",
+         {"while serializing the array length,length of array is found longer than remaining bytes",
+          "while processing strict array type", kVar}},
+        {"08 00000000", {kIncomplete, "while processing name", kVar, "while processing array type", kVar}},
+        {"10 0001 'C' 0001 'a' 00",
+         {kIncomplete, "while reading number type", kVar, "while processing object data type", kVar}},
+        {"03 0001 'a' 0A 00000002 01",
+         {"while serializing the array length,length of array is found longer than remaining bytes",
+          "while processing strict array type", kVar, "while processing object data type", kVar}},
+    };
+    for (const BadCase& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        Reader strict(hexText(c.bytes), true);
+        SRData value;
+        try {
+            strict->GetVar(&value, true);
+            ADD_FAILURE() << "nothing thrown";
+        } catch (const SRBreakConnection& e) {
+            EXPECT_EQ(e.getCode(), 1029);
+        }
+        std::vector<std::string> trace = strict.trace();
+        ASSERT_FALSE(trace.empty());
+        trace.erase(trace.begin());
+        EXPECT_EQ(trace, c.trace);
+
+        // Without the flag the reader goes bad, jumps to its end and keeps two lines.
+        Reader lenient(hexText(c.bytes));
+        EXPECT_EQ(lenient->GetVar(&value, true), 9);
+        EXPECT_TRUE(lenient->isBad());
+        EXPECT_TRUE(lenient->atEnd());
+        EXPECT_EQ(lenient.trace().size(), 2U);
+        EXPECT_EQ(lenient.get().kind, kUndefinedType);
+        EXPECT_EQ(lenient.trace().size(), 2U);
+    }
+}
+
+TEST(Amf0, UnknownMarkersThrowWhateverTheFlag)
+{
+    for (const char* bytes : {"0E", "12", "1F", "21", "23", "FF"}) {
+        for (const bool throwOnBad : {false, true}) {
+            SCOPED_TRACE(bytes);
+            Reader reader(hexText(bytes), throwOnBad);
+            SRData value;
+            EXPECT_THROW(reader->GetVar(&value, true), SRBreakConnection);
+            EXPECT_EQ(reader.trace(), std::vector<std::string>{kVar});
+            Reader skipper(hexText(bytes), throwOnBad);
+            EXPECT_THROW(skipper->skipVar(), SRBreakConnection);
+        }
+    }
+    Reader nested(hexText("03 0001 'a' 0E"));
+    EXPECT_THROW(nested.get(), SRBreakConnection);
+    EXPECT_EQ(nested.trace(), (std::vector<std::string>{kVar, "while processing object data type", kVar}));
+}
+
+TEST(Amf0, TraceShowsPositionAndBytes)
+{
+    Reader number(hexText("05 00 41"));
+    number.get();
+    number.get();
+    EXPECT_EQ(number.trace().front(),
+              "Error occured in serializing message buffer at position 2:\nMessage Buffer: (05 00 41)");
+    // Four bytes in front of a text that is too long, but never in front of the data.
+    Reader text(hexText("0C 00000009 00"));
+    text.get();
+    EXPECT_NE(text.trace().front().find("at position 1:"), std::string::npos);
+    Reader early(hexText("02 0009"));
+    early.get();
+    EXPECT_NE(early.trace().front().find("at position 0:"), std::string::npos);
+}
+
+TEST(Amf0, LenientReadingKeepsWhatCameBefore)
+{
+    EXPECT_EQ(textOf(Reader(hexText("03 0001 'a' 01 01 0001 'b' 00 00")).get()), "{a: true}");
+    EXPECT_EQ(textOf(Reader(hexText("0A 00000003 02 0001 'x' 02 00FF")).get()), "{0: x}");
+}
+
+TEST(Amf0, SkippingRefusesLengthsBehindTheEnd)
+{
+    const struct
+    {
+        const char* bytes;
+        const char* detail;
+    } cases[] = {
+        {"0C 00000009 'abc'",
+         "while parsing the long string type,length of string is found greater than remaining bytes"},
+        {"0A 00000009 0505",
+         "while parsing the strict array type,length of array is found greater than remaining bytes"},
+        {"03 0009 'abc'",
+         "Length of data 9 is found greater than remaining bytes. Message data is not complete"},
+        {"00 00", "Length of data 8 is found greater than remaining bytes. Message data is not complete"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        Reader reader(hexText(c.bytes));
+        EXPECT_EQ(reader->skipVar(), 9);
+        EXPECT_TRUE(reader->isBad());
+        EXPECT_EQ(reader.trace().at(1), c.detail);
+    }
+    // Texts and objects of an AMF3 value count for the values behind it.
+    Reader reader(hexText("11 06 03 'a' 11 06 00"));
+    EXPECT_EQ(reader->skipVar(), 17);
+    EXPECT_EQ(textOf(reader.get()), "a");
+}
+
+TEST(Amf0, WriterKeepsWhatFitsItsLimit)
+{
+    const SRData outer = makeArray(kObjectType);
+    arrayOf(outer).setValue(0, "small", SRData(true));
+    arrayOf(outer).setValue(1, "large", SRData(std::string(1000, 'x').c_str()));
+    arrayOf(outer).setValue(2, "never", SRData(true));
+    SRCSerializer writer;
+    writer.setOutputLimit(300);
+    EXPECT_FALSE(writer.PutVar(&outer, true));
+    EXPECT_TRUE(writer.hasWriteFailed());
+    EXPECT_EQ(toHex(written(writer)), toHex(hexText("03 0005 'small' 01 01 0000 09")));
+
+    // A strict array has told its count, so it goes as a whole, and its place in the table with it.
+    const SRData strict = makeArray(kStrictArrayType);
+    arrayOf(strict).setValue(0, "", SRData(std::string(1000, 'x').c_str()));
+    SRCSerializer second;
+    second.setOutputLimit(300);
+    EXPECT_FALSE(second.PutVar(&strict, false));
+    EXPECT_EQ(second.getPosition(), 0U);
+    arrayOf(strict).setValue(0, "", SRData(true));
+    EXPECT_TRUE(second.PutVar(&strict, false));
+    EXPECT_TRUE(second.PutVar(&strict, false));
+    EXPECT_EQ(toHex(written(second)), toHex(hexText("0A 00000001 01 01 07 0000")));
+    EXPECT_TRUE(second.hasWriteFailed());
+}
+
+}  // namespace

@@ -1,0 +1,173 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "server/compositemessage.h"
+#include "tests/support/assertrecorder.h"
+#include "tests/support/hextext.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+using krx::CompositeMessage;
+using krx::CompositeMessagePtr;
+using krx::test::AssertRecorder;
+using krx::test::hexText;
+
+namespace {
+
+SRMemoryPtr memoryOf(const std::string& bytes)
+{
+    SRMemoryPtr memory(new SRMemory(static_cast<unsigned>(bytes.size())));
+    std::copy(bytes.begin(), bytes.end(), memory->data());
+    return memory;
+}
+
+CompositeMessagePtr aggregateOf(const std::string& bytes)
+{
+    return CompositeMessagePtr(new CompositeMessage(memoryOf(bytes), static_cast<unsigned>(bytes.size())));
+}
+
+// Audio (0xAF) at 100 ms, encrypted video (0x17) at 200, data at 0x01000000, audio without a body at the same
+// time.
+const char kBody[] =
+    "08 000004 000064 00 000001  AF010203  0000000F"
+    "29 000005 0000C8 00 000001  1700000000  00000010"
+    "12 000001 000000 01 000000  05  0000000C"
+    "08 000000 000000 01 000000  0000000B";
+
+TEST(Aggregate, ListsItsRecordsWithoutCopying)
+{
+    const SRMemoryPtr memory = memoryOf(hexText(kBody));
+    const CompositeMessagePtr aggregate(new CompositeMessage(memory, memory->capacity()));
+    EXPECT_EQ(aggregate->getType(), kMsgAggregate);
+    EXPECT_EQ(aggregate->getTime(), 100U);
+    EXPECT_EQ(aggregate->getMsgLen(), memory->capacity());
+    ASSERT_EQ(aggregate->getMessageCount(), 4U);
+    EXPECT_EQ(aggregate->getMessage(1)->getOffset(), 19U);
+    EXPECT_EQ(aggregate->getMessage(1)->getType(), kMsgVideo);
+    EXPECT_EQ(aggregate->getMessage(1)->getFlag(0), 0x20);
+    EXPECT_EQ(aggregate->getMessage(1)->getStreamId(), 1U);
+    EXPECT_EQ(aggregate->getMessage(1)->getBody(), memory->data() + 30);
+    EXPECT_EQ(aggregate->getMessage(1)->getBodyLength(), 5U);
+    EXPECT_EQ(aggregate->getMessage(4), nullptr);
+    EXPECT_EQ(aggregate->getLastMsgTime(), 0x01000000U);
+    EXPECT_EQ(aggregate->getAudioFormats(), 1 << 10);
+    EXPECT_EQ(aggregate->getVideoCodecs(), 1 << 7);
+    EXPECT_EQ(aggregate->getDataKinds(), CompositeMessage::kHasData);
+    EXPECT_EQ(aggregate->getCounter().getCount(kMsgAudio), 2U);
+    EXPECT_FALSE(aggregate->isCritical());
+    krx::MultiMsgCounter counter;
+    aggregate->addToMsgCount(counter);
+    aggregate->addToMsgCount(counter);
+    EXPECT_EQ(counter.getTotal(), 8U);
+}
+
+TEST(Aggregate, SplitsByIndexAndByTime)
+{
+    const CompositeMessagePtr aggregate = aggregateOf(hexText(kBody));
+    CompositeMessagePtr first;
+    CompositeMessagePtr second;
+    const struct
+    {
+        unsigned index, time;
+        unsigned before;  ///< records of the first part
+    } cases[] = {{0, 100, 0}, {1, 101, 1}, {1, 200, 1}, {2, 201, 2}, {4, 0xFFFFFFFF, 4}, {9, 0x01000001, 4}};
+    for (const auto& c : cases) {
+        for (const bool byTime : {false, true}) {
+            if (byTime)
+                aggregate->splitByTime(c.time, first, second);
+            else
+                aggregate->splitByIndex(c.index, first, second);
+            ASSERT_EQ(first == nullptr, c.before == 0);
+            ASSERT_EQ(second == nullptr, c.before == 4);
+            EXPECT_EQ(first ? first->getMessageCount() : 0, c.before);
+            EXPECT_EQ(second ? second->getMessageCount() : 0, 4 - c.before);
+        }
+    }
+    EXPECT_EQ(first, aggregate);
+
+    aggregate->splitByIndex(1, first, second);
+    EXPECT_EQ(first->getMsgLen(), 19U);
+    EXPECT_EQ(first->getBody(), aggregate->getBody());
+    EXPECT_TRUE(first->isCritical());
+    EXPECT_EQ(first->getPrev(), nullptr);
+    EXPECT_EQ(first->getNext()->getMessageCount(), 3U);
+    EXPECT_EQ(second->getTime(), 200U);
+    EXPECT_EQ(second->getBody(), aggregate->getBody() + 19);
+    EXPECT_EQ(second->getBodyLength(), aggregate->getMsgLen() - 19);
+    EXPECT_EQ(second->getMessage(0), aggregate->getMessage(1));
+    // A part of a part.
+    CompositeMessagePtr third;
+    second->splitByIndex(1, second, third);
+    EXPECT_EQ(third->getMessageCount(), 2U);
+    EXPECT_EQ(third->getPrev()->getMessage(0), aggregate->getMessage(1));
+    EXPECT_EQ(third->getNext(), nullptr);
+    EXPECT_EQ(aggregate->getNext(), nullptr);
+    EXPECT_EQ(CompositeMessage(memoryOf(""), 0).getLastMsgTime(), 0xFFFFFFFFU);
+}
+
+TEST(Aggregate, PartsKeepTheWholeAlive)
+{
+    CompositeMessagePtr aggregate = aggregateOf(hexText(kBody));
+    CompositeMessagePtr first;
+    CompositeMessagePtr second;
+    aggregate->splitByIndex(2, first, second);
+    first.reset();
+    krx::SingleMessagePtr inner(aggregate->getMessage(0));
+    aggregate.reset();
+    EXPECT_EQ(second->getMessage(0)->getBody()[0], 5);
+    second.reset();
+    EXPECT_EQ(inner->getBody()[0], 0xAF);
+    const SRMemoryPtr body = inner->getMemory();
+    inner.reset();
+    EXPECT_EQ(body->data()[3], 3);
+}
+
+TEST(Aggregate, TakesAggregateMessagesOnly)
+{
+    AssertRecorder asserts;
+    const SRMessagePtr message(new SRMessage(0));
+    const std::string body = hexText(kBody);
+    message->write(body.data(), static_cast<unsigned>(body.size()));
+    message->setType(kMsgVideo);
+    EXPECT_EQ(CompositeMessage::fromMessage(message), nullptr);
+    EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in server/compositemessage line 111"});
+    message->setType(kMsgAggregate | 0xA0);
+    EXPECT_EQ(CompositeMessage::fromMessage(message)->getType(), kMsgAggregate | 0xA0);
+    EXPECT_EQ(CompositeMessage::fromMessage(message)->getMessageCount(), 4U);
+    EXPECT_TRUE(asserts.take().empty());
+}
+
+TEST(Aggregate, ReportsWhatIsCutOff)
+{
+    const std::string cut = "Assert failed in server/compositemessage line 355";
+    const std::string none = "Assert failed in server/compositemessage line 129";
+    const struct
+    {
+        const char* body;
+        unsigned records;
+        std::vector<std::string> asserts;
+    } cases[] = {
+        {"", 0, {none}},
+        {"08 000000 000000 00 000000", 0, {cut, none}},
+        {"08 000001 000000 00 000000 AF", 1, {}},
+        {"08 000002 000000 00 000000 AF", 0, {cut, none}},
+        {"08 FFFFFF 000000 00 000000 AF 0000000C", 0, {cut, none}},
+        {"08 000000 000000 00 000000 0000000B 08", 1, {cut}},
+    };
+    for (const auto& c : cases) {
+        AssertRecorder asserts;
+        EXPECT_EQ(aggregateOf(hexText(c.body))->getMessageCount(), c.records) << c.body;
+        EXPECT_EQ(asserts.take(), c.asserts) << c.body;
+    }
+    AssertRecorder asserts;
+    EXPECT_EQ(CompositeMessage(nullptr, 5).getMessageCount(), 0U);
+    EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in server/compositemessage line 122"});
+    // No more than the memory holds.
+    EXPECT_EQ(CompositeMessage(memoryOf(hexText(kBody)), 1000).getMessageCount(), 4U);
+}
+
+}  // namespace

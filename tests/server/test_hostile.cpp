@@ -1,0 +1,299 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+// Data that is made to cost: nesting, counts, references, circles. That nothing leaks and no stack overflows
+// is for the sanitizers to see.
+
+#include "server/SRCommand.h"
+#include "server/messagedump.h"
+#include "tests/server/serializerfixture.h"
+#include "util/SRException.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <sys/resource.h>
+
+using namespace krx::test;
+
+namespace {
+
+std::string repeated(const std::string& text, unsigned n)
+{
+    std::string all;
+    for (unsigned i = 0; i < n; ++i)
+        all += text;
+    return all;
+}
+
+// Most memory that the process has had.
+long peakKilobytes()
+{
+    struct rusage usage
+    {
+    };
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss;
+}
+
+TEST(Nesting, IsBoundedInReadingSkippingAndWriting)
+{
+    const struct
+    {
+        const char* level;  ///< one level in AMF0
+        const char* end;
+        unsigned cost;  ///< levels that it counts
+    } cases[] = {
+        {"03 0001 'a'", "0000 09", 1},
+        {"08 00000000 0001 'a'", "0000 09", 1},
+        {"0A 00000001", "", 1},
+        {"10 0000 0001 'a'", "0000 09", 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.level);
+        const std::string level = hexText(c.level);
+        const std::string end = hexText(c.end);
+        const unsigned most = SRCSerializer::kMaxNesting - 1;
+        Reader fits(repeated(level, most) + '\x05' + repeated(end, most));
+        const SRData value = fits.get();
+        EXPECT_FALSE(fits->isBad());
+        EXPECT_NE(encoded(value), "failed");
+        Reader skips(repeated(level, most) + '\x05' + repeated(end, most));
+        skips->skipVar();
+        EXPECT_FALSE(skips->isBad());
+        EXPECT_TRUE(skips->atEnd());
+
+        Reader deep(repeated(level, 100000));
+        deep.get();
+        EXPECT_EQ(deep.trace().at(1), "while processing script variable,values are found nested too deep");
+        Reader skipsDeep(repeated(level, 100000));
+        EXPECT_EQ(skipsDeep->skipVar(), 9);
+        EXPECT_TRUE(skipsDeep->isBad());
+        Reader throws(repeated(level, 100000), true);
+        EXPECT_THROW(throws.get(), SRBreakConnection);
+        EXPECT_LT(throws.trace().size(), 4U * SRCSerializer::kMaxNesting);
+    }
+    for (const char* level : {"09 03 01", "0A 0B 01 03 'a'", "10 03 00 01", "11 03 00 01"}) {
+        SCOPED_TRACE(level);
+        Reader deep('\x11' + repeated(hexText(level), 100000));
+        deep.get();
+        EXPECT_EQ(deep.trace().at(1),
+                  "while processing AMF3 object data type,values are found nested too deep");
+    }
+    SRData value(true);
+    for (unsigned i = 0; i < SRCSerializer::kMaxNesting; ++i) {
+        const SRData outer = makeArray(i % 2 == 0 ? kStrictArrayType : kArrayType);
+        arrayOf(outer).setValue(0, "a", value);
+        value = outer;
+    }
+    EXPECT_EQ(encoded(value, SRDataParser::kAMF3), "failed");
+    SRCSerializer writer;
+    EXPECT_FALSE(writer.PutVar(&value, true));
+}
+
+TEST(Nesting, LongChainsAreReleasedFlat)
+{
+    // Each array refers to the one before it, far deeper than nesting can go.
+    constexpr unsigned kLinks = 60000;
+    std::string bytes = hexText("0A 0000EA60");
+    for (unsigned i = 0; i < kLinks; ++i) {
+        bytes += hexText("03 0001 'a' 07");
+        bytes += static_cast<char>(i >> 8);
+        bytes += static_cast<char>(i & 0xFF);
+        bytes += hexText("0000 09");
+    }
+    auto reader = std::make_unique<Reader>(bytes);
+    SRData value = arrayOf(reader->get()).getPropertyValueConst(kLinks - 1);
+    EXPECT_FALSE((*reader)->isBad());
+    reader.reset();
+    EXPECT_FALSE(arrayOf(value).containsCircle());
+    EXPECT_NE(textOf(value).find("{...}"), std::string::npos);
+    value.clear();
+}
+
+TEST(Counts, CostNoMoreThanTheBytesThatAreThere)
+{
+    // 200 arrays, one in another, of which each claims a million elements and holds a bad one.
+    const std::string nested = repeated(hexText("09 80 C0 80 01 03 'a'"), 200) + hexText("06 FF 7E");
+    const long before = peakKilobytes();
+    Reader reader('\x11' + nested + std::string(1 << 20, '\x01'));
+    reader.get();
+    EXPECT_TRUE(reader->isBad());
+    EXPECT_LT(peakKilobytes() - before, 100 * 1024);
+    for (const char* bytes : {"0A FFFFFFFF", "11 09 FFFFFFFF 01", "11 0A FFFFFFF3 01", "11 0D FFFFFFFF 00",
+                              "11 10 FFFFFFFF 00", "11 11 FFFFFFFF 00", "0C FFFFFFFF", "20 FFFFFFFF"})
+    {
+        Reader huge(hexText(bytes));
+        huge.get();
+        EXPECT_TRUE(huge->isBad()) << bytes;
+    }
+}
+
+TEST(References, TextsGivenAgainAreAccountedFor)
+{
+    constexpr unsigned kLength = 16000;
+    const std::string text = hexText("81 FA 01") + std::string(kLength, 'x');
+    const std::string hex = hexText("11 09 01 03 'a' 06");
+    // A few references are fine, many are not: as values, as names, as class and member names, as XML.
+    const struct
+    {
+        std::string bytes;
+        bool bad;
+    } cases[] = {
+        {hex + text + repeated(hexText("03 'b' 06 02"), 10), false},
+        {hex + text + repeated(hexText("03 'b' 06 02"), 2000), true},
+        {hex + text + repeated(hexText("02 01"), 10), false},
+        {hex + text + repeated(hexText("02 01"), 2000), true},
+        {hex + text + hexText("03 'o' 0A 13 01 02 01") + repeated(hexText("03 'o' 0A 01 01"), 2000), true},
+        {hex + text + hexText("03 'o' 0A 03 02") + repeated(hexText("03 'o' 0A 01"), 2000), true},
+        {hexText("11 09 01 03 'a' 07") + text + repeated(hexText("03 'b' 07 02"), 2000), true},
+    };
+    for (const auto& c : cases) {
+        Reader reader(c.bytes + '\x01');
+        reader.get();
+        ASSERT_EQ(reader->isBad(), c.bad) << toHex(c.bytes.substr(c.bytes.size() - 8));
+        if (c.bad) {
+            EXPECT_EQ(reader.trace().at(1),
+                      "While reading the AMF3 string, references give more text than the message holds ");
+        }
+    }
+    // Bytes are shared, not copied.
+    Reader shared(hexText("11 09 01 03 'a' 0C 81 FA 01") + std::string(kLength, 'x') +
+                  repeated(hexText("03 'b' 0C 02"), 50000) + '\x01');
+    const SRData value = shared.get();
+    EXPECT_FALSE(shared->isBad());
+    EXPECT_EQ(arrayOf(value).getSize(), 50001);
+}
+
+TEST(References, DumpsAreBoundedHoweverTheyMultiply)
+{
+    // 40 levels of two references each to the level below.
+    std::string bytes = hexText("0A 00000028 03 0000 09");
+    for (unsigned i = 1; i < 40; ++i) {
+        const std::string index = {'\x07', '\0', static_cast<char>(i)};
+        bytes += hexText("03 0001 'a'") + index + hexText("0001 'b'") + index + hexText("0000 09");
+    }
+    Reader reader(bytes);
+    const SRData value = reader.get();
+    ASSERT_FALSE(reader->isBad());
+    EXPECT_FALSE(arrayOf(value).containsCircle());
+    EXPECT_LE(textOf(value).size(), SRData::kMaxTextBytes + 3);
+    EXPECT_EQ(textOf(value).substr(textOf(value).size() - 3), "...");
+    EXPECT_EQ(std::string(value.toText(10).view()), "{0: {}, 1:...");
+    const SRCommand command(kMsgData, reader->getBuffer(), static_cast<int>(bytes.size()), false);
+    EXPECT_LE(krx::dumpCommand(command).size(), SRData::kMaxTextBytes + 3);
+    EXPECT_LE(krx::stringizeSRCommand(command).size(), SRData::kMaxTextBytes + 3);
+
+    // As ECMA arrays, which have no references in AMF0, they would fill every memory.
+    SRData doubled = makeArray(kArrayType);
+    for (int i = 0; i < 40; ++i) {
+        const SRData outer = makeArray(kArrayType);
+        arrayOf(outer).setValue(0, "a", doubled);
+        arrayOf(outer).setValue(1, "b", doubled);
+        doubled = outer;
+    }
+    SRCSerializer writer;
+    writer.setOutputLimit(1 << 20);
+    EXPECT_FALSE(writer.PutVar(&doubled, true));
+}
+
+TEST(Circles, AreReadShownWrittenAndFreed)
+{
+    const struct
+    {
+        const char* bytes;
+        const char* text;
+        const char* opened;  ///< what a copy shows when the reader is gone
+        const char* again;   ///< written form; null: the same
+    } cases[] = {
+        {"03 0001 'a' 07 0000 0000 09", "{a: {...}}", "{a: }", nullptr},
+        {"03 0001 'a' 03 0001 'b' 07 0000 0001 'c' 07 0001 0000 09 0001 'd' 07 0001 0000 09",
+         "{a: {b: {...}, c: {...}}, d: {b: {...}, c: {...}}}", "{a: {b: , c: }, d: {b: , c: }}", nullptr},
+        {"03 0001 'e' 08 00000000 0001 'b' 07 0000 0000 09 0001 'x' 05 0000 09", "{e: {b: {...}}, x: }",
+         "{e: {b: }, x: }", nullptr},
+        {"10 0001 'C' 0001 'a' 0A 00000002 07 0000 07 0001 0000 09",
+         "{constructor: C, a: {0: {...}, 1: {...}}}", "{constructor: C, a: {0: , 1: }}", ""},
+        {"11 0A 0B 01 03 'a' 0A 00 01", "{constructor: , a: {...}}", "{constructor: , a: }", nullptr},
+        {"11 0A 0B 01 03 'a' 09 03 01 0A 00 01", "{constructor: , a: {0: {...}}}",
+         "{constructor: , a: {0: }}", "11 0A 0B 01 03 'a' 09 01 03 '0' 0A 00 01 01"},
+        {"11 0A 0B 01 03 'v' 10 03 00 01 0A 00 01",
+         "{constructor: , v: {size: 1, fixed: false, closure: , value: {...}}}",
+         "{constructor: , v: {size: 1, fixed: false, closure: , value: }}", nullptr},
+        {"11 0A 0B 01 03 'd' 11 03 00 0A 00 11 02 01",
+         "{constructor: , d: {size: 1, weak: false, key: {...}, value: {...}}}",
+         "{constructor: , d: {size: 1, weak: false, key: , value: }}", nullptr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.bytes);
+        SRData copy;
+        {
+            Reader reader(hexText(c.bytes));
+            const SRData value = reader.get();
+            EXPECT_FALSE(reader->isBad());
+            EXPECT_EQ(textOf(value), c.text);
+            EXPECT_TRUE(arrayOf(value).containsCircle());
+            EXPECT_TRUE(SRDataArray(arrayOf(value)).containsCircle());
+            EXPECT_EQ(SRData::compare(value, SRData(value)), 0);
+            EXPECT_TRUE(arrayOf(value).equals(SRDataArray(arrayOf(value))));
+            if (c.again == nullptr || *c.again != '\0') {
+                EXPECT_EQ(encoded(value), toHex(hexText(c.again ? c.again : c.bytes)));
+            }
+            copy = value;
+        }
+        EXPECT_EQ(textOf(copy), c.opened);
+        EXPECT_FALSE(arrayOf(copy).containsCircle());
+    }
+}
+
+TEST(Circles, LeaveNoLeakWhenReadingBreaksOff)
+{
+    for (const char* bytes : {"03 0001 'a' 07 0000 0E", "03 0001 'a' 07 0000 0001 'b' 02 FFFF",
+                              "11 0A 0B 01 03 'a' 0A 00 05 'b' 06 FF", "0A 00000003 07 0000 07 0000 0E"})
+    {
+        Reader lenient(hexText(bytes));
+        Reader strict(hexText(bytes), true);
+        EXPECT_THROW(strict.get(), SRBreakConnection);
+        try {
+            lenient.get();
+        } catch (const SRBreakConnection&) {
+        }
+    }
+    // Also when the tables are emptied in between, and with a command as the reader.
+    const std::string bytes = hexText("02 0001 'm' 03 0001 'a' 07 0000 0000 09");
+    SRData arg;
+    {
+        const SRCommand command(kMsgData, reinterpret_cast<const unsigned char*>(bytes.data()),
+                                static_cast<int>(bytes.size()), true);
+        arg = command.getArg(0);
+        EXPECT_EQ(krx::stringizeSRCommand(command), "0: m[0]({a: {...}})");
+        const SRCommand second(command);
+        EXPECT_EQ(second.getArg(0).payload.array, arg.payload.array);
+    }
+    EXPECT_EQ(textOf(arg), "{a: }");
+    Reader reader(bytes.substr(4));
+    reader->GetVar(&arg, true);
+    EXPECT_EQ(textOf(arg), "{a: {...}}");
+}
+
+TEST(Circles, OfEcmaArraysCannotBeWritten)
+{
+    const SRData first = makeArray(kArrayType);
+    const SRData second = makeArray(kArrayType);
+    arrayOf(first).setValue(0, "second", second);
+    EXPECT_FALSE(arrayOf(first).containsCircle());
+    arrayOf(second).setValue(0, "first", first);
+    EXPECT_TRUE(arrayOf(first).containsCircle());
+    EXPECT_EQ(encoded(first), "failed");
+    // AMF3 has references for them.
+    EXPECT_EQ(encoded(first, SRDataParser::kAMF3),
+              toHex(hexText("11 09 01 0D 'second' 09 01 0B 'first' 09 00 01 01")));
+    SRCommand command;
+    command.setMethodName("m");
+    command.setUserArg(first);
+    EXPECT_EQ(command.getDataResponse(), nullptr);
+    arrayOf(second).erase(0);
+    EXPECT_NE(command.getDataResponse(), nullptr);
+}
+
+}  // namespace
