@@ -1,0 +1,246 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mediacontexts.h"
+#include "tests/support/assertrecorder.h"
+#include "tests/support/hextext.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+#include <vector>
+
+using namespace krx::test;
+
+namespace krx {
+namespace {
+
+SRBuffer bufferOf(std::string_view bytes)
+{
+    SRBuffer buffer(static_cast<unsigned>(bytes.size()));
+    if (!bytes.empty())
+        std::memcpy(buffer.base(), bytes.data(), bytes.size());
+    buffer.setEnd(static_cast<unsigned>(bytes.size()));
+    return buffer;
+}
+
+std::string bytesOf(const SRBuffer& buffer)
+{
+    return {reinterpret_cast<const char*>(buffer.data()), buffer.length()};
+}
+
+ContextMessage message(unsigned track, ContextType_t type, long long position, std::string_view bytes = "x")
+{
+    ContextMessage m;
+    m.trackId = track;
+    m.contextType = type;
+    m.position = position;
+    m.messageType = 9;
+    m.time = 40;
+    m.memory = bufferOf(bytes).memory();
+    m.length = static_cast<unsigned>(bytes.size());
+    return m;
+}
+
+/// Keeps "track:type@position" of every context handed over.
+class NoteHolder : public IContextHolder, public IAllContextHolder
+{
+public:
+    void add(unsigned char type, void* data, unsigned length, unsigned time, long long position,
+             unsigned trackId, ContextType_t contextType) override
+    {
+        EXPECT_EQ(type, 9);
+        EXPECT_EQ(time, 40U);
+        EXPECT_EQ(std::string(static_cast<char*>(data), length), "x");
+        notes.push_back(std::to_string(trackId) + ':' + std::to_string(contextType) + '@' +
+                        std::to_string(position));
+    }
+    void add(void* data, unsigned length) override { all = std::string(static_cast<char*>(data), length); }
+
+    std::vector<std::string> notes;
+    std::string all;
+};
+
+MediaContexts twoTracks()
+{
+    MediaContexts contexts;
+    contexts.cacheContext(message(7, kContextHeader, 0));
+    contexts.cacheContext(message(3, kContextHeader, -1));
+    contexts.cacheContext(message(7, kContextHeader, 500));
+    contexts.cacheContext(message(7, kContextHeader, 500));
+    contexts.cacheContext(message(7, kContextEnder, 600));
+    contexts.cacheContext(message(7, kContextEnder, 700));
+    return contexts;
+}
+
+}  // namespace
+
+TEST(MediaContexts, FindsContextsByPosition)
+{
+    struct Case
+    {
+        ContextType_t type;
+        long long position;
+        bool atPosition;
+        std::vector<std::string> found;
+    };
+    const Case cases[] = {
+        {kContextHeader, -1, false, {}},
+        {kContextHeader, 0, false, {"3:1@-1"}},
+        {kContextHeader, 1, false, {"7:1@0", "3:1@-1"}},
+        {kContextHeader, 500, false, {"7:1@0", "3:1@-1"}},
+        {kContextHeader, 501, false, {"7:1@500", "3:1@-1"}},
+        {kContextHeader, 601, false, {"3:1@-1"}},  // an ender came after the header
+        {kContextEnder, 599, false, {"7:2@600"}},
+        {kContextEnder, 600, false, {"7:2@700"}},
+        {kContextEnder, 499, false, {}},  // a header comes before the ender
+        {kContextEnder, 700, false, {}},
+        {kContextHeader, 500, true, {"7:1@500", "7:1@500"}},
+        {kContextHeader, 501, true, {}},
+        {kContextEnder, 700, true, {"7:2@700"}},
+        {static_cast<ContextType_t>(3), 500, false, {}},
+        {static_cast<ContextType_t>(3), 500, true, {}},
+    };
+    MediaContexts contexts = twoTracks();
+    for (const Case& c : cases) {
+        NoteHolder holder;
+        EXPECT_EQ(contexts.tellContexts(c.type, c.position, &holder, c.atPosition), !c.found.empty());
+        EXPECT_EQ(holder.notes, c.found) << c.type << " at " << c.position;
+    }
+
+    unsigned changed = 0;
+    EXPECT_TRUE(contexts.getMediaContexts(kContextHeader, 501, [&](ContextMessage& m) {
+        m.time = 41;
+        ++changed;
+    }));
+    EXPECT_EQ(changed, 2U);
+    EXPECT_EQ(contexts.findTrack(3)->messages()[0].time, 41U);
+}
+
+TEST(MediaContexts, OrdersTheSamePositionByType)
+{
+    TrackContexts track(1);
+    for (const unsigned time : {1U, 2U})
+        for (const ContextType_t type : {kContextHeader, kContextEnder}) {
+            track.messages().push_back(message(1, type, 5));
+            track.messages().back().time = time;
+        }
+    EXPECT_EQ(track.getContextsAtPos(kContextHeader, 5)[0]->time, 2U);
+    EXPECT_EQ(track.getContextsAtPos(kContextEnder, 5)[0]->time, 1U);
+    track.prepForAppend();
+    EXPECT_EQ(track.numContexts(), 3U);
+    track.prepForAppend();
+    EXPECT_EQ(track.numContexts(), 3U);
+}
+
+TEST(MediaContexts, ErasesAndKeepsTheTracks)
+{
+    MediaContexts contexts = twoTracks();
+    contexts.erase([](const ContextMessage& m) { return m.position == -1; });
+    EXPECT_EQ(contexts.numContexts(), 5U);
+    ASSERT_NE(contexts.findTrack(3), nullptr);
+    EXPECT_EQ(contexts.findTrack(3)->numContexts(), 0U);
+    unsigned tracks = 0;
+    contexts.applyTracks([&](const TrackContexts&) { ++tracks; });
+    EXPECT_EQ(tracks, 2U);
+
+    contexts.clear();
+    EXPECT_EQ(contexts.numContexts(), 0U);
+    EXPECT_EQ(contexts.findTrack(7), nullptr);
+}
+
+TEST(MediaContexts, CountsSharedBytesOnce)
+{
+    MediaContexts contexts;
+    const ContextMessage first = message(1, kContextHeader, 0, std::string(10'000, 'x'));
+    for (int i = 0; i < 100; ++i)
+        contexts.cacheContext(first);
+    EXPECT_GT(contexts.reportMemorySize(), 10'000U);
+    EXPECT_LT(contexts.reportMemorySize(), 30'000U);
+}
+
+TEST(MediaContexts, ExportsTheBytesOfAContextsFile)
+{
+    MediaContexts contexts;
+    SRBuffer buffer = bufferOf("old");
+    EXPECT_TRUE(contexts.exportContexts(buffer));
+    EXPECT_EQ(buffer.length(), 0U);
+
+    contexts.cacheContext(message(2, kContextEnder, 3, "ab"));
+    ASSERT_TRUE(contexts.exportContexts(buffer));
+    EXPECT_EQ(toHex(bytesOf(buffer)), toHex(hexText("08 00000000 0000 03"
+                                                    "000B 'messageType' 00 4022000000000000"
+                                                    "0004 'time'        00 4044000000000000"
+                                                    "0006 'buffer'      20 00000002 'ab'"
+                                                    "0008 'position'    00 4008000000000000"
+                                                    "0007 'trackID'     00 4000000000000000"
+                                                    "000B 'contextType' 00 4000000000000000"
+                                                    "0000 09 0000 09")));
+}
+
+TEST(MediaContexts, ImportsWhatItExports)
+{
+    MediaContexts contexts = twoTracks();
+    SRBuffer exported;
+    ASSERT_TRUE(contexts.exportContexts(exported));
+    MediaContexts imported;
+    imported.cacheContext(message(99, kContextHeader, 0));
+    ASSERT_TRUE(imported.importContexts(exported));
+    EXPECT_EQ(imported.numContexts(), 6U);
+    EXPECT_EQ(imported.findTrack(99), nullptr);
+
+    // By tracks, so that a second export is the same.
+    NoteHolder holder;
+    EXPECT_TRUE(imported.tellAllContexts(&holder));
+    EXPECT_EQ(holder.all, bytesOf(exported));
+    EXPECT_TRUE(imported.tellContexts(kContextHeader, 501, &holder, false));
+    EXPECT_EQ(holder.notes, (std::vector<std::string>{"7:1@500", "3:1@-1"}));
+}
+
+TEST(MediaContexts, ImportsOrRefusesForeignFiles)
+{
+    struct Case
+    {
+        const char* name;
+        std::string bytes;
+        bool taken;
+        std::size_t contexts;
+    };
+    const Case cases[] = {
+        {"empty file", "", true, 0},
+        {"empty ECMA array", hexText("08 00000000 0000 09"), true, 0},
+        {"object as outer value, int64 position, foreign property, bytes behind",
+         hexText("03 0000 03 0008 'position' 22 0000000000000009 0001 'z' 01 01 0000 09 0000 09 FF"), true,
+         1},
+        {"strict array, kinds that do not fit", hexText("0A 00000001 03 0006 'buffer' 02 0001 'b' 0000 09"),
+         true, 1},
+        {"the same object twice", hexText("0A 00000002 03 0000 09 07 0001"), true, 2},
+        {"an array in itself", hexText("0A 00000001 07 0000"), true, 1},
+        {"an element that is no array", hexText("0A 00000002 03 0000 09 00 0000000000000000"), false, 0},
+        {"a number", hexText("00 0000000000000000"), false, 0},
+        {"ends early", hexText("08 00000000 0000 03 0004 'time'"), false, 0},
+        {"blob beyond the end", hexText("08 00000000 0000 03 0006 'buffer' 20 7FFFFFFF 'a'"), false, 0},
+        {"count beyond the end", hexText("0A FFFFFFFF"), false, 0},
+        {"no such marker", hexText("0E"), false, 0},
+    };
+    for (const Case& c : cases) {
+        MediaContexts contexts = twoTracks();
+        EXPECT_EQ(contexts.importContexts(bufferOf(c.bytes)), c.taken) << c.name;
+        EXPECT_EQ(contexts.numContexts(), c.contexts) << c.name;
+    }
+}
+
+TEST(MediaContexts, ReportsAMissingHolder)
+{
+    AssertRecorder asserts;
+    const MediaContexts contexts = twoTracks();
+    EXPECT_FALSE(contexts.tellContexts(kContextHeader, 1, nullptr, false));
+    EXPECT_FALSE(contexts.tellAllContexts(nullptr));
+    EXPECT_EQ(asserts.take().size(), 2U);
+    NoteHolder holder;
+    EXPECT_FALSE(MediaContexts().tellAllContexts(&holder));
+    EXPECT_EQ(holder.all, "");
+}
+
+}  // namespace krx
