@@ -1,0 +1,117 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+// Runs the real program as a user does. A transcript is what a terminal would show: lines that begin with "$
+// " are given to the shell, and the lines up to the next one must be exactly what they print (both streams,
+// time stamps shown as TIME), then "[N]" when the status is not 0. The lines of a transcript run one after
+// the other in a directory of its own that holds the ZMV samples. With VIDLINT_UPDATE_TRANSCRIPTS set, what
+// was printed replaces what the files expect.
+
+#include "tests/support/tempdir.h"
+#include "tests/support/zmvsamples.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <spawn.h>
+#include <sstream>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace {
+
+using krx::test::TempDir;
+
+constexpr std::string_view kPrompt = "$ ";
+
+std::string readFile(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+/// Runs the line in a shell and gives all that it prints, and its status unless that is 0.
+std::string run(const TempDir& dir, const std::string& line)
+{
+    const std::string out = dir.bytes("out");
+    const std::string script =
+        "cd '" + dir.bytes("work") + "' && { " + line + "\n} >'" + out + "' 2>&1 </dev/null";
+    std::vector<std::string> environment = {"PATH=" VIDLINT_DIR ":/usr/local/bin:/usr/bin:/bin", "LC_ALL=C"};
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TMPDIR"}) {
+        if (const char* value = std::getenv(name))
+            environment.push_back(std::string(name) + "=" + value);
+    }
+    std::vector<std::string> arguments = {"sh", "-c", script};
+    const auto pointers = [](std::vector<std::string>& texts) {
+        std::vector<char*> result;
+        for (std::string& text : texts)
+            result.push_back(text.data());
+        result.push_back(nullptr);
+        return result;
+    };
+    pid_t pid = 0;
+    int status = 0;
+    if (::posix_spawn(&pid, "/bin/sh", nullptr, nullptr, pointers(arguments).data(),
+                      pointers(environment).data()) != 0 ||
+        ::waitpid(pid, &status, 0) != pid)
+    {
+        return "the shell did not run\n";
+    }
+    static const std::regex timeStamp(R"(\d\d-\d\d-\d\d \d\d:\d\d:\d\d)");
+    std::string text = std::regex_replace(readFile(out), timeStamp, "TIME");
+    if (!text.empty() && text.back() != '\n')
+        text += "(no line end)\n";
+    if (!WIFEXITED(status))
+        return text + "[killed]\n";
+    if (WEXITSTATUS(status) != 0)
+        text.append("[").append(std::to_string(WEXITSTATUS(status))).append("]\n");
+    return text;
+}
+
+class Transcript : public testing::TestWithParam<const char*>
+{
+};
+
+TEST_P(Transcript, PrintsWhatIsExpected)
+{
+    const std::string path = std::string(TRANSCRIPTS_DIR "/") + GetParam() + ".transcript";
+    const std::string expected = readFile(path);
+    ASSERT_FALSE(expected.empty()) << path;
+
+    const TempDir dir;
+    dir.makeDir("work");
+    for (const krx::test::ZmvSample& sample : krx::test::zmvSamples())
+        dir.write("work/" + sample.name, sample.bytes);
+
+    std::string actual;
+    std::istringstream lines(expected);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, kPrompt.size(), kPrompt) == 0)
+            actual += line + "\n" + run(dir, line.substr(kPrompt.size()));
+        else if (actual.empty())
+            FAIL() << path << " does not begin with a command";
+    }
+    if (std::getenv("VIDLINT_UPDATE_TRANSCRIPTS"))
+        std::ofstream(path, std::ios::binary) << actual;
+    else
+        EXPECT_EQ(actual, expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Cli, Transcript, testing::Values("options", "samples", "repair", "names", "streams"),
+                         [](const auto& transcript) { return std::string(transcript.param); });
+
+TEST(Samples, AreWhatTheBuilderMakes)
+{
+    for (const krx::test::ZmvSample& sample : krx::test::zmvSamples()) {
+        EXPECT_EQ(readFile(std::string(SAMPLES_DIR "/") + sample.name), sample.bytes)
+            << sample.name << ": run make_samples to write the samples anew";
+        EXPECT_LT(sample.bytes.size(), 4096U) << sample.name;
+    }
+}
+
+}  // namespace

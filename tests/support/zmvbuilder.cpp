@@ -1,0 +1,174 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/support/zmvbuilder.h"
+
+#include <bit>
+
+namespace krx::test {
+
+void putBigEndian(std::string& out, std::uint64_t value, int n)
+{
+    while (n-- > 0)
+        out += static_cast<char>(value >> (8 * n));
+}
+
+Amf& Amf::number(double value)
+{
+    m_bytes += '\0';
+    putBigEndian(m_bytes, std::bit_cast<std::uint64_t>(value), 8);
+    return *this;
+}
+
+Amf& Amf::boolean(bool value)
+{
+    m_bytes += '\1';
+    m_bytes += static_cast<char>(value);
+    return *this;
+}
+
+Amf& Amf::string(std::string_view text)
+{
+    m_bytes += '\2';
+    return name(text);
+}
+
+Amf& Amf::null()
+{
+    m_bytes += '\5';
+    return *this;
+}
+
+Amf& Amf::object()
+{
+    m_bytes += '\3';
+    return *this;
+}
+
+Amf& Amf::ecmaArray(std::uint32_t count)
+{
+    m_bytes += '\x08';
+    putBigEndian(m_bytes, count, 4);
+    return *this;
+}
+
+Amf& Amf::strictArray(std::uint32_t count)
+{
+    m_bytes += '\x0A';
+    putBigEndian(m_bytes, count, 4);
+    return *this;
+}
+
+Amf& Amf::typedObject(std::string_view className)
+{
+    m_bytes += '\x10';
+    return name(className);
+}
+
+Amf& Amf::reference(std::uint16_t index)
+{
+    m_bytes += '\7';
+    putBigEndian(m_bytes, index, 2);
+    return *this;
+}
+
+Amf& Amf::date(double ms, std::int16_t zone)
+{
+    m_bytes += '\x0B';
+    putBigEndian(m_bytes, std::bit_cast<std::uint64_t>(ms), 8);
+    putBigEndian(m_bytes, static_cast<std::uint16_t>(zone), 2);
+    return *this;
+}
+
+Amf& Amf::name(std::string_view text)
+{
+    putBigEndian(m_bytes, text.size(), 2);
+    return raw(text);
+}
+
+Amf& Amf::end()
+{
+    return raw(std::string_view("\0\0\x09", 3));
+}
+
+Amf& Amf::raw(std::string_view bytes)
+{
+    m_bytes += bytes;
+    return *this;
+}
+
+std::string metaData(double duration, bool canSeekToEnd)
+{
+    Amf amf;
+    amf.string("onMetaData").ecmaArray(2);
+    amf.name("duration").number(duration).name("canSeekToEnd").boolean(canSeekToEnd).end();
+    return amf.bytes();
+}
+
+std::string messageBytes(const ZmvBuilder::Message& message)
+{
+    const auto length =
+        message.length >= 0 ? static_cast<std::uint64_t>(message.length) : message.payload.size();
+    std::string out;
+    putBigEndian(out, message.type, 1);
+    putBigEndian(out, length, 3);
+    putBigEndian(out, message.time, 3);
+    putBigEndian(out, message.time >> 24, 1);
+    putBigEndian(out, message.streamId, 3);
+    out += message.payload;
+    putBigEndian(out, message.footer >= 0 ? static_cast<std::uint64_t>(message.footer) : length + 11, 4);
+    return out;
+}
+
+ZmvBuilder::ZmvBuilder(std::uint8_t flags, std::uint8_t version, std::uint32_t headerLength) : m_bytes("ZMV")
+{
+    putBigEndian(m_bytes, version, 1);
+    putBigEndian(m_bytes, flags, 1);
+    putBigEndian(m_bytes, headerLength, 4);
+    if (headerLength == 9)
+        putBigEndian(m_bytes, 0, 4);
+}
+
+ZmvBuilder& ZmvBuilder::message(const Message& message)
+{
+    return raw(messageBytes(message));
+}
+
+ZmvBuilder& ZmvBuilder::audio(std::uint32_t time, std::size_t length)
+{
+    Message audio;
+    audio.type = kAudio;
+    audio.time = time;
+    audio.payload.assign(length, '\x2A');
+    return message(audio);
+}
+
+ZmvBuilder& ZmvBuilder::video(std::uint32_t time, std::size_t length)
+{
+    Message video;
+    video.time = time;
+    video.payload.assign(length, '\x17');
+    return message(video);
+}
+
+ZmvBuilder& ZmvBuilder::data(std::uint32_t time, const Amf& body, std::uint8_t type)
+{
+    return data(time, body.bytes(), type);
+}
+
+ZmvBuilder& ZmvBuilder::data(std::uint32_t time, const std::string& payload, std::uint8_t type)
+{
+    Message data;
+    data.type = type;
+    data.time = time;
+    data.payload = payload;
+    return message(data);
+}
+
+ZmvBuilder& ZmvBuilder::raw(std::string_view bytes)
+{
+    m_bytes += bytes;
+    return *this;
+}
+
+}  // namespace krx::test

@@ -1,0 +1,84 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace krx::test {
+
+/// Appends the low n bytes of a value, most significant first.
+void putBigEndian(std::string& out, std::uint64_t value, int n);
+
+/// AMF0 text, piece by piece and without any check, so that wrong text can be made as well.
+class Amf
+{
+public:
+    Amf& number(double value);
+    Amf& boolean(bool value);
+    Amf& string(std::string_view text);
+    Amf& null();
+    Amf& object();                            ///< marker; properties and end() follow
+    Amf& ecmaArray(std::uint32_t count = 0);  ///< marker and count; properties and end() follow
+    Amf& strictArray(std::uint32_t count);    ///< marker and count; count values follow
+    Amf& typedObject(std::string_view className);
+    Amf& reference(std::uint16_t index);
+    Amf& date(double ms, std::int16_t zone = 0);
+    Amf& name(std::string_view text);  ///< a property's name; its value follows
+    Amf& end();                        ///< of an object or ECMA array
+    Amf& raw(std::string_view bytes);
+
+    const std::string& bytes() const { return m_bytes; }
+
+private:
+    std::string m_bytes;
+};
+
+/// The payload of a usual onMetaData message: an ECMA array with duration (seconds) and canSeekToEnd.
+std::string metaData(double duration, bool canSeekToEnd = true);
+
+/// A ZMV file, message by message. Everything is written as told: lengths and back-pointers that do not fit
+/// are given through Message or raw().
+class ZmvBuilder
+{
+public:
+    enum Type : std::uint8_t
+    {
+        kAudio = 8,
+        kVideo = 9,
+        kDataAmf3 = 15,
+        kData = 18,
+        kEncrypted = 32,
+    };
+    struct Message
+    {
+        std::uint8_t type = kVideo;
+        std::uint32_t time = 0;  ///< ms
+        std::string payload;
+        std::uint32_t streamId = 0;
+        std::int64_t length = -1;  ///< in the header; -1: the payload's
+        std::int64_t footer = -1;  ///< back-pointer; -1: the length + 11
+    };
+
+    /// The header, and the first back-pointer when the header is one of 9 bytes.
+    explicit ZmvBuilder(std::uint8_t flags = 5, std::uint8_t version = 1, std::uint32_t headerLength = 9);
+
+    ZmvBuilder& message(const Message& message);
+    ZmvBuilder& audio(std::uint32_t time, std::size_t length = 4);
+    ZmvBuilder& video(std::uint32_t time, std::size_t length = 6);
+    ZmvBuilder& data(std::uint32_t time, const Amf& body, std::uint8_t type = kData);
+    ZmvBuilder& data(std::uint32_t time, const std::string& payload, std::uint8_t type = kData);
+    ZmvBuilder& raw(std::string_view bytes);
+
+    const std::string& bytes() const { return m_bytes; }
+
+private:
+    std::string m_bytes;
+};
+
+/// The bytes of a message with its back-pointer.
+std::string messageBytes(const ZmvBuilder::Message& message);
+
+}  // namespace krx::test

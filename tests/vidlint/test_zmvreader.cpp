@@ -1,0 +1,118 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/streamparseerror.h"
+#include "tests/support/faultyfileio.h"
+#include "tests/support/tempdir.h"
+#include "tools/zmvutil/vidlint/src/zmvreader.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <sys/stat.h>
+
+namespace {
+
+using krx::streams::StreamParseError;
+using krx::test::FaultyFileIo;
+using krx::test::TempDir;
+
+constexpr std::size_t kWindow = 256 * 1024;
+
+std::string pattern(std::size_t n)
+{
+    std::string bytes(n, '\0');
+    for (std::size_t i = 0; i < n; ++i)
+        bytes[i] = static_cast<char>(i * 7 + i / 251);
+    return bytes;
+}
+
+std::string taken(ZmvReader& reader, std::size_t n)
+{
+    const unsigned char* bytes = reader.take(n);
+    return {bytes, bytes + n};
+}
+
+/// The status of the fault that an operation throws; 0 when it throws none.
+template <typename Operation>
+int faultOf(Operation operation)
+{
+    try {
+        operation();
+        return 0;
+    } catch (const StreamParseError& e) {
+        return e.getStatus();
+    }
+}
+
+TEST(ZmvReader, GivesTheBytesWhereverTheWindowEnds)
+{
+    const TempDir dir;
+    const std::string content = pattern(3 * kWindow + 100);
+    const SRString path = dir.write("in", content);
+    for (const unsigned maxRead : {1000000000U, 70000U}) {
+        FaultyFileIo io;
+        io.maxRead = maxRead;
+        ZmvReader reader(io, path);
+        ASSERT_EQ(reader.length(), static_cast<long long>(content.size()));
+        EXPECT_EQ(taken(reader, 11), content.substr(0, 11));
+        reader.pass(kWindow - 15);
+        EXPECT_EQ(taken(reader, 11), content.substr(kWindow - 4, 11));
+        EXPECT_EQ(taken(reader, kWindow + 5), content.substr(kWindow + 7, kWindow + 5));
+        EXPECT_EQ(reader.position(), static_cast<long long>(2 * kWindow + 12));
+
+        EXPECT_TRUE(reader.seek(1));
+        EXPECT_EQ(taken(reader, 3), content.substr(1, 3));
+        EXPECT_FALSE(reader.seek(-1));
+        EXPECT_EQ(reader.position(), 4);
+        reader.pass(3 * kWindow);
+        EXPECT_EQ(taken(reader, 96), content.substr(3 * kWindow + 4));
+        EXPECT_EQ(faultOf([&] { reader.take(1); }), krx::streams::kFileReadError);
+        EXPECT_TRUE(reader.seek(1LL << 40));
+        EXPECT_EQ(faultOf([&] { reader.pass(1); }), krx::streams::kFileReadError);
+
+        std::string copy;
+        reader.seek(5);
+        while (copy.size() < content.size() - 5) {
+            const auto some = reader.takeSome(1LL << 40);
+            copy.append(some.begin(), some.end());
+        }
+        EXPECT_EQ(copy, content.substr(5));
+    }
+}
+
+TEST(ZmvReader, EveryFailingOperationIsAFault)
+{
+    const TempDir dir;
+    const SRString path = dir.write("in", pattern(2 * kWindow));
+    const auto readAll = [&](FaultyFileIo& io) {
+        return faultOf([&] {
+            ZmvReader reader(io, path);
+            reader.pass(2 * kWindow);
+        });
+    };
+    FaultyFileIo sound;
+    EXPECT_EQ(readAll(sound), 0);
+    const unsigned operations = sound.operations - 1;  // without the last close, which nobody waits for
+    for (unsigned n = 1; n <= operations; ++n) {
+        FaultyFileIo io;
+        io.failAt = n;
+        EXPECT_EQ(readAll(io), n <= 2 ? krx::streams::kCannotOpenFile : krx::streams::kFileReadError) << n;
+        EXPECT_EQ(io.openFiles, 0) << n;
+    }
+    FaultyFileIo shrunk;
+    shrunk.pretendedSize = 3 * static_cast<long long>(kWindow);
+    EXPECT_EQ(faultOf([&] { ZmvReader(shrunk, path).pass(3 * kWindow); }), krx::streams::kFileReadError);
+}
+
+TEST(ZmvReader, RefusesWhatIsNoRegularFile)
+{
+    const TempDir dir;
+    ASSERT_EQ(::mkfifo(dir.bytes("fifo").c_str(), 0666), 0);
+    dir.makeDir("dir");
+    FaultyFileIo io;
+    for (const SRString& path : {dir.file("fifo"), dir.file("dir"), SRString(L"/dev/null"), dir.file("none")})
+        EXPECT_EQ(faultOf([&] { const ZmvReader reader(io, path); }), krx::streams::kCannotOpenFile);
+}
+
+}  // namespace

@@ -1,0 +1,158 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/vidlint/src/commandline.h"
+
+#include "tools/zmvutil/vidlint/src/report.h"
+#include "tools/zmvutil/vidlint/src/stdstreams.h"
+#include "tools/zmvutil/vidlint/src/validationjob.h"
+
+#include <boost/any.hpp>
+#include <boost/lexical_cast.hpp>
+#include <boost/program_options.hpp>
+
+#include <exception>
+#include <locale>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace po = boost::program_options;
+
+namespace {
+
+constexpr std::string_view kProgramName = "Vidlint";
+constexpr std::string_view kVersion = "version 2.0";
+constexpr std::string_view kDescription = "Utility to validate zmv and mp4 media files.";
+constexpr std::string_view kOwnership = "Copyright (C) 2026 The vidlint authors.";
+constexpr std::string_view kOwnership2 = "All rights reserved.";
+
+constexpr std::string_view kExample =
+    "Example Usage:\n\n"
+    "    vidlint -f abc123.zmv ../test/xyz456.zmv\n"
+    "\tInspects two files returning:\n"
+    "\t\"0\" for no errors found\n"
+    "\t\"1\" for one error found\n"
+    "\t\"2\" if both files were invalid.\n\n"
+    "    vidlint -m -f ../abc123.zmv\n"
+    "\tInspects and creates a new file (../abc123.zmv.new)\n"
+    "\tif invalid metadata was detected.\n";
+
+/// A number of seconds on the command line. A type of its own, since a negative number read as a plain
+/// unsigned one would become a huge margin instead of an error.
+struct Seconds
+{
+    unsigned value;
+};
+
+std::ostream& operator<<(std::ostream& out, const Seconds& seconds)
+{
+    return out << seconds.value;
+}
+
+/// Found by the options library for options of type Seconds.
+void validate(boost::any& target, const std::vector<std::string>& tokens, Seconds* /*type*/, int /*overload*/)
+{
+    po::validators::check_first_occurrence(target);
+    const std::string& token = po::validators::get_single_string(tokens);
+    unsigned seconds = 0;
+    if (token[0] == '-' || !boost::conversion::try_lexical_convert(token, seconds))
+        throw po::invalid_option_value(token);
+    target = Seconds{seconds};
+}
+
+void writeBanner(std::ostream& out)
+{
+    out << '\n'
+        << kProgramName << ' ' << kVersion << " - " << kDescription << '\n'
+        << kOwnership << '\n'
+        << kOwnership2 << "\n\n";
+}
+
+void writeHelp(std::ostream& out, const po::options_description& options)
+{
+    writeBanner(out);
+    out << kProgramName << " returns the number of invalid plume media files.\n\n"
+        << "Usage: " << kProgramName << " [OPTION]... [FILE]...\n\n"
+        << options << '\n';
+}
+
+bool processOptions(const std::vector<std::string>& arguments, VideoValidationJob& job, std::ostream& out)
+{
+    bool verbose = false;
+    bool noBanner = false;
+    bool warnings = false;
+    Seconds durationMargin{job.parameters.durationMargin};
+
+    po::options_description options("Available Options:");
+    auto add = options.add_options();
+    add("help,h", "show help message");
+    add("usage,u", "display example usage");
+    add("version,V", "print version string");
+    add("verbose,v", po::bool_switch(&verbose), "turn on verbose output");
+    add("nobanner,n", po::bool_switch(&noBanner), "turn off header");
+    add("quiet,q", "turn off the text output");
+    add("warnings,w", po::bool_switch(&warnings), "display warnings");
+    add("warnings_as_errors,W", po::bool_switch(&job.parameters.warningsAsErrors),
+        "treat warnings as errors");
+    add("file,f", po::value<std::vector<std::string>>(), "plume media files to validate");
+    add("duration_margin,d", po::value<Seconds>(&durationMargin)->default_value(durationMargin),
+        "allowable deviation (in seconds)");
+    add("fixmeta,m", po::bool_switch(&job.parameters.fixMetaData), "update metadata (ZMV only)");
+    add("fixvideostall,s", po::bool_switch(&job.parameters.fixVideoStall),
+        "fix a stall in video playback (ZMV only)");
+    po::positional_options_description positional;
+    positional.add("file", -1);
+
+    po::variables_map values;
+    po::store(po::command_line_parser(arguments).options(options).positional(positional).run(), values);
+    po::notify(values);
+
+    if (values.count("help") != 0 || arguments.empty()) {
+        writeHelp(out, options);
+        return false;
+    }
+    if (values.count("quiet") != 0) {
+        ReportWriter::instance().silence();
+        closeStandardOutput();
+    }
+    if (!noBanner || values.count("version") != 0)
+        writeBanner(out);
+    if (values.count("usage") != 0)
+        out << kExample;
+    if (values.count("file") != 0)
+        job.files = values["file"].as<std::vector<std::string>>();
+
+    job.parameters.durationMargin = durationMargin.value;
+    if (verbose)
+        job.parameters.logLevel = krx::streams::LOG_INFO;
+    else if (warnings)
+        job.parameters.logLevel = krx::streams::LOG_WARNING;
+    return true;
+}
+
+}  // namespace
+
+bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
+{
+    try {
+        const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
+        std::ostringstream out;
+        out.imbue(std::locale::classic());
+        bool run = false;
+        try {
+            run = processOptions(arguments, job, out);
+        } catch (const std::exception& error) {
+            const std::string_view invocation = argc > 0 ? argv[0] : "";
+            out << invocation << ":  " << error.what() << "\nTry '" << invocation
+                << " --help' for more information.\n";
+        }
+        ReportWriter::instance().write(out.str());
+        return run;
+    } catch (...) {
+        (void)writeStandardError("Exception of unknown type!\n");
+        return false;
+    }
+}

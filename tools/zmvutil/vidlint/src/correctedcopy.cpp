@@ -1,0 +1,71 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/vidlint/src/correctedcopy.h"
+
+#include "modules/streams/streamparseerror.h"
+#include "tools/zmvutil/vidlint/src/zmvreader.h"
+
+#include <fcntl.h>
+
+using krx::streams::StreamParseError;
+using krx::util::SRFileUtil;
+
+namespace {
+
+constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
+constexpr int kCreateForAll = 0x80;
+
+void require(bool condition)
+{
+    if (!condition)
+        throw StreamParseError(krx::streams::kCannotCreateFile);
+}
+
+void writeAll(int fd, const unsigned char* bytes, std::size_t n)
+{
+    require(SRFileUtil::writeUntilDone(fd, bytes, n) == static_cast<ssize_t>(n));
+}
+
+}  // namespace
+
+CorrectedCopy::CorrectedCopy(const SRString& path, const ZmvReader& input)
+    : m_file(SRFileUtil::open(path, O_WRONLY | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, kCreateForAll))
+{
+    // The name may be a link to the input: nothing is cut off before that is ruled out.
+    struct stat64 st
+    {
+    };
+    require(m_file.get() >= 0 && ::fstat64(m_file.get(), &st) == 0);
+    require(S_ISREG(st.st_mode) && !input.isSameFile(st));
+    require(SRFileUtil::chsize(m_file.get(), 0) == 0);
+    m_buffer.reserve(kBufferSize);
+}
+
+CorrectedCopy::~CorrectedCopy()
+{
+    if (m_file.get() >= 0)
+        (void)SRFileUtil::writeUntilDone(m_file.get(), m_buffer.data(), m_buffer.size());
+}
+
+void CorrectedCopy::write(const unsigned char* bytes, std::size_t n)
+{
+    if (n > kBufferSize - m_buffer.size())
+        flush();
+    if (n >= kBufferSize)
+        writeAll(m_file.get(), bytes, n);
+    else
+        m_buffer.insert(m_buffer.end(), bytes, bytes + n);
+}
+
+void CorrectedCopy::finish()
+{
+    flush();
+    require(m_file.reset() == 0);
+}
+
+void CorrectedCopy::flush()
+{
+    writeAll(m_file.get(), m_buffer.data(), m_buffer.size());
+    m_buffer.clear();
+}

@@ -1,0 +1,43 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/vidlint/src/filefix.h"
+
+#include <algorithm>
+#include <cstring>
+
+using krx::util::FilePos;
+
+FileFix::FileFix(FilePos fixPosition, FilePos fixReplaceLength, unsigned fixSize)
+    : position(fixPosition),
+      replaceLength(fixReplaceLength),
+      data(new unsigned char[fixSize]()),
+      size(fixSize)
+{
+}
+
+void FileFix::write(const void* bytes, unsigned n)
+{
+    n = std::min(n, size - writePos);
+    if (n == 0)
+        return;
+    std::memcpy(data.get() + writePos, bytes, n);
+    writePos += n;
+}
+
+void FileFix::writeU8(unsigned char value)
+{
+    write(&value, 1);
+}
+
+void FileFix::writeU32(unsigned value)
+{
+    for (int shift = 24; shift >= 0; shift -= 8)
+        writeU8(static_cast<unsigned char>(value >> shift));
+}
+
+void FileFix::writeU64(unsigned long long value)
+{
+    writeU32(static_cast<unsigned>(value >> 32));
+    writeU32(static_cast<unsigned>(value));
+}

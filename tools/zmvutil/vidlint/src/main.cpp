@@ -1,0 +1,16 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/vidlint/src/commandline.h"
+#include "tools/zmvutil/vidlint/src/report.h"
+#include "tools/zmvutil/vidlint/src/stdstreams.h"
+#include "tools/zmvutil/vidlint/src/validationjob.h"
+
+int main(int argc, char** argv)
+{
+    prepareStandardStreams();
+    VideoValidationJob job;
+    const int status = processCmdLineArgs(argc, argv, job) ? job.validateAllFiles() : -1;
+    ReportWriter::instance().flush();
+    return status;
+}

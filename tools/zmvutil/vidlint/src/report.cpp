@@ -1,0 +1,151 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/vidlint/src/report.h"
+
+#include "server/SRData.h"
+#include "tools/zmvutil/vidlint/src/stdstreams.h"
+
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+using krx::streams::LogLevel_t;
+
+namespace {
+
+constexpr std::string_view kErrorLabel = "\tError:\t";
+
+/// Appends the decimal text of a number at out and returns its end. out has room for 20 characters.
+template <typename Integer>
+char* putNumber(char* out, Integer value)
+{
+    return std::to_chars(out, out + 20, value).ptr;
+}
+
+}  // namespace
+
+ReportWriter::ReportWriter(Sink sink) : m_sink(std::move(sink)) {}
+
+ReportWriter& ReportWriter::instance()
+{
+    static ReportWriter writer(writeStandardOutput);
+    return writer;
+}
+
+ReportWriter::Sink ReportWriter::setSink(Sink sink)
+{
+    flush();
+    m_silent = false;
+    return std::exchange(m_sink, std::move(sink));
+}
+
+void ReportWriter::write(std::string_view text)
+{
+    while (!text.empty() && !m_silent) {
+        const std::size_t n = std::min(text.size(), kBufferSize - m_used);
+        std::memcpy(m_buffer.data() + m_used, text.data(), n);
+        m_used += n;
+        text.remove_prefix(n);
+        if (m_used == kBufferSize)
+            flush();
+    }
+}
+
+void ReportWriter::writeLine(LogLevel_t level, std::string_view text)
+{
+    switch (level) {
+        case krx::streams::LOG_ALERT:
+            write(logTime());
+            write(" ");
+            write(text);
+            break;
+        case krx::streams::LOG_ERROR:
+            write(logTime());
+            write(kErrorLabel);
+            write(text);
+            write("\n\n");
+            break;
+        case krx::streams::LOG_WARNING:
+            write("Warning:\t");
+            write(text);
+            write("\n\n");
+            break;
+        case krx::streams::LOG_INFO:
+            write(text);
+            break;
+    }
+}
+
+void ReportWriter::writeRejection(const krx::streams::StreamParseError& error, const SRString& path)
+{
+    write(logTime());
+    write(kErrorLabel);
+    write(error.getMessage().toMultiByte().view());
+    write("\t");
+    write(path.toMultiByte().view());
+    write("\n\n");
+}
+
+void ReportWriter::writeMessageRow(long long position, unsigned timestamp, unsigned length,
+                                   std::string_view typeName)
+{
+    // Millions of these are written for one input.
+    std::array<char, 64> row;
+    char* end = putNumber(row.data(), position);
+    *end++ = '\t';
+    end = putNumber(end, timestamp);
+    *end++ = '\t';
+    end = putNumber(end, length);
+    *end++ = '\t';
+    write(std::string_view(row.data(), static_cast<std::size_t>(end - row.data())));
+    write(typeName);
+    write("\n");
+}
+
+void ReportWriter::writeDataArray(const SRDataArray* array, std::size_t maxBytes)
+{
+    write("\n\tField ==>\tValue\n");
+    const int size = array ? array->getSize() : 0;
+    for (int i = 0; i < size; ++i) {
+        const SRMBString text = array->getPropertyValueConst(i).toText(maxBytes);
+        maxBytes -= std::min(maxBytes, text.size());
+        write("\t");
+        write(array->getPropertyNameConst(i).view());
+        write(" ==>\t");
+        write(text.view());
+        write("\n");
+    }
+    write("\n");
+}
+
+void ReportWriter::flush() noexcept
+{
+    const std::string_view text(m_buffer.data(), std::exchange(m_used, 0));
+    if (text.empty() || m_silent)
+        return;
+    try {
+        m_silent = !m_sink(text);
+    } catch (...) {
+        m_silent = true;
+    }
+}
+
+void ReportWriter::silence() noexcept
+{
+    m_used = 0;
+    m_silent = true;
+}
+
+std::string ReportWriter::logTime()
+{
+    const std::time_t now = std::time(nullptr);
+    std::tm local{};
+    tzset();
+    std::array<char, 32> text{};
+    if (localtime_r(&now, &local))
+        (void)std::strftime(text.data(), text.size(), "%y-%m-%d %H:%M:%S", &local);
+    return text.data();
+}

@@ -1,0 +1,64 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/streamparseerror.h"
+#include "modules/streams/videovalidationparameters.h"
+
+#include <array>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <string_view>
+
+class SRDataArray;
+
+/// The only way of report text to standard output: the forms of the lines, and a buffer in front of the
+/// descriptor. Whether a line's level is to be shown is the caller's decision, taken before any text is
+/// built.
+///
+/// A failure to write is no finding: from then on the text is lost and everything else goes on.
+class ReportWriter
+{
+public:
+    /// Receives text whenever the buffer is given up; false makes the writer silent.
+    using Sink = std::function<bool(std::string_view text)>;
+
+    explicit ReportWriter(Sink sink);
+    ReportWriter(const ReportWriter&) = delete;
+    ReportWriter& operator=(const ReportWriter&) = delete;
+
+    /// The process's writer, at first on standard output.
+    static ReportWriter& instance();
+    /// Flushes, then sends all further text to the sink, even after silence(). Returns the sink before.
+    Sink setSink(Sink sink);
+
+    /// Text as it stands.
+    void write(std::string_view text);
+    /// Text in the form of its level: an alert and an error get a time stamp, a warning its label,
+    /// information nothing; other levels have no form and are not written.
+    void writeLine(krx::streams::LogLevel_t level, std::string_view text);
+    /// The line that rejects an input.
+    void writeRejection(const krx::streams::StreamParseError& error, const SRString& path);
+    /// The row of one message in the listing. timestamp in ms, length in bytes.
+    void writeMessageRow(long long position, unsigned timestamp, unsigned length, std::string_view typeName);
+    /// The names and values of an array, a row each; null is an empty array. The values' text is cut where it
+    /// would exceed maxBytes in all.
+    void writeDataArray(const SRDataArray* array, std::size_t maxBytes);
+
+    void flush() noexcept;
+    /// Drops what the buffer still holds and all text to come.
+    void silence() noexcept;
+
+    /// The local time in the report's form, "26-01-31 23:59:59".
+    static std::string logTime();
+
+private:
+    static constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
+
+    Sink m_sink;
+    bool m_silent = false;
+    std::size_t m_used = 0;
+    std::array<char, kBufferSize> m_buffer;
+};

@@ -1,0 +1,249 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/vidlint/src/zmvfile.h"
+
+#include "server/SRCommand.h"
+#include "tools/zmvutil/vidlint/src/report.h"
+#include "tools/zmvutil/vidlint/src/zmvformat.h"
+
+#include <cstring>
+
+using krx::streams::StreamParseError;
+using krx::util::FilePos;
+
+namespace {
+
+/// A message that is no audio is a stall when it comes later after the last audio than this many spacings.
+constexpr unsigned kStallFactor = 4;
+
+unsigned long long bigEndian(const unsigned char* bytes, unsigned n)
+{
+    unsigned long long value = 0;
+    for (unsigned i = 0; i < n; ++i)
+        value = value << 8 | bytes[i];
+    return value;
+}
+
+bool isDataType(unsigned type)
+{
+    return type == kMsgData || type == kMsgDataEx;
+}
+
+}  // namespace
+
+ZmvFile::ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters)
+    : VideoFile(path, parameters),
+      m_file(*getFileIo(), path),
+      m_fileLength(m_file.length()),
+      m_newFilePath(path + L".new")
+{
+}
+
+ZmvFile::~ZmvFile() = default;
+
+void ZmvFile::parse()
+{
+    skipTo(0);
+    checkZmvHeader();
+    computeDuration();
+    checkZmvBody();
+    validateFlags();
+    verifyHasMetaData();
+}
+
+void ZmvFile::read(void* buffer, FilePos size)
+{
+    if (size > kMaxReadSize)
+        throw StreamParseError(krx::streams::kBoxTooLarge);
+    const auto n = static_cast<std::size_t>(size);
+    std::memcpy(buffer, m_file.take(n), n);
+}
+
+unsigned long long ZmvFile::readUnsigned(unsigned n)
+{
+    return bigEndian(m_file.take(n), n);
+}
+
+SRMessageHeader ZmvFile::readMessageHeader()
+{
+    return SRMessageHeader::parse(m_file.take(SRMessageHeader::kSize));
+}
+
+void ZmvFile::checkZmvHeader()
+{
+    logInfo("\n---Checking Header---\n");
+    read(m_signature.data(), static_cast<FilePos>(m_signature.size()));
+    if (m_signature != zmv::kSignature)
+        throw StreamParseError(krx::streams::kInvalidZmvSignature);
+    m_version = static_cast<unsigned char>(readUnsigned(1));
+    m_flags = static_cast<unsigned>(readUnsigned(1));
+    m_headerLength = static_cast<unsigned>(readUnsigned(4));
+    if (m_headerLength < zmv::kMinHeaderLength || !skipTo(m_headerLength))
+        throw StreamParseError(krx::streams::kInvalidZmvDataPosition);
+}
+
+void ZmvFile::computeDuration()
+{
+    logInfo("\n---Checking Last Message---\n");
+    // The header has been read, so the file is longer than a back-pointer.
+    const FilePos lastBackPointer = m_fileLength - zmv::kBackPointerSize;
+    skipTo(lastBackPointer);
+    const FilePos lastMessage = lastBackPointer - static_cast<FilePos>(readUnsigned(zmv::kBackPointerSize));
+    if (lastMessage < static_cast<FilePos>(m_headerLength))
+        throw StreamParseError(krx::streams::kInvalidZmvFooter);
+    skipTo(lastMessage);
+    const unsigned timestamp = readMessageHeader().timestamp;
+    if (isShown(krx::streams::LOG_INFO))
+        logInfo(SRMBString::format("\nZMV duration:%s\n", timestamp).c_str());
+    m_duration = timestamp / 1000.0;
+}
+
+void ZmvFile::checkZmvBody()
+{
+    logInfo("\n---Scanning ZMV Body---\n");
+    logInfo("\nMessage Pos\tTimestamp\tLength\tType\n\n");
+    skipTo(m_headerLength);
+    compareMsgSize(static_cast<unsigned>(readUnsigned(zmv::kBackPointerSize)), zmv::kFirstBackPointer);
+
+    const bool listing = isShown(krx::streams::LOG_INFO);
+    ReportWriter& report = ReportWriter::instance();
+    while (curPos() < m_fileLength) {
+        m_messagePos = curPos();
+        SRMessageHeader header = readMessageHeader();
+        const char* typeName = header.getTypeAsString();
+        if (listing)
+            report.writeMessageRow(m_messagePos, header.timestamp, header.length, typeName);
+
+        const unsigned char* payload = nullptr;
+        const unsigned char* backPointer = nullptr;
+        if (isDataType(header.type)) {
+            payload = m_file.take(header.length + zmv::kBackPointerSize);
+            backPointer = payload + header.length;
+        } else {
+            m_file.pass(header.length);
+            backPointer = m_file.take(zmv::kBackPointerSize);
+        }
+        compareMsgSize(static_cast<unsigned>(bigEndian(backPointer, zmv::kBackPointerSize)),
+                       header.length + SRMessageHeader::kSize);
+        if (getPrevTimeStamp(header) > header.timestamp)
+            throw StreamParseError(krx::streams::kBackwardTimestamp);
+        setPrevTimeStamp(header);
+        validateSRMessage(header, payload);
+    }
+    logInfo("\n---Done Scanning---\n");
+}
+
+void ZmvFile::compareMsgSize(unsigned found, unsigned expected)
+{
+    if (found != expected)
+        throw StreamParseError(krx::streams::kInvalidZmvFooter);
+}
+
+unsigned ZmvFile::getPrevTimeStamp(const SRMessageHeader& header) const
+{
+    switch (header.type) {
+        case kMsgAudio:
+            return m_prevAudioTime;
+        case kMsgVideo:
+            return m_prevVideoTime;
+        case kMsgData:
+        case kMsgDataEx:
+            return m_prevDataTime;
+        default:
+            return 0;
+    }
+}
+
+void ZmvFile::setPrevTimeStamp(const SRMessageHeader& header)
+{
+    switch (header.type) {
+        case kMsgAudio:
+            m_prevAudioTime = header.timestamp;
+            break;
+        case kMsgVideo:
+            m_prevVideoTime = header.timestamp;
+            break;
+        case kMsgData:
+        case kMsgDataEx:
+            m_prevDataTime = header.timestamp;
+            break;
+        default:
+            break;
+    }
+}
+
+void ZmvFile::validateSRMessage(const SRMessageHeader& header, const unsigned char* payload)
+{
+    checkSRMsgIDType(header.type);
+    handlePlayerVideoStall(header);
+    if (isDataType(header.type))
+        validateDataMessage(header, payload);
+}
+
+void ZmvFile::checkSRMsgIDType(unsigned type)
+{
+    type &= ~static_cast<unsigned>(kEncryptedFlag);
+    if (type != kMsgAudio && type != kMsgVideo && !isDataType(type))
+        throw StreamParseError(krx::streams::kUnrecognizedMsgType);
+    m_videoSeen |= type == kMsgVideo;
+    m_audioSeen |= type == kMsgAudio;
+}
+
+void ZmvFile::handlePlayerVideoStall(const SRMessageHeader& header)
+{
+    // Times wrap around at 32 bits, and so does their difference.
+    const unsigned sinceAudio = header.timestamp - m_lastAudioTime;
+    if (header.type == kMsgAudio) {
+        if (header.length == 0) {
+            m_audioActive = false;
+            return;
+        }
+        if (m_audioActive)
+            m_audioSpacing = kStallFactor * sinceAudio;
+        m_audioActive = true;
+        m_lastAudioTime = header.timestamp;
+        return;
+    }
+
+    if (!m_audioActive || sinceAudio <= static_cast<unsigned long long>(kStallFactor) * m_audioSpacing)
+        return;
+    if (isShown(krx::streams::LOG_INFO)) {
+        logInfo(SRMBString::format("\nAdding silence message at time: %ld  ASR: %ld\n", header.timestamp,
+                                   m_audioSpacing)
+                    .c_str());
+    }
+    if (m_parameters.fixVideoStall)
+        fixAddSilenceMessage(header.timestamp);
+    else
+        logWarning(StreamParseError(krx::streams::kVideoStall));
+    m_audioActive = false;
+}
+
+void ZmvFile::validateDataMessage(const SRMessageHeader& header, const unsigned char* payload)
+{
+    const SRMessagePtr message = SRMessage::create();
+    message->setType(header.type);
+    if (!message->write(payload, header.length))
+        throw SROutOfMemory();
+    try {
+        const SRCommand command(message, true);
+        const char* name = static_cast<const char*>(command.getMethodName());
+        const SRData& argument = command.getArg(0);
+        const SRDataArray* list = nullptr;
+        if (argument.kind == kObjectType || argument.kind == kArrayType)
+            list = static_cast<SRDataArray*>(argument);
+        if (isShown(krx::streams::LOG_INFO)) {
+            logInfo(SRMBString::format("\n\tData Message Name: %s\n", name).c_str());
+            logDataArray(list, header.length);
+        }
+        if (isMetaDataName(name))
+            validateMetadata(header, list, list ? list->getKind() : argument.kind);
+    } catch (const SRBreakConnection&) {
+        const SRCommand command(message, false);
+        if (!m_parameters.fixMetaData || !isMetaDataName(static_cast<const char*>(command.getMethodName())))
+            throw StreamParseError(krx::streams::kUnparsableDataMessage);
+        fixMetaData(getDefaultMetaData(), header);
+        m_hasMetaData = true;
+    }
+}
