@@ -237,6 +237,15 @@ SRData::operator double() const
     }
 }
 
+SRData::operator float() const
+{
+    using Limits = std::numeric_limits<float>;
+    const double value(*this);
+    if (std::abs(value) > Limits::max())
+        return value > 0 ? Limits::infinity() : -Limits::infinity();
+    return static_cast<float>(value);
+}
+
 SRData::operator int() const
 {
     switch (kind) {

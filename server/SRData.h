@@ -139,7 +139,7 @@ public:
     // nearest value, and not-a-number becomes 0.
     explicit operator bool() const { return kind == kBoolType && payload.boolean; }
     explicit operator double() const;
-    explicit operator float() const { return static_cast<float>(static_cast<double>(*this)); }
+    explicit operator float() const;
     explicit operator int() const;
     explicit operator short() const { return static_cast<short>(static_cast<int>(*this)); }
     explicit operator unsigned() const;

@@ -2,12 +2,10 @@
 // All rights reserved.
 
 #include "tests/server/serializerfixture.h"
-#include "util/SRException.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
-#include <vector>
 
 using namespace krx::test;
 
@@ -168,138 +166,6 @@ TEST(Amf0, NamesTravelInFrontOfValues)
     EXPECT_EQ(reader->ProcessScriptVar(&readValue, &readName), 1);
     EXPECT_EQ(readName, "on");
     EXPECT_TRUE(static_cast<bool>(readValue));
-}
-
-struct BadCase
-{
-    const char* bytes;
-    std::vector<std::string> trace;  ///< behind the line with the buffer, in a reader that throws
-};
-
-const char kIncomplete[] = "Message data is not complete";
-const char kVar[] = "while processing script variable";
-
-TEST(Amf0, TellsBadDataFromTheInside)
-{
-    const BadCase cases[] = {
-        {"", {kIncomplete, kVar}},
-        {"00 0000", {kIncomplete, "while reading number type", kVar}},
-        {"01", {kIncomplete, "while reading boolean type", kVar}},
-        {"22 00", {kIncomplete, "while reading 64 bit integer type", kVar}},
-        {"0B 00", {kIncomplete, "while processing date type", kVar}},
-        {"07 00", {kIncomplete, "while processing reference type", kVar}},
-        {"02 00", {kIncomplete, "while processing string type", kVar}},
-        {"02 0005 'abc'",
-         {"Length of string 5 is found greater than remaining bytes. Message data is not complete",
-          "while processing string type", kVar}},
-        {"0F FFFFFFFF",
-         {"Length of string 4294967295 is found greater than remaining bytes. Message data is not complete",
-          "while processing xml type", kVar}},
-        {"20 00000003 0000",
-         {"while serializing the blob type,length of blob data is found longer than remaining bytes",
-          "while processing blob data type", kVar}},
-        {"0A FFFFFFFF 050505",
-         {"while serializing the array length,length of array is found longer than remaining bytes",
-          "while processing strict array type", kVar}},
-        {"08 00000000", {kIncomplete, "while processing name", kVar, "while processing array type", kVar}},
-        {"10 0001 'C' 0001 'a' 00",
-         {kIncomplete, "while reading number type", kVar, "while processing object data type", kVar}},
-        {"03 0001 'a' 0A 00000002 01",
-         {"while serializing the array length,length of array is found longer than remaining bytes",
-          "while processing strict array type", kVar, "while processing object data type", kVar}},
-    };
-    for (const BadCase& c : cases) {
-        SCOPED_TRACE(c.bytes);
-        Reader strict(hexText(c.bytes), true);
-        SRData value;
-        try {
-            strict->GetVar(&value, true);
-            ADD_FAILURE() << "nothing thrown";
-        } catch (const SRBreakConnection& e) {
-            EXPECT_EQ(e.getCode(), 1029);
-        }
-        std::vector<std::string> trace = strict.trace();
-        ASSERT_FALSE(trace.empty());
-        trace.erase(trace.begin());
-        EXPECT_EQ(trace, c.trace);
-
-        // Without the flag the reader goes bad, jumps to its end and keeps two lines.
-        Reader lenient(hexText(c.bytes));
-        EXPECT_EQ(lenient->GetVar(&value, true), 9);
-        EXPECT_TRUE(lenient->isBad());
-        EXPECT_TRUE(lenient->atEnd());
-        EXPECT_EQ(lenient.trace().size(), 2U);
-        EXPECT_EQ(lenient.get().kind, kUndefinedType);
-        EXPECT_EQ(lenient.trace().size(), 2U);
-    }
-}
-
-TEST(Amf0, UnknownMarkersThrowWhateverTheFlag)
-{
-    for (const char* bytes : {"0E", "12", "1F", "21", "23", "FF"}) {
-        for (const bool throwOnBad : {false, true}) {
-            SCOPED_TRACE(bytes);
-            Reader reader(hexText(bytes), throwOnBad);
-            SRData value;
-            EXPECT_THROW(reader->GetVar(&value, true), SRBreakConnection);
-            EXPECT_EQ(reader.trace(), std::vector<std::string>{kVar});
-            Reader skipper(hexText(bytes), throwOnBad);
-            EXPECT_THROW(skipper->skipVar(), SRBreakConnection);
-        }
-    }
-    Reader nested(hexText("03 0001 'a' 0E"));
-    EXPECT_THROW(nested.get(), SRBreakConnection);
-    EXPECT_EQ(nested.trace(), (std::vector<std::string>{kVar, "while processing object data type", kVar}));
-}
-
-TEST(Amf0, TraceShowsPositionAndBytes)
-{
-    Reader number(hexText("05 00 41"));
-    number.get();
-    number.get();
-    EXPECT_EQ(number.trace().front(),
-              "Error occured in serializing message buffer at position 2:\nMessage Buffer: (05 00 41)");
-    // Four bytes in front of a text that is too long, but never in front of the data.
-    Reader text(hexText("0C 00000009 00"));
-    text.get();
-    EXPECT_NE(text.trace().front().find("at position 1:"), std::string::npos);
-    Reader early(hexText("02 0009"));
-    early.get();
-    EXPECT_NE(early.trace().front().find("at position 0:"), std::string::npos);
-}
-
-TEST(Amf0, LenientReadingKeepsWhatCameBefore)
-{
-    EXPECT_EQ(textOf(Reader(hexText("03 0001 'a' 01 01 0001 'b' 00 00")).get()), "{a: true}");
-    EXPECT_EQ(textOf(Reader(hexText("0A 00000003 02 0001 'x' 02 00FF")).get()), "{0: x}");
-}
-
-TEST(Amf0, SkippingRefusesLengthsBehindTheEnd)
-{
-    const struct
-    {
-        const char* bytes;
-        const char* detail;
-    } cases[] = {
-        {"0C 00000009 'abc'",
-         "while parsing the long string type,length of string is found greater than remaining bytes"},
-        {"0A 00000009 0505",
-         "while parsing the strict array type,length of array is found greater than remaining bytes"},
-        {"03 0009 'abc'",
-         "Length of data 9 is found greater than remaining bytes. Message data is not complete"},
-        {"00 00", "Length of data 8 is found greater than remaining bytes. Message data is not complete"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.bytes);
-        Reader reader(hexText(c.bytes));
-        EXPECT_EQ(reader->skipVar(), 9);
-        EXPECT_TRUE(reader->isBad());
-        EXPECT_EQ(reader.trace().at(1), c.detail);
-    }
-    // Texts and objects of an AMF3 value count for the values behind it.
-    Reader reader(hexText("11 06 03 'a' 11 06 00"));
-    EXPECT_EQ(reader->skipVar(), 17);
-    EXPECT_EQ(textOf(reader.get()), "a");
 }
 
 TEST(Amf0, WriterKeepsWhatFitsItsLimit)

@@ -2,7 +2,6 @@
 // All rights reserved.
 
 #include "tests/server/serializerfixture.h"
-#include "util/SRException.h"
 
 #include <gtest/gtest.h>
 
@@ -282,91 +281,6 @@ TEST(Amf3, StringTableLastsAsLongAsTheSerializer)
     arrayOf(array).setValue(1, "", SRData(true));
     EXPECT_EQ(encoded(array, SRDataParser::kAMF3), "failed");
     EXPECT_NE(encoded(array, SRDataParser::kAMF0), "failed");
-}
-
-TEST(Amf3, TellsBadData)
-{
-    const char kVar[] = "while processing script variable";
-    const char kSwitch[] = "while processing AMF3 object data type";
-    const char kIncomplete[] = "Message data is not complete";
-    const struct
-    {
-        const char* bytes;
-        std::vector<std::string> trace;
-    } cases[] = {
-        {"04 FF", {kIncomplete, "while processing integer data atom"}},
-        {"05 00", {kIncomplete, "while processing double data atom"}},
-        {"06 02",
-         {"While reading the AMF3 string, index of string 1 is found greater than sting reference table "
-          "length ",
-          "while processing string data atom"}},
-        {"06 07 'x'",
-         {"Length of string 3 is found greater than remaining bytes. Message data is not complete",
-          "while processing string data atom"}},
-        {"07 07 'x'",
-         {"While reading the XML string, length 3 of string is found greater than remaining bytes ",
-          "while processing xml string", "while processing XML data atom"}},
-        {"0B 00",
-         {"While serializing the XML atom, the object index 0 is found greater than refTable size ",
-          "while processing XML data atom"}},
-        {"08 02",
-         {"While serializing the date atom, the object index 1 is found greater than refTable size ",
-          "while processing date atom"}},
-        {"09 04",
-         {"While serializing the array atom, the object index 2 is found greater than refTable size ",
-          "while processing array atom"}},
-        {"09 07 01",
-         {"while serializing the array atom,array length found greater than remaining bytes",
-          "while processing array atom"}},
-        {"0A 00",
-         {"While serializing the object atom, the object index 0 is found greater than refTable size ",
-          "while processing object atom"}},
-        {"0A 05",
-         {"While serializing the object atom, class info index 1 is found greater than class reference table "
-          "size ",
-          "while processing object atom"}},
-        {"0A 17 03 'x'",
-         {"While serializing the object atom, the property index count 1 externalizable flag is found on "
-          "( last 3 bits of value 23). Server doesn't has support for IExternalizable yet.",
-          "while processing object atom"}},
-        {"0A 83 23 01",
-         {"While serializing the object atom, the property index count 26 is found greater than remaining "
-          "bytes ",
-          "while processing object atom"}},
-        {"0C 00",
-         {"While serializing the byte array atom, the object index 0 is found greater than refTable size ",
-          "while processing byte array"}},
-        {"0C 07 FF",
-         {"while serializing the byte array atom,length of data is found greater than remaining bytes\n",
-          "while processing byte array"}},
-        {"0E 02",
-         {"While reading the object from reference table, the object index 1 is found greater than refTable "
-          "size ",
-          "while processing vector object atom"}},
-        {"0F 05 00 0000000000000000",
-         {"while serializing the vector atom,length of vector is found greater than remaining bytes",
-          "while processing vector object atom"}},
-        {"11 05 00 01",
-         {"while serializing the dictionary atom,length of dictionary is found greater than remaining bytes",
-          "while processing dictionary atom"}},
-        {"09 03 01 0A 0B 01 03 'a'",
-         {kIncomplete, "while processing object atom", "while processing array atom"}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.bytes);
-        Reader strict(hexText(std::string("11 ") + c.bytes), true);
-        EXPECT_THROW(strict.get(), SRBreakConnection);
-        std::vector<std::string> expected = c.trace;
-        expected.insert(expected.end(), {kSwitch, kVar});
-        std::vector<std::string> trace = strict.trace();
-        ASSERT_FALSE(trace.empty());
-        trace.erase(trace.begin());
-        EXPECT_EQ(trace, expected);
-        Reader lenient(hexText(std::string("11 ") + c.bytes));
-        lenient.get();
-        EXPECT_TRUE(lenient->isBad());
-        EXPECT_EQ(lenient.trace().size(), 2U);
-    }
 }
 
 }  // namespace

@@ -91,6 +91,7 @@ TEST(Data, ConvertsToEveryType)
     // Only the negative integer is outside the range of unsigned.
     EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in util/typeconvertor line 62"});
     EXPECT_EQ(static_cast<int>(SRData(std::nan(""))), 0);
+    EXPECT_EQ(static_cast<float>(SRData(-1e300)), -kInf);
 }
 
 TEST(Data, IntegersBeyondTheTargetAreReported)
