@@ -1,0 +1,17 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+namespace krx::raw {
+
+/// The settings of the recorded-stream reader, by the names of their keys.
+struct RawConfigStruct
+{
+    bool EnableAggMsgs = true;       ///< "Raw/EnableAggMsgs": deliver runs of messages as aggregates
+    unsigned MaxAggMsgSize = 65536;  ///< "Raw/MaxAggMsgSize": an aggregate of so many bytes is delivered
+    bool WarningsAsErrors = false;   ///< "Raw/WarningsAsErrors"
+    unsigned MaxEraseRetries = 2;    ///< "Raw/MaxEraseRetries": of the recording side
+};
+
+}  // namespace krx::raw

@@ -1,0 +1,230 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/raw/rawModule.h"
+
+#include "interfaces/IQVStreamContext.h"
+#include "modules/streams/raw/rawData.h"
+#include "util/krxassert.h"
+#include "util/streamconfigutil.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <memory>
+
+namespace krx::raw {
+namespace {
+
+constexpr const char* kFile = "modules/streams/raw/rawModule";
+constexpr int kTwoMetadataLine = 287;
+
+constexpr unsigned kVersion = 256;
+constexpr unsigned kPermission = 6;
+constexpr int kOpened = 0;
+constexpr int kNotOpened = 1;
+
+/// The recording side keeps the first "onMetaData" of a stream in front of this position, on this track.
+constexpr long long kMetadataPosition = -1;
+constexpr unsigned kMetadataTrack = 2;
+
+RawData& stream(void* handle)
+{
+    return *static_cast<RawData*>(handle);
+}
+
+/// Hands out a number of fixed width.
+template <typename T>
+bool sizeAttribute(T value, void* out, unsigned& size)
+{
+    const bool fits = size >= sizeof(T);
+    if (fits)
+        std::memcpy(out, &value, sizeof(T));
+    size = sizeof(T);
+    return fits;
+}
+
+/// Hands out the body of the stream's "onMetaData".
+bool metaAttribute(const MediaContexts& contexts, void* out, unsigned& size)
+{
+    const ContextMessage* metadata = nullptr;
+    contexts.getMediaContextsConst(
+        kContextHeader, kMetadataPosition,
+        [&metadata](const ContextMessage& message) {
+            if (message.trackId != kMetadataTrack)
+                return;
+            if (metadata)
+                krx::util::assertFailed(kFile, kTwoMetadataLine);
+            metadata = &message;
+        },
+        false);
+    const bool fits = metadata && metadata->length <= size;
+    size = fits ? metadata->length : 0;
+    if (size != 0)
+        std::memcpy(out, metadata->data(), size);
+    return fits;
+}
+
+}  // namespace
+
+RawAdaptor::RawAdaptor(IQVStreamContext* context) : m_context(context)
+{
+    config();
+}
+
+unsigned RawAdaptor::getVersion() const
+{
+    return kVersion;
+}
+
+int RawAdaptor::open(IQVStreamOpenContext* /*openContext*/, const char* path, unsigned flags,
+                     void* /*userData*/, void*& handle)
+{
+    if (!m_context || !path)
+        return kNotOpened;
+    auto data =
+        std::make_unique<RawData>(SRString::fromMultiByte(path), m_config, m_context, m_context->getFileIo());
+    if (!data->init(flags))
+        return kNotOpened;
+    handle = data.release();
+    return kOpened;
+}
+
+void RawAdaptor::setUserData(void* /*handle*/, void* /*userData*/) {}
+
+void RawAdaptor::close(void* handle)
+{
+    delete static_cast<RawData*>(handle);
+}
+
+unsigned RawAdaptor::getMemoryOverhead(void* handle) const
+{
+    constexpr std::size_t kMost = std::numeric_limits<unsigned>::max();
+    return static_cast<unsigned>(std::min(stream(handle).reportMemorySize(), kMost));
+}
+
+unsigned RawAdaptor::getDuration(void* handle) const
+{
+    return stream(handle).getDuration();
+}
+
+long long RawAdaptor::getSize(void* handle) const
+{
+    return stream(handle).getSize();
+}
+
+long long RawAdaptor::getEndPosition(void* handle) const
+{
+    return stream(handle).getEndPosition();
+}
+
+unsigned char RawAdaptor::getType(void* handle) const
+{
+    return stream(handle).getType();
+}
+
+bool RawAdaptor::findSegmentByIndex(void* handle, long long position, SegmentBounds* bounds)
+{
+    return stream(handle).findByLoc(position, bounds);
+}
+
+bool RawAdaptor::findSegmentByTime(void* handle, unsigned ms, SegmentBounds* bounds)
+{
+    return stream(handle).findByTime(ms, bounds);
+}
+
+bool RawAdaptor::loadSegment(void* handle, SegmentBounds* bounds, ISegmentHolder* holder)
+{
+    return stream(handle).loadSegment(m_context, bounds, holder);
+}
+
+void RawAdaptor::onFreeSegment(void* /*handle*/, unsigned /*tablePage*/) {}
+
+unsigned RawAdaptor::getPermission() const
+{
+    return kPermission;
+}
+
+bool RawAdaptor::getAttribute(void* handle, AttrType_t type, void* out, unsigned& size) const
+{
+    const RawData& data = stream(handle);
+    switch (type) {
+        case kAttrModifiedTime:
+            return sizeAttribute(static_cast<unsigned>(data.getModifiedTime()), out, size);
+        case kAttrDuration:
+            return sizeAttribute(data.getDuration(), out, size);
+        case kAttrSize:
+            return sizeAttribute(data.getSize(), out, size);
+        case kAttrMetadata:
+            return metaAttribute(*data.getContexts(), out, size);
+    }
+    return false;
+}
+
+bool RawAdaptor::getMediaContexts(void* handle, ContextType_t type, long long position,
+                                  IContextHolder* holder, bool atPosition) const
+{
+    return stream(handle).getContexts()->tellContexts(type, position, holder, atPosition);
+}
+
+bool RawAdaptor::getAllMediaContexts(void* handle, IAllContextHolder* holder) const
+{
+    return stream(handle).getContexts()->tellAllContexts(holder);
+}
+
+// The recording side is not supported.
+
+bool RawAdaptor::erase(void* /*handle*/)
+{
+    return false;
+}
+
+bool RawAdaptor::record(void* /*handle*/, unsigned char /*type*/, const void* /*data*/, unsigned /*length*/,
+                        unsigned /*time*/)
+{
+    return false;
+}
+
+bool RawAdaptor::flushSegment(void* /*handle*/, SegmentBounds* /*bounds*/)
+{
+    return false;
+}
+
+bool RawAdaptor::stopRecord(void* /*handle*/)
+{
+    return false;
+}
+
+bool RawAdaptor::updateMediaContext(void* /*handle*/, ContextType_t /*contextType*/, unsigned char /*type*/,
+                                    unsigned /*time*/, void* /*data*/, unsigned /*length*/)
+{
+    return false;
+}
+
+// Configuration.
+
+void RawAdaptor::config()
+{
+    constexpr unsigned kMost = std::numeric_limits<unsigned>::max();
+    readConfigBool("Raw/WarningsAsErrors", m_config.WarningsAsErrors);
+    readConfigBool("Raw/EnableAggMsgs", m_config.EnableAggMsgs);
+    readConfigUnsigned("Raw/MaxAggMsgSize", m_config.MaxAggMsgSize, 0, kMost);
+    readConfigUnsigned("Raw/MaxEraseRetries", m_config.MaxEraseRetries, 0, kMost);
+}
+
+bool RawAdaptor::readConfig(const char* key, char*& buffer, unsigned& size)
+{
+    return krx::util::StreamConfig::readConfig(m_context, key, &buffer, size);
+}
+
+bool RawAdaptor::readConfigBool(const char* key, bool& value)
+{
+    return krx::util::StreamConfig::readConfigBool(m_context, key, value);
+}
+
+bool RawAdaptor::readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max)
+{
+    return krx::util::StreamConfig::readConfigUnsigned(m_context, key, value, min, max);
+}
+
+}  // namespace krx::raw

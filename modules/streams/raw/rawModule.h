@@ -1,0 +1,62 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "interfaces/IQVStreamAdaptor.h"
+#include "modules/streams/raw/rawConfig.h"
+
+class IQVStreamContext;
+
+namespace krx::raw {
+
+/// The stream module for recorded-stream directories. Every operation but close wants a handle from a
+/// successful open. The operations of the recording side are not supported: they do nothing and answer false.
+class RawAdaptor final : public IQVStreamAdaptor
+{
+public:
+    /// Reads the configuration. context (null: defaults, and nothing can be opened) must outlive the adaptor.
+    explicit RawAdaptor(IQVStreamContext* context);
+
+    unsigned getVersion() const override;
+    /// path is a directory, in bytes. 1 when the stream cannot be loaded; the reasons went to the context.
+    int open(IQVStreamOpenContext* openContext, const char* path, unsigned flags, void* userData,
+             void*& handle) override;
+    void setUserData(void* handle, void* userData) override;
+    void close(void* handle) override;
+    bool erase(void* handle) override;
+    unsigned getMemoryOverhead(void* handle) const override;
+    unsigned getDuration(void* handle) const override;
+    long long getSize(void* handle) const override;
+    long long getEndPosition(void* handle) const override;
+    unsigned char getType(void* handle) const override;
+    bool findSegmentByIndex(void* handle, long long position, SegmentBounds* bounds) override;
+    bool findSegmentByTime(void* handle, unsigned ms, SegmentBounds* bounds) override;
+    bool loadSegment(void* handle, SegmentBounds* bounds, ISegmentHolder* holder) override;
+    void onFreeSegment(void* handle, unsigned tablePage) override;
+    bool record(void* handle, unsigned char type, const void* data, unsigned length, unsigned time) override;
+    bool flushSegment(void* handle, SegmentBounds* bounds) override;
+    bool stopRecord(void* handle) override;
+    unsigned getPermission() const override;
+    bool getAttribute(void* handle, AttrType_t type, void* out, unsigned& size) const override;
+    bool getMediaContexts(void* handle, ContextType_t type, long long position, IContextHolder* holder,
+                          bool atPosition) const override;
+    bool getAllMediaContexts(void* handle, IAllContextHolder* holder) const override;
+    bool updateMediaContext(void* handle, ContextType_t contextType, unsigned char type, unsigned time,
+                            void* data, unsigned length) override;
+
+    /// Asks the context for every setting.
+    void config();
+    /// As krx::util::StreamConfig, asked of the adaptor's context.
+    bool readConfig(const char* key, char*& buffer, unsigned& size);
+    bool readConfigBool(const char* key, bool& value);
+    bool readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max);
+
+    const RawConfigStruct& getConfig() const { return m_config; }
+
+private:
+    IQVStreamContext* const m_context;
+    RawConfigStruct m_config;
+};
+
+}  // namespace krx::raw

@@ -1,0 +1,144 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/raw/rawSegment.h"
+
+#include "server/SRMessage.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace krx::raw {
+namespace {
+
+using namespace krx::streams;
+
+constexpr unsigned kFooterSize = 4;
+constexpr unsigned kRecordOverhead = SRMessageHeader::kSize + kFooterSize;
+
+constexpr unsigned char kReservedFlag = 0x80;
+constexpr unsigned char kMaxType = 23;
+
+/// Video bodies below it have frame type 0: they are no pictures.
+constexpr unsigned char kFirstFrameType = 0x10;
+
+unsigned loadU32(const unsigned char* in)
+{
+    return static_cast<unsigned>(in[0]) << 24 | static_cast<unsigned>(in[1]) << 16 |
+           static_cast<unsigned>(in[2]) << 8 | in[3];
+}
+
+bool isTypeValid(unsigned char type)
+{
+    return (type & kReservedFlag) == 0 && (type & kTypeMask) <= kMaxType;
+}
+
+bool isDelivered(const SRMessageHeader& header, const unsigned char* body)
+{
+    return (header.type & kTypeMask) != kMsgVideo || header.length == 0 || body[0] >= kFirstFrameType;
+}
+
+}  // namespace
+
+void PendingAggregate::append(unsigned char* record, unsigned length, unsigned time)
+{
+    if (m_length == 0) {
+        m_data = record;
+        m_time = time;
+    } else if (!m_copy.empty() || m_data + m_length != record) {
+        if (m_copy.empty())
+            m_copy.assign(m_data, m_data + m_length);
+        m_copy.insert(m_copy.end(), record, record + length);
+    }
+    m_length += length;
+}
+
+void PendingAggregate::clear()
+{
+    m_copy.clear();
+    m_length = 0;
+}
+
+SegmentReader::SegmentReader(const RawConfigStruct& config, const SegmentBounds& bounds,
+                             const SRString& fileName, ISegmentHolder& holder, WarningSink warn)
+    : m_config(config),
+      m_bounds(bounds),
+      m_fileName(fileName),
+      m_holder(holder),
+      m_warn(std::move(warn)),
+      m_minTime(std::max(bounds.startTime, 1U) - 1)
+{
+}
+
+void SegmentReader::read(unsigned char* data, unsigned length)
+{
+    for (unsigned offset = 0; offset < length;)
+        offset += readRecord(data + offset, length - offset);
+    if (m_aggregate.length() != 0)
+        deliverAggregate();
+
+    // In 64 bits neither the number of messages nor the time behind the last one can overflow.
+    const unsigned long long expected =
+        static_cast<unsigned long long>(m_bounds.end) - static_cast<unsigned long long>(m_bounds.start) + 1;
+    if (m_count != expected || m_maxTime + 1ULL != m_bounds.endTime)
+        throw fault(kSegmentMismatch);
+}
+
+/// Returns the length of the record.
+unsigned SegmentReader::readRecord(unsigned char* record, unsigned remaining)
+{
+    if (remaining < SRMessageHeader::kSize)
+        throw fault(kSegmentTruncatedMessage);
+    if (!isTypeValid(record[0]))
+        throw fault(kSegmentUnrecognizedType);
+    const SRMessageHeader header = SRMessageHeader::parse(record);
+    if (header.timestamp < m_minTime)
+        warnBackwardTime();
+    const unsigned recordLength = header.length + kRecordOverhead;
+    if (recordLength > remaining)
+        throw fault(kSegmentTruncatedMessage);
+    unsigned char* const body = record + SRMessageHeader::kSize;
+    if (loadU32(body + header.length) != header.length + SRMessageHeader::kSize)
+        throw fault(kSegmentInvalidFooter);
+
+    if (isDelivered(header, body)) {
+        // A message at time 0 does not wait: it overtakes the aggregate that is pending.
+        if (m_config.EnableAggMsgs && header.timestamp != 0) {
+            m_aggregate.append(record, recordLength, header.timestamp);
+            if (m_aggregate.length() >= m_config.MaxAggMsgSize)
+                deliverAggregate();
+        } else {
+            deliver(record[0], body, header.length, header.timestamp);
+        }
+    }
+    m_maxTime = std::max(m_maxTime, header.timestamp);
+    m_minTime = header.timestamp;
+    ++m_count;
+    return recordLength;
+}
+
+void SegmentReader::deliverAggregate()
+{
+    deliver(kMsgAggregate, m_aggregate.data(), m_aggregate.length(), m_aggregate.time());
+    m_aggregate.clear();
+}
+
+void SegmentReader::deliver(unsigned char type, unsigned char* data, unsigned length, unsigned time)
+{
+    if (!m_holder.add(type, data, length, time))
+        throw StreamParseError(kUnknownError);
+}
+
+void SegmentReader::warnBackwardTime()
+{
+    if (!m_backwardTime)
+        m_backwardTime = fault(kSegmentBackwardTimestamp);
+    m_warn(*m_backwardTime);
+}
+
+StreamParseError SegmentReader::fault(ParseStatus status) const
+{
+    return makeParseError(status, m_fileName);
+}
+
+}  // namespace krx::raw

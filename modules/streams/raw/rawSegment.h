@@ -1,0 +1,76 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "interfaces/ISegmentHolder.h"
+#include "modules/streams/raw/rawConfig.h"
+#include "modules/streams/streamparseerror.h"
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace krx::raw {
+
+/// A run of records on its way to the holder. As long as the records stand together it is a span of their
+/// bytes; only a run with a gap is copied.
+class PendingAggregate
+{
+public:
+    /// Appends a record. The bytes must stay until clear().
+    void append(unsigned char* record, unsigned length, unsigned time);
+    void clear();
+
+    unsigned char* data() { return m_copy.empty() ? m_data : m_copy.data(); }
+    unsigned length() const { return m_length; }
+    /// Time of the first record, ms.
+    unsigned time() const { return m_time; }
+
+private:
+    unsigned char* m_data = nullptr;
+    unsigned m_length = 0;
+    unsigned m_time = 0;
+    std::vector<unsigned char> m_copy;
+};
+
+/// Checks the bytes of one segment file against the layout of records and against the index, and delivers the
+/// messages on the way.
+///
+/// A record is an 11-byte message header, the body, and the length of both (4 bytes, big-endian).
+class SegmentReader
+{
+public:
+    using WarningSink = std::function<void(const krx::streams::StreamParseError&)>;
+
+    /// fileName stands in the texts of faults. Warnings go to the sink, which may throw them. The holder and
+    /// the arguments taken by reference must outlive the reader.
+    SegmentReader(const RawConfigStruct& config, const SegmentBounds& bounds, const SRString& fileName,
+                  ISegmentHolder& holder, WarningSink warn);
+
+    /// Reads the whole file, once. The holder gets parts of data. Throws StreamParseError for a fault and
+    /// when the holder refuses a message; what was delivered before stays delivered.
+    void read(unsigned char* data, unsigned length);
+
+private:
+    unsigned readRecord(unsigned char* record, unsigned remaining);
+    void deliverAggregate();
+    void deliver(unsigned char type, unsigned char* data, unsigned length, unsigned time);
+    void warnBackwardTime();
+    krx::streams::StreamParseError fault(krx::streams::ParseStatus status) const;
+
+    const RawConfigStruct& m_config;
+    const SegmentBounds& m_bounds;
+    const SRString& m_fileName;
+    ISegmentHolder& m_holder;
+    const WarningSink m_warn;
+    std::optional<krx::streams::StreamParseError>
+        m_backwardTime;  ///< built for the first, told for every one
+
+    PendingAggregate m_aggregate;
+    unsigned m_minTime;  ///< a record below it goes backward
+    unsigned m_maxTime = 0;
+    unsigned long long m_count = 0;
+};
+
+}  // namespace krx::raw

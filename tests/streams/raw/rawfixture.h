@@ -1,0 +1,44 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/raw/rawData.h"
+#include "tests/support/memorydirio.h"
+#include "tests/support/rawbuilder.h"
+#include "tests/support/recordingcontext.h"
+
+namespace krx::test {
+
+constexpr const char* kDir = "rec";
+
+/// A stream in memory with all that surrounds it.
+struct RawFixture
+{
+    explicit RawFixture(const std::map<std::string, std::string>& files,
+                        const raw::RawConfigStruct& config = {})
+        : data(SRString::fromMultiByte(kDir), config, &context, &io)
+    {
+        setFiles(files);
+    }
+
+    void setFiles(const std::map<std::string, std::string>& files)
+    {
+        io.files.clear();
+        for (const auto& [name, content] : files)
+            io.files[std::string(kDir) + '/' + name] = content;
+    }
+
+    MemoryDirIo io;
+    RecordingContext context{&io};
+    RecordingHolder holder;
+    raw::RawData data;
+};
+
+/// The line of an error about the stream.
+inline RecordingContext::Line errorLine(const std::string& text)
+{
+    return {2, text + '\t' + kDir};
+}
+
+}  // namespace krx::test

@@ -1,0 +1,337 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "server/KRXSyncFileIo.h"
+#include "tests/streams/raw/rawfixture.h"
+#include "tests/support/faultyfileio.h"
+#include "tests/support/tempdir.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace krx::test {
+namespace {
+
+using raw::RawData;
+using Files = std::map<std::string, std::string>;
+using Lines = std::vector<RecordingContext::Line>;
+
+constexpr const char* kCorrupted = "-32\tIndex or Contexts file missing or corrupted.";
+constexpr const char* kUnparsed = "Failed to deserialize contexts vector from the buffer.";
+constexpr long long kMost = std::numeric_limits<long long>::max();
+
+/// An index of the given records.
+std::string indexOf(const std::vector<SegmentBounds>& bounds)
+{
+    RawBuilder builder;
+    builder.bounds = bounds;
+    return builder.index();
+}
+
+std::string sound(std::size_t length = std::string::npos)
+{
+    return smallRecording().index().substr(0, length);
+}
+
+/// The index of the small recording that claims n segments.
+std::string claiming(const std::string& n)
+{
+    return sound().replace(13, 4, n);
+}
+
+TEST(RawDataTest, FaultyFilesAreReportedAndLeaveTheStreamEmpty)
+{
+    const std::string shortRead = "Failed to read file buffer, bytesRead = ";
+    const std::string bounds = "Found invalid segment bounds while reading index file: ";
+    const std::string lineUp = "Segment bounds do not line up with previous bounds: segment start";
+    const std::string element = RawBuilder::contextBytes({});
+    const struct
+    {
+        std::string file;
+        std::string content;
+        std::string text;
+    } cases[] = {
+        {"index", "", shortRead + "0"},
+        {"index", sound(3), shortRead + "3"},
+        {"index", sound(15), shortRead + "2"},
+        {"index", sound(17 + 24), shortRead + "0"},
+        {"index", sound(17 + 24 + 7), shortRead + "7"},
+        {"index", sound(17 + 24 + 8 + 5), shortRead + "5"},
+        {"index", sound(17 + 24 + 16 + 3), shortRead + "3"},
+        {"index", sound(17 + 24 + 20 + 1), shortRead + "1"},
+        {"index", claiming("\xFF\xFF\xFF\xFF"), shortRead + "0"},
+        {"index", sound() + "x", "Failed to read index file successfully."},
+        {"index", indexOf({{5, 4, 0, 1}}), bounds + "start = 5, end = 4"},
+        {"index", indexOf({{0, kMost, 0, 1}}), bounds + "start = 0, end = 9223372036854775807"},
+        {"index", indexOf({{0, 9, 0, 10}, {10, 19, 11, 20}}),
+         lineUp + " time = 11, previous segment end time = 10"},
+        {"index", indexOf({{0, 9, 0, 10}, {11, 19, 10, 20}}), lineUp + " = 11, previous segment end = 9"},
+        {"index", indexOf({{0, 9, 0, 10}, {-11, 19, 11, 20}}),
+         lineUp + " time = 11, previous segment end time = 10"},
+        {"index", indexOf({{-5, -1, 0, 4294967295}, {-2, 19, 4294967295, 20}}),
+         lineUp + " = -2, previous segment end = -1"},
+        {"contexts", "\x02", kUnparsed},
+        {"contexts", Amf().string("text").bytes(), kUnparsed},
+        {"contexts", RawBuilder::contextsFile({element}).substr(0, 40), kUnparsed},
+        {"contexts", RawBuilder::contextsFile({element, Amf().number(1).bytes()}), kUnparsed},
+        {"contexts", std::string("\x0A\xFF\xFF\xFF\xFF", 5) + element, kUnparsed},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text + " in " + c.file);
+        Files files = smallRecording().files();
+        files[c.file] = c.content;
+        RawFixture raw(files);
+        EXPECT_FALSE(raw.data.load());
+        EXPECT_EQ(raw.context.takeFindings(), (Lines{errorLine(c.text), errorLine(kCorrupted)}));
+        EXPECT_EQ(raw.data.getEndPosition(), 0);
+        EXPECT_EQ(raw.data.getDuration(), 0U);
+        EXPECT_EQ(raw.data.getContexts()->numContexts(), 0U);
+    }
+}
+
+TEST(RawDataTest, MissingFilesAndOtherVersions)
+{
+    for (const char* const name : {"index", "contexts"}) {
+        Files files = smallRecording().files();
+        files.erase(name);
+        RawFixture raw(files);
+        EXPECT_FALSE(raw.data.load());
+        EXPECT_EQ(raw.context.takeFindings(),
+                  (Lines{errorLine(std::string("Could not open file:rec/") + name), errorLine(kCorrupted)}));
+    }
+    // A directory that is not there is a stream that is yet to be recorded.
+    RawFixture nothing(Files{});
+    EXPECT_FALSE(nothing.data.load());
+    EXPECT_TRUE(nothing.context.lines.empty());
+
+    RawBuilder other = smallRecording();
+    other.version = 0x20000;
+    RawFixture raw(other.files());
+    EXPECT_FALSE(raw.data.load());
+    EXPECT_EQ(
+        raw.context.takeFindings(),
+        (Lines{errorLine("-33\tIndex File Version 20000 Not Supported.  KRX Requires Version 10000.")}));
+}
+
+TEST(RawDataTest, SoundFiles)
+{
+    const auto wide = [](long long position) {
+        std::string bytes("\x22");
+        putBigEndian(bytes, static_cast<std::uint64_t>(position), 8);
+        return bytes;
+    };
+    const std::string element = RawBuilder::contextBytes({});
+    const std::string wideElement =
+        Amf().object().name("other").null().name("position").raw(wide(-2)).end().bytes();
+    const struct
+    {
+        std::string index;
+        std::string contexts;
+        unsigned duration;
+        long long endPosition;
+        std::size_t numContexts;
+    } cases[] = {
+        {sound(13) + std::string(4, '\0'), "", 0, 0, 0},
+        {sound(), "", 61, 6, 0},
+        {indexOf({{3, 3, 7, 8}}), RawBuilder::contextsFile({element, wideElement}), 8, 4, 2},
+        {indexOf({{0, kMost - 1, 0, 8}}), RawBuilder::contextsFile({element}) + "more", 8, kMost, 1},
+        {indexOf({{std::numeric_limits<long long>::min(), -2, 9, 8}}),
+         Amf().strictArray(1).raw(element).bytes(), 8, -1, 1},
+    };
+    for (const auto& c : cases) {
+        RawFixture raw({{"index", c.index}, {"contexts", c.contexts}});
+        EXPECT_TRUE(raw.data.load());
+        EXPECT_EQ(raw.context.takeFindings(), Lines());
+        EXPECT_EQ(raw.data.getDuration(), c.duration);
+        EXPECT_EQ(raw.data.getEndPosition(), c.endPosition);
+        EXPECT_EQ(raw.data.getContexts()->numContexts(), c.numContexts);
+        EXPECT_EQ(raw.data.getSerializedIndexSize(), c.index.size());
+        EXPECT_GT(raw.data.reportMemorySize(), c.index.size());
+    }
+}
+
+TEST(RawDataTest, TheIndexIsLogged)
+{
+    RawBuilder builder = smallRecording();
+    builder.size = -5;
+    builder.bounds.back().endTime = 4294967295;
+    RawFixture raw(builder.files());
+    EXPECT_TRUE(raw.data.load());
+    EXPECT_EQ(raw.context.lines, (Lines{{5, "\nIndex File:\n"},
+                                        {5, "File Format Version:\t10000\n"},
+                                        {5, "File Size in Bytes:\t-5\n"},
+                                        {5, "File Length in Seconds:\t4294967.295\n"},
+                                        {5, "Number of Segments:\t2\n\n"}}));
+}
+
+TEST(RawDataTest, AFileIsReadAgainOnlyWhenItWasModified)
+{
+    using Paths = std::vector<std::string>;
+    RawFixture raw(smallRecording().files());
+    const auto load = [&raw](bool loads) {
+        raw.io.opened.clear();
+        EXPECT_EQ(raw.data.load(), loads);
+        return raw.io.opened;
+    };
+    const Paths both{"rec/index", "rec/contexts"};
+    EXPECT_EQ(load(true), both);
+    EXPECT_EQ(load(true), Paths());
+    raw.io.modifiedTimes["rec/index"] = {1, 7};
+    EXPECT_EQ(load(true), Paths{"rec/index"});
+    raw.io.modifiedTimes["rec/contexts"] = {2, 0};
+    raw.io.files["rec/contexts"] = "";
+    EXPECT_EQ(load(true), Paths{"rec/contexts"});
+    EXPECT_EQ(raw.data.getContexts()->numContexts(), 0U);
+    EXPECT_EQ(raw.data.getEndPosition(), 6);
+    EXPECT_EQ(raw.data.getContextsModifiedTime(), 2);
+
+    // What a failed load emptied has to be read again, although only the other file changes.
+    raw.io.modifiedTimes["rec/contexts"] = {3, 0};
+    raw.io.files["rec/contexts"] = "?";
+    EXPECT_EQ(load(false), Paths{"rec/contexts"});
+    raw.io.modifiedTimes["rec/contexts"] = {4, 0};
+    raw.io.files["rec/contexts"] = "";
+    EXPECT_EQ(load(true), both);
+    EXPECT_EQ(raw.data.getEndPosition(), 6);
+
+    // Without a modification time nothing is known to be unchanged.
+    raw.io.modifiedTimes["rec/index"] = raw.io.modifiedTimes["rec/contexts"] = {0, 0};
+    EXPECT_EQ(load(true), both);
+    EXPECT_EQ(load(true), both);
+}
+
+TEST(RawDataTest, FindsSegments)
+{
+    RawFixture raw(
+        {{"index", indexOf({{10, 10, 100, 200}, {11, 19, 200, 200}, {20, 39, 200, 300}, {40, 41, 300, 301}})},
+         {"contexts", ""}});
+    ASSERT_TRUE(raw.data.load());
+    const long long none = -1;
+    const std::pair<long long, long long> byLoc[] = {{-1, none}, {0, none}, {9, none}, {10, 10}, {11, 11},
+                                                     {19, 11},   {20, 20},  {39, 20},  {41, 40}, {42, none}};
+    const std::pair<unsigned, long long> byTime[] = {{0, none}, {99, none}, {100, 10}, {200, 10},
+                                                     {201, 20}, {300, 20},  {301, 40}, {302, none}};
+    const auto startOf = [&](bool found, const SegmentBounds& bounds) { return found ? bounds.start : none; };
+    SegmentBounds bounds;
+    for (const auto& [position, start] : byLoc)
+        EXPECT_EQ(startOf(raw.data.findByLoc(position, &bounds), bounds), start) << position;
+    for (const auto& [time, start] : byTime)
+        EXPECT_EQ(startOf(raw.data.findByTime(time, &bounds), bounds), start) << time;
+    EXPECT_TRUE(raw.data.findByLoc(30, &bounds));
+    EXPECT_EQ(bounds, (SegmentBounds{20, 39, 200, 300}));
+
+    // Times that fall make lookups meaningless but harmless.
+    RawFixture falling({{"index", indexOf({{0, 0, 9, 3}, {1, 1, 3, 5}, {2, 2, 5, 1}})}, {"contexts", ""}});
+    ASSERT_TRUE(falling.data.load());
+    for (unsigned time = 0; time < 12; ++time)
+        falling.data.findByTime(time, &bounds);
+    EXPECT_FALSE(RawFixture(Files{}).data.findByLoc(0, &bounds));
+}
+
+TEST(RawDataTest, SaveWritesWhatWasLoaded)
+{
+    RawBuilder builder = smallRecording();
+    builder.context({9, 500, "header", 3, 1, 1}).context({8, 60, "", 5, 7, 2});
+    const Files files = builder.files();
+    const TempDir temp;
+    RawBuilder::write(files, temp.bytes("rec"));
+    SimpleKrxSyncFileIo io;
+    RecordingContext context(&io);
+    RawData data(temp.file("rec"), {}, &context, &io);
+    ASSERT_TRUE(data.load());
+    ::unlink(temp.bytes("rec/index").c_str());
+    ::unlink(temp.bytes("rec/contexts").c_str());
+    EXPECT_TRUE(data.save());
+    EXPECT_EQ(temp.read("rec/index"), files.at("index"));
+    EXPECT_EQ(temp.read("rec/contexts"), files.at("contexts"));
+    EXPECT_TRUE(data.load());
+
+    // Nothing at all becomes an index without segments and empty contexts, in a directory that is created.
+    RawData fresh(temp.file("new/rec"), {}, &context, &io);
+    EXPECT_TRUE(fresh.save());
+    EXPECT_EQ(temp.read("new/rec/index"), std::string("\0\1\0\0", 4) + std::string(13, '\0'));
+    EXPECT_TRUE(fresh.load());
+    EXPECT_EQ(context.takeFindings(), Lines());
+
+    const std::string blocked = temp.bytes("new/rec/index/x");
+    RawData failing(SRString::fromMultiByte(blocked), {}, &context, &io);
+    EXPECT_FALSE(failing.save());
+    EXPECT_EQ(context.takeFindings(), (Lines{{2, "FileIO write failed, errorCode = -1\t" + blocked},
+                                             {2, "Couldn't write Index or Contexts file.\t" + blocked}}));
+}
+
+TEST(RawDataTest, OnlyRegularFilesAreOpened)
+{
+    const std::string zero = RawBuilder::fileName(0);
+    for (const std::string& name : {std::string("index"), std::string("contexts"), zero}) {
+        for (const char* const kind : {"pipe", "device", "directory", "loop"}) {
+            SCOPED_TRACE(name + " as a " + kind);
+            const TempDir temp;
+            RawBuilder::write(smallRecording().files(), temp.bytes("rec"));
+            const std::string path = temp.bytes("rec/" + name);
+            ::unlink(path.c_str());
+            const std::string how = kind;
+            const int made = how == "pipe"        ? ::mkfifo(path.c_str(), 0600)
+                             : how == "device"    ? ::symlink("/dev/zero", path.c_str())
+                             : how == "directory" ? ::mkdir(path.c_str(), 0700)
+                                                  : ::symlink(path.c_str(), path.c_str());
+            ASSERT_EQ(made, 0);
+            SimpleKrxSyncFileIo io;
+            RecordingContext context(&io);
+            RecordingHolder holder;
+            RawData data(temp.file("rec"), {}, &context, &io);
+            const SegmentBounds first{0, 2, 0, 21};
+            EXPECT_FALSE(data.load() && data.loadSegment(&context, &first, &holder));
+            const Lines findings = context.takeFindings();
+            ASSERT_EQ(findings.size(), 2U);
+            EXPECT_EQ(findings[0].text, "Could not open file:" + path + '\t' + temp.bytes("rec"));
+        }
+    }
+}
+
+TEST(RawDataTest, FilesOf4GiBAreNotRead)
+{
+    const TempDir temp;
+    RawBuilder::write(smallRecording().files(), temp.path());
+    const std::string index = temp.bytes("index");
+    ASSERT_EQ(::truncate(index.c_str(), 1LL << 32), 0);
+    FaultyFileIo io;
+    RecordingContext context(&io);
+    EXPECT_FALSE(RawData(SRString::fromMultiByte(temp.path()), {}, &context, &io).load());
+    EXPECT_TRUE(io.reads.empty());
+    const Lines findings = context.takeFindings();
+    ASSERT_EQ(findings.size(), 2U);
+    EXPECT_EQ(findings[0].text,
+              "Read buffer size too large to initialize, size = 4294967296\t" + temp.path());
+}
+
+TEST(RawDataTest, EveryFailingOperationIsReported)
+{
+    const TempDir temp;
+    const std::string path = temp.bytes("odd %s \xFF name/");
+    RawBuilder::write(smallRecording().files(), path);
+    const SegmentBounds first{0, 2, 0, 21};
+    for (unsigned n = 1;; ++n) {
+        FaultyFileIo io;
+        io.failAt = n;
+        RecordingContext context(&io);
+        RecordingHolder holder;
+        RawData data(SRString::fromMultiByte(path), {}, &context, &io);
+        const bool works = data.load() && data.loadSegment(&context, &first, &holder);
+        EXPECT_EQ(io.openFiles, 0);
+        const Lines findings = context.takeFindings();
+        EXPECT_EQ(findings.empty(), works) << n;
+        for (const auto& line : findings)
+            EXPECT_EQ(line.text.substr(line.text.rfind('\t')), '\t' + path);
+        if (io.operations < n) {
+            EXPECT_TRUE(works);
+            break;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace krx::test
