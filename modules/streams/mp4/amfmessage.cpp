@@ -1,0 +1,313 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/amfmessage.h"
+
+#include "modules/streams/mp4/boxheader.h"
+#include "modules/streams/mp4/mp4.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+#include <limits>
+#include <string>
+
+namespace krx::mp4 {
+namespace {
+
+constexpr std::size_t kMaxShortString = 65535;
+constexpr unsigned char kByteArrayAMF3 = 12;
+
+/// UTF-8 of big-endian UTF-16 text up to its first zero unit.
+std::string toUTF8(std::string_view utf16)
+{
+    std::string text;
+    for (std::size_t i = 0; i + 1 < utf16.size(); i += 2) {
+        const unsigned unit = static_cast<unsigned>(static_cast<unsigned char>(utf16[i])) << 8 |
+                              static_cast<unsigned char>(utf16[i + 1]);
+        if (unit == 0)
+            break;
+        char bytes[3];
+        text.append(bytes, AMFMessage::U16CharToUTF8(unit, bytes, std::end(bytes)));
+    }
+    return text;
+}
+
+std::string_view untilZero(std::string_view text)
+{
+    return text.substr(0, text.find('\0'));
+}
+
+}  // namespace
+
+AMFMessage::AMFMessage() : SRMemory(kInitialCapacity) {}
+
+void AMFMessage::put(const void* bytes, unsigned n)
+{
+    if (m_failed || n == 0)
+        return;
+    constexpr unsigned long long kMax = std::numeric_limits<unsigned>::max();
+    const unsigned long long needed = static_cast<unsigned long long>(m_length) + n;
+    if (needed > capacity()) {
+        unsigned long long larger = capacity();
+        while (larger < needed)
+            larger *= 2;
+        if (needed > kMax || !resize(static_cast<unsigned>(std::min(larger, kMax)))) {
+            m_failed = true;
+            return;
+        }
+    }
+    std::memcpy(data() + m_length, bytes, n);
+    m_length += n;
+}
+
+void AMFMessage::WriteAMF0Byte(unsigned char byte)
+{
+    put(&byte, 1);
+}
+
+void AMFMessage::WriteAMF0U32(unsigned value)
+{
+    const unsigned char bytes[] = {static_cast<unsigned char>(value >> 24),
+                                   static_cast<unsigned char>(value >> 16),
+                                   static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
+    put(bytes, sizeof(bytes));
+}
+
+void AMFMessage::WriteAMF3Uint29(unsigned value)
+{
+    const auto part = [&](unsigned shift, unsigned mask) {
+        return static_cast<unsigned char>((value >> shift & mask) | (0x80 & ~mask));
+    };
+    if (value < 0x80)
+        WriteAMF0Byte(static_cast<unsigned char>(value));
+    else if (value < 0x4000) {
+        const unsigned char bytes[] = {part(7, 0x7F), static_cast<unsigned char>(value & 0x7F)};
+        put(bytes, sizeof(bytes));
+    } else if (value < 0x200000) {
+        const unsigned char bytes[] = {part(14, 0x7F), part(7, 0x7F),
+                                       static_cast<unsigned char>(value & 0x7F)};
+        put(bytes, sizeof(bytes));
+    } else if (value < 0x40000000) {
+        const unsigned char bytes[] = {part(22, 0x7F), part(15, 0x7F), part(8, 0x7F), part(0, 0xFF)};
+        put(bytes, sizeof(bytes));
+    } else
+        WriteAMF0Byte(0);
+}
+
+void AMFMessage::AddAMF0String(std::string_view text, bool withMarker)
+{
+    std::string converted;
+    if (text.starts_with("\xFE\xFF")) {
+        converted = toUTF8(text.substr(2));
+        text = converted;
+    } else if (text.starts_with("\xFF\xFF"))
+        text = {};
+    else
+        text = untilZero(text);
+
+    const bool isLong = text.size() > kMaxShortString;
+    if (text.size() > std::numeric_limits<unsigned>::max())
+        m_failed = true;
+    if (withMarker)
+        WriteAMF0Byte(isLong ? kLongString : kString);
+    const auto length = static_cast<unsigned>(text.size());
+    if (isLong)
+        WriteAMF0U32(length);
+    else {
+        const unsigned char bytes[] = {static_cast<unsigned char>(length >> 8),
+                                       static_cast<unsigned char>(length)};
+        put(bytes, sizeof(bytes));
+    }
+    put(text.data(), length);
+}
+
+void AMFMessage::AddAMF0Number(double number)
+{
+    const auto bits = std::bit_cast<unsigned long long>(number);
+    WriteAMF0U32(static_cast<unsigned>(bits >> 32));
+    WriteAMF0U32(static_cast<unsigned>(bits));
+}
+
+void AMFMessage::AddNamedAMF0Number(const char* name, double number)
+{
+    addName(name);
+    WriteAMF0Byte(kNumber);
+    AddAMF0Number(number);
+}
+
+void AMFMessage::AddNamedAMF0String(const char* name, const char* value)
+{
+    if (name && value)
+        addNamedText(name, value);
+}
+
+void AMFMessage::addNamedText(std::string_view name, std::string_view value)
+{
+    addName(name);
+    AddAMF0String(value, true);
+}
+
+void AMFMessage::beginObject(std::string_view name)
+{
+    addName(name);
+    WriteAMF0Byte(kObject);
+}
+
+void AMFMessage::beginECMAArray(unsigned count)
+{
+    WriteAMF0Byte(kECMAArray);
+    WriteAMF0U32(count);
+}
+
+void AMFMessage::beginStrictArray(std::string_view name, unsigned count)
+{
+    addName(name);
+    WriteAMF0Byte(kStrictArray);
+    WriteAMF0U32(count);
+}
+
+void AMFMessage::beginMessage(std::string_view name, bool amf3)
+{
+    m_length = 0;
+    m_failed = false;
+    if (amf3)
+        WriteAMF0Byte(0);
+    AddAMF0String(name, true);
+}
+
+void AMFMessage::endObject()
+{
+    addName({});
+    WriteAMF0Byte(kObjectEnd);
+}
+
+void AMFMessage::addByteArray(const unsigned char* bytes, unsigned n)
+{
+    WriteAMF0Byte(kSwitchToAMF3);
+    WriteAMF0Byte(kByteArrayAMF3);
+    WriteAMF3Uint29(n * 2 + 1);
+    put(bytes, n);
+}
+
+void AMFMessage::initFromImage(unsigned trackId, bool amf3, const unsigned char* data, unsigned length)
+{
+    beginMessage("onImageData", amf3);
+    beginECMAArray(0);
+    AddNamedAMF0Number("trackid", trackId);
+    if (amf3) {
+        addName("data");
+        addByteArray(data, length);
+    }
+    endObject();
+}
+
+void AMFMessage::initXMP(const SRMemory& xmp)
+{
+    beginMessage("onXMPData", false);
+    beginECMAArray(0);
+    const unsigned length = std::min(xmp.getUsed(), xmp.capacity());
+    addNamedText("data", {reinterpret_cast<const char*>(xmp.data()), length});
+    endObject();
+}
+
+bool AMFMessage::initDRMData(MP4File& file)
+{
+    m_length = 0;
+    const std::vector<TrackInfo*> tracks = file.getTrackVec();
+    const auto isProtected = [](const TrackInfo* track) {
+        return track->isValid() && !track->sampleDescriptions.empty() &&
+               (track->sampleDescriptions[0].type == fourCC("encv") ||
+                track->sampleDescriptions[0].type == fourCC("enca"));
+    };
+    const auto found = std::find_if(tracks.begin(), tracks.end(), isProtected);
+    if (found == tracks.end())
+        return false;
+    const DRMTrackInfo& drm = (*found)->drm;
+
+    beginMessage("|AdditionalHeader", false);
+    WriteAMF0Byte(kObject);
+    beginObject("Encryption");
+    AddNamedAMF0Number("Version", drm.headerVersion);
+    AddNamedAMF0String("Method", "Standard");
+    AddNamedAMF0Number("Flags", drm.headerFlags);
+    beginObject("Params");
+    AddNamedAMF0Number("Version", drm.paramsVersion);
+    addNamedText("EncryptionAlgorithm", drm.encryptionAlgorithm.view());
+    beginObject("EncryptionParams");
+    AddNamedAMF0Number("keyLengh", drm.keyLength);  // players know the key by this spelling
+    endObject();
+    beginObject("KeyInfo");
+    switch (drm.kind) {
+        case 1:
+            AddNamedAMF0String("subType", "ZOL");
+            beginObject("ZOL_LICENSE");
+            addNamedText("license", drm.zolLicense.view());
+            addNamedText("policy", drm.zolPolicy.view());
+            addNamedText("edcData", drm.zolEdcData.view());
+            addNamedText("domain", drm.zolDomain.view());
+            endObject();
+            break;
+        case 2:
+            AddNamedAMF0String("subType", "Wardenv2");
+            beginObject("QPRS_METADATA");
+            addNamedText("Metadata", drm.wdxsMetadata.view());
+            addNamedText("License", drm.wdxsLicense.view());
+            endObject();
+            break;
+        default:
+            AddNamedAMF0String("subType", "UNKNOWN");
+            break;
+    }
+    endObject();  // KeyInfo
+    endObject();  // Params
+    if (!drm.signatureFormat.empty()) {
+        addNamedText("SigFormat", drm.signatureFormat.view());
+        addNamedText("Signature", drm.signature.view());
+    }
+    endObject();  // Encryption
+    endObject();
+    return true;
+}
+
+unsigned AMFMessage::U16CharToUTF8(unsigned unit, char* out, const char* end)
+{
+    const unsigned n = unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+    if (unit > 0xFFFF || end - out < static_cast<std::ptrdiff_t>(n))
+        return 0;
+    if (n == 1)
+        out[0] = static_cast<char>(unit);
+    else {
+        for (unsigned i = n - 1; i > 0; --i, unit >>= 6)
+            out[i] = static_cast<char>(0x80 | (unit & 0x3F));
+        out[0] = static_cast<char>((n == 2 ? 0xC0 : 0xE0) | unit);
+    }
+    return n;
+}
+
+void AMFMessage::FourCCToUTF8(char* out, unsigned fourCC)
+{
+    const char* end = out + 8;
+    for (int shift = 24; shift >= 0; shift -= 8)
+        out += U16CharToUTF8(fourCC >> shift & 0xFF, out, end);
+    *out = 0;
+}
+
+void AMFMessage::ToLanguageString(unsigned code, char* out)
+{
+    for (int shift = 10; shift >= 0; shift -= 5) {
+        const unsigned letter = code >> shift & 31;
+        *out++ = static_cast<char>(letter == 0 ? ' ' : letter + 0x60);
+    }
+    *out = 0;
+}
+
+unsigned AMFMessage::SaveReadUnsigned(const unsigned char** p, int n, const unsigned char* end)
+{
+    unsigned value = 0;
+    for (; n > 0 && *p < end; --n)
+        value = value << 8 | *(*p)++;
+    return value;
+}
+
+}  // namespace krx::mp4

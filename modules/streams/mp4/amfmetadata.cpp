@@ -1,0 +1,278 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/amfmessage.h"
+#include "modules/streams/mp4/mp4.h"
+
+#include <string>
+
+namespace krx::mp4 {
+namespace {
+
+using TagEntry = MP4File::TagEntry;
+
+// Well-known types of tags.
+constexpr unsigned kImplicit = 0;
+constexpr unsigned kText = 1;
+constexpr unsigned kJPEG = 13;
+constexpr unsigned kPNG = 14;
+constexpr unsigned kInteger = 21;
+
+bool isImage(const TagEntry& tag)
+{
+    return tag.dataType == kJPEG || tag.dataType == kPNG;
+}
+
+std::string fourCCText(unsigned code)
+{
+    char text[9];
+    AMFMessage::FourCCToUTF8(text, code);
+    return text;
+}
+
+std::string tagKey(const TagEntry& tag)
+{
+    std::string key = fourCCText(tag.itemType);
+    if (tag.language != 0) {
+        char language[4];
+        AMFMessage::ToLanguageString(tag.language, language);
+        key.append("-").append(language);
+    }
+    return key;
+}
+
+unsigned countOf(std::size_t n)
+{
+    return static_cast<unsigned>(n);
+}
+
+}  // namespace
+
+/// Writes the body of "onMetaData", group after group. Facts that are missing leave their keys out.
+class AMFMessage::MetaData
+{
+public:
+    MetaData(AMFMessage& out, MP4File& file, bool amf3)
+        : m_out(out), m_file(file), m_tracks(file.getTrackVec()), m_amf3(amf3)
+    {
+    }
+
+    void write(unsigned duration)
+    {
+        m_out.beginMessage("onMetaData", m_amf3);
+        m_out.beginECMAArray(0);
+        m_out.AddNamedAMF0Number("duration", duration / 1000.0);
+        m_out.AddNamedAMF0Number("moovPosition", static_cast<double>(m_file.getMoviePos()));
+        writeCodecs();
+        writeRates();
+        writeTags();
+        writeChapters();
+        writeProgressiveInfo();
+        writeTrackInfo();
+        m_out.endObject();
+    }
+
+private:
+    /// The first sample description of a valid track; null when there is none.
+    static const SampleEntry* firstEntry(const TrackInfo& track)
+    {
+        return track.isValid() && !track.sampleDescriptions.empty() ? &track.sampleDescriptions[0] : nullptr;
+    }
+
+    void writeCodecs()
+    {
+        for (const TrackInfo* track : m_tracks) {
+            const SampleEntry* entry = firstEntry(*track);
+            if (!entry)
+                continue;
+            if (entry->width != 0 && entry->height != 0) {
+                m_out.AddNamedAMF0Number("width", entry->width);
+                m_out.AddNamedAMF0Number("height", entry->height);
+                m_out.addNamedText("videocodecid", fourCCText(entry->type));
+            } else if (entry->sampleRate > 0)
+                m_out.addNamedText("audiocodecid", fourCCText(entry->type));
+        }
+        if (m_file.hasAVCVideo()) {
+            m_out.AddNamedAMF0Number("avcprofile", m_file.getAVCProfile());
+            m_out.AddNamedAMF0Number("avclevel", m_file.getAVCLevel());
+        }
+        if (m_file.hasAACAudio())
+            m_out.AddNamedAMF0Number("aacaot", m_file.getAACObjectType());
+    }
+
+    void writeRates()
+    {
+        for (const TrackInfo* track : m_tracks) {
+            const SampleEntry* entry = firstEntry(*track);
+            if (!entry)
+                continue;
+            if (track->isVideo) {
+                // A fragmented file may tell no length.
+                if (const long long length = track->getContentLength(); length > 0)
+                    m_out.AddNamedAMF0Number("videoframerate", static_cast<double>(track->sampleTotal) *
+                                                                   track->timescale /
+                                                                   static_cast<double>(length));
+            } else if (track->isAudio) {
+                m_out.AddNamedAMF0Number("audiosamplerate", entry->sampleRate);
+                m_out.AddNamedAMF0Number("audiochannels", entry->channelCount);
+            }
+        }
+    }
+
+    void writeTags()
+    {
+        const std::vector<TagEntry>& tags = m_file.getTags();
+        if (tags.empty())
+            return;
+        m_out.addName("tags");
+        m_out.beginECMAArray(countOf(tags.size()));
+        for (std::size_t i = 0; i < tags.size();) {
+            if (isImage(tags[i]) && m_amf3)
+                i += writeImages(i);
+            else
+                writeTag(tags[i++]);
+        }
+        m_out.endObject();
+    }
+
+    void writeTag(const TagEntry& tag)
+    {
+        switch (tag.dataType) {
+            case kImplicit:
+            case kInteger:
+                writeIntegers(tag);
+                break;
+            case kText:
+                if (tag.text)
+                    m_out.addNamedText(tagKey(tag), {tag.text.get(), tag.textLength});
+                break;
+            default:
+                m_out.AddNamedAMF0Number(tagKey(tag).c_str(), 0);
+                break;
+        }
+    }
+
+    void writeIntegers(const TagEntry& tag)
+    {
+        if (tag.integerCount == 1) {
+            m_out.AddNamedAMF0Number(tagKey(tag).c_str(), tag.integers[0]);
+            return;
+        }
+        m_out.beginStrictArray(tagKey(tag), tag.integerCount);
+        for (unsigned i = 0; i < tag.integerCount; ++i) {
+            m_out.WriteAMF0Byte(kNumber);
+            m_out.AddAMF0Number(tag.integers[i]);
+        }
+    }
+
+    /// Writes the run of images of one item from tag first on as one value and returns its length.
+    std::size_t writeImages(std::size_t first)
+    {
+        const std::vector<TagEntry>& tags = m_file.getTags();
+        std::size_t end = first + 1;
+        while (end < tags.size() && tags[end].itemType == tags[first].itemType &&
+               tags[end].dataType == tags[first].dataType)
+            ++end;
+        m_out.beginStrictArray(tagKey(tags[first]), countOf(end - first));
+        for (std::size_t i = first; i < end; ++i)
+            m_out.addByteArray(tags[i].binary.get(), tags[i].binary ? tags[i].binaryLength : 0);
+        return end - first;
+    }
+
+    void writeChapters()
+    {
+        const auto& chapters = m_file.getChapters();
+        if (chapters.empty())
+            return;
+        const double timescale = m_file.getMovieTimescale();
+        m_out.beginStrictArray("chapters", countOf(chapters.size()));
+        for (const MP4File::ChapterEntry& chapter : chapters) {
+            m_out.WriteAMF0Byte(kObject);
+            m_out.AddNamedAMF0Number("time",
+                                     timescale > 0 ? static_cast<double>(chapter.time) / timescale : 0);
+            m_out.addNamedText("title", chapter.title);
+            m_out.endObject();
+        }
+    }
+
+    void writeProgressiveInfo()
+    {
+        const auto& entries = m_file.getProgressiveEntries();
+        if (entries.empty())
+            return;
+        m_out.beginStrictArray("progressivedownloadinfo", countOf(entries.size()));
+        for (const MP4File::ProgressiveEntry& entry : entries) {
+            m_out.WriteAMF0Byte(kObject);
+            m_out.AddNamedAMF0Number("rate", entry.rate);
+            m_out.AddNamedAMF0Number("initialdelay", entry.initialDelay);
+            m_out.endObject();
+        }
+    }
+
+    void writeTrackInfo()
+    {
+        m_out.beginStrictArray("trackinfo", countOf(m_tracks.size()));
+        for (const TrackInfo* track : m_tracks) {
+            m_out.WriteAMF0Byte(kObject);
+            m_out.AddNamedAMF0Number("length", static_cast<double>(track->duration));
+            m_out.AddNamedAMF0Number("timescale", track->timescale);
+            if (track->language != 0) {
+                char language[4];
+                ToLanguageString(track->language, language);
+                m_out.AddNamedAMF0String("language", language);
+            }
+            m_out.beginStrictArray("sampledescription", countOf(track->sampleDescriptions.size()));
+            for (const SampleEntry& entry : track->sampleDescriptions) {
+                m_out.WriteAMF0Byte(kObject);
+                m_out.addNamedText("sampletype", fourCCText(entry.type));
+                if (track->isValid() && track->isText)
+                    writeTextStyle(entry);
+                m_out.endObject();
+            }
+            m_out.endObject();
+        }
+    }
+
+    void writeTextStyle(const SampleEntry& entry)
+    {
+        m_out.AddNamedAMF0Number("displayflags", entry.displayFlags);
+        m_out.AddNamedAMF0Number("horizontaljustification", entry.horizontalJustification);
+        m_out.AddNamedAMF0Number("verticaljustification", entry.verticalJustification);
+        m_out.AddNamedAMF0Number("backgroundcolor", entry.backgroundColor);
+        m_out.beginObject("defaulttextbox");
+        m_out.AddNamedAMF0Number("top", entry.boxTop);
+        m_out.AddNamedAMF0Number("left", entry.boxLeft);
+        m_out.AddNamedAMF0Number("bottom", entry.boxBottom);
+        m_out.AddNamedAMF0Number("right", entry.boxRight);
+        m_out.endObject();
+        m_out.beginObject("defaultstyle");
+        m_out.AddNamedAMF0Number("startchar", entry.startChar);
+        m_out.AddNamedAMF0Number("endchar", entry.endChar);
+        m_out.AddNamedAMF0Number("fontid", entry.fontId);
+        m_out.AddNamedAMF0Number("facestyleflags", entry.faceStyleFlags);
+        m_out.AddNamedAMF0Number("fontsize", entry.fontSize);
+        m_out.AddNamedAMF0Number("textcolor", entry.textColor);
+        m_out.endObject();
+        if (entry.fontCount == 0)
+            return;
+        m_out.beginStrictArray("fonttable", entry.fontCount);
+        for (unsigned i = 0; i < entry.fontCount; ++i) {
+            m_out.WriteAMF0Byte(kObject);
+            m_out.AddNamedAMF0Number("fontid", entry.fonts[i].id);
+            m_out.addNamedText("fontname", entry.fonts[i].name);
+            m_out.endObject();
+        }
+    }
+
+    AMFMessage& m_out;
+    MP4File& m_file;
+    const std::vector<TrackInfo*> m_tracks;
+    const bool m_amf3;
+};
+
+void AMFMessage::initMetaData(MP4File& file, unsigned duration, bool amf3)
+{
+    MetaData(*this, file, amf3).write(duration);
+}
+
+}  // namespace krx::mp4

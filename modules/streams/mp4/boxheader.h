@@ -1,0 +1,34 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "util/SRFileUtil.h"
+#include "util/SRString.h"
+
+namespace krx::mp4 {
+
+/// A four-character code as it stands in the file, for comparison and dispatch.
+constexpr unsigned fourCC(const char (&code)[5])
+{
+    unsigned value = 0;
+    for (int i = 0; i < 4; ++i)
+        value = value << 8 | static_cast<unsigned char>(code[i]);
+    return value;
+}
+
+/// One box as read from the file. Cheap to copy: its path is told by MP4File::boxPath while the box is
+/// walked.
+struct BoxHeader
+{
+    krx::util::FilePos start = 0;  ///< first byte of the size field
+    krx::util::FilePos size = 0;   ///< whole box, header included
+    krx::util::FilePos end = 0;    ///< start + size
+    unsigned type = 0;             ///< four-character code
+
+    /// The four type characters in file order, each byte taken as one character.
+    SRString getBoxName() const;
+    bool isFreeBox() const { return type == fourCC("free") || type == fourCC("skip"); }
+};
+
+}  // namespace krx::mp4

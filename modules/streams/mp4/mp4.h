@@ -1,0 +1,274 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/mp4/boxheader.h"
+#include "modules/streams/mp4/mp4config.h"
+#include "modules/streams/mp4/mp4errors.h"
+#include "modules/streams/mp4/trackinfo.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+class IQVStreamContext;
+class SRMemory;
+
+namespace krx::mp4 {
+
+class Mp4FileIO;
+
+/// Reads the boxes of an MP4 file once, front to back, checks them, and keeps the movie's facts and its
+/// tracks. Errors are thrown as StreamParseError; warnings go through logWarning.
+class MP4File
+{
+public:
+    /// One tag of an item list, or a string tag.
+    struct TagEntry
+    {
+        unsigned itemType = 0;  ///< four-character code
+        unsigned dataType = 0;  ///< 0 implicit, 1 UTF-8, 13 JPEG, 14 PNG, 21 integer, others as read
+        std::shared_ptr<unsigned[]> integers;
+        unsigned integerCount = 0;
+        std::shared_ptr<char[]> text;  ///< zero-terminated; null when there is none
+        unsigned textLength =
+            0;  ///< bytes of text without its terminating zero; UTF-16 text has zeros inside
+        std::shared_ptr<unsigned char[]> binary;
+        unsigned binaryLength = 0;
+        unsigned language = 0;  ///< packed; 0 when absent
+    };
+
+    struct ChapterEntry
+    {
+        unsigned long long time = 0;  ///< movie timescale units
+        std::string title;            ///< at most 255 characters
+    };
+
+    struct ProgressiveEntry
+    {
+        unsigned rate = 0;          ///< bytes a second
+        unsigned initialDelay = 0;  ///< ms
+    };
+
+    using WarningObserver = std::function<void(const krx::streams::StreamParseError& warning)>;
+
+    MP4File(const Mp4Config& config, IQVStreamContext* context);
+    ~MP4File();
+    MP4File(const MP4File&) = delete;
+    MP4File& operator=(const MP4File&) = delete;
+
+    IQVStreamContext* getContext() const { return m_context; }
+    /// The reader; not owned. Must be set, and open, before parse.
+    void setIO(Mp4FileIO* io) { m_io = io; }
+    /// Parses from start to the end of the file.
+    void parse(long long start);
+
+    bool isAppendable() const;
+    /// The record in use with that ID, or null.
+    TrackInfo* getTrack(unsigned id);
+    /// Makes the track current, in a new record if its ID is not known; none for ID 0 or when all records are
+    /// in use.
+    void setCurTrack(unsigned id);
+    TrackInfo* getCurTrack() const { return m_curTrack; }
+    /// The records in use, in file order; valid for the life of the object.
+    std::vector<TrackInfo*> getTrackVec();
+    unsigned getTrackCount() const { return static_cast<unsigned>(m_tracks.size()); }
+    /// Recording path: validates the record (Mp4TrackError when it is incomplete) and copies it into the next
+    /// free one; false when all are in use.
+    bool addNewTrack(const TrackInfo& track);
+
+    unsigned long long getMovieDuration(unsigned& timescale) const;
+    unsigned getMovieTimescale() const { return m_timescale; }
+    /// First byte after the movie box's header.
+    krx::util::FilePos getMoviePos() const { return m_moviePos; }
+    krx::util::FilePos getMovieHeaderBoxPos() const { return m_movieHeaderPos; }
+    bool getMovieExtendsBoxPos(krx::util::FilePos& pos) const;
+    /// Recording path: takes size bytes from the smallest free box of the movie box that has exactly that
+    /// size or room for another box behind; pos is where they start, remaining what the free box keeps.
+    bool consumeFreeBoxInMoov(long long size, krx::util::FilePos& pos, krx::util::FilePos& remaining);
+
+    bool hasAVCVideo() const { return m_avcSeen; }
+    bool hasAACAudio() const { return m_aacSeen; }
+    unsigned getAVCProfile() const { return m_avcProfile; }
+    unsigned getAVCLevel() const { return m_avcLevel; }
+    unsigned getAACObjectType() const { return m_aacObjectType; }
+    const std::vector<TagEntry>& getTags() const { return m_tags; }
+    const std::vector<ChapterEntry>& getChapters() const { return m_chapters; }
+    const std::vector<ProgressiveEntry>& getProgressiveEntries() const { return m_progressive; }
+    bool hasXMPData() const;
+    /// The XMP text, zero-terminated, its used length without the zero; null before there was one.
+    const SRMemory* getXMP() const { return m_xmp.get(); }
+
+    /// Throws a copy when warnings count as errors; prints above log level 2.
+    void logWarning(const krx::streams::StreamParseError& warning);
+    /// Prints above log level 4.
+    void logInfo(const std::string& text);
+    void setLogLevel(int level) { m_logLevel = level; }
+    void setWarningsAsErrors(bool on) { m_warningsAsErrors = on; }
+    /// Called with every warning, before it is thrown or printed.
+    void setWarningObserver(WarningObserver observer) { m_warningObserver = std::move(observer); }
+
+    /// Reads a 'traf' whose first byte behind the header is at payload, for TrackFragment::load.
+    void parseTrackFragment(TrackFragment& fragment, const BoxHeader& traf, krx::util::FilePos payload);
+
+    /// Bytes really held.
+    std::size_t reportMemorySize() const;
+
+private:
+    struct BoxRule;
+    struct EntryRule;
+    class OpenBox;
+
+    // The walk, and what the handlers check.
+    static const BoxRule* findRule(unsigned type);
+    void checkForZMV();
+    void parseBoxes(const BoxHeader& parent);
+    BoxHeader parseBoxHeader(const BoxHeader& parent,
+                             krx::streams::ParseStatus notPositive = krx::streams::kTruncatedBox);
+    void parseBox(const BoxHeader& box);
+    void tryParseBox(const BoxHeader& box);
+    bool scanAndParse(const BoxHeader& parent, unsigned type);
+    bool skipToBox(unsigned type, krx::util::FilePos end);
+    void verifyCurrentTrack() const;
+    static void verifyUniqueBox(bool alreadySeen);
+    static void verifyVersion(unsigned version, int highest);
+    unsigned parseVersion(const BoxHeader& box);
+    void warn(krx::streams::ParseStatus status);
+    void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
+    bool isSilent() const { return m_logLevel <= 2 && !m_warningsAsErrors && !m_warningObserver; }
+    void chargeTableBytes(unsigned long long bytes);
+
+    // Reading; all integers are big-endian. A read where nothing is left throws TruncatedStreamError.
+    krx::util::FilePos curPos() const;
+    void skip(long long n);
+    void skipTo(krx::util::FilePos pos);
+    void read(void* buffer, unsigned long long n);
+    unsigned char readU8();
+    unsigned short readU16();
+    unsigned readU24();
+    unsigned readU32();
+    unsigned long long readU64();
+    unsigned long long bytesLeft(krx::util::FilePos end) const;
+    SRMBString readString(unsigned limit);
+    unsigned parseVarLenInt(krx::util::FilePos end);
+
+    // Movie and track boxes.
+    void parseMovie(const BoxHeader& box);
+    void validateMovie() const;
+    void parseMovieHeader(const BoxHeader& box);
+    void parseTrack(const BoxHeader& box);
+    void validateTrack(TrackInfo& track);
+    void parseTrackHeader(const BoxHeader& box);
+    void parseMediaHeader(const BoxHeader& box);
+    void parseFreeSpace(const BoxHeader& box);
+
+    // Sample tables and edit lists.
+    template <typename T>
+    void initTable(PageableArray<T>& table, unsigned count, unsigned entrySize);
+    unsigned parseNumEntries(bool zeroAllowed);
+    void parseTimeToSample(const BoxHeader& box);
+    void parseCompositionToSample(const BoxHeader& box);
+    void parseSampleToChunk(const BoxHeader& box);
+    void parseSampleSize(const BoxHeader& box);
+    void parseChunkOffset(const BoxHeader& box);
+    void parseSyncSample(const BoxHeader& box);
+    void parseSampleFlags(const BoxHeader& box);
+    void parseEditList(const BoxHeader& box);
+    void parseEditListEntries(EditList& list);
+    std::optional<long long> parseTrailingFreeBox(const BoxHeader& parent);
+
+    // Sample descriptions.
+    void parseSampleDescription(const BoxHeader& box);
+    void parseVideoDescription(const BoxHeader& box, SampleEntry& entry);
+    void parseAvcConfiguration(const BoxHeader& box, SampleEntry& entry);
+    void parseAudioDescription(const BoxHeader& box, SampleEntry& entry);
+    void parseElementaryStreamDescriptor(const BoxHeader& box, SampleEntry& entry);
+    void parseAudioSpecificConfig(SampleEntry& entry);
+    void parseTextDescription(const BoxHeader& box, SampleEntry& entry);
+    void parseFontTable(const BoxHeader& box, SampleEntry& entry);
+    void parseDataDescription(const BoxHeader& box, SampleEntry& entry);
+    void parseImageDescription(const BoxHeader& box, SampleEntry& entry);
+    void readConfiguration(SampleEntry& entry, unsigned length);
+    void parseProtectionOf(const BoxHeader& entryBox);
+
+    // Movie fragments.
+    void parseMovieExtends(const BoxHeader& box);
+    void parseTrackExtends(const BoxHeader& box);
+    void parseMovieFragment(const BoxHeader& box);
+    void parseMovieFragmentHeader(const BoxHeader& box);
+    void parseAndUnloadTrackFragment(const BoxHeader& box);
+    void parseTrackFragmentHeader(TrackFragment& fragment);
+    void parseTrackFragmentRun(TrackFragment& fragment);
+
+    // Metadata and tags.
+    void parseMetadata(const BoxHeader& box);
+    void parseItunesMetadata(const BoxHeader& box);
+    void parseItunesDataTag(const BoxHeader& item);
+    void parseStringTag(const BoxHeader& box);
+    void parseChapterList(const BoxHeader& box);
+    void parseProgressiveDownload(const BoxHeader& box);
+    void parseUniversalUniqueIDBox(const BoxHeader& box);
+    std::shared_ptr<char[]> readText(unsigned length);
+
+    // Content protection.
+    void parseOriginalFormat(const BoxHeader& box);
+    void parseDRMScheme(const BoxHeader& box);
+    void parseDRMHeader(const BoxHeader& box);
+    void parseDRMKeyInformation(const BoxHeader& box);
+    void parseStandardEncryptionParams(const BoxHeader& box);
+    void parseEncryptionInfo(const BoxHeader& box);
+    void parseAccessUnitFormat(const BoxHeader& box);
+    void parseSignature(const BoxHeader& box);
+    void parseZolProtection(const BoxHeader& box);
+    void parseWdxsProtection(const BoxHeader& box);
+
+    Mp4Config m_config;
+    IQVStreamContext* m_context;
+    Mp4FileIO* m_io = nullptr;
+    int m_logLevel = 2;
+    bool m_warningsAsErrors = false;
+    WarningObserver m_warningObserver;
+
+    std::vector<unsigned> m_openBoxes;  ///< types of the boxes around the position, outermost first
+    unsigned long long m_tableBytes = 0;
+
+    // Records are made when an ID first comes up, so that the configured maximum costs nothing.
+    std::vector<std::unique_ptr<TrackInfo>> m_tracks;
+    std::unordered_map<unsigned, TrackInfo*> m_tracksById;
+    TrackInfo* m_curTrack = nullptr;
+
+    bool m_movieSeen = false;
+    unsigned m_timescale = 0;
+    unsigned long long m_duration = 0;
+    krx::util::FilePos m_moviePos = 0;
+    krx::util::FilePos m_movieHeaderPos = 0;
+    std::vector<BoxHeader> m_freeBoxesInMoov;
+
+    bool m_videoSeen = false;
+    bool m_audioSeen = false;
+    bool m_dataSeen = false;
+    bool m_videoAppendable = false;
+    bool m_audioAppendable = false;
+    bool m_dataAppendable = false;
+    bool m_avcSeen = false;
+    bool m_aacSeen = false;
+    unsigned m_avcProfile = 0;
+    unsigned m_avcLevel = 0;
+    unsigned m_aacObjectType = 0;
+
+    bool m_movieExtendsSeen = false;
+    krx::util::FilePos m_movieExtendsPos = 0;
+    unsigned m_lastSequenceNumber = 0;
+    krx::util::FilePos m_moofStart = 0;  ///< of the last 'moof'
+
+    std::vector<TagEntry> m_tags;
+    std::vector<ChapterEntry> m_chapters;
+    std::vector<ProgressiveEntry> m_progressive;
+    std::unique_ptr<SRMemory> m_xmp;
+};
+
+}  // namespace krx::mp4

@@ -1,0 +1,312 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/mp4Data.h"
+
+#include "modules/streams/mp4/walkbudget.h"
+
+#include <algorithm>
+#include <limits>
+#include <map>
+#include <utility>
+
+namespace krx::mp4 {
+namespace {
+
+using krx::streams::StreamParseError;
+
+// What a walk may keep of boundaries and context messages: far more than a sound file needs, whose boundaries
+// have 256 KiB of messages between them.
+constexpr unsigned long long kKeptShare = 16;
+constexpr unsigned long long kKeptFloor = 16U << 20;
+
+// Entries of the next page that a page holds too: its last sample steps into the next page's first entry of
+// each table, and there a step looks one sample-to-chunk entry ahead.
+constexpr unsigned kOverlap = 1;
+constexpr unsigned kSampleToChunkOverlap = 2;
+
+}  // namespace
+
+/// Keeps the decoder headers and enders of one walk as contexts. Headers of one description have the same
+/// bytes, and so have its enders: these are held once.
+class Mp4Data::ContextCache
+{
+public:
+    explicit ContextCache(Mp4Data& data) : m_data(data) {}
+
+    void cacheContextMessage(Seekable& message)
+    {
+        const Key key{{message.getTrack(), message.getDescriptionIndex()}, message.isEnder()};
+        m_data.chargeKept(sizeof(ContextMessage));
+        const auto known = m_known.find(key);
+        if (known != m_known.end()) {
+            ContextMessage again = known->second;
+            again.position = message.getIndex();
+            again.time = message.getTime();
+            m_data.m_contexts.cacheContext(again);
+            return;
+        }
+        message.readPayload(m_data.m_io);
+        ContextMessage first;
+        if (message.toContextMessage(first)) {
+            m_data.chargeKept(first.length);
+            m_data.m_contexts.cacheContext(first);
+            m_known.emplace(key, first);
+        }
+    }
+
+private:
+    using Key = std::pair<std::pair<const TrackInfo*, unsigned>, bool>;
+
+    Mp4Data& m_data;
+    std::map<Key, ContextMessage> m_known;
+};
+
+Mp4Data::Mp4Data(const SRMBString& path, IQVStreamContext* context, IKrxFileIo* fileIo, int openFlags,
+                 const Mp4Config& config)
+    : m_config(config),
+      m_path(path),
+      m_context(context),
+      m_io(path, fileIo, openFlags, config),
+      m_file(config, context)
+{
+    m_file.setIO(&m_io);
+}
+
+StreamLoadStatus Mp4Data::init()
+{
+    return updateStatus(initPlayback(kFirstLoad));
+}
+
+StreamLoadStatus Mp4Data::updateStatus(StreamLoadStatus status) const
+{
+    return status == kLoadOk && !m_loaded ? kLoadNotPlayable : status;
+}
+
+StreamLoadStatus Mp4Data::initPlayback(int loadType)
+{
+    if (loadType != kFirstLoad)
+        return kLoadFailed;
+    const AutoMp4Open open(&m_io);
+    if (!open.isOpen())
+        return kLoadCannotOpen;
+    try {
+        try {
+            subInitPlayback(loadType);
+        } catch (const NoTracksError& error) {
+            m_file.logWarning(error);
+            setFileContextMessages();
+            setNoSupportedTrack();
+        } catch (const StreamParseError& error) {
+            m_file.logWarning(error);
+            setFileStructureInvalid();
+        }
+    } catch (const StreamParseError& error) {
+        try {
+            m_file.logWarning(error);
+        } catch (const StreamParseError&) {
+            return kLoadFailed;  // warnings count as errors: there is no more to say
+        }
+        return kLoadFailed;
+    }
+    return kLoadOk;
+}
+
+void Mp4Data::subInitPlayback(int)
+{
+    m_loaded = false;
+    const long long previousSize = std::exchange(m_fileSize, m_io.Size(true));
+    m_file.parse(previousSize);
+    try {
+        buildSegments();
+    } catch (const TruncatedStreamError& error) {
+        m_file.logWarning(error);
+        // The tables were not cut, so that they are one page.
+        for (CursorState& boundary : m_boundaries)
+            boundary.tablePage = 0;
+    }
+    try {
+        setFileContextMessages();
+    } catch (const TruncatedStreamError& error) {
+        m_file.logWarning(error);
+    }
+    setMsgTypes();
+    releaseTables();
+    m_loaded = true;
+}
+
+/// Walks all samples in time order and cuts the messages into segments, and the tables into pages.
+void Mp4Data::buildSegments()
+{
+    WalkBudget budget(m_fileSize);
+    ContextCache contexts(*this);
+    Mp4Cursor cursor(m_file);
+    appendBoundary(cursor);
+
+    // Fragments that are not walked to their end stay loaded where an error leaves the walk.
+    struct FragmentRelease
+    {
+        Mp4Cursor& cursor;
+        ~FragmentRelease()
+        {
+            cursor.applyTracks([](TrackCursor& track) { track.releaseFragment(); });
+        }
+    } const release{cursor};
+
+    unsigned long long segmentBytes = 0;
+    unsigned long long splitTableBytes = 0;
+    std::vector<std::size_t> splitPoints;
+    Seekable message;
+    while (TrackCursor* track = cursor.getActiveTrack()) {
+        if (!track->isHeader() && !track->isEnder())
+            ++track->track().sampleTotal;
+        if (message.initFromCursor(track, cursor.getIndex(), m_io)) {
+            budget.charge(message.getPayloadSize());
+            if (message.isHeader() || message.isEnder())
+                contexts.cacheContextMessage(message);
+            segmentBytes += message.getEstimatedMsgSize();
+            cursor.countMessage();
+        } else
+            budget.charge(track->getSampleSize());
+        cursor.advance();
+
+        if (segmentBytes > kSegmentSize) {
+            const unsigned long long tableBytes = cursor.getTableSizeRead();
+            if (tableBytes - splitTableBytes > kTablePageSize) {
+                cursor.setTablePage(cursor.getTablePage() + 1);
+                splitPoints.push_back(m_boundaries.size());
+                splitTableBytes = tableBytes;
+            }
+            appendBoundary(cursor);
+            segmentBytes = 0;
+        }
+    }
+
+    cursor.applyTracks(
+        [&](const TrackCursor& track) { cacheTrackEnder(track, cursor.getIndex() + 1, contexts); });
+    if (cursor.getIndex() == 0)
+        throw NoTracksError(krx::streams::kNoValidTracks);
+    if (cursor.getIndex() > m_boundaries.back().index)
+        appendBoundary(cursor);
+    splitTables(splitPoints);
+}
+
+/// A track that goes on in a later recording is closed for the players of today.
+void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, ContextCache& contexts)
+{
+    if (!track.track().last || !track.isEnderType())
+        return;
+    Seekable message;
+    message.initEnder(track, index);
+    contexts.cacheContextMessage(message);
+}
+
+void Mp4Data::appendBoundary(const Mp4Cursor& cursor)
+{
+    m_boundaries.push_back(cursor.save());
+    chargeKept(m_boundaries.back().reportMemorySize());
+}
+
+/// Counts what the walk keeps. A file that makes it keep too much does not agree with its tables.
+void Mp4Data::chargeKept(std::size_t bytes)
+{
+    m_keptBytes += bytes;
+    if (m_keptBytes > kKeptFloor + static_cast<unsigned long long>(m_fileSize) / kKeptShare)
+        throw StreamParseError(krx::streams::kTableReadError);
+}
+
+/// Cuts the tables of each track where the boundaries of the split points stand in them.
+void Mp4Data::splitTables(const std::vector<std::size_t>& splitPoints)
+{
+    if (splitPoints.empty())
+        return;
+    const std::vector<TrackInfo*> tracks = m_file.getTrackVec();
+    std::vector<unsigned> cuts;
+    for (std::size_t i = 0; i < tracks.size(); ++i) {
+        if (!tracks[i]->isValid())
+            continue;
+        const auto split = [&](auto& table, unsigned TrackPosition::*place, unsigned overlap) {
+            cuts.clear();
+            for (const std::size_t point : splitPoints)
+                cuts.push_back(std::min(m_boundaries[point].tracks[i].*place, table.size()));
+            table.split(cuts, overlap);
+        };
+        split(tracks[i]->sampleToChunk, &TrackPosition::sampleToChunkIndex, kSampleToChunkOverlap);
+        split(tracks[i]->sampleSizes, &TrackPosition::sampleNumber, kOverlap);
+        split(tracks[i]->chunkOffsets, &TrackPosition::chunkIndex, kOverlap);
+        split(tracks[i]->timeToSample, &TrackPosition::timeToSampleIndex, kOverlap);
+        split(tracks[i]->compositionOffsets, &TrackPosition::compositionIndex, kOverlap);
+        split(tracks[i]->syncSamples, &TrackPosition::syncIndex, kOverlap);
+        split(tracks[i]->sampleFlags, &TrackPosition::sampleNumber, kOverlap);
+    }
+}
+
+/// The tables are not needed until a segment is loaded, and those of invalid tracks never.
+void Mp4Data::releaseTables()
+{
+    for (TrackInfo* track : m_file.getTrackVec())
+        applyTables(*track, [&](auto& table) {
+            if (!track->isValid())
+                table.clear();
+            else if (table.isInit())
+                table.clearPage(m_tablePage);
+        });
+}
+
+void Mp4Data::setMsgTypes()
+{
+    m_type = 0;
+    for (const TrackInfo* track : m_file.getTrackVec()) {
+        if (!track->isValid())
+            continue;
+        if (track->isVideo)
+            m_type |= kHasVideo;
+        if (track->isAudio)
+            m_type |= kHasAudio;
+        if (track->isData || track->isText)
+            m_type |= kHasData;
+    }
+}
+
+void Mp4Data::clearTableSegment(unsigned tablePage)
+{
+    for (TrackInfo* track : m_file.getTrackVec())
+        applyTables(*track, [&](auto& table) {
+            if (tablePage < table.pageCount())
+                table.clearPage(tablePage);
+        });
+}
+
+unsigned Mp4Data::getMemoryOverhead() const
+{
+    std::size_t bytes = sizeof(*this) - sizeof(m_io) - sizeof(m_file) + m_io.reportMemorySize() +
+                        m_file.reportMemorySize() + m_statusMessage.reportMemorySize() +
+                        m_contexts.reportMemorySize() + m_standingFragments.capacity() * sizeof(unsigned);
+    for (const CursorState& boundary : m_boundaries)
+        bytes += boundary.reportMemorySize();
+    return static_cast<unsigned>(std::min<std::size_t>(bytes, std::numeric_limits<unsigned>::max()));
+}
+
+const ContextMessage* Mp4Data::getOnMetaData() const
+{
+    const TrackContexts* track = m_contexts.findTrack(getContextTrackID(MediaContexts::kMetadataTrack));
+    if (!track)
+        return nullptr;
+    const auto& messages = track->messages();
+    const auto found = std::find_if(messages.rbegin(), messages.rend(),
+                                    [](const ContextMessage& message) { return message.position < 0; });
+    return found == messages.rend() ? nullptr : &*found;
+}
+
+bool Mp4Data::getMediaContexts(ContextType_t type, long long position, IContextHolder* holder,
+                               bool atPosition) const
+{
+    return m_contexts.tellContexts(type, position, holder, atPosition);
+}
+
+bool Mp4Data::getAllMediaContexts(IAllContextHolder* holder) const
+{
+    return m_contexts.tellAllContexts(holder);
+}
+
+}  // namespace krx::mp4

@@ -1,0 +1,168 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "interfaces/ISegmentHolder.h"
+#include "modules/streams/mediacontexts.h"
+#include "modules/streams/mp4/mp4.h"
+#include "modules/streams/mp4/mp4config.h"
+#include "modules/streams/mp4/mp4cursor.h"
+#include "modules/streams/mp4/mp4fileio.h"
+#include "modules/streams/mp4/seekable.h"
+
+#include <cstddef>
+#include <vector>
+
+class IKrxFileIo;
+class IQVStreamContext;
+
+namespace krx::mp4 {
+
+class AMFMessage;
+
+/// Result of opening an MP4 file.
+enum StreamLoadStatus : int
+{
+    kLoadOk = 0,
+    kLoadFailed = 1,  ///< the handling of a failure failed too
+    kLoadCannotOpen = 2,
+    kLoadNotPlayable = 5,  ///< the file stands for a single status message
+};
+
+/// Why a file is loaded. Recording into MP4 files is not supported, and with it all but the first.
+enum Mp4LoadType : int
+{
+    kFirstLoad = 0,
+    kReloadGrown = 1,    ///< the file has grown
+    kReloadFlushed = 2,  ///< recording wrote to the file
+};
+
+/// One open MP4 file: its messages in time order, cut into segments. Positions count messages.
+///
+/// The file is opened for each operation that needs it. Opening walks every sample once; the payloads are
+/// read when a segment is loaded.
+class Mp4Data
+{
+public:
+    /// A segment closes after the message that takes it above this size, and a table page at the first
+    /// segment end after this many bytes of table entries.
+    static constexpr unsigned kSegmentSize = 0x40000;
+    static constexpr unsigned kTablePageSize = 0x40000;
+
+    enum TypeFlags : unsigned char
+    {
+        kHasVideo = 1,
+        kHasAudio = 4,
+        kHasData = 8,
+    };
+
+    /// context may be null; neither it nor fileIo is owned. Opens nothing.
+    Mp4Data(const SRMBString& path, IQVStreamContext* context, IKrxFileIo* fileIo, int openFlags,
+            const Mp4Config& config);
+    Mp4Data(const Mp4Data&) = delete;
+    Mp4Data& operator=(const Mp4Data&) = delete;
+
+    /// Loads the file. A file that cannot be played keeps a status message in its place.
+    StreamLoadStatus init();
+    /// The same for an Mp4LoadType; kLoadFailed for those that are not supported.
+    StreamLoadStatus initPlayback(int loadType);
+    /// Parses the file, which must be open, and cuts it into segments. A file that ends early is a warning
+    /// from the first sample on; every other fault is thrown as a StreamParseError.
+    void subInitPlayback(int loadType);
+
+    /// False, and bounds unchanged, when no segment holds the time (ms) or the position.
+    bool findSegmentByTime(unsigned time, SegmentBounds* bounds) const;
+    bool findSegmentByPos(long long index, SegmentBounds* bounds) const;
+    /// Delivers the messages of a segment, whose bounds must be those that a lookup gives. True when all came
+    /// through; what failed is logged.
+    bool loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder);
+    /// Releases a page of the sample tables until a segment needs it again.
+    void clearTableSegment(unsigned tablePage);
+    /// Not supported: false.
+    bool flushSegment(SegmentBounds*) { return false; }
+
+    /// The number of messages.
+    long long getEndPosition() const { return m_boundaries.empty() ? 0 : m_boundaries.back().index; }
+    unsigned getDuration() const { return m_boundaries.empty() ? 0 : m_boundaries.back().time; }  ///< ms
+    long long getSize() const { return m_fileSize; }                                              ///< bytes
+    unsigned char getType() const { return m_type; }                     ///< TypeFlags
+    unsigned getModifiedTime() const { return m_io.GetModifiedTime(); }  ///< seconds since 1970
+    /// Bytes held, cut to 32 bits.
+    unsigned getMemoryOverhead() const;
+    std::size_t numSegments() const { return m_boundaries.empty() ? 0 : m_boundaries.size() - 1; }
+
+    /// The "onMetaData" message; null when there is none.
+    const ContextMessage* getOnMetaData() const;
+    bool getMediaContexts(ContextType_t type, long long position, IContextHolder* holder,
+                          bool atPosition) const;
+    bool getAllMediaContexts(IAllContextHolder* holder) const;
+    /// The track number of a context of the file itself.
+    unsigned getContextTrackID(MediaContexts::ContextTrack track) const { return m_config.MaxTracks + track; }
+
+    Mp4FileIO* getFileIO() { return &m_io; }
+    MP4File& getFile() { return m_file; }
+
+    /// A bad message is logged once in a process; this makes the next one the first again.
+    static void resetBadSampleLog();
+
+private:
+    using Comparator = bool (*)(const CursorState& a, const CursorState& b);
+    class ContextCache;
+
+    // Cutting (mp4Data.cpp).
+    StreamLoadStatus updateStatus(StreamLoadStatus status) const;
+    void buildSegments();
+    void appendBoundary(const Mp4Cursor& cursor);
+    void chargeKept(std::size_t bytes);
+    void cacheTrackEnder(const TrackCursor& track, long long index, ContextCache& contexts);
+    void splitTables(const std::vector<std::size_t>& splitPoints);
+    void releaseTables();
+    void setMsgTypes();
+
+    // Lookup and delivery (mp4segments.cpp).
+    static bool locComparator(const CursorState& a, const CursorState& b) { return a.index < b.index; }
+    static bool timeComparator(const CursorState& a, const CursorState& b) { return a.time < b.time; }
+    bool findSegment(const CursorState& key, Comparator comparator, std::size_t& segment) const;
+    SegmentBounds toBounds(std::size_t segment) const;
+    void deliverSegment(Mp4Cursor& cursor, ISegmentHolder& holder);
+    void deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg& aggregate);
+    bool isToSkipLoad(const Seekable& message);
+    void logBadSample(const SRString& text);
+    void keepFragments(const CursorState& state);
+
+    // Messages of the file itself (mp4filemessages.cpp).
+    void setFileContextMessages();
+    void setMetadata();
+    void setDRMHeader();
+    void setXMP();
+    void setATC();
+    void cacheFileMessage(const void* bytes, unsigned length, SampleType type,
+                          MediaContexts::ContextTrack track);
+    bool isTimeCoordInfo(const Seekable& message);
+    void setNoSupportedTrack();
+    void setFileStructureInvalid();
+    void setStatusMessage(const char* code);
+
+    Mp4Config m_config;
+    SRMBString m_path;
+    IQVStreamContext* m_context;
+    Mp4FileIO m_io;
+    MP4File m_file;
+    long long m_fileSize = 0;
+    bool m_loaded = false;
+    unsigned char m_type = 0;
+    MediaContexts m_contexts;
+    Seekable m_statusMessage;  ///< stands for an unplayable file; else empty
+
+    // Boundary k starts segment k and ends segment k - 1; the last one is the end of the file. In order of
+    // both index and time.
+    std::vector<CursorState> m_boundaries;
+    unsigned long long m_keptBytes = 0;  ///< that the walk keeps, see chargeKept
+
+    // What loading left in memory: the table page, and the fragment that each track stood in.
+    unsigned m_tablePage = 0;
+    std::vector<unsigned> m_standingFragments;
+};
+
+}  // namespace krx::mp4

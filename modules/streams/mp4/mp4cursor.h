@@ -1,0 +1,283 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/mp4/mp4time.h"
+#include "modules/streams/mp4/sampletype.h"
+#include "modules/streams/mp4/trackinfo.h"
+
+#include <cstddef>
+#include <vector>
+
+namespace krx::mp4 {
+
+class MP4File;
+
+/// Where a track cursor stands. Plain and compact, so that the boundaries between segments can be kept; times
+/// are in the track's timescale. What lies behind the movie box's tables is told by fragment, run and sample
+/// in the run.
+struct TrackPosition
+{
+    unsigned long long decodeTime = 0;  ///< shifted by the gaps of the edit list
+    unsigned long long mediaTime = 0;   ///< without these shifts
+    unsigned long long fileOffset = 0;  ///< of the current sample
+    unsigned stepCount = 0;             ///< samples, headers and enders so far
+    unsigned descriptionIndex = 0;      ///< 1-based
+    unsigned timeToSampleIndex = 0;
+    unsigned timeToSampleCount = 0;  ///< samples used of that entry
+    unsigned compositionIndex = 0;
+    unsigned compositionCount = 0;  ///< samples used of that entry
+    unsigned syncIndex = 0;
+    unsigned sampleToChunkIndex = 0;
+    unsigned samplesPerChunk = 0;
+    unsigned chunkIndex = 0;
+    unsigned sampleInChunk = 0;
+    unsigned sampleNumber = 0;  ///< 0-based over the movie box's tables
+    unsigned fragmentIndex = 0;
+    unsigned runIndex = 0;
+    unsigned sampleInRun = 0;
+    int editIndex = -1;
+    SampleType sampleType = kSampleUnsupported;
+    bool typeValid = false;
+    bool encrypted = false;
+    bool inMovieBox = true;
+    bool headerPending = false;  ///< the step is the decoder configuration
+    bool enderPending = false;   ///< the step is the end-of-sequence message
+};
+
+/// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
+/// fragments. In front of the samples of a description stands a header step where the codec needs one, and
+/// behind them an ender step. A track that is not valid has no steps.
+///
+/// What contradicts itself throws StreamParseError kTableReadError; the cursor is of no use afterwards. The
+/// file must be open where samples lie in fragments, whose runs are loaded while the cursor stands in them.
+class TrackCursor
+{
+public:
+    /// At the start of the track.
+    explicit TrackCursor(TrackInfo& track);
+    /// Where another cursor of the track stood.
+    TrackCursor(TrackInfo& track, const TrackPosition& position);
+
+    TrackInfo& track() const { return *m_track; }
+    const TrackPosition& position() const { return m_pos; }
+    bool isHeader() const { return m_pos.headerPending; }
+    bool isEnder() const { return m_pos.enderPending; }
+    /// The description of the current sample.
+    const SampleEntry& sampleEntry() const { return m_track->sampleDescriptions[m_pos.descriptionIndex - 1]; }
+
+    /// To the next step.
+    void advance();
+
+    /// Time of the current step.
+    unsigned getTimeMillis() const { return m_millis; }
+    /// Composition time of the current sample less its decode time.
+    int getCompTimeMillis() const
+    {
+        return offsetMillis(m_pos.decodeTime, compositionOffset(), m_track->timescale);
+    }
+    /// Bytes of the current sample.
+    unsigned getSampleSize() const;
+    /// Sample flags in the layout of ISO/IEC 14496-12.
+    unsigned getSampleFlags() const;
+    bool atSyncSample() const;
+    /// The current type is closed by an ender.
+    bool isEnderType() const { return m_pos.typeValid && hasEnder(m_pos.sampleType); }
+
+    bool atEndOfSegment() const { return (m_limited && m_pos.stepCount == m_limit) || atEndOfTrack(); }
+    bool atEndOfTrack() const
+    {
+        if (m_pos.headerPending || m_pos.enderPending)
+            return false;
+        return m_pos.inMovieBox ? m_pos.chunkIndex >= m_track->chunkOffsets.size()
+                                : m_pos.fragmentIndex >= m_track->fragments.size();
+    }
+    /// The segment ends where end stands, a later position in the same track.
+    void setLimit(const TrackPosition& end);
+
+    /// Bytes of the table entries that lie behind the cursor.
+    unsigned long long getTableSizeRead() const;
+
+    /// The fragment and the run that the cursor stands in; reported when there is none.
+    TrackFragment* getCurFrag() const;
+    const TrackFragmentRun* getCurRun() const;
+    /// Releases the runs of the fragment that the cursor stands in.
+    void releaseFragment();
+
+private:
+    bool stepInStretch();
+    void advanceSlowly();
+    void subAdvance();
+    unsigned timeToSampleDelta() const;
+    unsigned runDelta(const TrackFragmentRun& current) const;
+    void stepTimeToSample(unsigned delta);
+    void stepComposition();
+    void stepSample();
+    void finishMoov();
+    void correctCursorToValidSample();
+    bool correctToNextPopulatedRun(TrackFragment& fragment);
+    void updateSampleEntry();
+    void initEditEntry();
+    bool hasFurtherGap() const;
+    void findNextGap();
+    void checkForGap();
+    void updateMillis() { m_millis = toMillis(m_pos.decodeTime, m_track->timescale); }
+    int compositionOffset() const;
+    const TrackFragmentRun& run() const
+    {
+        if (m_runFragment != m_pos.fragmentIndex || m_runIndex != m_pos.runIndex)
+            takeRun();
+        return m_run;
+    }
+    void takeRun() const;
+    [[noreturn]] static void throwTableError();
+
+    static constexpr unsigned long long kNoGap = ~0ULL;
+    static constexpr long long kGapMediaTime = -1;
+
+    TrackPosition m_pos;
+    TrackInfo* m_track;
+    unsigned m_millis = 0;
+    bool m_limited = false;
+    unsigned m_limit = 0;
+    unsigned long long m_gapStart = kNoGap;  ///< media time of the next gap
+
+    // The run that is walked. Its arrays are shared, so that they outlive the fragment's release.
+    mutable TrackFragmentRun m_run;
+    mutable unsigned m_runFragment = ~0U;  ///< fragment and index of m_run
+    mutable unsigned m_runIndex = 0;
+};
+
+/// A kept Mp4Cursor: the boundary between two segments.
+struct CursorState
+{
+    long long index = 0;     ///< of the next message
+    unsigned time = 0;       ///< ms
+    unsigned tablePage = 0;  ///< that a segment from here on needs
+    std::vector<TrackPosition> tracks;
+
+    std::size_t reportMemorySize() const { return sizeof(*this) + tracks.capacity() * sizeof(TrackPosition); }
+};
+
+/// Walks all tracks of a file together: it stands at the track whose step is the earliest, and among equal
+/// times at the first one in the order of the tracks.
+class Mp4Cursor
+{
+public:
+    /// At the start of the file.
+    explicit Mp4Cursor(MP4File& file);
+    /// Where another cursor of the file stood.
+    Mp4Cursor(MP4File& file, const CursorState& state);
+    Mp4Cursor(const Mp4Cursor&) = delete;
+    Mp4Cursor& operator=(const Mp4Cursor&) = delete;
+
+    CursorState save() const;
+
+    /// Null at the end.
+    TrackCursor* getActiveTrack()
+    {
+        return m_active < 0 ? nullptr : &m_tracks[static_cast<std::size_t>(m_active)];
+    }
+    /// Moves the active track on. At the end throws kTableReadError.
+    void advance();
+    /// Chooses the active track anew, after limits or tables changed.
+    void findNextSample();
+    /// The segment ends where end stands.
+    void setLimit(const CursorState& end);
+
+    long long getIndex() const { return m_index; }
+    void countMessage() { ++m_index; }
+    /// The latest time so far, ms.
+    unsigned getTime() const { return m_time; }
+    unsigned getTablePage() const { return m_tablePage; }
+    void setTablePage(unsigned page) { m_tablePage = page; }
+
+    /// Makes the table page current in every table, loading it when needed.
+    void loadTables();
+    /// Bytes of the table page over all tracks.
+    std::size_t getSegSize() const;
+    /// Bytes of the table entries that lie behind the cursor.
+    unsigned long long getTableSizeRead() const;
+
+    /// Calls function with every track cursor.
+    template <typename Function>
+    void applyTracks(Function function)
+    {
+        for (TrackCursor& track : m_tracks)
+            function(track);
+    }
+
+private:
+    /// Time and number of a track in one: a smaller key goes first. kEnded for a track at its end.
+    using Key = unsigned long long;
+    static constexpr Key kEnded = ~0ULL;
+    static constexpr unsigned kTimeShift = 32;
+
+    Key keyOf(std::size_t track) const;
+    void takeWinner(Key winner);
+
+    long long m_index = 0;
+    unsigned m_time = 0;
+    unsigned m_tablePage = 0;
+    int m_active = -1;
+    std::vector<TrackCursor> m_tracks;
+
+    // A tournament: node n holds the smaller key of the nodes 2n and 2n + 1, the tracks' own keys are the
+    // leaves, and m_tree[1] tells the earliest track.
+    std::size_t m_leaves = 1;
+    std::vector<Key> m_tree;
+};
+
+inline unsigned TrackCursor::getSampleSize() const
+{
+    if (m_pos.inMovieBox)
+        return m_track->constantSampleSize != 0 ? m_track->constantSampleSize
+                                                : m_track->sampleSizes[m_pos.sampleNumber];
+    const TrackFragmentRun& current = run();
+    return current.sizes ? current.sizes[m_pos.sampleInRun]
+                         : m_track->fragments[m_pos.fragmentIndex].defaultSize;
+}
+
+inline unsigned TrackCursor::getSampleFlags() const
+{
+    if (m_pos.inMovieBox)
+        return m_track->sampleFlags.isInit() ? unsigned{m_track->sampleFlags[m_pos.sampleNumber]} << 20 : 0;
+    const TrackFragmentRun& current = run();
+    return current.flags ? unsigned{current.flags[m_pos.sampleInRun]} << 16
+                         : m_track->fragments[m_pos.fragmentIndex].defaultFlags;
+}
+
+inline bool TrackCursor::atSyncSample() const
+{
+    if (m_pos.inMovieBox)
+        return m_pos.syncIndex < m_track->syncSamples.size() &&
+               m_track->syncSamples[m_pos.syncIndex] - 1 == m_pos.sampleNumber;
+    constexpr unsigned kIsNonSyncSample = 0x10000;
+    return (getSampleFlags() & kIsNonSyncSample) == 0;
+}
+
+inline int TrackCursor::compositionOffset() const
+{
+    if (m_pos.inMovieBox)
+        return m_track->compositionOffsets.size() == 0
+                   ? 0
+                   : static_cast<int>(m_track->compositionOffsets[m_pos.compositionIndex].offset);
+    const TrackFragmentRun& current = run();
+    return current.compositionOffsets ? current.compositionOffsets[m_pos.sampleInRun] : 0;
+}
+
+/// Calls function with the seven tables of a track.
+template <typename Function>
+void applyTables(TrackInfo& track, Function function)
+{
+    function(track.sampleToChunk);
+    function(track.sampleSizes);
+    function(track.chunkOffsets);
+    function(track.timeToSample);
+    function(track.compositionOffsets);
+    function(track.syncSamples);
+    function(track.sampleFlags);
+}
+
+}  // namespace krx::mp4

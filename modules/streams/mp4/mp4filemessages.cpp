@@ -1,0 +1,176 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/amfmessage.h"
+#include "modules/streams/mp4/mp4Data.h"
+#include "modules/streams/mp4/walkbudget.h"
+#include "server/SRCommand.h"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace krx::mp4 {
+namespace {
+
+constexpr long long kFilePosition = -1;
+
+constexpr std::string_view kTimeCoordName = "onTimeCoordInfo";
+/// Bytes that hold the name with the longest form of its length in front, and a zero byte behind.
+constexpr unsigned kNameProbe = 24;
+
+/// The text at the start of an AMF0 body of length bytes, of which n are at hand: a string, or one behind the
+/// switch to AMF3. Empty for anything else.
+std::string_view leadingText(const unsigned char* bytes, unsigned n, unsigned length)
+{
+    const unsigned char* at = bytes;
+    const unsigned char* end = bytes + n;
+    unsigned long long textLength = 0;
+    switch (AMFMessage::SaveReadUnsigned(&at, 1, end)) {
+        case 2:
+        case 4:
+            textLength = AMFMessage::SaveReadUnsigned(&at, 2, end);
+            break;
+        case 12:
+            textLength = AMFMessage::SaveReadUnsigned(&at, 4, end);
+            break;
+        case 17: {
+            constexpr unsigned kString = 6;
+            const unsigned marker = AMFMessage::SaveReadUnsigned(&at, 1, end);
+            const unsigned inlineLength = AMFMessage::SaveReadUnsigned(&at, 1, end);
+            if (marker != kString || inlineLength >= 0x80 || (inlineLength & 1) == 0)
+                return {};
+            textLength = inlineLength >> 1;
+            break;
+        }
+        default:
+            return {};
+    }
+    if (textLength > length - static_cast<unsigned>(at - bytes))
+        return {};
+    const auto present = std::min<unsigned long long>(textLength, static_cast<std::size_t>(end - at));
+    const std::string_view text(reinterpret_cast<const char*>(at), static_cast<std::size_t>(present));
+    return text.substr(0, text.find('\0'));
+}
+
+}  // namespace
+
+void Mp4Data::setFileContextMessages()
+{
+    m_contexts.erase([](const ContextMessage& message) { return message.position == kFilePosition; });
+    setMetadata();
+    setDRMHeader();
+    setXMP();
+    setATC();
+}
+
+void Mp4Data::cacheFileMessage(const void* bytes, unsigned length, SampleType type,
+                               MediaContexts::ContextTrack track)
+{
+    Seekable message;
+    message.initFromRawData(bytes, length, type, kFilePosition, getContextTrackID(track));
+    message.setIsHeader(true);
+    ContextMessage context;
+    if (message.toContextMessage(context))
+        m_contexts.cacheContext(context);
+}
+
+void Mp4Data::setMetadata()
+{
+    AMFMessage body;
+    body.initMetaData(m_file, getDuration(), false);
+    if (!body.hasFailed())
+        cacheFileMessage(body.data(), body.length(), kSampleDataAMF0, MediaContexts::kMetadataTrack);
+}
+
+void Mp4Data::setDRMHeader()
+{
+    AMFMessage body;
+    if (!body.initDRMData(m_file) || body.hasFailed())
+        return;
+    cacheFileMessage(body.data(), body.length(), kSampleDataAMF0, MediaContexts::kDRMHeaderTrack);
+    cacheFileMessage(MediaContexts::kDRMData, sizeof(MediaContexts::kDRMData), kSampleOther,
+                     MediaContexts::kTimeCoordTrack);
+}
+
+void Mp4Data::setXMP()
+{
+    if (!m_file.hasXMPData() || !m_file.getXMP())
+        return;
+    AMFMessage body;
+    body.initXMP(*m_file.getXMP());
+    if (!body.hasFailed())
+        cacheFileMessage(body.data(), body.length(), kSampleDataAMF0, MediaContexts::kXMPTrack);
+}
+
+/// The time coordination is the first sample of its name among those at time 0 of the first data track.
+void Mp4Data::setATC()
+{
+    const std::vector<TrackInfo*> tracks = m_file.getTrackVec();
+    const auto found = std::find_if(tracks.begin(), tracks.end(),
+                                    [](const TrackInfo* track) { return track->isValid() && track->isData; });
+    if (found == tracks.end())
+        return;
+    applyTables(**found, [](auto& table) { table.setCurPage(0); });
+
+    struct FragmentRelease
+    {
+        TrackCursor cursor;
+        ~FragmentRelease() { cursor.releaseFragment(); }
+    } walk{TrackCursor(**found)};
+    TrackCursor& cursor = walk.cursor;
+    WalkBudget budget(m_fileSize);
+    Seekable message;
+    for (; !cursor.atEndOfTrack() && cursor.getTimeMillis() == 0; cursor.advance()) {
+        const bool made = message.initFromCursor(&cursor, kFilePosition, m_io);
+        budget.charge(made ? message.getPayloadSize() : cursor.getSampleSize());
+        if (!made || !isTimeCoordInfo(message))
+            continue;
+        message.readPayload(m_io);
+        cacheFileMessage(message.data(), message.getActualMsgSize(), kSampleDataAMF0,
+                         MediaContexts::kTimeCoordTrack);
+        return;
+    }
+}
+
+/// Whether a sample, read as an AMF0 data message, has the name of the time coordination.
+bool Mp4Data::isTimeCoordInfo(const Seekable& message)
+{
+    if (message.isHeader() || message.isEnder())
+        return false;
+    std::array<unsigned char, kNameProbe> head;
+    const unsigned size = message.getPayloadSize();
+    const unsigned n =
+        m_io.ReadMessage(head.data(), std::min(size, kNameProbe),
+                         static_cast<long long>(message.getFileOffset()), message.getMessageType());
+    return leadingText(head.data(), n, size) == kTimeCoordName;
+}
+
+void Mp4Data::setNoSupportedTrack()
+{
+    setStatusMessage("NetStream.Play.NoSupportedTrackFound");
+}
+
+void Mp4Data::setFileStructureInvalid()
+{
+    setStatusMessage("NetStream.Play.FileStructureInvalid");
+}
+
+/// Makes the file one segment of one message that tells its status.
+void Mp4Data::setStatusMessage(const char* code)
+{
+    SRCommand command;
+    command.setMethodName(SRMBString("onStatus"));
+    command.setTrxID(SRData(0.0));
+    command.setInfoProperty(SRMBString("code"), SRData(code));
+    command.setInfoProperty(SRMBString("level"), SRData("status"));
+    command.serializeCommandResponse();
+    m_statusMessage.initFromRawData(command.getBuffer(), command.getPosition(), kSampleCommand, 0,
+                                    getContextTrackID(MediaContexts::kStatusTrack));
+
+    m_boundaries.clear();
+    m_boundaries.resize(2);
+    m_boundaries[1].index = 1;
+}
+
+}  // namespace krx::mp4

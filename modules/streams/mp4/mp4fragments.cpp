@@ -1,0 +1,236 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/bigendian.h"
+#include "modules/streams/mp4/mp4boxrules.h"
+#include "modules/streams/mp4/mp4fileio.h"
+
+#include <algorithm>
+#include <array>
+#include <new>
+
+// Movie fragments. During the parse each is read once, to check it, and unloaded.
+
+namespace krx::mp4 {
+namespace {
+
+using krx::streams::StreamParseError;
+using krx::util::FilePos;
+
+// Flags of 'tfhd'.
+constexpr unsigned kBaseDataOffset = 0x000001;
+constexpr unsigned kDescriptionIndex = 0x000002;
+constexpr unsigned kDefaultDuration = 0x000008;
+constexpr unsigned kDefaultSize = 0x000010;
+constexpr unsigned kDefaultFlags = 0x000020;
+
+// Flags of 'trun'.
+constexpr unsigned kDataOffset = 0x000001;
+constexpr unsigned kFirstSampleFlags = 0x000004;
+constexpr unsigned kSampleDuration = 0x000100;
+constexpr unsigned kSampleSize = 0x000200;
+constexpr unsigned kSampleFlags = 0x000400;
+constexpr unsigned kSampleCompositionOffset = 0x000800;
+constexpr unsigned kPerSampleFields[] = {kSampleDuration, kSampleSize, kSampleFlags,
+                                         kSampleCompositionOffset};
+
+constexpr unsigned kFieldSize = 4;
+
+template <typename T>
+std::shared_ptr<T[]> makeArrayIf(bool wanted, unsigned count)
+{
+    if (!wanted)
+        return nullptr;
+    std::shared_ptr<T[]> array(new (std::nothrow) T[count]);
+    if (!array)
+        throw StreamParseError(krx::streams::kTableReadError);
+    return array;
+}
+
+/// Takes the records of one run apart, in whatever portions they come.
+class RunDecoder
+{
+public:
+    explicit RunDecoder(const TrackFragmentRun& run)
+        : m_durations(run.durations.get()),
+          m_sizes(run.sizes.get()),
+          m_flags(run.flags.get()),
+          m_compositionOffsets(run.compositionOffsets.get())
+    {
+    }
+
+    void decode(const unsigned char* p, std::size_t samples)
+    {
+        for (std::size_t i = 0; i < samples; ++i, ++m_index) {
+            if (m_durations)
+                m_durations[m_index] = next(p);
+            if (m_sizes)
+                m_sizes[m_index] = next(p);
+            if (m_flags)
+                m_flags[m_index] = static_cast<unsigned short>(next(p) >> 16);
+            if (m_compositionOffsets)
+                m_compositionOffsets[m_index] = static_cast<int>(next(p));
+        }
+    }
+
+private:
+    static unsigned next(const unsigned char*& p)
+    {
+        const auto value = loadBigEndian<unsigned>(p);
+        p += kFieldSize;
+        return value;
+    }
+
+    unsigned* m_durations;
+    unsigned* m_sizes;
+    unsigned short* m_flags;
+    int* m_compositionOffsets;
+    std::size_t m_index = 0;
+};
+
+}  // namespace
+
+void MP4File::parseMovieExtends(const BoxHeader& box)
+{
+    m_movieExtendsSeen = true;
+    m_movieExtendsPos = box.start;
+    parseBoxes(box);
+}
+
+void MP4File::parseTrackExtends(const BoxHeader&)
+{
+    skip(4);  // version, flags
+    setCurTrack(readU32());
+    if (!m_curTrack) {
+        warn(krx::streams::kInvalidTrackExtends);
+        return;
+    }
+    TrackInfo& track = *m_curTrack;
+    track.hasTrackExtends = true;
+    track.defaultDescriptionIndex = readU32();
+    track.defaultSampleDuration = readU32();
+    track.defaultSampleSize = readU32();
+    track.defaultSampleFlags = readU32();
+    m_curTrack = nullptr;
+}
+
+void MP4File::parseMovieFragment(const BoxHeader& box)
+{
+    if (!m_movieExtendsSeen)
+        throw StreamParseError(krx::streams::kUnexpectedFragments);
+    m_moofStart = box.start;
+    parseBoxes(box);
+}
+
+void MP4File::parseMovieFragmentHeader(const BoxHeader&)
+{
+    skip(4);  // version, flags
+    const unsigned number = readU32();
+    if (number != m_lastSequenceNumber + 1)
+        throw StreamParseError(krx::streams::kOutOfOrderFragments);
+    m_lastSequenceNumber = number;
+}
+
+void MP4File::parseAndUnloadTrackFragment(const BoxHeader& box)
+{
+    TrackFragment fragment(this, box, curPos(), m_moofStart);
+    fragment.load();
+    fragment.unload();
+    verifyCurrentTrack();
+    m_curTrack->fragments.push_back(std::move(fragment));
+    m_curTrack = nullptr;
+}
+
+void MP4File::parseTrackFragment(TrackFragment& fragment, const BoxHeader& traf, FilePos payload)
+{
+    constexpr unsigned kHeaderSize = 8;
+    // A fragment that is read again after the parse stands alone: no box is open around it, and what it takes
+    // is counted for itself.
+    std::optional<OpenBox> moof;
+    std::optional<OpenBox> open;
+    if (m_openBoxes.empty()) {
+        m_tableBytes = 0;
+        moof.emplace(m_openBoxes, fourCC("moof"));
+        open.emplace(m_openBoxes, traf.type);
+    }
+
+    skipTo(payload);
+    bool headerSeen = false;
+    while (curPos() < traf.end) {
+        if (bytesLeft(traf.end) < kHeaderSize) {
+            warn(krx::streams::kExtraneousBytes);
+            break;
+        }
+        const BoxHeader box = parseBoxHeader(traf);
+        if (!headerSeen && box.type != fourCC("tfhd"))
+            break;
+        if (!headerSeen)
+            parseTrackFragmentHeader(fragment);
+        else if (box.type == fourCC("trun"))
+            parseTrackFragmentRun(fragment);
+        headerSeen = true;
+        skipTo(box.end);
+    }
+    if (!headerSeen)
+        throw StreamParseError(krx::streams::kBadBoxHierarchy);
+}
+
+void MP4File::parseTrackFragmentHeader(TrackFragment& fragment)
+{
+    const unsigned flags = readU32();
+    setCurTrack(readU32());
+    verifyCurrentTrack();
+    fragment.hasBaseDataOffset = (flags & kBaseDataOffset) != 0;
+    fragment.baseDataOffset = 0;
+    fragment.descriptionIndex = m_curTrack->defaultDescriptionIndex;
+    fragment.defaultDuration = m_curTrack->defaultSampleDuration;
+    fragment.defaultSize = m_curTrack->defaultSampleSize;
+    fragment.defaultFlags = m_curTrack->defaultSampleFlags;
+    if (flags & kBaseDataOffset)
+        fragment.baseDataOffset = readU64();
+    if (flags & kDescriptionIndex)
+        fragment.descriptionIndex = readU32();
+    if (flags & kDefaultDuration)
+        fragment.defaultDuration = readU32();
+    if (flags & kDefaultSize)
+        fragment.defaultSize = readU32();
+    if (flags & kDefaultFlags)
+        fragment.defaultFlags = readU32();
+}
+
+void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
+{
+    TrackFragmentRun run;
+    const unsigned flags = readU32();
+    run.sampleCount = readU32();
+    if (flags & kDataOffset)
+        run.dataOffset = static_cast<int>(readU32());
+    if (flags & kFirstSampleFlags)
+        skip(4);
+
+    unsigned recordSize = 0;
+    for (const unsigned field : kPerSampleFields)
+        recordSize += flags & field ? kFieldSize : 0;
+    if (recordSize != 0 && run.sampleCount != 0) {
+        // Before memory is taken: the file must hold the records.
+        if (run.sampleCount > bytesLeft(m_io->Size()) / recordSize)
+            throw StreamParseError(krx::streams::kTableReadError);
+        chargeTableBytes(static_cast<unsigned long long>(run.sampleCount) * recordSize);
+        run.durations = makeArrayIf<unsigned>(flags & kSampleDuration, run.sampleCount);
+        run.sizes = makeArrayIf<unsigned>(flags & kSampleSize, run.sampleCount);
+        run.flags = makeArrayIf<unsigned short>(flags & kSampleFlags, run.sampleCount);
+        run.compositionOffsets = makeArrayIf<int>(flags & kSampleCompositionOffset, run.sampleCount);
+
+        std::array<unsigned char, 16384> records;
+        RunDecoder decoder(run);
+        for (std::size_t left = run.sampleCount; left != 0;) {
+            const std::size_t samples = std::min(left, records.size() / recordSize);
+            read(records.data(), samples * recordSize);
+            decoder.decode(records.data(), samples);
+            left -= samples;
+        }
+    }
+    fragment.insertRun(std::move(run));
+}
+
+}  // namespace krx::mp4

@@ -1,0 +1,197 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "interfaces/IQVStreamContext.h"
+#include "modules/streams/mp4/mp4Data.h"
+#include "server/SRMessage.h"
+#include "util/krxassert.h"
+
+#include <algorithm>
+#include <atomic>
+
+namespace krx::mp4 {
+namespace {
+
+using krx::streams::StreamParseError;
+
+constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr int kBoundsLine = 3086;
+constexpr int kNoHolderLine = 3079;
+
+std::atomic<bool> g_badSampleLogged{false};
+
+void deliver(ISegmentHolder& holder, unsigned char type, void* data, unsigned length, unsigned time)
+{
+    if (!holder.add(type, data, length, time))
+        throw StreamParseError(krx::streams::kUnknownError);
+}
+
+}  // namespace
+
+/// The segment that holds key: its first boundary in segment.
+bool Mp4Data::findSegment(const CursorState& key, Comparator comparator, std::size_t& segment) const
+{
+    if (m_boundaries.empty() || comparator(key, m_boundaries.front()) ||
+        !comparator(key, m_boundaries.back()))
+        return false;
+    auto end = std::lower_bound(m_boundaries.begin(), m_boundaries.end(), key, comparator);
+    if (!comparator(key, *end))
+        ++end;
+    if (end == m_boundaries.begin() || end == m_boundaries.end())
+        return false;
+    while (end[-1].index == end[0].index && end + 1 != m_boundaries.end())
+        ++end;
+    segment = static_cast<std::size_t>(end - m_boundaries.begin()) - 1;
+    return true;
+}
+
+SegmentBounds Mp4Data::toBounds(std::size_t segment) const
+{
+    const CursorState& start = m_boundaries[segment];
+    const CursorState& end = m_boundaries[segment + 1];
+    return {start.index, end.index - 1, start.time, end.time};
+}
+
+bool Mp4Data::findSegmentByPos(long long index, SegmentBounds* bounds) const
+{
+    CursorState key;
+    key.index = index;
+    std::size_t segment;
+    if (!bounds || !findSegment(key, &locComparator, segment))
+        return false;
+    const SegmentBounds found = toBounds(segment);
+    if (found.start > index || index > found.end)
+        return false;
+    *bounds = found;
+    return true;
+}
+
+bool Mp4Data::findSegmentByTime(unsigned time, SegmentBounds* bounds) const
+{
+    CursorState key;
+    key.time = time;
+    std::size_t segment;
+    if (!bounds || !findSegment(key, &timeComparator, segment))
+        return false;
+    const SegmentBounds found = toBounds(segment);
+    const bool inside = found.startTime <= time && time < found.endTime;
+    if (!inside && !(time == found.startTime && time == found.endTime))
+        return false;
+    *bounds = found;
+    return true;
+}
+
+bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
+{
+    if (!bounds || !holder) {
+        krx::util::assertFailed(kAssertPlace, kNoHolderLine);
+        return false;
+    }
+    CursorState key;
+    key.index = bounds->start;
+    std::size_t segment;
+    if (!findSegment(key, &locComparator, segment) || toBounds(segment) != *bounds) {
+        krx::util::assertFailed(kAssertPlace, kBoundsLine);
+        return false;
+    }
+    if (!m_statusMessage.isEmpty()) {
+        const bool taken = holder->add(m_statusMessage.getMessageType(), m_statusMessage.data(),
+                                       m_statusMessage.getActualMsgSize(), m_statusMessage.getTime());
+        if (!taken)
+            logBadSample(StreamParseError(krx::streams::kUnknownError).getMessage());
+        return taken;
+    }
+
+    const CursorState& start = m_boundaries[segment];
+    const CursorState& end = m_boundaries[segment + 1];
+    const AutoMp4Open open(&m_io);
+    if (!open.isOpen())
+        return start.index == end.index;
+    Mp4Cursor cursor(m_file, start);
+    keepFragments(start);
+    try {
+        if (cursor.getTablePage() != m_tablePage)
+            clearTableSegment(m_tablePage);
+        m_tablePage = cursor.getTablePage();
+        cursor.loadTables();
+        holder->addDep(m_tablePage, static_cast<unsigned>(cursor.getSegSize()));
+        cursor.setLimit(end);
+        deliverSegment(cursor, *holder);
+    } catch (const StreamParseError& error) {
+        logBadSample(error.getMessage());
+    }
+    m_standingFragments.clear();
+    cursor.applyTracks(
+        [&](const TrackCursor& track) { m_standingFragments.push_back(track.position().fragmentIndex); });
+    return cursor.getIndex() == end.index;
+}
+
+void Mp4Data::deliverSegment(Mp4Cursor& cursor, ISegmentHolder& holder)
+{
+    AggMsg aggregate(m_config.MaxAggMsgSize);
+    deliverMessages(cursor, holder, aggregate);
+    if (aggregate.size() != 0)
+        deliver(holder, kMsgAggregate, aggregate.data(), aggregate.size(), aggregate.getTime());
+}
+
+void Mp4Data::deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg& aggregate)
+{
+    Seekable message;
+    for (; cursor.getActiveTrack(); cursor.advance()) {
+        try {
+            if (!message.initFromCursor(cursor, m_io))
+                continue;
+            if (isToSkipLoad(message))
+                ;
+            else if (!m_config.EnableAggMsgs) {
+                message.readPayload(m_io);
+                deliver(holder, message.getMessageType(), message.data(), message.getActualMsgSize(),
+                        message.getTime());
+            } else {
+                aggregate.appendSeekable(m_io, message);
+                if (aggregate.size() > m_config.MaxAggMsgSize) {
+                    deliver(holder, kMsgAggregate, aggregate.data(), aggregate.size(), aggregate.getTime());
+                    aggregate.clear();
+                }
+            }
+        } catch (const BadSampleError& error) {
+            logBadSample(error.getMessage());
+        }
+        cursor.countMessage();
+    }
+}
+
+/// The file's time coordination is delivered with its contexts.
+bool Mp4Data::isToSkipLoad(const Seekable& message)
+{
+    return message.getTrack()->isData && message.getTime() == 0 && isTimeCoordInfo(message);
+}
+
+/// Releases what the last load left of fragments, except where state goes on in them.
+void Mp4Data::keepFragments(const CursorState& state)
+{
+    const std::vector<TrackInfo*> tracks = m_file.getTrackVec();
+    for (std::size_t i = 0; i < m_standingFragments.size(); ++i) {
+        const unsigned standing = m_standingFragments[i];
+        if (standing < tracks[i]->fragments.size() && standing != state.tracks[i].fragmentIndex)
+            tracks[i]->fragments[standing].unload();
+    }
+}
+
+void Mp4Data::logBadSample(const SRString& text)
+{
+    if (g_badSampleLogged.exchange(true) || !m_context)
+        return;
+    const std::string_view path = m_path.view();
+    const SRString name = SRString::fromMultiByte(path.substr(path.rfind('/') + 1));
+    const SRString line = SRString::format(
+        L"KRX detected a bad message in : %S Playback may have incomplete content : %S", name, text);
+    m_context->log(line.toMultiByte().c_str(), krx::streams::LOG_WARNING, false);
+}
+
+void Mp4Data::resetBadSampleLog()
+{
+    g_badSampleLogged = false;
+}
+
+}  // namespace krx::mp4

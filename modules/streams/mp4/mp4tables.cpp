@@ -1,0 +1,182 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/mp4.h"
+#include "modules/streams/mp4/mp4fileio.h"
+
+#include <algorithm>
+#include <optional>
+
+// The sample tables and the edit list of a track. A table counts as present once it has entries, so a box
+// that repeats an empty one is no duplicate.
+
+namespace krx::mp4 {
+namespace {
+
+using krx::streams::StreamParseError;
+
+constexpr unsigned kTopBit = 0x80000000U;
+
+[[noreturn]] void refuseEditList()
+{
+    throw StreamParseError(krx::streams::kUnsupportedEditList);
+}
+
+}  // namespace
+
+/// Makes the table of count entries at the position, loaded, and leaves the position where it is.
+template <typename T>
+void MP4File::initTable(PageableArray<T>& table, unsigned count, unsigned entrySize)
+{
+    chargeTableBytes(static_cast<unsigned long long>(count) * sizeof(T));
+    table.init(count, curPos(), m_io, entrySize);
+}
+
+unsigned MP4File::parseNumEntries(bool zeroAllowed)
+{
+    const unsigned count = readU32();
+    if (count == 0 && !zeroAllowed)
+        throw StreamParseError(krx::streams::kInvalidEntryCount);
+    return count;
+}
+
+void MP4File::parseTimeToSample(const BoxHeader& box)
+{
+    PageableArray<TimeToSample>& table = m_curTrack->timeToSample;
+    verifyUniqueBox(table.size() != 0);
+    parseVersion(box);
+    initTable(table, parseNumEntries(true), 8);
+    unsigned deltas = 0;
+    const TimeToSample* entries = table.curSegment();
+    for (unsigned i = 0; i < table.size(); ++i)
+        deltas |= entries[i].delta;
+    if (deltas & kTopBit)
+        warn(krx::streams::kInvalidSampleDuration);
+}
+
+void MP4File::parseCompositionToSample(const BoxHeader& box)
+{
+    verifyUniqueBox(m_curTrack->compositionOffsets.size() != 0);
+    parseVersion(box);
+    initTable(m_curTrack->compositionOffsets, parseNumEntries(true), 8);
+}
+
+void MP4File::parseSampleToChunk(const BoxHeader& box)
+{
+    verifyUniqueBox(m_curTrack->sampleToChunk.size() != 0);
+    parseVersion(box);
+    initTable(m_curTrack->sampleToChunk, parseNumEntries(true), 12);
+}
+
+void MP4File::parseChunkOffset(const BoxHeader& box)
+{
+    verifyUniqueBox(m_curTrack->chunkOffsets.size() != 0);
+    parseVersion(box);
+    initTable(m_curTrack->chunkOffsets, parseNumEntries(true), box.type == fourCC("stco") ? 4 : 8);
+}
+
+void MP4File::parseSyncSample(const BoxHeader& box)
+{
+    verifyUniqueBox(m_curTrack->syncSamples.size() != 0);
+    parseVersion(box);
+    if (const unsigned count = parseNumEntries(true))
+        initTable(m_curTrack->syncSamples, count, 4);
+}
+
+void MP4File::parseSampleSize(const BoxHeader& box)
+{
+    TrackInfo& track = *m_curTrack;
+    verifyUniqueBox(track.sampleSizes.size() != 0);
+    parseVersion(box);
+    track.constantSampleSize = readU32();
+    track.sampleCount = readU32();
+    const long long limit = std::min<long long>(m_io->Size(), m_config.MaxSampleSize);
+    unsigned largest = track.constantSampleSize;
+    if (largest == 0) {
+        const unsigned tableSize = track.sampleCount * 4;  // wraps; the table's own check is exact
+        if (bytesLeft(box.end) < tableSize)
+            throw StreamParseError(krx::streams::kInvalidEntryCount);
+        initTable(track.sampleSizes, track.sampleCount, 4);
+        if (track.sampleCount == 0)
+            return;
+        const unsigned* sizes = track.sampleSizes.curSegment();
+        for (unsigned i = 0; i < track.sampleCount; ++i)
+            largest = std::max(largest, sizes[i]);
+    }
+    if (largest >= limit)
+        throw StreamParseError(krx::streams::kInvalidSampleSize);
+}
+
+void MP4File::parseSampleFlags(const BoxHeader& box)
+{
+    TrackInfo& track = *m_curTrack;
+    verifyUniqueBox(track.sampleFlags.size() != 0);
+    parseVersion(box);
+    if (track.sampleCount == 0) {
+        warn(krx::streams::kUnsupportedSampleFlags);
+        return;
+    }
+    if (bytesLeft(box.end) < track.sampleCount)
+        throw StreamParseError(krx::streams::kInvalidEntryCount);
+    initTable(track.sampleFlags, track.sampleCount, 1);
+}
+
+void MP4File::parseEditList(const BoxHeader& box)
+{
+    verifyUniqueBox(m_curTrack->editList != nullptr);
+    auto list = std::make_shared<EditList>();
+    list->filePos = box.start;
+    try {
+        parseEditListEntries(*list);
+        list->freeSize = parseTrailingFreeBox(box).value_or(0);
+    } catch (const StreamParseError&) {
+        list.reset();
+    }
+    m_curTrack->editList = list;
+    if (!list)
+        warn(krx::streams::kUnsupportedEditList);
+}
+
+/// Supported are gaps and media by turns, media last, and no media time before the one of an earlier entry.
+void MP4File::parseEditListEntries(EditList& list)
+{
+    const unsigned version = readU8();
+    skip(3);
+    if (version > 1)
+        refuseEditList();
+    const unsigned count = readU32();
+    const unsigned entrySize = version == 1 ? 20 : 12;
+    if (count > bytesLeft(m_io->Size()) / entrySize)
+        refuseEditList();
+    chargeTableBytes(static_cast<unsigned long long>(count) * sizeof(EditListEntry));
+
+    long long mediaTime = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        EditListEntry entry;
+        entry.duration = version == 1 ? readU64() : readU32();
+        entry.mediaTime = version == 1 ? static_cast<long long>(readU64()) : static_cast<int>(readU32());
+        if (EditList::isGapEntry(i, count)) {
+            if (entry.mediaTime != -1)
+                refuseEditList();
+        } else {
+            if (entry.mediaTime < mediaTime)
+                refuseEditList();
+            mediaTime = entry.mediaTime;
+        }
+        entry.rate = readU32();
+        if (entry.rate == 0)
+            refuseEditList();
+        list.entries.push_back(entry);
+    }
+}
+
+/// The room in a free box that stands behind what was read of its parent.
+std::optional<long long> MP4File::parseTrailingFreeBox(const BoxHeader& parent)
+{
+    if (bytesLeft(parent.end) <= 8)
+        return std::nullopt;
+    const BoxHeader box = parseBoxHeader(parent);
+    return box.isFreeBox() ? std::optional(box.size - 8) : std::nullopt;
+}
+
+}  // namespace krx::mp4

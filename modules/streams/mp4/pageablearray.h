@@ -1,0 +1,111 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/streamparseerror.h"
+#include "util/SRFileUtil.h"
+
+#include <cstddef>
+#include <memory>
+#include <vector>
+
+namespace krx::mp4 {
+
+class Mp4FileIO;
+
+// Table records, as they stand in memory (native byte order).
+
+/// An 'stts' entry. A delta with the top bit set is invalid and counts as 0.
+struct TimeToSample
+{
+    unsigned count;
+    unsigned delta;  ///< media timescale units
+};
+
+/// A 'ctts' entry. The offset is read as a signed number.
+struct CompositionOffset
+{
+    unsigned count;
+    unsigned offset;  ///< media timescale units
+};
+
+/// An 'stsc' entry.
+struct SampleToChunk
+{
+    unsigned firstChunk;  ///< 1-based
+    unsigned samplesPerChunk;
+    unsigned descriptionIndex;  ///< 1-based
+};
+
+/// A contiguous range [start, end) of a table; the array is null while the page is not loaded. Copies share
+/// it.
+template <typename T>
+struct ArrayPage
+{
+    std::shared_ptr<T[]> array;
+    unsigned start = 0;
+    unsigned end = 0;
+};
+
+/// A table of a file that is loaded one page at a time. Instantiated for TimeToSample, CompositionOffset,
+/// SampleToChunk, unsigned, unsigned long long, long long and unsigned char. Every failure is a
+/// StreamParseError kTableReadError, but for what the reader throws.
+template <typename T>
+class PageableArray
+{
+public:
+    /// The table of count entries at pos, entrySize bytes each in the file (1, 4, 8 or 12), as one page,
+    /// loaded. A count that the rest of the file cannot hold fails before memory is taken. io is not owned.
+    void init(unsigned count, krx::util::FilePos pos, Mp4FileIO* io, unsigned entrySize);
+    bool isInit() const { return m_io != nullptr; }
+    /// Entries of the whole table.
+    unsigned size() const { return m_size; }
+
+    /// Makes page n current and loads it; nothing when not initialised.
+    void setCurPage(std::size_t n);
+    /// Cuts the table before each of the given entry indices (rising; equal ones make empty pages), one page
+    /// more than indices, and makes the page current that holds the start of the formerly current one. Each
+    /// page also holds the first overlap entries behind its end, as far as the table has them.
+    void split(const std::vector<unsigned>& boundaries, unsigned overlap = 0);
+    /// Releases the page's array; it is loaded again when next made current. Nothing when not initialised.
+    void clearPage(std::size_t n);
+    std::size_t pageCount() const { return m_pages.size(); }
+    /// Bytes that page n takes in memory when it is loaded; 0 when not initialised.
+    std::size_t getPageSize(std::size_t n) const;
+    /// Releases everything.
+    void clear();
+
+    /// Entry i, which must lie in the current page.
+    const T& operator[](unsigned i) const
+    {
+        if (i < m_curStart || i >= m_curEnd)
+            throwTableError();
+        return m_cur[i - m_curStart];
+    }
+    /// The current page's array, or null.
+    const T* curSegment() const { return m_cur; }
+    unsigned curStart() const { return m_curStart; }
+    unsigned curEnd() const { return m_curEnd; }
+
+    /// Bytes really held.
+    std::size_t reportMemorySize() const;
+
+private:
+    void load();
+    [[noreturn]] static void throwTableError();
+
+    Mp4FileIO* m_io = nullptr;
+    unsigned m_size = 0;
+    std::vector<ArrayPage<T>> m_pages;
+    int m_curPage = -1;
+    krx::util::FilePos m_pos = 0;
+    unsigned m_entrySize = 0;
+
+    // The loaded current page, for quick access; an empty range when there is none.
+    const T* m_cur = nullptr;
+    unsigned m_curStart = 0;
+    unsigned m_curEnd = 0;
+};
+
+}  // namespace krx::mp4

@@ -1,0 +1,87 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+namespace krx::mp4 {
+
+/// What a sample holds, and with it how its message begins.
+enum SampleType : unsigned char
+{
+    kSampleUnsupported = 0,
+    kSampleVP6 = 1,
+    kSampleVP6Alpha = 2,
+    kSampleAVC = 3,
+    kSampleH263 = 4,
+    kSampleScreenVideo1 = 5,
+    kSampleScreenVideo2 = 6,
+    kSampleMP3 = 7,
+    kSampleAAC = 8,
+    kSampleSpeex = 9,
+    kSampleNellymoser = 10,
+    kSampleText = 11,
+    kSampleImage = 12,
+    kSampleDataAMF0 = 13,
+    kSampleDataAMF3 = 14,
+    kSampleCommand = 15,         ///< built messages only
+    kSampleEncryptedVideo = 16,  ///< a step has the type of what was encrypted instead
+    kSampleEncryptedAudio = 17,  ///< as above
+    kSampleOther = 18,           ///< user-control message
+};
+
+/// The sample type that a sample description's four-character code selects.
+SampleType sampleTypeOf(unsigned fourCC);
+
+/// Header bytes of a type that no step has: what it wraps is asked instead.
+constexpr unsigned kNoHeaderSize = ~0U;
+
+/// How the messages of a sample type begin.
+struct SampleTypeInfo
+{
+    unsigned char messageType;
+    unsigned headerSize;  ///< bytes of the codec header in front of the payload
+};
+
+/// By sample type.
+inline constexpr SampleTypeInfo kSampleTypes[] = {
+    {0, 0},              // unsupported
+    {9, 2},              // VP6
+    {9, 2},              // VP6 with alpha
+    {9, 5},              // AVC
+    {9, 1},              // H.263
+    {9, 1},              // screen video 1
+    {9, 1},              // screen video 2
+    {8, 1},              // MP3
+    {8, 2},              // AAC
+    {8, 1},              // Speex
+    {8, 1},              // Nellymoser
+    {18, 0},             // timed text
+    {18, 0},             // image
+    {18, 0},             // AMF0 data
+    {15, 0},             // AMF3 data
+    {20, 0},             // AMF0 command
+    {9, kNoHeaderSize},  // encrypted video
+    {8, kNoHeaderSize},  // encrypted audio
+    {4, 0},              // other
+};
+
+inline constexpr unsigned kSampleTypeCount = sizeof(kSampleTypes) / sizeof(kSampleTypes[0]);
+
+/// Decoder configurations are sent ahead of the samples of these types.
+constexpr bool hasDecoderHeader(SampleType type)
+{
+    return type == kSampleAVC || type == kSampleAAC;
+}
+
+constexpr bool isAudioType(SampleType type)
+{
+    return (type >= kSampleMP3 && type <= kSampleNellymoser) || type == kSampleEncryptedAudio;
+}
+
+/// A track of these types is closed by an end-of-sequence message.
+constexpr bool hasEnder(SampleType type)
+{
+    return type == kSampleAVC || isAudioType(type);
+}
+
+}  // namespace krx::mp4

@@ -1,0 +1,175 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/streams/mp4/parserfixture.h"
+#include "tests/support/assertrecorder.h"
+
+#include <gtest/gtest.h>
+
+namespace krx::test {
+namespace {
+
+std::string trex(std::uint32_t id)
+{
+    return fullBox("trex", Fields().u32(id).u32(1).u32(2).u32(3).u32(4));
+}
+
+std::string mfhd(std::uint32_t number)
+{
+    return fullBox("mfhd", Fields().u32(number));
+}
+
+std::string tfhd(std::uint32_t id, unsigned flags = 0, const Fields& fields = {})
+{
+    return fullBox("tfhd", Fields().u32(id).raw(fields), 0, flags);
+}
+
+std::string trun(std::uint32_t count, unsigned flags = 0, const Fields& fields = {})
+{
+    return fullBox("trun", Fields().u32(count).raw(fields), 0, flags);
+}
+
+/// A movie with one track of an audio entry and fragments behind.
+std::string fragmentFile(const std::string& behind, const std::string& inExtends = trex(1))
+{
+    return movieFile(TrackBoxes().bytes() + box("mvex", inExtends), behind);
+}
+
+std::string withFragment(const std::string& inFragment)
+{
+    return fragmentFile(box("moof", mfhd(1) + box("traf", inFragment)));
+}
+
+TEST(Mp4Fragments, Faults)
+{
+    const std::string traf = box("traf", tfhd(1) + trun(1));
+    const auto moof = [&](std::uint32_t number) { return box("moof", mfhd(number) + traf); };
+    mp4::Mp4Config one;
+    one.MaxTracks = 1;
+    expectFaults({
+        {"three", fragmentFile(moof(1) + moof(2) + moof(3))},
+        {"unannounced", movieFile(TrackBoxes().bytes(), moof(1)), 29},
+        {"before the movie", box("moof") + fragmentFile(""), 29},
+        {"first is 2", fragmentFile(moof(2)), 30},
+        {"gap", fragmentFile(moof(1) + moof(3)), 30},
+        {"repeated", fragmentFile(moof(1) + moof(1)), 30},
+        {"defaults of track 0", fragmentFile("", trex(0)), 0, {121}},
+        {"defaults of an unknown track, all records in use", fragmentFile("", trex(9)), 0, {121}, one},
+        {"fragment of track 0", withFragment(tfhd(0)), 31},
+        {"fragment of an unknown track, all records in use", withFragment(tfhd(9)), 31, {}, one},
+        {"no header", withFragment(""), 31},
+        {"run first", withFragment(trun(1) + tfhd(1)), 31},
+        {"bytes behind the header", withFragment(tfhd(1) + "1234567"), 0, {112}},
+        {"bytes instead of a header", withFragment("1234567"), 31, {112}},
+        {"other boxes", withFragment(tfhd(1) + box("tfdt", "x") + box("sdtp") + trun(1) + box("abcd"))},
+        {"box beyond the fragment", withFragment(tfhd(1) + sizedBox(100, "trun")), 18},
+        {"header cut off by the end", fragmentFile(box("moof", mfhd(1) + box("traf", box("tfhd")))), 117},
+        {"run that the file cannot hold", withFragment(tfhd(1) + trun(0xFFFFFFFFU, 0x100)), 28},
+        {"run without fields", withFragment(tfhd(1) + trun(0xFFFFFFFFU))},
+    });
+}
+
+TEST(Mp4Fragments, DefaultsAndOverrides)
+{
+    const std::string overrides = tfhd(1, 0x03003B, Fields().u64(1ULL << 40).u32(11).u32(12).u32(13).u32(14));
+    const std::string first = box("moof", mfhd(1) + box("traf", tfhd(1) + trun(1)));
+    const auto parsed = parseFile(fragmentFile(first + box("moof", mfhd(2) + box("traf", overrides)) +
+                                               box("moof", mfhd(3) + box("traf", tfhd(5) + trun(2)))));
+    ASSERT_EQ(parsed->error, 0);
+    long long extends = 0;
+    ASSERT_TRUE(parsed->mp4.getMovieExtendsBoxPos(extends));
+    EXPECT_EQ(parsed->io.bytes().substr(static_cast<std::size_t>(extends) + 4, 4), "mvex");
+    ASSERT_EQ(parsed->track(1)->fragments.size(), 2U);
+    mp4::TrackFragment& plain = parsed->track(1)->fragments[0];
+    EXPECT_FALSE(plain.isLoaded());
+    EXPECT_EQ(plain.descriptionIndex, 1U);
+    EXPECT_EQ(plain.defaultDuration, 2U);
+    EXPECT_EQ(plain.defaultSize, 3U);
+    EXPECT_EQ(plain.defaultFlags, 4U);
+    EXPECT_EQ(static_cast<long long>(plain.dataBase()), plain.moofStart());
+    EXPECT_EQ(parsed->io.bytes().substr(static_cast<std::size_t>(plain.moofStart()) + 4, 4), "moof");
+    const mp4::TrackFragment& other = parsed->track(1)->fragments[1];
+    EXPECT_EQ(other.dataBase(), 1ULL << 40);
+    EXPECT_EQ(other.descriptionIndex, 11U);
+    EXPECT_EQ(other.defaultFlags, 14U);
+    // A fragment of a track that no box declared.
+    ASSERT_NE(parsed->track(5), nullptr);
+    EXPECT_FALSE(parsed->track(5)->isValid());
+    EXPECT_EQ(parsed->track(5)->fragments.at(0).getRunCount(), 1U);
+}
+
+TEST(Mp4Fragments, Runs)
+{
+    Fields all;
+    Fields longRun;
+    for (std::uint32_t i = 0; i < 3; ++i)
+        all.u32(100 + i).u32(200 + i).u32(0x12340000U * i + 0xFFFF).u32(0xFFFFFFFFU - i);
+    for (std::uint32_t i = 0; i < 10000; ++i)
+        longRun.u32(i).u32(i * 3);
+    const auto parsed =
+        parseFile(withFragment(tfhd(1) + trun(3, 0xF00, all) +
+                               trun(1, 0x605, Fields().u32(0xFFFFFFF8U).u32(7).u32(50).u32(0x10000)) +
+                               trun(0, 0xF01, Fields().u32(9)) + trun(10000, 0xA00, longRun)));
+    ASSERT_EQ(parsed->error, 0);
+    mp4::TrackFragment& fragment = parsed->track()->fragments.at(0);
+    ASSERT_EQ(fragment.getRunCount(), 4U);
+    const mp4::TrackFragmentRun& full = fragment.getRun(0);
+    EXPECT_EQ(full.durations[2], 102U);
+    EXPECT_EQ(full.sizes[2], 202U);
+    EXPECT_EQ(full.flags[1], 0x1234);
+    EXPECT_EQ(full.compositionOffsets[2], -3);
+    const mp4::TrackFragmentRun& some = fragment.getRun(1);
+    EXPECT_EQ(some.dataOffset, -8);
+    EXPECT_EQ(some.sizes[0], 50U);
+    EXPECT_EQ(some.flags[0], 1);
+    EXPECT_FALSE(some.durations || some.compositionOffsets);
+    const mp4::TrackFragmentRun& none = fragment.getRun(2);
+    EXPECT_EQ(none.dataOffset, 9);
+    EXPECT_FALSE(none.durations || none.sizes || none.flags || none.compositionOffsets);
+    EXPECT_EQ(fragment.getRun(3).sizes[9999], 9999U);
+    EXPECT_EQ(fragment.getRun(3).compositionOffsets[9999], 29997);
+    EXPECT_THROW(fragment.getRun(4), streams::StreamParseError);
+
+    EXPECT_GT(fragment.reportMemorySize(), 80000U);
+    fragment.unload();
+    EXPECT_EQ(fragment.reportMemorySize(), sizeof(fragment));
+    EXPECT_EQ(fragment.getRunCount(), 4U);
+}
+
+TEST(Mp4Fragments, LoadFaults)
+{
+    const auto parsed = parseFile(buildMovie(fragmentedMovie()).bytes);
+    mp4::TrackFragment& fragment = parsed->track()->fragments.at(1);
+    parsed->file.FlushMemory();
+    parsed->io.failReadsFrom(1);
+    EXPECT_THROW(fragment.load(), streams::StreamParseError);
+    EXPECT_FALSE(fragment.isLoaded());
+
+    AssertRecorder asserts;
+    mp4::TrackFragment orphan(nullptr, {}, 0, 0);
+    EXPECT_EQ(orphan.getRunCount(), 0U);
+    EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in modules/streams/mp4/mp4 line 202"});
+}
+
+TEST(Mp4Fragments, BuiltMovieHasEverySample)
+{
+    const Movie movie = fragmentedMovie();
+    const BuiltMovie built = buildMovie(movie);
+    const auto parsed = parseFile(built.bytes);
+    for (std::size_t t = 0; t < movie.tracks.size(); ++t) {
+        std::size_t sample = 0;
+        for (mp4::TrackFragment& fragment : parsed->track(movie.tracks[t].id)->fragments)
+            for (std::size_t r = 0; r < fragment.getRunCount(); ++r) {
+                const mp4::TrackFragmentRun& run = fragment.getRun(r);
+                std::uint64_t offset = fragment.dataBase() + static_cast<std::uint64_t>(run.dataOffset);
+                for (unsigned i = 0; i < run.sampleCount; ++i, ++sample) {
+                    EXPECT_EQ(offset, built.samples[t].at(sample).offset);
+                    offset += run.sizes[i];
+                }
+            }
+        EXPECT_EQ(sample, movie.tracks[t].samples.size());
+    }
+}
+
+}  // namespace
+}  // namespace krx::test

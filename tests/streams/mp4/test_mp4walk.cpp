@@ -1,0 +1,264 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/streams/mp4/parserfixture.h"
+#include "tests/support/mp4samples.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+namespace krx::test {
+namespace {
+
+std::string nest(std::string_view type, int levels)
+{
+    std::string bytes;
+    for (int left = levels; left > 0; --left)
+        bytes += sizedBox(static_cast<std::uint32_t>(left) * 8, type);
+    return bytes;
+}
+
+TrackBoxes trackWithId(std::uint32_t id)
+{
+    TrackBoxes track;
+    track.header = tkhd(id);
+    track.description = stsd({videoEntry("VP62")});
+    track.more = tableBox("stss", 1, {1});
+    return track;
+}
+
+TEST(Mp4Walk, Faults)
+{
+    const std::string moov = box("moov", mvhd(1000, 2000));
+    expectFaults({
+        {"nothing", "", 117},
+        {"two bytes", "ab", 5},
+        {"three bytes", "abc", 13, {112}},
+        {"other signature", "ZMV\1\5", 26},
+        {"no movie", ftyp() + box("mdat"), 13},
+        {"movie", moov},
+        {"second movie", moov + moov, 19},
+        {"seven bytes behind", moov + std::string(7, '\0'), 0, {112}},
+        {"seven bytes in a container", movieFile(box("udta", std::string(7, '\0'))), 0, {112}},
+        {"unknown boxes", box("wide") + moov + box("\xA9nam"), 0, {102, 102}},
+        {"size 0 runs to the end", moov + sizedBox(0, "mdat", "abc")},
+        {"size 0 behind which the parent ends", movieFile(sizedBox(0, "udta")), 18},
+        {"64-bit size", largeBox("mdat", "abc") + moov},
+        {"smaller than its header", sizedBox(7, "free") + moov, 18},
+        {"smaller than its large header", sizedLargeBox(15, "free") + moov, 18},
+        {"2^31", sizedBox(0x80000000U, "free"), 18},
+        {"2^32 - 1", sizedBox(0xFFFFFFFFU, "free"), 18},
+        {"2^32", sizedLargeBox(1ULL << 32, "free"), 18},
+        {"largest end", sizedLargeBox(std::numeric_limits<long long>::max(), "free"), 18},
+        {"2^63", sizedLargeBox(1ULL << 63, "mdat") + moov, 18},
+        {"2^64 - 1", sizedLargeBox(~0ULL, "mdat") + moov, 18},
+        {"truncated media data", moov + sizedBox(100, "mdat", "abc"), 0, {18}},
+        {"endless media data", moov + sizedLargeBox(1ULL << 62, "mdat"), 0, {18}},
+        {"media data over a parent that ends early", movieFile(sizedBox(500, "mdat")), 18},
+        {"truncated other box", moov + sizedBox(100, "free", "abc"), 18},
+        {"header cut in its large size", moov + sizedBox(1, "mdat", "abcd"), 5},
+        {"128 containers", nest("udta", 128) + moov},
+        {"129 containers", nest("udta", 129) + moov, 18},
+        {"deep nest", nest("udta", 100000), 18},
+        {"deep nest of tracks", movieFile(nest("trak", 100000)), 18},
+    });
+}
+
+TEST(Mp4Walk, WarningNamesTheBox)
+{
+    const auto parsed = parseFile(box("\xA9nam") + box("moov", mvhd(1, 1, 2)));
+    ASSERT_EQ(parsed->texts.size(), 2U);
+    EXPECT_EQ(parsed->texts[0], SRString(L"-102\tUnrecognized box: \u00A9nam"));
+    EXPECT_EQ(parsed->texts[1], SRString(L"-123\tUnrecognized box version: mvhd"));
+}
+
+TEST(Mp4Walk, StartBehindTheFrontSkipsTheSignatureTest)
+{
+    ParsedFile parsed("ZMV\1" + box("moov", mvhd(1, 1)), {}, 4);
+    EXPECT_EQ(parsed.error, 0);
+    EXPECT_EQ(parsed.mp4.getMoviePos(), 12);
+}
+
+TEST(Mp4Walk, WarningsAsErrorsAndPrinting)
+{
+    MemoryFileIo io(box("moov", mvhd(1, 1) + box("abcd")));
+    const mp4::Mp4Config config;
+    mp4::Mp4FileIO file("movie.mp4", &io, 0, config);
+    file.Open();
+    const auto run = [&](int level, bool asErrors) {
+        mp4::MP4File mp4(config, nullptr);
+        mp4.setIO(&file);
+        mp4.setLogLevel(level);
+        mp4.setWarningsAsErrors(asErrors);
+        testing::internal::CaptureStdout();
+        int status = 0;
+        try {
+            mp4.parse(0);
+        } catch (const streams::StreamParseError& e) {
+            status = e.getStatus();
+        }
+        return std::to_string(status) + ":" + testing::internal::GetCapturedStdout();
+    };
+    const std::string warning = "Warning:\t-102\tUnrecognized box: abcd\tmovie.mp4\n\n";
+    EXPECT_EQ(run(2, false), "0:");
+    EXPECT_EQ(run(3, false), "0:" + warning);
+    EXPECT_EQ(run(2, true), "102:");
+    EXPECT_EQ(run(5, false), "0:moov/\t124\nmoov/mvhd/\t108\nmoov/abcd/\t8\n" + warning);
+}
+
+TEST(Mp4Movie, Header)
+{
+    unsigned timescale = 0;
+    const auto wide = parseFile(box("moov", mvhd(90000, 1ULL << 40, 1)));
+    EXPECT_EQ(wide->mp4.getMovieDuration(timescale), 1ULL << 40);
+    EXPECT_EQ(timescale, 90000U);
+    EXPECT_EQ(wide->mp4.getMovieHeaderBoxPos(), 8);
+    expectFaults({
+        {"second header", box("moov", mvhd(1, 1) + mvhd(1, 1)), 19},
+        {"second header behind one without duration", box("moov", mvhd(1, 0) + mvhd(1, 1))},
+        {"no timescale", box("moov", mvhd(0, 1)), 21},
+        {"version 2", box("moov", mvhd(0, 1, 2)), 0, {123}},
+        {"media header in the movie", box("moov", mdhd(1, 1)), 31},
+    });
+}
+
+TEST(Mp4Movie, Tracks)
+{
+    const auto with = [](auto change) {
+        TrackBoxes track;
+        change(track);
+        return trackFile(track);
+    };
+    std::string full;
+    for (std::uint32_t id = 1; id <= 64; ++id)
+        full += trackWithId(id).bytes();
+    std::string dropped;
+    for (int i = 0; i < 100; ++i)
+        dropped += box("trak");
+    mp4::Mp4Config none;
+    none.MaxTracks = 0;
+    expectFaults({
+        {"complete", with([](TrackBoxes&) {})},
+        {"no media timescale", with([](TrackBoxes& t) { t.mediaHeader = mdhd(0, 1); }), 21},
+        {"no media header", with([](TrackBoxes& t) { t.mediaHeader.clear(); }), 0, {103}},
+        {"no description", with([](TrackBoxes& t) { t.description.clear(); }), 0, {103}},
+        {"no times", with([](TrackBoxes& t) { t.times.clear(); }), 0, {103}},
+        {"no chunks", with([](TrackBoxes& t) { t.chunks.clear(); }), 0, {103}},
+        {"no sizes", with([](TrackBoxes& t) { t.sizes.clear(); }), 0, {103}},
+        {"no offsets", with([](TrackBoxes& t) { t.offsets.clear(); }), 0, {103}},
+        {"second media header", with([](TrackBoxes& t) { t.mediaHeader += mdhd(1, 1); }), 19},
+        {"media header of version 2",
+         with([](TrackBoxes& t) { t.mediaHeader = mdhd(1, 1, 2); }),
+         0,
+         {123, 103}},
+        {"header behind the media", with([](TrackBoxes& t) {
+             t.inTrack = box("udta", mdhd(1000, 1000)) + t.header;
+             t.mediaHeader.clear();
+             t.header.clear();
+         })},
+        {"ID 0", movieFile(box("trak", tkhd(0))), 0, {103}},
+        {"no header", movieFile(box("trak")), 0, {103}},
+        {"header of version 2", movieFile(box("trak", tkhd(1, 2))), 0, {123, 123, 103}},
+        {"no header, but media", with([](TrackBoxes& t) { t.header.clear(); }), 31},
+        {"sync-less video",
+         with([](TrackBoxes& t) { t.description = stsd({videoEntry("VP62")}); }),
+         0,
+         {124}},
+        {"none allowed", trackFile({}), 15, {}, none},
+        {"64 tracks", movieFile(full + box("udta")), 0, std::vector<int>(63, 104)},
+        {"65 tracks", movieFile(full + box("trak")), 15, std::vector<int>(63, 104)},
+        {"tracks dropped before they have a record", movieFile(dropped), 0, std::vector<int>(100, 103)},
+    });
+}
+
+TEST(Mp4Movie, TrackFacts)
+{
+    TrackBoxes boxes;
+    boxes.header = tkhd(7, 1, 0, 0x10000, 0xFFFF0000U, 0);
+    boxes.mediaHeader = mdhd(44100, 1ULL << 33, 1, 0x15C7);
+    boxes.description = stsd({videoEntry("VP62", {}, 640, 480)});
+    boxes.more = tableBox("stss", 1, {1});
+    const auto parsed = parseFile(trackFile(boxes));
+    ASSERT_EQ(parsed->mp4.getTrackCount(), 1U);
+    const mp4::TrackInfo& track = *parsed->track(7);
+    EXPECT_EQ(parsed->mp4.getTrackVec()[0], &track);
+    EXPECT_TRUE(track.isValid());
+    EXPECT_EQ(track.timescale, 44100U);
+    EXPECT_EQ(track.duration, 1ULL << 33);
+    EXPECT_EQ(track.language, 0x15C7);
+    EXPECT_EQ(track.tkhdStartPos, static_cast<long long>(ftyp().size() + 8 + mvhd(1, 1).size() + 8));
+    EXPECT_EQ(track.sampleDescriptions[0].width, -480);
+    EXPECT_EQ(track.sampleDescriptions[0].height, 640);
+    EXPECT_EQ(parsed->mp4.getCurTrack(), nullptr);
+}
+
+TEST(Mp4Movie, RecordsStayInPlace)
+{
+    mp4::Mp4Config config;
+    config.MaxTracks = std::numeric_limits<unsigned>::max();
+    mp4::MP4File mp4(config, nullptr);
+    mp4.setCurTrack(5);
+    mp4::TrackInfo* first = mp4.getCurTrack();
+    for (unsigned id = 100; id < 1100; ++id)
+        mp4.setCurTrack(id);
+    mp4.setCurTrack(5);
+    EXPECT_EQ(mp4.getCurTrack(), first);
+    mp4.setCurTrack(0);
+    EXPECT_EQ(mp4.getCurTrack(), nullptr);
+    EXPECT_EQ(mp4.getTrackCount(), 1001U);
+
+    const auto parsed = parseFile(trackFile({}));
+    mp4::TrackInfo copy = *parsed->track();
+    copy.trackId = 9;
+    EXPECT_TRUE(mp4.addNewTrack(copy));
+    EXPECT_EQ(mp4.getTrack(9)->timeToSample[0].delta, 1000U);
+    EXPECT_THROW(mp4.addNewTrack(mp4::TrackInfo()), mp4::Mp4TrackError);
+    mp4::Mp4Config full;
+    full.MaxTracks = 0;
+    EXPECT_FALSE(mp4::MP4File(full, nullptr).addNewTrack(copy));
+}
+
+TEST(Mp4Movie, FreeBoxes)
+{
+    const auto parsed =
+        parseFile(box("moov", mvhd(1, 1) + box("free", std::string(92, 0)) + box("skip", std::string(42, 0)) +
+                                  box("udta", box("free", std::string(22, 0)))));
+    const long long first = 8 + 108;
+    long long pos = 0;
+    long long remaining = -1;
+    EXPECT_TRUE(parsed->mp4.consumeFreeBoxInMoov(30, pos, remaining));
+    EXPECT_EQ(pos, first + 100);
+    EXPECT_EQ(remaining, 20);
+    EXPECT_TRUE(parsed->mp4.consumeFreeBoxInMoov(20, pos, remaining));
+    EXPECT_EQ(pos, first + 130);
+    EXPECT_EQ(remaining, 0);
+    EXPECT_FALSE(parsed->mp4.consumeFreeBoxInMoov(93, pos, remaining));
+    EXPECT_TRUE(parsed->mp4.consumeFreeBoxInMoov(92, pos, remaining));
+    EXPECT_EQ(pos, first);
+    EXPECT_EQ(remaining, 8);
+}
+
+TEST(Mp4Movie, Samples)
+{
+    for (const Mp4Sample& sample : mp4Samples()) {
+        // That no track is valid shows only when the samples are looked for.
+        const int error = sample.error == 14 ? 0 : sample.error;
+        EXPECT_EQ(parseFile(sample.bytes)->error, error) << sample.name;
+    }
+}
+
+TEST(Mp4Movie, BuiltMoviesParse)
+{
+    for (const Movie& movie : {soundMovie(), fragmentedMovie()}) {
+        const auto parsed = parseFile(buildMovie(movie).bytes);
+        EXPECT_EQ(parsed->error, 0);
+        // A fragmented track learns of its defaults only behind its own box.
+        EXPECT_EQ(parsed->warnings, movie.samplesPerFragment ? std::vector<int>{124} : std::vector<int>{});
+        EXPECT_TRUE(parsed->track(1)->isVideo && parsed->track(1)->isValid());
+        EXPECT_TRUE(parsed->track(2)->isAudio && parsed->track(2)->isValid());
+    }
+}
+
+}  // namespace
+}  // namespace krx::test

@@ -1,0 +1,327 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+// Walks of random movies, compared with an expansion of the same movies that knows no tables.
+
+#include "tests/streams/mp4/playfixture.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+
+namespace krx::test {
+namespace {
+
+using Message = RecordingHolder::Message;
+using Random = std::mt19937;
+
+unsigned below(Random& random, unsigned n)
+{
+    return static_cast<unsigned>(random() % n);
+}
+
+bool chance(Random& random, unsigned percent)
+{
+    return below(random, 100) < percent;
+}
+
+/// How the messages of one kind of sample entry look.
+struct Codec
+{
+    std::string entry;
+    unsigned type;       ///< of the message; 0: no messages
+    std::string config;  ///< decoder configuration; empty: none
+    std::string prefix;  ///< of a sample that is no key frame
+    std::string keyPrefix;
+    bool ender = false;
+
+    bool isAVC() const { return type == 9 && !config.empty(); }
+};
+
+Codec avc(unsigned level)
+{
+    return {avcEntry(77, level), 9, avcConfiguration(77, level), "\x27\x01", "\x17\x01", true};
+}
+
+std::vector<Codec> videoCodecs()
+{
+    return {avc(30),
+            {videoEntry("H263"), 9, "", "\x22", "\x12"},
+            avc(31),
+            {videoEntry("ASS1"), 9, "", "\x23", "\x13"}};
+}
+
+std::vector<Codec> audioCodecs()
+{
+    return {{aacEntry(), 8, "\x12\x10", "\xAF\x01", "\xAF\x01", true},
+            {audioEntry(".mp3"), 8, "", "\x2F", "\x2F", true},
+            {audioEntry("spex", {}, 16000, 1), 8, "", "\xB2", "\xB2", true}};
+}
+
+std::vector<Codec> otherCodecs()
+{
+    return {{box("amf0", Fields().zeros(6).u16(1)), 18, "", "", ""},
+            {box("amf3", Fields().zeros(6).u16(1)), 15, "", "", ""},
+            {box("jpeg", Fields().zeros(6).u16(1)), 0, "", "", ""}};
+}
+
+struct Step
+{
+    unsigned long long time;  ///< ms
+    Message message;
+    std::size_t estimate = 0;  ///< bytes that cutting counts
+};
+
+/// 1000 * t / timescale to the nearest integer, ties to even.
+long long millis(long long t, long long timescale)
+{
+    const long long rest = (1000 * t % timescale + timescale) % timescale;
+    const long long whole = (1000 * t - rest) / timescale;
+    return whole + (2 * rest > timescale || (2 * rest == timescale && whole % 2 != 0) ? 1 : 0);
+}
+
+struct Plan
+{
+    MovieTrack track;
+    std::vector<Codec> codecs;  ///< of its descriptions
+    bool dropped = false;       ///< by the parser
+};
+
+Message headerMessage(const Codec& codec)
+{
+    return {codec.type,
+            (codec.type == 9 ? std::string("\x17\0\0\0\0", 5) : std::string("\xAF\0", 2)) + codec.config, 0};
+}
+
+Step enderStep(const Codec& codec, unsigned long long time)
+{
+    const std::size_t header = codec.isAVC() ? 5 : codec.prefix.size();
+    return {time, {codec.type, codec.type == 9 ? std::string("\x17\x02\0\0\0", 5) : "", 0}, header};
+}
+
+Step sampleStep(const Plan& plan, std::size_t t, std::size_t i, long long decode)
+{
+    const MovieSample& sample = plan.track.samples[i];
+    const Codec& codec = plan.codecs[sample.description - 1];
+    const long long time = millis(decode, plan.track.timescale);
+    std::string bytes = sample.sync && codec.type == 9 ? codec.keyPrefix : codec.prefix;
+    if (codec.isAVC()) {
+        const long long shift = plan.track.compositionTable
+                                    ? millis(decode + sample.compositionOffset, plan.track.timescale) - time
+                                    : 0;
+        bytes += Fields().u24(static_cast<std::uint64_t>(shift)).bytes();
+    }
+    const std::size_t estimate = bytes.size() + sample.size;
+    for (std::size_t k = 0; k < sample.size; ++k)
+        bytes += sampleByte(t, i, k);
+    return {static_cast<unsigned long long>(time), {codec.type, bytes, 0}, estimate};
+}
+
+/// The steps of a track, one behind the other, and the time of its end in ms.
+std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& end)
+{
+    end = 0;
+    std::vector<Step> steps;
+    if (plan.dropped)
+        return steps;
+    const std::vector<Edit>& edits = plan.track.edits;
+    const bool delayed = !edits.empty() && edits[0].mediaTime == -1;
+    std::size_t edit = delayed ? 1 : 0;
+    long long media = 0;
+    long long decode = delayed ? static_cast<long long>(edits[0].duration) : 0;
+    const Codec* open = nullptr;  ///< whose stretch goes on
+    for (std::size_t i = 0; i < plan.track.samples.size(); ++i) {
+        const MovieSample& sample = plan.track.samples[i];
+        const Codec& codec = plan.codecs[sample.description - 1];
+        if (open != &codec) {
+            if (open && open->ender)
+                steps.push_back(enderStep(*open, steps.back().time));
+            if (!codec.config.empty())
+                steps.push_back({static_cast<unsigned long long>(millis(decode, plan.track.timescale)),
+                                 headerMessage(codec), headerMessage(codec).bytes.size()});
+        }
+        open = &codec;
+        steps.push_back(sampleStep(plan, t, i, decode));
+        media += sample.duration;
+        decode += sample.duration;
+        if (edit + 2 <= edits.size() && i + 1 < plan.track.samples.size()) {
+            const long long gap = edits[edit].mediaTime + static_cast<long long>(edits[edit].duration);
+            if (media >= gap) {
+                decode += static_cast<long long>(edits[edit + 1].duration) - (media - gap);
+                edit += 2;
+                if (open->ender)
+                    steps.push_back(enderStep(*open, steps.back().time));
+                open = nullptr;
+            }
+        }
+    }
+    if (open && open->ender)
+        steps.push_back(enderStep(*open, steps.back().time));
+    end = static_cast<unsigned long long>(millis(decode, plan.track.timescale));
+    return steps;
+}
+
+struct Expected
+{
+    std::vector<Message> messages;
+    std::vector<SegmentBounds> segments;
+};
+
+Expected expand(const std::vector<Plan>& plans)
+{
+    std::vector<std::vector<Step>> tracks;
+    unsigned long long end = 0;
+    for (std::size_t t = 0; t < plans.size(); ++t) {
+        unsigned long long trackEnd;
+        tracks.push_back(expand(plans[t], t, trackEnd));
+        end = std::max(end, trackEnd);
+    }
+    Expected expected;
+    std::vector<std::size_t> at(tracks.size());
+    std::size_t bytes = 0;
+    unsigned now = 0;
+    SegmentBounds segment;
+    while (true) {
+        std::size_t first = tracks.size();
+        for (std::size_t t = 0; t < tracks.size(); ++t)
+            if (at[t] < tracks[t].size() &&
+                (first == tracks.size() || tracks[t][at[t]].time < tracks[first][at[first]].time))
+                first = t;
+        const bool atEnd = first == tracks.size();
+        now = std::max(now, static_cast<unsigned>(atEnd ? end : tracks[first][at[first]].time));
+        const auto count = static_cast<long long>(expected.messages.size());
+        if (bytes > 262144 || (atEnd && count > segment.start)) {
+            expected.segments.push_back({segment.start, count - 1, segment.startTime, now});
+            segment = {count, 0, now, 0};
+            bytes = 0;
+        }
+        if (atEnd)
+            return expected;
+        const Step& step = tracks[first][at[first]++];
+        if (step.message.type == 0)
+            continue;
+        expected.messages.push_back(step.message);
+        expected.messages.back().time = static_cast<unsigned>(step.time);
+        bytes += step.estimate;
+    }
+}
+
+/// One or two gaps, each of which some sample steps over.
+std::vector<Edit> randomEdits(Random& random, const std::vector<MovieSample>& samples)
+{
+    std::vector<Edit> edits;
+    if (chance(random, 30))
+        edits.push_back({below(random, 5000), -1});
+    unsigned long long time = 0;
+    unsigned long long last = 0;
+    for (std::size_t i = 0; i + 1 < samples.size() && edits.size() < 5; ++i) {
+        time += samples[i].duration;
+        if (samples[i].duration == 0 || !chance(random, 4))
+            continue;
+        const unsigned long long gap = time - below(random, samples[i].duration);
+        edits.push_back({gap - last, static_cast<long long>(last)});
+        edits.push_back({below(random, 3000), -1});
+        last = gap;
+    }
+    edits.push_back({time, static_cast<long long>(last)});
+    return edits;
+}
+
+Plan randomTrack(Random& random, const std::vector<Codec>& codecs, unsigned id, bool large)
+{
+    Plan plan;
+    MovieTrack& track = plan.track;
+    track.id = id;
+    track.timescale = std::vector<unsigned>{1000, 44100, 25000, 90000, 7}[below(random, 5)];
+    track.samplesPerChunk = 1 + below(random, 6);
+    track.syncTable = chance(random, 70);
+    track.compositionTable = chance(random, 50);
+    track.wideOffsets = chance(random, 50);
+    const unsigned descriptions = chance(random, 60) ? 1 : 2;
+    for (unsigned i = 0; i < descriptions; ++i)
+        plan.codecs.push_back(codecs[below(random, static_cast<unsigned>(codecs.size()))]);
+    for (const Codec& codec : plan.codecs)
+        track.entries.push_back(codec.entry);
+
+    const unsigned groups = 1 + below(random, 15);
+    for (unsigned g = 0; g < groups; ++g) {
+        const unsigned description = 1 + below(random, descriptions);
+        for (unsigned i = 0; i < track.samplesPerChunk; ++i) {
+            MovieSample sample;
+            sample.size = below(random, large ? 60'000 : 40);
+            sample.duration = chance(random, 20) ? 0 : below(random, track.timescale / 5 + 2);
+            sample.compositionOffset = static_cast<int>(below(random, 200)) - 50;
+            sample.sync = !track.syncTable ? false : chance(random, 30);
+            sample.description = description;
+            track.samples.push_back(sample);
+        }
+    }
+    if (track.syncTable)
+        track.samples[0].sync = true;  // an empty table would count as none
+    if (chance(random, 30))
+        track.edits = randomEdits(random, track.samples);
+    return plan;
+}
+
+std::vector<Plan> randomMovie(Random& random)
+{
+    const bool large = chance(random, 20);
+    std::vector<Plan> plans;
+    unsigned id = 1;
+    const bool video = chance(random, 80);
+    if (video)
+        plans.push_back(randomTrack(random, videoCodecs(), id++, large));
+    if (chance(random, 30)) {
+        // The parser drops a track that it does not know.
+        plans.push_back(randomTrack(random, {{box("mp4v", Fields().zeros(80)), 9, "", "", ""}}, id++, false));
+        plans.back().dropped = true;
+    }
+    for (unsigned i = below(random, 3); i > 0; --i)
+        plans.push_back(randomTrack(random, otherCodecs(), id++, large));
+    if (!video || chance(random, 80))
+        plans.push_back(randomTrack(random, audioCodecs(), id++, large));
+    return plans;
+}
+
+}  // namespace
+
+class RandomMovies : public testing::TestWithParam<bool>
+{
+};
+
+TEST_P(RandomMovies, PlayAsTheirSamplesSay)
+{
+    for (unsigned seed = 1; seed <= 40; ++seed) {
+        Random random(seed);
+        std::vector<Plan> plans = randomMovie(random);
+        Movie movie;
+        if (GetParam()) {
+            movie.samplesPerFragment = 1 + below(random, 8);
+            for (Plan& plan : plans) {
+                plan.track.samplesPerChunk = movie.samplesPerFragment;
+                for (std::size_t i = 0; i < plan.track.samples.size(); ++i) {
+                    // A fragment has one description, and tells of each sample whether it is a sync sample.
+                    MovieSample& sample = plan.track.samples[i];
+                    sample.description = plan.track.samples[i - i % movie.samplesPerFragment].description;
+                }
+            }
+        }
+        movie.movieFirst = chance(random, 50);
+        for (const Plan& plan : plans)
+            movie.tracks.push_back(plan.track);
+        const Expected expected = expand(plans);
+
+        PlayedFile file(buildMovie(movie).bytes);
+        ASSERT_EQ(file.segments(), expected.segments) << "seed " << seed;
+        const std::vector<Message> messages = file.messages();
+        ASSERT_EQ(messages.size(), expected.messages.size()) << "seed " << seed;
+        for (std::size_t i = 0; i < messages.size(); ++i)
+            ASSERT_EQ(messages[i], expected.messages[i]) << "seed " << seed << " message " << i;
+        EXPECT_TRUE(file.context.lines.empty()) << "seed " << seed << ": " << file.context.lines[0];
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(TablesAndFragments, RandomMovies, testing::Bool());
+
+}  // namespace krx::test
