@@ -3,10 +3,13 @@
 
 // Runs the real program as a user does. A transcript is what a terminal would show: lines that begin with "$
 // " are given to the shell, and the lines up to the next one must be exactly what they print (both streams,
-// time stamps shown as TIME), then "[N]" when the status is not 0. The lines of a transcript run one after
-// the other in a directory of its own that holds the ZMV samples. With VIDLINT_UPDATE_TRANSCRIPTS set, what
-// was printed replaces what the files expect.
+// time stamps shown as TIME, memory sizes as N), then "[N]" when the status is not 0. The lines of a
+// transcript run one after the other in a directory of its own that holds the samples. With
+// VIDLINT_UPDATE_TRANSCRIPTS set, what was printed replaces what the files expect.
 
+#include "tests/support/mp4samples.h"
+#include "tests/support/rawbuilder.h"
+#include "tests/support/rawsamples.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/zmvsamples.h"
 
@@ -63,7 +66,9 @@ std::string run(const TempDir& dir, const std::string& line)
         return "the shell did not run\n";
     }
     static const std::regex timeStamp(R"(\d\d-\d\d-\d\d \d\d:\d\d:\d\d)");
+    static const std::regex memory(R"((Memory Overhead: )\d+)");
     std::string text = std::regex_replace(readFile(out), timeStamp, "TIME");
+    text = std::regex_replace(text, memory, "$1N");
     if (!text.empty() && text.back() != '\n')
         text += "(no line end)\n";
     if (!WIFEXITED(status))
@@ -87,6 +92,10 @@ TEST_P(Transcript, PrintsWhatIsExpected)
     dir.makeDir("work");
     for (const krx::test::ZmvSample& sample : krx::test::zmvSamples())
         dir.write("work/" + sample.name, sample.bytes);
+    for (const krx::test::Mp4Sample& sample : krx::test::mp4Samples())
+        dir.write("work/" + sample.name, sample.bytes);
+    for (const krx::test::RawSample& sample : krx::test::rawSamples())
+        krx::test::RawBuilder::write(sample.files, dir.bytes("work/" + sample.name));
 
     std::string actual;
     std::istringstream lines(expected);
@@ -102,15 +111,27 @@ TEST_P(Transcript, PrintsWhatIsExpected)
         EXPECT_EQ(actual, expected);
 }
 
-INSTANTIATE_TEST_SUITE_P(Cli, Transcript, testing::Values("options", "samples", "repair", "names", "streams"),
+INSTANTIATE_TEST_SUITE_P(Cli, Transcript,
+                         testing::Values("options", "samples", "repair", "names", "streams", "recordings",
+                                         "movies"),
                          [](const auto& transcript) { return std::string(transcript.param); });
+
+void expectCommitted(const std::string& name, const std::string& bytes)
+{
+    EXPECT_EQ(readFile(SAMPLES_DIR "/" + name), bytes)
+        << name << ": run make_samples to write the samples anew";
+    EXPECT_LT(bytes.size(), 4096U) << name;
+}
 
 TEST(Samples, AreWhatTheBuilderMakes)
 {
-    for (const krx::test::ZmvSample& sample : krx::test::zmvSamples()) {
-        EXPECT_EQ(readFile(std::string(SAMPLES_DIR "/") + sample.name), sample.bytes)
-            << sample.name << ": run make_samples to write the samples anew";
-        EXPECT_LT(sample.bytes.size(), 4096U) << sample.name;
+    for (const krx::test::ZmvSample& sample : krx::test::zmvSamples())
+        expectCommitted(sample.name, sample.bytes);
+    for (const krx::test::Mp4Sample& sample : krx::test::mp4Samples())
+        expectCommitted(sample.name, sample.bytes);
+    for (const krx::test::RawSample& sample : krx::test::rawSamples()) {
+        for (const auto& [name, bytes] : sample.files)
+            expectCommitted(sample.name + "/" + name, bytes);
     }
 }
 

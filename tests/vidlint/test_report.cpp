@@ -156,20 +156,22 @@ TEST(Job, ChoosesTheInputAndCountsTheInvalidOnes)
     const TempDir dir;
     dir.makeDir("folder.zmv");
     for (const char* name : {"a.zmv", "a.ZMV", ".Zmv", "a.zmv.bak", "a.mp4", "a", "folder.zmv/a"})
-        dir.write(name, "x");
+        dir.write(name, "ZMV\1");
+    const std::string folder = dir.bytes("folder.zmv");
     const struct
     {
         std::string name;
-        const char* error;
+        std::string error;
     } cases[] = {
         {"a.zmv", "-5\tFile read error."},
         {"a.ZMV", "-5\tFile read error."},
         {".Zmv", "-5\tFile read error."},
-        {"a.zmv.bak", "-4\tCannot open file."},
-        {"a.mp4", "-4\tCannot open file."},
-        {"a", "-4\tCannot open file."},
-        {"folder.zmv", "-4\tCannot open file."},
-        {"folder.zmv/a", "-4\tCannot open file."},
+        {"a.zmv.bak", "-26\tFile appears to be ZMV with wrong extension."},
+        {"a.mp4", "-26\tFile appears to be ZMV with wrong extension."},
+        {"a", "-26\tFile appears to be ZMV with wrong extension."},
+        {"folder.zmv", "Could not open file:" + folder + "/index\t" + folder +
+                           "\n\nTIME\tError:\t-32\tIndex or Contexts file missing or corrupted."},
+        {"folder.zmv/a", "-26\tFile appears to be ZMV with wrong extension."},
         {"missing.zmv", "-3\tFile not found."},
         {"a/missing", "-3\tFile not found."},
         {std::string(300, 'n') + ".zmv", "-2\tInvalid file system path specified."},

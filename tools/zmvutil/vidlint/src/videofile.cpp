@@ -3,11 +3,17 @@
 
 #include "tools/zmvutil/vidlint/src/videofile.h"
 
+#include "modules/streams/raw/rawModule.h"
+#include "server/SRCommand.h"
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "util/SRFileUtil.h"
+#include "util/krxassert.h"
 
+#include <array>
 #include <cstring>
+#include <exception>
 #include <string_view>
+#include <utility>
 
 using krx::streams::LogLevel_t;
 using krx::streams::StreamParseError;
@@ -23,7 +29,24 @@ constexpr int kNotConfigured = -1;
 constexpr std::size_t kDumpFactor = 32;
 constexpr std::size_t kMinDumpSize = 4096;
 
+constexpr const char* kAssertFile = "tools/zmvutil/vidlint/src/videofile";
+constexpr int kBrokenWalkLine = 245;
+
+/// Longest metadata body that is shown, in bytes.
+constexpr unsigned kMaxMetaData = 16384;
+
+/// The stream module refused the input; it has logged the reasons itself.
+class InputRefused : public std::exception
+{
+};
+
 }  // namespace
+
+int VideoFileOpenContext::getProperty(const char* /*section*/, const char* /*name*/, char* /*out*/,
+                                      int /*size*/)
+{
+    return -1;
+}
 
 VideoFile::VideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters)
     : m_path(path), m_parameters(parameters)
@@ -34,7 +57,10 @@ VideoFile::VideoFile(const SRString& path, krx::streams::VideoValidationParamete
         throw StreamParseError(krx::streams::kFileNotFound);
 }
 
-VideoFile::~VideoFile() = default;
+VideoFile::~VideoFile()
+{
+    closeStream();
+}
 
 unsigned VideoFile::getVersion() const
 {
@@ -61,9 +87,63 @@ IKrxFileIo* VideoFile::getFileIo()
     return &m_fileIo;
 }
 
+void VideoFile::initAdaptor()
+{
+    closeStream();
+    m_adaptor = std::make_unique<krx::raw::RawAdaptor>(this);
+}
+
+void VideoFile::closeStream()
+{
+    if (m_handle)
+        m_adaptor->close(std::exchange(m_handle, nullptr));
+}
+
 void VideoFile::parse()
 {
-    throw StreamParseError(krx::streams::kCannotOpenFile);
+    initAdaptor();
+    if (m_adaptor->open(&m_openContext, m_path.toMultiByte().c_str(), 0, nullptr, m_handle) != 0)
+        throw InputRefused();
+
+    const long long end = m_adaptor->getEndPosition(m_handle);
+    for (long long position = 0; position < end;) {
+        SegmentBounds bounds;
+        if (!m_adaptor->findSegmentByIndex(m_handle, position, &bounds))
+            throw InputRefused();
+        if (bounds.start > position || bounds.end < position) {
+            krx::util::assertFailed(kAssertFile, kBrokenWalkLine);
+            throw InputRefused();
+        }
+        if (!m_adaptor->loadSegment(m_handle, &bounds, this))
+            throw InputRefused();
+        position = bounds.end + 1;
+    }
+
+    logMetaData();
+    if (isShown(krx::streams::LOG_INFO))
+        logInfo("\nMemory Overhead: " + std::to_string(m_adaptor->getMemoryOverhead(m_handle)) + " bytes\n");
+}
+
+void VideoFile::logMetaData()
+{
+    std::array<unsigned char, kMaxMetaData> body;
+    unsigned size = kMaxMetaData;
+    if (!m_adaptor->getAttribute(m_handle, kAttrMetadata, body.data(), size))
+        return;
+    const SRMessagePtr message = SRMessage::create();
+    message->setType(kMsgData);
+    message->setTime(0);
+    if (!message->write(body.data(), size))
+        throw SROutOfMemory();
+    try {
+        const SRCommand command(message, true);
+        const SRData& argument = command.getArg(0);
+        logInfo("\nonMetaData contents:\n");
+        const bool hasList = argument.kind == kObjectType || argument.kind == kArrayType;
+        logDataArray(hasList ? static_cast<SRDataArray*>(argument) : nullptr, size);
+    } catch (const SRBreakConnection&) {
+        throw StreamParseError(krx::streams::kUnparsableDataMessage);
+    }
 }
 
 void VideoFile::applyFixes() {}

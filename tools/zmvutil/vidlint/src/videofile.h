@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "interfaces/IQVStreamAdaptor.h"
 #include "interfaces/IQVStreamContext.h"
 #include "interfaces/ISegmentHolder.h"
 #include "modules/streams/streamparseerror.h"
@@ -10,9 +11,17 @@
 #include "server/KRXSyncFileIo.h"
 
 #include <cstddef>
+#include <memory>
 #include <string>
 
 class SRDataArray;
+
+/// What an input tells a stream module about one open request: nothing.
+class VideoFileOpenContext : public IQVStreamOpenContext
+{
+public:
+    int getProperty(const char* section, const char* name, char* out, int size) override;
+};
 
 /// One input of a job: its path, its parameters, its part of the report, and its answers to the stream
 /// modules. The base class itself stands for a directory with a recorded stream. Faults leave the constructor
@@ -31,7 +40,8 @@ public:
     void log(const char* text, unsigned short level, bool flag) override;
     IKrxFileIo* getFileIo() override;
 
-    /// Does all checking.
+    /// Does all checking. Throws a standard exception when the stream module refused the input and has told
+    /// why.
     virtual void parse();
     /// Writes a repaired copy when repairs were asked for and found.
     virtual void applyFixes();
@@ -64,5 +74,12 @@ protected:
     const krx::streams::VideoValidationParameters m_parameters;
 
 private:
+    void initAdaptor();
+    void closeStream();
+    void logMetaData();
+
     SimpleKrxSyncFileIo m_fileIo;
+    VideoFileOpenContext m_openContext;
+    std::unique_ptr<IQVStreamAdaptor> m_adaptor;
+    void* m_handle = nullptr;  ///< the adaptor's, while the stream is open
 };
