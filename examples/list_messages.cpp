@@ -1,0 +1,161 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "interfaces/IQVStreamAdaptor.h"
+#include "interfaces/IQVStreamContext.h"
+#include "interfaces/ISegmentHolder.h"
+#include "modules/streams/mp4/mp4module.h"
+#include "modules/streams/raw/rawModule.h"
+#include "server/KRXSyncFileIo.h"
+
+#include <boost/crc.hpp>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+
+namespace {
+
+constexpr unsigned char kAggregate = 22;
+constexpr unsigned kRecordOverhead = 15;  ///< bytes of a record in an aggregate besides its body
+
+/// Answers the two settings that decide between single messages and aggregates; findings are not shown.
+class ListContext : public IQVStreamContext
+{
+public:
+    explicit ListContext(bool aggregates) : m_aggregates(aggregates ? "true" : "false") {}
+
+    unsigned getVersion() const override { return 1; }
+    int getConfig(const char* key, char** value, int size) override
+    {
+        if (std::strcmp(key, "Mp4/Playback/EnableAggMsgs") != 0 && std::strcmp(key, "Raw/EnableAggMsgs") != 0)
+            return -1;
+        const int length = static_cast<int>(m_aggregates.size());
+        if (size < length)
+            return length;
+        std::memcpy(*value, m_aggregates.data(), m_aggregates.size());
+        return 0;
+    }
+    void log(const char*, unsigned short, bool) override {}
+    IKrxFileIo* getFileIo() override { return &m_fileIo; }
+
+private:
+    std::string_view m_aggregates;
+    SimpleKrxSyncFileIo m_fileIo;
+};
+
+class NoProperties : public IQVStreamOpenContext
+{
+public:
+    int getProperty(const char*, const char*, char*, int) override { return -1; }
+};
+
+/// Prints a line for each message that a segment delivers.
+class LinePrinter : public ISegmentHolder
+{
+public:
+    void startSegment(long long index) { m_index = index; }
+
+    bool add(unsigned char type, void* data, unsigned length, unsigned time) override
+    {
+        const auto* body = static_cast<const unsigned char*>(data);
+        char head[2 * kHeadBytes + 1] = "";
+        const unsigned shown = std::min(length, kHeadBytes);
+        for (unsigned i = 0; i < shown; ++i)
+            std::snprintf(head + std::size_t{2} * i, 3, "%02x", static_cast<unsigned>(body[i]));
+        boost::crc_32_type crc;
+        if (length > 0)
+            crc.process_bytes(body, length);
+        std::printf(R"({"index": %lld, "time": %u, "type": %u, "length": %u, "head": "%s", "crc32": "%08x"})"
+                    "\n",
+                    m_index, time, static_cast<unsigned>(type), length, head, crc.checksum());
+        m_index += type == kAggregate ? recordCount(body, length) : 1;
+        return true;
+    }
+    void addDep(unsigned, unsigned) override {}
+
+private:
+    static constexpr unsigned kHeadBytes = 16;
+
+    static long long recordCount(const unsigned char* body, unsigned length)
+    {
+        long long count = 0;
+        for (unsigned long long at = 0; at + kRecordOverhead <= length; ++count)
+            at += (body[at + 1] << 16 | body[at + 2] << 8 | body[at + 3]) + kRecordOverhead;
+        return count;
+    }
+
+    long long m_index = 0;
+};
+
+bool isDirectory(const char* path)
+{
+    struct stat status
+    {
+    };
+    return ::stat(path, &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+/// Lists the segments of an open stream; false when one of them cannot be loaded whole.
+bool listSegments(IQVStreamAdaptor& adaptor, void* handle)
+{
+    LinePrinter printer;
+    const long long end = adaptor.getEndPosition(handle);
+    long long position = 0;
+    for (unsigned long long k = 0; position < end; ++k) {
+        SegmentBounds bounds;
+        if (!adaptor.findSegmentByIndex(handle, position, &bounds) || bounds.end < position) {
+            std::fprintf(stderr, "list_messages: no segment holds message %lld\n", position);
+            return false;
+        }
+        std::printf(R"({"segment": %llu, "start": %lld, "end": %lld, "startTime": %u, "endTime": %u})"
+                    "\n",
+                    k, bounds.start, bounds.end, bounds.startTime, bounds.endTime);
+        printer.startSegment(bounds.start);
+        if (!adaptor.loadSegment(handle, &bounds, &printer)) {
+            std::fprintf(stderr, "list_messages: segment %llu cannot be loaded\n", k);
+            return false;
+        }
+        position = bounds.end + 1;
+    }
+    return true;
+}
+
+}  // namespace
+
+/// Lists, as JSON lines, the segments and messages that a player of an MP4 file or a recorded stream would be
+/// sent.
+int main(int argc, char** argv)
+{
+    const bool aggregates = argc == 3 && std::string_view(argv[1]) == "--aggregates";
+    if (argc != (aggregates ? 3 : 2)) {
+        std::fputs("Usage: list_messages [--aggregates] INPUT\n", stderr);
+        return 1;
+    }
+    const char* input = argv[argc - 1];
+
+    ListContext context(aggregates);
+    std::unique_ptr<IQVStreamAdaptor> adaptor;
+    if (isDirectory(input))
+        adaptor = std::make_unique<krx::raw::RawAdaptor>(&context);
+    else
+        adaptor = std::make_unique<krx::mp4::Mp4Module>(&context);
+
+    NoProperties properties;
+    void* handle = nullptr;
+    if (adaptor->open(&properties, input, 0, nullptr, handle) != 0) {
+        std::fprintf(stderr, "list_messages: %s does not open\n", input);
+        return 1;
+    }
+    const bool complete = listSegments(*adaptor, handle);
+    adaptor->close(handle);
+    if (std::fflush(stdout) != 0) {
+        std::fputs("list_messages: cannot write the list\n", stderr);
+        return 1;
+    }
+    return complete ? 0 : 1;
+}
