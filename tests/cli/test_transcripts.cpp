@@ -4,7 +4,8 @@
 // Runs the real program as a user does. A transcript is what a terminal would show: lines that begin with "$
 // " are given to the shell, and the lines up to the next one must be exactly what they print (both streams,
 // time stamps shown as TIME, memory sizes as N), then "[N]" when the status is not 0. The lines of a
-// transcript run one after the other in a directory of its own that holds the samples. With
+// transcript run one after the other in a directory of its own that holds the samples and, in the
+// folder "encoded", files of a general encoder. With
 // VIDLINT_UPDATE_TRANSCRIPTS set, what was printed replaces what the files expect.
 
 #include "tests/support/mp4samples.h"
@@ -96,6 +97,7 @@ TEST_P(Transcript, PrintsWhatIsExpected)
         dir.write("work/" + sample.name, sample.bytes);
     for (const krx::test::RawSample& sample : krx::test::rawSamples())
         krx::test::RawBuilder::write(sample.files, dir.bytes("work/" + sample.name));
+    std::filesystem::copy(ENCODED_DIR, dir.bytes("work/encoded"));
 
     std::string actual;
     std::istringstream lines(expected);
@@ -113,7 +115,7 @@ TEST_P(Transcript, PrintsWhatIsExpected)
 
 INSTANTIATE_TEST_SUITE_P(Cli, Transcript,
                          testing::Values("options", "samples", "repair", "names", "streams", "recordings",
-                                         "movies"),
+                                         "movies", "encoded"),
                          [](const auto& transcript) { return std::string(transcript.param); });
 
 void expectCommitted(const std::string& name, const std::string& bytes)
