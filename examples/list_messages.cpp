@@ -7,6 +7,7 @@
 #include "modules/streams/mp4/mp4module.h"
 #include "modules/streams/raw/rawModule.h"
 #include "server/KRXSyncFileIo.h"
+#include "server/SRMessage.h"
 
 #include <boost/crc.hpp>
 
@@ -20,7 +21,6 @@
 
 namespace {
 
-constexpr unsigned char kAggregate = 22;
 constexpr unsigned kRecordOverhead = 15;  ///< bytes of a record in an aggregate besides its body
 
 /// Answers the two settings that decide between single messages and aggregates; findings are not shown.
@@ -73,7 +73,7 @@ public:
         std::printf(R"({"index": %lld, "time": %u, "type": %u, "length": %u, "head": "%s", "crc32": "%08x"})"
                     "\n",
                     m_index, time, static_cast<unsigned>(type), length, head, crc.checksum());
-        m_index += type == kAggregate ? recordCount(body, length) : 1;
+        m_index += type == kMsgAggregate ? recordCount(body, length) : 1;
         return true;
     }
     void addDep(unsigned, unsigned) override {}
@@ -85,7 +85,7 @@ private:
     {
         long long count = 0;
         for (unsigned long long at = 0; at + kRecordOverhead <= length; ++count)
-            at += (body[at + 1] << 16 | body[at + 2] << 8 | body[at + 3]) + kRecordOverhead;
+            at += SRMessageHeader::parse(body + at).length + kRecordOverhead;
         return count;
     }
 
