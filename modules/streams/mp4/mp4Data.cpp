@@ -122,8 +122,8 @@ void Mp4Data::subInitPlayback(int)
     } catch (const TruncatedStreamError& error) {
         m_file.logWarning(error);
         // The tables were not cut, so that they are one page.
-        for (CursorState& boundary : m_boundaries)
-            boundary.tablePage = 0;
+        for (Boundary& boundary : m_boundaries)
+            boundary.setTablePage(0);
     }
     try {
         setFileContextMessages();
@@ -186,7 +186,7 @@ void Mp4Data::buildSegments()
         [&](const TrackCursor& track) { cacheTrackEnder(track, cursor.getIndex() + 1, contexts); });
     if (cursor.getIndex() == 0)
         throw NoTracksError(krx::streams::kNoValidTracks);
-    if (cursor.getIndex() > m_boundaries.back().index)
+    if (cursor.getIndex() > m_boundaries.back().getIndex())
         appendBoundary(cursor);
     splitTables(splitPoints);
 }
@@ -203,7 +203,7 @@ void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, Context
 
 void Mp4Data::appendBoundary(const Mp4Cursor& cursor)
 {
-    m_boundaries.push_back(cursor.save());
+    m_boundaries.emplace_back(cursor.save());
     chargeKept(m_boundaries.back().reportMemorySize());
 }
 
@@ -220,24 +220,47 @@ void Mp4Data::splitTables(const std::vector<std::size_t>& splitPoints)
 {
     if (splitPoints.empty())
         return;
+    // What splitting needs of the positions, by track.
+    struct Cuts
+    {
+        std::vector<unsigned> sampleToChunk;
+        std::vector<unsigned> chunk;
+        std::vector<unsigned> sample;
+        std::vector<unsigned> timeToSample;
+        std::vector<unsigned> composition;
+        std::vector<unsigned> sync;
+    };
     const std::vector<TrackInfo*> tracks = m_file.getTrackVec();
-    std::vector<unsigned> cuts;
+    std::vector<Cuts> cuts(tracks.size());
+    for (const std::size_t point : splitPoints) {
+        const CursorState state = m_boundaries[point].unpack();
+        for (std::size_t i = 0; i < tracks.size(); ++i) {
+            const TrackPosition& position = state.tracks[i];
+            cuts[i].sampleToChunk.push_back(position.sampleToChunkIndex);
+            cuts[i].chunk.push_back(position.chunkIndex);
+            cuts[i].sample.push_back(position.sampleNumber);
+            cuts[i].timeToSample.push_back(position.timeToSampleIndex);
+            cuts[i].composition.push_back(position.compositionIndex);
+            cuts[i].sync.push_back(position.syncIndex);
+        }
+    }
+    std::vector<unsigned> inside;
+    const auto split = [&inside](auto& table, const std::vector<unsigned>& places, unsigned overlap) {
+        inside.clear();
+        for (const unsigned place : places)
+            inside.push_back(std::min(place, table.size()));
+        table.split(inside, overlap);
+    };
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         if (!tracks[i]->isValid())
             continue;
-        const auto split = [&](auto& table, unsigned TrackPosition::*place, unsigned overlap) {
-            cuts.clear();
-            for (const std::size_t point : splitPoints)
-                cuts.push_back(std::min(m_boundaries[point].tracks[i].*place, table.size()));
-            table.split(cuts, overlap);
-        };
-        split(tracks[i]->sampleToChunk, &TrackPosition::sampleToChunkIndex, kSampleToChunkOverlap);
-        split(tracks[i]->sampleSizes, &TrackPosition::sampleNumber, kOverlap);
-        split(tracks[i]->chunkOffsets, &TrackPosition::chunkIndex, kOverlap);
-        split(tracks[i]->timeToSample, &TrackPosition::timeToSampleIndex, kOverlap);
-        split(tracks[i]->compositionOffsets, &TrackPosition::compositionIndex, kOverlap);
-        split(tracks[i]->syncSamples, &TrackPosition::syncIndex, kOverlap);
-        split(tracks[i]->sampleFlags, &TrackPosition::sampleNumber, kOverlap);
+        split(tracks[i]->sampleToChunk, cuts[i].sampleToChunk, kSampleToChunkOverlap);
+        split(tracks[i]->sampleSizes, cuts[i].sample, kOverlap);
+        split(tracks[i]->chunkOffsets, cuts[i].chunk, kOverlap);
+        split(tracks[i]->timeToSample, cuts[i].timeToSample, kOverlap);
+        split(tracks[i]->compositionOffsets, cuts[i].composition, kOverlap);
+        split(tracks[i]->syncSamples, cuts[i].sync, kOverlap);
+        split(tracks[i]->sampleFlags, cuts[i].sample, kOverlap);
     }
 }
 
@@ -282,7 +305,7 @@ unsigned Mp4Data::getMemoryOverhead() const
     std::size_t bytes = sizeof(*this) - sizeof(m_io) - sizeof(m_file) + m_io.reportMemorySize() +
                         m_file.reportMemorySize() + m_statusMessage.reportMemorySize() +
                         m_contexts.reportMemorySize() + m_standingFragments.capacity() * sizeof(unsigned);
-    for (const CursorState& boundary : m_boundaries)
+    for (const Boundary& boundary : m_boundaries)
         bytes += boundary.reportMemorySize();
     return static_cast<unsigned>(std::min<std::size_t>(bytes, std::numeric_limits<unsigned>::max()));
 }

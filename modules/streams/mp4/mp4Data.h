@@ -5,6 +5,7 @@
 
 #include "interfaces/ISegmentHolder.h"
 #include "modules/streams/mediacontexts.h"
+#include "modules/streams/mp4/boundary.h"
 #include "modules/streams/mp4/mp4.h"
 #include "modules/streams/mp4/mp4config.h"
 #include "modules/streams/mp4/mp4cursor.h"
@@ -83,9 +84,9 @@ public:
     bool flushSegment(SegmentBounds*) { return false; }
 
     /// The number of messages.
-    long long getEndPosition() const { return m_boundaries.empty() ? 0 : m_boundaries.back().index; }
-    unsigned getDuration() const { return m_boundaries.empty() ? 0 : m_boundaries.back().time; }  ///< ms
-    long long getSize() const { return m_fileSize; }                                              ///< bytes
+    long long getEndPosition() const { return m_boundaries.empty() ? 0 : m_boundaries.back().getIndex(); }
+    unsigned getDuration() const { return m_boundaries.empty() ? 0 : m_boundaries.back().getTime(); }  ///< ms
+    long long getSize() const { return m_fileSize; }                     ///< bytes
     unsigned char getType() const { return m_type; }                     ///< TypeFlags
     unsigned getModifiedTime() const { return m_io.GetModifiedTime(); }  ///< seconds since 1970
     /// Bytes held, cut to 32 bits.
@@ -107,7 +108,7 @@ public:
     static void resetBadSampleLog();
 
 private:
-    using Comparator = bool (*)(const CursorState& a, const CursorState& b);
+    using Comparator = bool (*)(const Boundary& a, const Boundary& b);
     class ContextCache;
 
     // Cutting (mp4Data.cpp).
@@ -121,9 +122,9 @@ private:
     void setMsgTypes();
 
     // Lookup and delivery (mp4segments.cpp).
-    static bool locComparator(const CursorState& a, const CursorState& b) { return a.index < b.index; }
-    static bool timeComparator(const CursorState& a, const CursorState& b) { return a.time < b.time; }
-    bool findSegment(const CursorState& key, Comparator comparator, std::size_t& segment) const;
+    static bool locComparator(const Boundary& a, const Boundary& b) { return a.getIndex() < b.getIndex(); }
+    static bool timeComparator(const Boundary& a, const Boundary& b) { return a.getTime() < b.getTime(); }
+    bool findSegment(const Boundary& key, Comparator comparator, std::size_t& segment) const;
     SegmentBounds toBounds(std::size_t segment) const;
     void deliverSegment(Mp4Cursor& cursor, ISegmentHolder& holder);
     void deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg& aggregate);
@@ -157,7 +158,7 @@ private:
 
     // Boundary k starts segment k and ends segment k - 1; the last one is the end of the file. In order of
     // both index and time.
-    std::vector<CursorState> m_boundaries;
+    std::vector<Boundary> m_boundaries;
     unsigned long long m_keptBytes = 0;  ///< that the walk keeps, see chargeKept
 
     // What loading left in memory: the table page, and the fragment that each track stood in.

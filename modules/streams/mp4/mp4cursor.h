@@ -44,6 +44,8 @@ struct TrackPosition
     bool inMovieBox = true;
     bool headerPending = false;  ///< the step is the decoder configuration
     bool enderPending = false;   ///< the step is the end-of-sequence message
+
+    friend bool operator==(const TrackPosition&, const TrackPosition&) = default;
 };
 
 /// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
@@ -156,8 +158,6 @@ struct CursorState
     unsigned time = 0;       ///< ms
     unsigned tablePage = 0;  ///< that a segment from here on needs
     std::vector<TrackPosition> tracks;
-
-    std::size_t reportMemorySize() const { return sizeof(*this) + tracks.capacity() * sizeof(TrackPosition); }
 };
 
 /// Walks all tracks of a file together: it stands at the track whose step is the earliest, and among equal

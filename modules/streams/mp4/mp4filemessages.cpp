@@ -168,9 +168,10 @@ void Mp4Data::setStatusMessage(const char* code)
     m_statusMessage.initFromRawData(command.getBuffer(), command.getPosition(), kSampleCommand, 0,
                                     getContextTrackID(MediaContexts::kStatusTrack));
 
+    releaseTables();
     m_boundaries.clear();
     m_boundaries.resize(2);
-    m_boundaries[1].index = 1;
+    m_boundaries[1].setIndex(1);
 }
 
 }  // namespace krx::mp4

@@ -29,7 +29,7 @@ void deliver(ISegmentHolder& holder, unsigned char type, void* data, unsigned le
 }  // namespace
 
 /// The segment that holds key: its first boundary in segment.
-bool Mp4Data::findSegment(const CursorState& key, Comparator comparator, std::size_t& segment) const
+bool Mp4Data::findSegment(const Boundary& key, Comparator comparator, std::size_t& segment) const
 {
     if (m_boundaries.empty() || comparator(key, m_boundaries.front()) ||
         !comparator(key, m_boundaries.back()))
@@ -39,7 +39,7 @@ bool Mp4Data::findSegment(const CursorState& key, Comparator comparator, std::si
         ++end;
     if (end == m_boundaries.begin() || end == m_boundaries.end())
         return false;
-    while (end[-1].index == end[0].index && end + 1 != m_boundaries.end())
+    while (end[-1].getIndex() == end[0].getIndex() && end + 1 != m_boundaries.end())
         ++end;
     segment = static_cast<std::size_t>(end - m_boundaries.begin()) - 1;
     return true;
@@ -47,15 +47,15 @@ bool Mp4Data::findSegment(const CursorState& key, Comparator comparator, std::si
 
 SegmentBounds Mp4Data::toBounds(std::size_t segment) const
 {
-    const CursorState& start = m_boundaries[segment];
-    const CursorState& end = m_boundaries[segment + 1];
-    return {start.index, end.index - 1, start.time, end.time};
+    const Boundary& start = m_boundaries[segment];
+    const Boundary& end = m_boundaries[segment + 1];
+    return {start.getIndex(), end.getIndex() - 1, start.getTime(), end.getTime()};
 }
 
 bool Mp4Data::findSegmentByPos(long long index, SegmentBounds* bounds) const
 {
-    CursorState key;
-    key.index = index;
+    Boundary key;
+    key.setIndex(index);
     std::size_t segment;
     if (!bounds || !findSegment(key, &locComparator, segment))
         return false;
@@ -68,8 +68,8 @@ bool Mp4Data::findSegmentByPos(long long index, SegmentBounds* bounds) const
 
 bool Mp4Data::findSegmentByTime(unsigned time, SegmentBounds* bounds) const
 {
-    CursorState key;
-    key.time = time;
+    Boundary key;
+    key.setTime(time);
     std::size_t segment;
     if (!bounds || !findSegment(key, &timeComparator, segment))
         return false;
@@ -87,8 +87,8 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
         krx::util::assertFailed(kAssertPlace, kNoHolderLine);
         return false;
     }
-    CursorState key;
-    key.index = bounds->start;
+    Boundary key;
+    key.setIndex(bounds->start);
     std::size_t segment;
     if (!findSegment(key, &locComparator, segment) || toBounds(segment) != *bounds) {
         krx::util::assertFailed(kAssertPlace, kBoundsLine);
@@ -102,8 +102,8 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
         return taken;
     }
 
-    const CursorState& start = m_boundaries[segment];
-    const CursorState& end = m_boundaries[segment + 1];
+    const CursorState start = m_boundaries[segment].unpack();
+    const CursorState end = m_boundaries[segment + 1].unpack();
     const AutoMp4Open open(&m_io);
     if (!open.isOpen())
         return start.index == end.index;

@@ -293,7 +293,7 @@ TEST(AMFMessage, TellsTimedText)
          "hi, highlight: {startchar: 1, endchar: 2}}"},
         {"size 0 ends the list", hi + sizedBox(0, "twrp", Fields().u8(9)), "hi}"},
         {"so does a size below the header's", hi + sizedBox(7, "twrp", Fields().u8(9)), "hi}"},
-        {"a few bytes behind", hi + "\0\0\1", "hi}"},
+        {"a few bytes behind", hi + hexText("000001"), "hi}"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(readable(textMessage(c.sample)), start + c.text) << c.name;

@@ -1,6 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
+#include "modules/streams/mp4/boundary.h"
 #include "modules/streams/mp4/mp4cursor.h"
 #include "tests/streams/mp4/parserfixture.h"
 #include "tests/support/assertrecorder.h"
@@ -367,6 +368,38 @@ TEST(Mp4Cursor, TakesTheEarliestTrackAndAmongEqualsTheFirst)
     end.tracks[0].stepCount = 1;
     again.setLimit(end);
     EXPECT_EQ(again.getActiveTrack()->track().trackId, 4U);
+}
+
+TEST(Boundary, KeepsEveryFieldOfAState)
+{
+    constexpr unsigned kLarge = ~0U;
+    TrackPosition start;
+    TrackPosition far;
+    far.decodeTime = 5;
+    far.mediaTime = 1ULL << 63;  // the difference wraps
+    far.fileOffset = ~0ULL;
+    for (unsigned TrackPosition::*field :
+         {&TrackPosition::stepCount, &TrackPosition::descriptionIndex, &TrackPosition::timeToSampleIndex,
+          &TrackPosition::timeToSampleCount, &TrackPosition::compositionIndex,
+          &TrackPosition::compositionCount, &TrackPosition::syncIndex, &TrackPosition::sampleToChunkIndex,
+          &TrackPosition::samplesPerChunk, &TrackPosition::chunkIndex, &TrackPosition::sampleInChunk,
+          &TrackPosition::sampleNumber, &TrackPosition::fragmentIndex, &TrackPosition::runIndex,
+          &TrackPosition::sampleInRun})
+        far.*field = kLarge;
+    far.editIndex = 300;
+    far.sampleType = kSampleAAC;
+    far.typeValid = far.encrypted = far.headerPending = far.enderPending = true;
+    far.inMovieBox = false;
+
+    const Boundary boundary(CursorState{-2, kLarge, 7, {start, far, start}});
+    const CursorState state = boundary.unpack();
+    EXPECT_EQ(state.index, -2);
+    EXPECT_EQ(state.time, kLarge);
+    EXPECT_EQ(state.tablePage, 7U);
+    ASSERT_EQ(state.tracks.size(), 3U);
+    const TrackPosition* expected[] = {&start, &far, &start};
+    for (std::size_t i = 0; i < 3; ++i)
+        EXPECT_EQ(state.tracks[i], *expected[i]) << i;
 }
 
 }  // namespace krx::test

@@ -154,21 +154,6 @@ TEST(Seekable, KnowsTheTypesOfSamples)
     EXPECT_EQ(Seekable::getMessageType(19), 0);
     EXPECT_EQ(Seekable::getExtraHeaderAmt(19), 0U);
     EXPECT_EQ(asserts.take().size(), 2U);
-
-    const std::pair<const char*, SampleType> codes[] = {
-        {"VP60", kSampleVP6},           {"VP6A", kSampleVP6Alpha},     {"h264", kSampleAVC},
-        {"h263", kSampleH263},          {"ASS2", kSampleScreenVideo2}, {"nmos", kSampleNellymoser},
-        {"tx3g", kSampleText},          {"jpeg", kSampleUnsupported},  {"encv", kSampleEncryptedVideo},
-        {"enca", kSampleEncryptedAudio}};
-    for (const auto& [code, type] : codes)
-        EXPECT_EQ(sampleTypeOf(Fields().raw(code).bytes().size() == 4
-                                   ? static_cast<unsigned>(static_cast<unsigned char>(code[0])) << 24 |
-                                         static_cast<unsigned>(static_cast<unsigned char>(code[1])) << 16 |
-                                         static_cast<unsigned>(static_cast<unsigned char>(code[2])) << 8 |
-                                         static_cast<unsigned char>(code[3])
-                                   : 0),
-                  type)
-            << code;
 }
 
 TEST(Seekable, WritesEncryptionPreambles)
