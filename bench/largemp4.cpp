@@ -100,6 +100,8 @@ Box table(std::string_view type, std::uint32_t count, std::uint64_t entrySize, B
 
 Box sampleEntry(const LargeTrack& track)
 {
+    if (track.data)
+        return {"amf0", 8, [](BulkWriter& out) { out.u64(1); }};
     if (track.video) {
         const std::string config("\x01\x42\xC0\x1E\xFF\xE1\x00\x04\x67\x42\xC0\x1E\x01\x00\x02\x68\xCE", 17);
         Box avcC("avcC", config.size(),
@@ -361,12 +363,16 @@ LargeMp4 largeMp4(const std::string& name)
         movie.tracks = {video, audio};
     else if (name == "samples") {
         video.samples = 10000000;
+        video.minSize = 100;
+        video.maxSize = 1500;
         movie.tracks = {video};
     } else if (name == "tracks") {
         video.samples = 100000;
         audio.samples = 100000;
-        movie.tracks.assign(1, video);
-        movie.tracks.resize(64, audio);
+        LargeTrack data = audio;
+        data.data = true;
+        movie.tracks = {video, audio};
+        movie.tracks.resize(64, data);
     } else if (name == "fragments") {
         video.samples = 0;
         audio.samples = 0;

@@ -14,6 +14,7 @@ namespace krx::bench {
 struct LargeTrack
 {
     bool video = true;  ///< AVC, else AAC
+    bool data = false;  ///< script data instead of either
     std::uint32_t samples = 0;
     std::uint32_t timescale = 1000;
     std::uint32_t delta = 40;  ///< a sample's duration; alternates with delta + 1 when timingPerSample
