@@ -3,12 +3,17 @@
 
 // Walks of random movies, compared with an expansion of the same movies that knows no tables.
 
+#include "server/KRXSyncFileIo.h"
 #include "tests/streams/mp4/playfixture.h"
+#include "tests/support/tempdir.h"
 
+#include <boost/endian/conversion.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <fcntl.h>
 #include <random>
+#include <unistd.h>
 
 namespace krx::test {
 namespace {
@@ -323,5 +328,47 @@ TEST_P(RandomMovies, PlayAsTheirSamplesSay)
 }
 
 INSTANTIATE_TEST_SUITE_P(TablesAndFragments, RandomMovies, testing::Bool());
+
+/// The same media behind a hole of 5 GiB, which takes no space on the disk.
+TEST(LargeFile, PlaysBehind4GiB)
+{
+    constexpr std::uint64_t kHole = 5ULL << 30;
+    Movie movie = soundMovie();
+    movie.movieFirst = false;
+    for (MovieTrack& track : movie.tracks)
+        track.wideOffsets = true;
+    const std::string bytes = buildMovie(movie).bytes;
+
+    std::string moved = bytes;
+    for (std::size_t at = moved.find("co64"); at != std::string::npos; at = moved.find("co64", at + 4)) {
+        auto* entry = reinterpret_cast<unsigned char*>(moved.data() + at + 12);
+        for (unsigned left = boost::endian::load_big_u32(entry - 4); left > 0; --left, entry += 8)
+            boost::endian::store_big_u64(entry, boost::endian::load_big_u64(entry) + kHole);
+    }
+    const std::size_t typeBox = bytes.find("mdat") - 4;
+    const std::string head =
+        moved.substr(0, typeBox) + Fields().u32(1).bytes() + "free" + Fields().u64(kHole).bytes();
+    const std::string tail = moved.substr(typeBox);
+    const TempDir dir;
+    dir.write("large.mp4", head);
+    const int fd = ::open(dir.bytes("large.mp4").c_str(), O_WRONLY | O_CLOEXEC);
+    const auto place = static_cast<off64_t>(typeBox + kHole);
+    ASSERT_EQ(::pwrite64(fd, tail.data(), tail.size(), place), static_cast<ssize_t>(tail.size()));
+    ::close(fd);
+
+    SimpleKrxSyncFileIo fileIo;
+    mp4::Mp4Config config;
+    config.EnableAggMsgs = false;
+    mp4::Mp4Data data(SRMBString(dir.bytes("large.mp4").c_str()), nullptr, &fileIo, 0, config);
+    ASSERT_EQ(data.init(), mp4::kLoadOk);
+    RecordingHolder holder;
+    SegmentBounds bounds;
+    for (long long i = 0; i < data.getEndPosition(); i = bounds.end + 1) {
+        ASSERT_TRUE(data.findSegmentByPos(i, &bounds));
+        ASSERT_TRUE(data.loadSegment(&bounds, &holder));
+    }
+    EXPECT_GT(data.getSize(), static_cast<long long>(kHole));
+    EXPECT_EQ(holder.messages, PlayedFile(bytes).messages());
+}
 
 }  // namespace krx::test
