@@ -11,6 +11,7 @@
 #include <boost/lexical_cast.hpp>
 #include <boost/program_options.hpp>
 
+#include <algorithm>
 #include <exception>
 #include <locale>
 #include <ostream>
@@ -133,6 +134,36 @@ bool processOptions(const std::vector<std::string>& arguments, VideoValidationJo
     return true;
 }
 
+/// A byte that none of the texts holds, not one that means something in an option; '\1' when there is none.
+char unusedByte(const std::vector<std::string>& texts)
+{
+    for (char byte = '\1'; byte < ' '; ++byte) {
+        const auto holds = [byte](const std::string& text) { return text.find(byte) != std::string::npos; };
+        if (std::none_of(texts.begin(), texts.end(), holds))
+            return byte;
+    }
+    return '\1';
+}
+
+/// The options library's message about the arguments. The library fills in names such as "%option%" for as
+/// long as the text has any, which never ends where an argument holds one: percent signs are kept from it.
+std::string optionError(std::vector<std::string> arguments)
+{
+    const char mask = unusedByte(arguments);
+    for (std::string& argument : arguments)
+        std::replace(argument.begin(), argument.end(), '%', mask);
+    try {
+        VideoValidationJob unused;
+        std::ostringstream nowhere;
+        processOptions(arguments, unused, nowhere);
+    } catch (const std::exception& error) {
+        std::string message = error.what();
+        std::replace(message.begin(), message.end(), mask, '%');
+        return message;
+    }
+    return {};
+}
+
 }  // namespace
 
 bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
@@ -144,9 +175,9 @@ bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
         bool run = false;
         try {
             run = processOptions(arguments, job, out);
-        } catch (const std::exception& error) {
+        } catch (const std::exception&) {
             const std::string_view invocation = argc > 0 ? argv[0] : "";
-            out << invocation << ":  " << error.what() << "\nTry '" << invocation
+            out << invocation << ":  " << optionError(arguments) << "\nTry '" << invocation
                 << " --help' for more information.\n";
         }
         ReportWriter::instance().write(out.str());
