@@ -107,8 +107,8 @@ void runCommandLine(std::string_view text)
         argv.push_back(argument.data());
 
     std::string report;
-    ReportWriter::instance().setSink([&report](std::string_view text) {
-        report += text;
+    ReportWriter::instance().setSink([&report](std::string_view part) {
+        report += part;
         return true;
     });
     VideoValidationJob job;

@@ -54,6 +54,9 @@ public:
 
     /// Some value since the start could not be written wholly.
     bool hasWriteFailed() const { return m_writeFailed; }
+    /// Some value since the start could not be read for want of memory: what was read is not all that the
+    /// input holds.
+    bool hasReadStarved() const { return m_readStarved; }
 
     /// Puts an array into the object table, which grows with empty slots when the index lies behind its end.
     void AddObjectToTable(SRDataArray* array, unsigned index);
@@ -179,6 +182,7 @@ private:
     std::set<std::pair<SRDataArray*, SRDataArray*>> m_circles;
     std::vector<SRDataArrayPtr> m_circleParts;  ///< keeps both alive
     unsigned m_depth = 0;
+    bool m_readStarved = false;
     bool m_writeFailed = false;
     bool m_writeBroken = false;  ///< in the present outermost value
 };

@@ -108,6 +108,7 @@ int SRCSerializer::readVar(SRData& value, SRMBString* name)
         if (!isBad())
             readWith(existingRow(marker), value, marker);
     } catch (const SROutOfMemory&) {
+        m_readStarved = true;
         return kObjectEndType;
     }
     return isBad() ? static_cast<int>(kObjectEndType) : marker;

@@ -76,11 +76,15 @@ void SRCommand::init(unsigned char type)
     try {
         parse(isCommand);
     } catch (const SRBreakConnection& e) {
+        if (hasReadStarved())
+            throw SROutOfMemory();
         if (e.getCode() == SRBreakConnection::kMalformedData)
             tellFailure(type);
         if (m_throwFlag)
             throw;
     }
+    if (hasReadStarved())
+        throw SROutOfMemory();
 }
 
 void SRCommand::parse(bool isCommand)

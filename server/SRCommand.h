@@ -52,7 +52,7 @@ public:
     SRCommand& operator=(const SRCommand&) = delete;
     /// Parses length bytes of a body as they are. type: 20 and 17 are commands, 18 and 15 data. With
     /// throwFlag malformed data throws SRBreakConnection 1029; without it the command keeps what could be
-    /// read.
+    /// read. Throws SROutOfMemory rather than pass a part for the whole.
     SRCommand(unsigned char type, const unsigned char* data, int length, bool throwFlag);
     /// Parses a message's body, without the leading byte of AMF3 messages.
     SRCommand(const krx::SingleMessagePtr& message, bool throwFlag);

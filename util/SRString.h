@@ -183,13 +183,32 @@ const T& formatArg(const T& value)
     return value;
 }
 
+/// A value on its way into a formatter's stream. Without memory a stream swallows the failure and with it the
+/// text, unless it is told to pass the exception on.
+template <typename T>
+struct StreamedArg
+{
+    const T& value;
+
+    friend std::ostream& operator<<(std::ostream& out, const StreamedArg& arg)
+    {
+        out.exceptions(std::ios_base::badbit);
+        return out << arg.value;
+    }
+};
+template <typename T>
+StreamedArg<T> streamed(const T& value)
+{
+    return {value};
+}
+
 template <typename... Args>
 std::string formatBytes(const char* pattern, const Args&... args)
 {
     boost::format format(nullptr, std::locale::classic());
     format.exceptions(boost::io::no_error_bits);
     format.parse(pattern);
-    (void)(format % ... % formatArg(args));
+    (void)(format % ... % streamed(formatArg(args)));
     return format.str();
 }
 

@@ -4,6 +4,7 @@
 #include "modules/streams/mediacontexts.h"
 
 #include "server/SRCSerializer.h"
+#include "util/SRException.h"
 #include "util/krxassert.h"
 
 #include <algorithm>
@@ -168,10 +169,12 @@ bool MediaContexts::importContexts(const SRBuffer& buffer)
         return true;
     if (buffer.length() > INT_MAX)
         return false;
+    SRCSerializer reader(buffer.data(), static_cast<int>(buffer.length()), true);
     try {
-        SRCSerializer reader(buffer.data(), static_cast<int>(buffer.length()), true);
         SRData value;
         reader.GetVar(&value, true);
+        if (reader.hasReadStarved())
+            throw SROutOfMemory();
         const auto* all = static_cast<SRDataArray*>(value);
         if (!all || reader.isBad())
             return false;
@@ -186,6 +189,8 @@ bool MediaContexts::importContexts(const SRBuffer& buffer)
         return true;
     } catch (const SRBreakConnection&) {
         clear();
+        if (reader.hasReadStarved())
+            throw SROutOfMemory();  // what is bad behind a value that was not read is not the data
         return false;
     }
 }

@@ -181,7 +181,7 @@ TEST(ZmvRepair, StretchesOf2GiBAreNotCopied)
     job.parameters = krx::test::parametersFor("m");
     EXPECT_FALSE(job.validateFile(path));
     EXPECT_NE(capture.text().find("Error:\t-17\tBox too large.\t"), std::string::npos) << capture.text();
-    EXPECT_EQ(runner.dir.read("in.zmv.new"), std::string("ZMV\1\1", 5));
+    EXPECT_EQ(runner.dir.read("in.zmv.new"), std::string("\0\0\0\1\1", 5));
 }
 
 TEST(ZmvRepair, NeverTouchesTheInputOrAnythingThatIsNoFile)

@@ -172,6 +172,7 @@ bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
         const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
         std::ostringstream out;
         out.imbue(std::locale::classic());
+        out.exceptions(std::ios_base::badbit);  // no memory: or the text would be lost without a word
         bool run = false;
         try {
             run = processOptions(arguments, job, out);

@@ -6,6 +6,7 @@
 #include "modules/streams/streamparseerror.h"
 #include "tools/zmvutil/vidlint/src/zmvreader.h"
 
+#include <algorithm>
 #include <fcntl.h>
 
 using krx::streams::StreamParseError;
@@ -50,6 +51,13 @@ CorrectedCopy::~CorrectedCopy()
 
 void CorrectedCopy::write(const unsigned char* bytes, std::size_t n)
 {
+    const std::size_t held = std::min(n, m_signature.size() - m_held);
+    std::copy_n(bytes, held, m_signature.begin() + static_cast<std::ptrdiff_t>(m_held));
+    m_buffer.insert(m_buffer.end(), held, 0);
+    m_held += held;
+    bytes += held;
+    n -= held;
+
     if (n > kBufferSize - m_buffer.size())
         flush();
     if (n >= kBufferSize)
@@ -61,6 +69,8 @@ void CorrectedCopy::write(const unsigned char* bytes, std::size_t n)
 void CorrectedCopy::finish()
 {
     flush();
+    require(SRFileUtil::lseek(m_file.get(), 0, SEEK_SET) == 0);
+    writeAll(m_file.get(), m_signature.data(), m_held);
     require(m_file.reset() == 0);
 }
 

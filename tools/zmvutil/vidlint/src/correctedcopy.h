@@ -3,14 +3,17 @@
 
 #pragma once
 
+#include "tools/zmvutil/vidlint/src/zmvformat.h"
 #include "util/SRFileUtil.h"
 
+#include <array>
 #include <cstddef>
 #include <vector>
 
 class ZmvReader;
 
-/// The file that takes the corrected copy of an input: written from front to back, buffered. Throws
+/// The file that takes the corrected copy of an input: written from front to back, buffered, and last the
+/// signature, until then zeros. So nothing takes a part for a whole copy, however the writing ended. Throws
 /// StreamParseError kCannotCreateFile.
 class CorrectedCopy
 {
@@ -23,7 +26,7 @@ public:
     CorrectedCopy& operator=(const CorrectedCopy&) = delete;
 
     void write(const unsigned char* bytes, std::size_t n);
-    /// Writes what is still buffered and closes the file; only then is the copy whole.
+    /// Writes what is still buffered and the signature, and closes the file; only then is the copy whole.
     void finish();
 
 private:
@@ -31,4 +34,6 @@ private:
 
     krx::util::SRAutoFile m_file;
     std::vector<unsigned char> m_buffer;
+    std::array<unsigned char, zmv::kSignature.size()> m_signature{};
+    std::size_t m_held = 0;  ///< bytes that m_signature holds
 };

@@ -81,11 +81,15 @@ void ReportWriter::writeLine(LogLevel_t level, std::string_view text)
 
 void ReportWriter::writeRejection(const krx::streams::StreamParseError& error, const SRString& path)
 {
-    write(logTime());
+    // Whatever needs memory comes first, so that there is no half of a line.
+    const std::string time = logTime();
+    const SRMBString message = error.getMessage().toMultiByte();
+    const SRMBString name = path.toMultiByte();
+    write(time);
     write(kErrorLabel);
-    write(error.getMessage().toMultiByte().view());
+    write(message.view());
     write("\t");
-    write(path.toMultiByte().view());
+    write(name.view());
     write("\n\n");
 }
 

@@ -38,8 +38,12 @@ int VideoValidationJob::validateAllFiles()
 {
     int invalid = 0;
     for (const std::string& file : files) {
-        if (!validateFile(SRString::fromMultiByte(file)))
-            ++invalid;
+        try {
+            if (!validateFile(SRString::fromMultiByte(file)))
+                ++invalid;
+        } catch (...) {
+            ++invalid;  // there is no memory for the path
+        }
         ReportWriter::instance().flush();
     }
     return invalid;
@@ -56,6 +60,8 @@ bool VideoValidationJob::validateFile(const SRString& path)
             return true;
         } catch (const StreamParseError& error) {
             VideoFile::logError(error, path);
+        } catch (const krx::util::FileReadException&) {
+            VideoFile::logError(StreamParseError(krx::streams::kFileReadError), path);
         } catch (const SRThrowable&) {
             VideoFile::logError(StreamParseError(krx::streams::kUnknownError), path);
         }
