@@ -41,11 +41,11 @@ void forEachField(Position& position, Field field)
 }
 
 /// Seven bits a byte, the low ones first; the high bit tells that more follow.
-void putNumber(std::vector<unsigned char>& out, unsigned long long value)
+void putNumber(unsigned char*& out, unsigned long long value)
 {
     for (; value >= 0x80; value >>= 7)
-        out.push_back(static_cast<unsigned char>(value | 0x80));
-    out.push_back(static_cast<unsigned char>(value));
+        *out++ = static_cast<unsigned char>(value | 0x80);
+    *out++ = static_cast<unsigned char>(value);
 }
 
 unsigned long long takeNumber(const unsigned char*& in)
@@ -74,17 +74,18 @@ Boundary::Boundary(const CursorState& state)
       m_tablePage(state.tablePage),
       m_trackCount(static_cast<unsigned>(state.tracks.size()))
 {
-    std::vector<unsigned char> bytes;
-    bytes.reserve(state.tracks.size() * sizeof(TrackPosition));
+    // A number of n bytes becomes at most 2 n.
+    const std::unique_ptr<unsigned char[]> room(
+        new unsigned char[state.tracks.size() * 2 * sizeof(TrackPosition)]);
+    unsigned char* out = room.get();
     for (TrackPosition position : state.tracks) {
         exchangeMediaTime(position);
         ++position.editIndex;  // from -1 on
-        forEachField(position,
-                     [&](auto number) { putNumber(bytes, static_cast<unsigned long long>(number)); });
+        forEachField(position, [&](auto number) { putNumber(out, static_cast<unsigned long long>(number)); });
     }
-    m_size = static_cast<unsigned>(bytes.size());
-    m_tracks.reset(new unsigned char[bytes.size()]);
-    std::copy(bytes.begin(), bytes.end(), m_tracks.get());
+    m_size = static_cast<unsigned>(out - room.get());
+    m_tracks.reset(new unsigned char[m_size]);
+    std::copy_n(room.get(), m_size, m_tracks.get());
 }
 
 CursorState Boundary::unpack() const

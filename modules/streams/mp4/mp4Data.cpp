@@ -157,18 +157,30 @@ void Mp4Data::buildSegments()
     unsigned long long splitTableBytes = 0;
     std::vector<std::size_t> splitPoints;
     Seekable message;
+    const StretchLimits limits{static_cast<unsigned long long>(m_fileSize), Seekable::kMaxPayload, 0};
     while (TrackCursor* track = cursor.getActiveTrack()) {
-        if (!track->isHeader() && !track->isEnder())
+        // Most samples are only counted; the others are made messages, to find what is wrong with them.
+        const unsigned headerBytes = track->getHeaderBytes();
+        const bool walked = cursor.walkStretch(limits, [&](unsigned size) {
+            budget.charge(size);
             ++track->track().sampleTotal;
-        if (message.initFromCursor(track, cursor.getIndex(), m_io)) {
-            budget.charge(message.getPayloadSize());
-            if (message.isHeader() || message.isEnder())
-                contexts.cacheContextMessage(message);
-            segmentBytes += message.getEstimatedMsgSize();
+            segmentBytes += size + headerBytes;
             cursor.countMessage();
-        } else
-            budget.charge(track->getSampleSize());
-        cursor.advance();
+            return segmentBytes <= kSegmentSize;
+        });
+        if (!walked) {
+            if (!track->isHeader() && !track->isEnder())
+                ++track->track().sampleTotal;
+            if (message.initFromCursor(track, cursor.getIndex(), m_io)) {
+                budget.charge(message.getPayloadSize());
+                if (message.isHeader() || message.isEnder())
+                    contexts.cacheContextMessage(message);
+                segmentBytes += message.getEstimatedMsgSize();
+                cursor.countMessage();
+            } else
+                budget.charge(track->getSampleSize());
+            cursor.advance();
+        }
 
         if (segmentBytes > kSegmentSize) {
             const unsigned long long tableBytes = cursor.getTableSizeRead();

@@ -63,46 +63,37 @@ void TrackCursor::advance()
 {
     if (atEndOfSegment())
         throwTableError();
+    // Most steps stay within a chunk or a run and far from a gap, so that no ender can come of them.
+    constexpr StretchLimits kNoLimits{~0ULL, ~0U, ~0ULL};
+    if (walkStretch(kNoLimits, [](unsigned) { return false; }))
+        return;
     ++m_pos.stepCount;
     if (m_pos.headerPending)
         m_pos.headerPending = false;
-    else if (m_pos.enderPending || !stepInStretch())
+    else
         advanceSlowly();
 }
 
-/// Most steps stay within a chunk or a run and far from a gap, so that no ender can come of them. False, and
-/// nothing done, for any other step.
-bool TrackCursor::stepInStretch()
+/// How many steps from here on make messages of samples and stay within the chunk or the run, as far as the
+/// tables of single samples are at hand and times are so small that no sum of them overflows.
+unsigned TrackCursor::stepsInStretch() const
 {
-    unsigned delta;
+    constexpr unsigned long long kFarTime = 1ULL << 62;
+    if (m_pos.sampleType == kSampleUnsupported || m_pos.headerPending || m_pos.enderPending ||
+        atEndOfTrack() || m_pos.decodeTime >= kFarTime || m_pos.mediaTime >= kFarTime)
+        return 0;
+    unsigned steps = 0;
     if (m_pos.inMovieBox) {
-        if (m_pos.sampleInChunk >= m_pos.samplesPerChunk || m_pos.samplesPerChunk - m_pos.sampleInChunk == 1)
-            return false;
-        delta = timeToSampleDelta();
-        if (m_pos.mediaTime + delta >= m_gapStart)
-            return false;
-        m_pos.fileOffset += getSampleSize();
-        if (atSyncSample())
-            ++m_pos.syncIndex;
-        stepTimeToSample(delta);
-        stepComposition();
-        ++m_pos.sampleNumber;
-        ++m_pos.sampleInChunk;
-    } else {
-        const TrackFragmentRun& current = run();
-        if (current.sampleCount - m_pos.sampleInRun <= 1)
-            return false;
-        delta = runDelta(current);
-        if (m_pos.mediaTime + delta >= m_gapStart)
-            return false;
-        m_pos.fileOffset += getSampleSize();
-        m_pos.decodeTime += delta;
-        m_pos.mediaTime += delta;
-        ++m_pos.sampleInRun;
-    }
-    if (delta != 0)
-        updateMillis();
-    return true;
+        if (m_pos.sampleInChunk >= m_pos.samplesPerChunk)
+            return 0;
+        steps = m_pos.samplesPerChunk - m_pos.sampleInChunk - 1;
+        if (m_track->constantSampleSize == 0)
+            steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_pos.sampleNumber));
+        if (m_track->sampleFlags.isInit())
+            steps = std::min(steps, m_track->sampleFlags.entriesFrom(m_pos.sampleNumber));
+    } else
+        steps = run().sampleCount - m_pos.sampleInRun - 1;
+    return m_limited ? std::min(steps, m_limit - m_pos.stepCount) : steps;
 }
 
 /// A step that may end a stretch. When it does, the ender comes first, and is told at the sample in front of
@@ -148,8 +139,7 @@ void TrackCursor::subAdvance()
 unsigned TrackCursor::timeToSampleDelta() const
 {
     const unsigned delta = m_track->timeToSample[m_pos.timeToSampleIndex].delta;
-    constexpr unsigned kNegative = 0x80000000U;
-    return delta & kNegative ? 0 : delta;
+    return delta < kNegativeDelta ? delta : 0;
 }
 
 unsigned TrackCursor::runDelta(const TrackFragmentRun& current) const
@@ -411,7 +401,7 @@ void Mp4Cursor::takeWinner(Key winner)
             m_time = std::max(m_time, track.getTimeMillis());
         return;
     }
-    m_active = static_cast<int>(winner & 0xFFFFFFFF);
+    m_active = static_cast<int>(winner & kTrackMask);
     m_time = std::max(m_time, static_cast<unsigned>(winner >> kTimeShift));
 }
 
@@ -432,6 +422,21 @@ void Mp4Cursor::advance()
         throw krx::streams::StreamParseError(krx::streams::kTableReadError);
     const auto track = static_cast<std::size_t>(m_active);
     m_tracks[track].advance();
+    updateTrack(track);
+}
+
+/// The smallest key of the other tracks.
+Mp4Cursor::Key Mp4Cursor::rivalOf(std::size_t track) const
+{
+    Key rival = kEnded;
+    for (std::size_t node = m_leaves + track; node > 1; node /= 2)
+        rival = std::min(rival, m_tree[node ^ 1]);
+    return rival;
+}
+
+/// Brings the tree up to date after the track has moved.
+void Mp4Cursor::updateTrack(std::size_t track)
+{
     Key key = keyOf(track);
     std::size_t node = m_leaves + track;
     m_tree[node] = key;

@@ -48,6 +48,14 @@ struct TrackPosition
     friend bool operator==(const TrackPosition&, const TrackPosition&) = default;
 };
 
+/// What the samples of a stretch must keep to, so that they can be walked without a look at each.
+struct StretchLimits
+{
+    unsigned long long fileSize = 0;  ///< samples lie in front of it
+    unsigned maxSampleSize = 0;
+    unsigned long long endMillis = 0;  ///< the walk ends at the first step of this time or a later one
+};
+
 /// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
 /// fragments. In front of the samples of a description stands a header step where the codec needs one, and
 /// behind them an ender step. A track that is not valid has no steps.
@@ -71,6 +79,12 @@ public:
 
     /// To the next step.
     void advance();
+    /// Advances over samples for as long as the steps are plain ones: within a chunk or a run, far from a
+    /// gap, and within the limits. take(bytes of the sample) is called for each sample left behind; false
+    /// ends the walk behind that sample. What is not plain is left to advance(), with all that it finds;
+    /// false when that is the very first step.
+    template <typename Take>
+    bool walkStretch(const StretchLimits& limits, Take take);
 
     /// Time of the current step.
     unsigned getTimeMillis() const { return m_millis; }
@@ -84,6 +98,12 @@ public:
     /// Sample flags in the layout of ISO/IEC 14496-12.
     unsigned getSampleFlags() const;
     bool atSyncSample() const;
+    /// Bytes that the current sample's message has in front of the payload, at most.
+    unsigned getHeaderBytes() const
+    {
+        const unsigned bytes = kSampleTypes[m_pos.sampleType].headerSize;
+        return m_pos.encrypted ? bytes + kPreambleRoom + m_track->drm.ivLength : bytes;
+    }
     /// The current type is closed by an ender.
     bool isEnderType() const { return m_pos.typeValid && hasEnder(m_pos.sampleType); }
 
@@ -108,7 +128,11 @@ public:
     void releaseFragment();
 
 private:
-    bool stepInStretch();
+    unsigned stepsInStretch() const;
+    template <typename Take>
+    void walkTables(unsigned steps, const StretchLimits& limits, Take& take);
+    template <typename Take>
+    void walkRun(unsigned steps, const StretchLimits& limits, Take& take);
     void advanceSlowly();
     void subAdvance();
     unsigned timeToSampleDelta() const;
@@ -136,6 +160,7 @@ private:
     [[noreturn]] static void throwTableError();
 
     static constexpr unsigned long long kNoGap = ~0ULL;
+    static constexpr unsigned kNegativeDelta = 0x80000000U;  ///< from there on a delta counts as 0
     static constexpr long long kGapMediaTime = -1;
 
     TrackPosition m_pos;
@@ -181,6 +206,10 @@ public:
     }
     /// Moves the active track on. At the end throws kTableReadError.
     void advance();
+    /// Walks a stretch of the active track, up to where another track goes first. The limits' time is set
+    /// here. False when the active track's next step is none of a stretch.
+    template <typename Take>
+    bool walkStretch(StretchLimits limits, Take take);
     /// Chooses the active track anew, after limits or tables changed.
     void findNextSample();
     /// The segment ends where end stands.
@@ -213,8 +242,11 @@ private:
     using Key = unsigned long long;
     static constexpr Key kEnded = ~0ULL;
     static constexpr unsigned kTimeShift = 32;
+    static constexpr Key kTrackMask = 0xFFFFFFFF;
 
     Key keyOf(std::size_t track) const;
+    Key rivalOf(std::size_t track) const;
+    void updateTrack(std::size_t track);
     void takeWinner(Key winner);
 
     long long m_index = 0;
@@ -265,6 +297,119 @@ inline int TrackCursor::compositionOffset() const
                    : static_cast<int>(m_track->compositionOffsets[m_pos.compositionIndex].offset);
     const TrackFragmentRun& current = run();
     return current.compositionOffsets ? current.compositionOffsets[m_pos.sampleInRun] : 0;
+}
+
+template <typename Take>
+bool TrackCursor::walkStretch(const StretchLimits& limits, Take take)
+{
+    const unsigned steps = stepsInStretch();
+    if (steps == 0)
+        return false;
+    const unsigned before = m_pos.stepCount;
+    if (m_pos.inMovieBox)
+        walkTables(steps, limits, take);
+    else
+        walkRun(steps, limits, take);
+    return m_pos.stepCount != before;
+}
+
+/// The tables are read past their range checks: each index is compared with what the current page holds.
+template <typename Take>
+void TrackCursor::walkTables(unsigned steps, const StretchLimits& limits, Take& take)
+{
+    const TableView<TimeToSample> times(m_track->timeToSample);
+    const TableView<CompositionOffset> offsets(m_track->compositionOffsets);
+    const TableView<unsigned> syncs(m_track->syncSamples);
+    const TableView<unsigned> sizes(m_track->sampleSizes);
+    const unsigned constantSize = m_track->constantSampleSize;
+    const bool oneTime = m_track->timeToSample.size() == 1;
+    const bool hasOffsets = m_track->compositionOffsets.size() != 0;
+    const unsigned timescale = m_track->timescale;
+
+    TrackPosition& pos = m_pos;
+    for (bool more = true; more && steps > 0; --steps) {
+        if (!times.holds(pos.timeToSampleIndex) || (hasOffsets && !offsets.holds(pos.compositionIndex)) ||
+            (pos.syncIndex < m_track->syncSamples.size() && !syncs.holds(pos.syncIndex)))
+            break;
+        const TimeToSample& time = times[pos.timeToSampleIndex];
+        const unsigned delta = time.delta < kNegativeDelta ? time.delta : 0;
+        const unsigned size = constantSize != 0 ? constantSize : sizes[pos.sampleNumber];
+        if (pos.mediaTime + delta >= m_gapStart || pos.fileOffset > limits.fileSize ||
+            size > limits.fileSize - pos.fileOffset || size > limits.maxSampleSize)
+            break;
+        more = take(size);
+
+        pos.fileOffset += size;
+        if (syncs.holds(pos.syncIndex) && syncs[pos.syncIndex] - 1 == pos.sampleNumber)
+            ++pos.syncIndex;
+        pos.decodeTime += delta;
+        pos.mediaTime += delta;
+        if (!oneTime && ++pos.timeToSampleCount >= time.count) {
+            ++pos.timeToSampleIndex;
+            pos.timeToSampleCount = 0;
+        }
+        if (hasOffsets && ++pos.compositionCount >= offsets[pos.compositionIndex].count) {
+            ++pos.compositionIndex;
+            pos.compositionCount = 0;
+        }
+        ++pos.sampleNumber;
+        ++pos.sampleInChunk;
+        ++pos.stepCount;
+        m_millis = toMillis(pos.decodeTime, timescale);
+        more = more && m_millis < limits.endMillis;
+    }
+}
+
+template <typename Take>
+void TrackCursor::walkRun(unsigned steps, const StretchLimits& limits, Take& take)
+{
+    const TrackFragmentRun& current = run();
+    const TrackFragment& fragment = m_track->fragments[m_pos.fragmentIndex];
+    const unsigned* const durations = current.durations.get();
+    const unsigned* const sizes = current.sizes.get();
+    const unsigned timescale = m_track->timescale;
+
+    TrackPosition& pos = m_pos;
+    for (bool more = true; more && steps > 0; --steps) {
+        const unsigned delta = durations ? durations[pos.sampleInRun] : fragment.defaultDuration;
+        const unsigned size = sizes ? sizes[pos.sampleInRun] : fragment.defaultSize;
+        if (pos.mediaTime + delta >= m_gapStart || pos.fileOffset > limits.fileSize ||
+            size > limits.fileSize - pos.fileOffset || size > limits.maxSampleSize)
+            break;
+        more = take(size);
+
+        pos.fileOffset += size;
+        pos.decodeTime += delta;
+        pos.mediaTime += delta;
+        ++pos.sampleInRun;
+        ++pos.stepCount;
+        m_millis = toMillis(pos.decodeTime, timescale);
+        more = more && m_millis < limits.endMillis;
+    }
+}
+
+template <typename Take>
+bool Mp4Cursor::walkStretch(StretchLimits limits, Take take)
+{
+    if (m_active < 0)
+        return false;
+    const auto track = static_cast<std::size_t>(m_active);
+    bool more = true;
+    const auto takeOne = [&](unsigned size) { return more = take(size); };
+    // Where tracks take turns, one step is all there is.
+    limits.endMillis = 0;
+    if (!m_tracks[track].walkStretch(limits, takeOne))
+        return false;
+    updateTrack(track);
+    if (more && m_active == static_cast<int>(track)) {
+        // Where both stand at the same time, the track of the smaller number goes first.
+        const Key rival = rivalOf(track);
+        limits.endMillis =
+            rival == kEnded ? kEnded : (rival >> kTimeShift) + ((rival & kTrackMask) > track ? 1 : 0);
+        if (m_tracks[track].walkStretch(limits, takeOne))
+            updateTrack(track);
+    }
+    return true;
 }
 
 /// Calls function with the seven tables of a track.

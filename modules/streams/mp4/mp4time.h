@@ -4,16 +4,26 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 #include <limits>
 
 namespace krx::mp4 {
+
+/// The nearest integer, ties to even, as std::nearbyint gives it; inline, since every sample needs one.
+inline double roundToEven(double value)
+{
+    // Doubles from there on have no fraction: what is added to reach them is rounded away, and the rest is
+    // exact.
+    constexpr double kWhole = 4503599627370496.0;
+    if (value >= 0)
+        return value < kWhole ? (value + kWhole) - kWhole : value;
+    return value > -kWhole ? (value - kWhole) + kWhole : value;
+}
 
 /// Milliseconds of a time of timescale units a second, in double precision, to the nearest integer (ties to
 /// even). 0 without a timescale.
 inline double toMillisExact(double time, unsigned timescale)
 {
-    return timescale == 0 ? 0 : std::nearbyint(1000.0 * time / timescale);
+    return timescale == 0 ? 0 : roundToEven(1000.0 * time / timescale);
 }
 
 /// The same of a track's time; what 32 bits cannot hold becomes the largest value.

@@ -87,6 +87,8 @@ public:
     const T* curSegment() const { return m_cur; }
     unsigned curStart() const { return m_curStart; }
     unsigned curEnd() const { return m_curEnd; }
+    /// How many entries the current page holds from entry i on.
+    unsigned entriesFrom(unsigned i) const { return i >= m_curStart && i < m_curEnd ? m_curEnd - i : 0; }
 
     /// Bytes really held.
     std::size_t reportMemorySize() const;
@@ -106,6 +108,26 @@ private:
     const T* m_cur = nullptr;
     unsigned m_curStart = 0;
     unsigned m_curEnd = 0;
+};
+
+/// The current page of a table for a loop that checks by itself. Of no use once another page is current.
+template <typename T>
+class TableView
+{
+public:
+    explicit TableView(const PageableArray<T>& table)
+        : m_first(table.curSegment()), m_start(table.curStart()), m_count(table.curEnd() - table.curStart())
+    {
+    }
+
+    bool holds(unsigned i) const { return i - m_start < m_count; }
+    /// Entry i, which the page holds.
+    const T& operator[](unsigned i) const { return m_first[i - m_start]; }
+
+private:
+    const T* m_first;
+    unsigned m_start;
+    unsigned m_count;
 };
 
 }  // namespace krx::mp4

@@ -35,6 +35,9 @@ SampleType sampleTypeOf(unsigned fourCC);
 /// Header bytes of a type that no step has: what it wraps is asked instead.
 constexpr unsigned kNoHeaderSize = ~0U;
 
+/// Room that an encrypted sample's message has for its filters, without the initialisation vector.
+constexpr unsigned kPreambleRoom = 24;
+
 /// How the messages of a sample type begin.
 struct SampleTypeInfo
 {

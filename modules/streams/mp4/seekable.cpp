@@ -33,8 +33,6 @@ constexpr char kEncryptionFilter[] = "Encryption";
 constexpr char kSelectiveFilter[] = "SE";
 constexpr unsigned char kEncryptedAccessUnit = 0x80;
 constexpr unsigned kLengthBytes = 3;
-/// Room for a preamble without its initialisation vector.
-constexpr unsigned kPreambleRoom = 24;
 constexpr unsigned kVersionWithWholeFilter = 1;
 constexpr unsigned kVersionWithSelectiveFilter = 2;
 
@@ -92,6 +90,7 @@ bool Seekable::initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& i
         m_compositionMillis = cursor->getCompTimeMillis();
         m_keyFrame = cursor->atSyncSample();
         m_sampleFlags = cursor->getSampleFlags();
+        m_headerBytes = cursor->getHeaderBytes();
         if (position.encrypted)
             initEncryption();
     }
@@ -141,7 +140,6 @@ void Seekable::initEncryption()
     m_encryption = drm.selectiveEncryption ? kSelective : kWholeSample;
     m_ivLength = drm.ivLength;
     m_protectionVersion = drm.headerVersion;
-    m_headerBytes += kPreambleRoom + m_ivLength;
     m_messageType |= kEncryptedFlag;
 }
 

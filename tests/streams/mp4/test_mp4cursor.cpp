@@ -17,11 +17,52 @@ namespace {
 
 using namespace krx::mp4;
 
+/// Walks by stretches wherever there are some, never more than three samples at a time, and by single steps
+/// beside it: both must stand at the same place whenever a stretch ends. Works on a track and on the tracks
+/// of a file.
+template <typename Cursor, typename Track>
+void expectStretchesAreSteps(Cursor& stretched, Cursor& single, Track trackOf)
+{
+    constexpr StretchLimits kNoLimits{~0ULL, ~0U, ~0ULL};
+    try {
+        while (trackOf(stretched) && !trackOf(stretched)->atEndOfTrack()) {
+            std::vector<unsigned> sizes;
+            const bool walked = stretched.walkStretch(kNoLimits, [&](unsigned size) {
+                sizes.push_back(size);
+                return sizes.size() < 3;
+            });
+            EXPECT_EQ(walked, !sizes.empty());
+            if (!walked) {
+                stretched.advance();
+                single.advance();
+            }
+            for (const unsigned size : sizes) {
+                EXPECT_FALSE(trackOf(single)->isHeader() || trackOf(single)->isEnder());
+                EXPECT_EQ(trackOf(single)->getSampleSize(), size);
+                single.advance();
+            }
+            TrackCursor* const there = trackOf(stretched);
+            TrackCursor* const here = trackOf(single);
+            ASSERT_EQ(there == nullptr, here == nullptr);
+            if (!here)
+                return;
+            ASSERT_EQ(&there->track(), &here->track());
+            ASSERT_TRUE(there->position() == here->position());
+            ASSERT_EQ(there->getTimeMillis(), here->getTimeMillis());
+        }
+    } catch (const streams::StreamParseError&) {
+        EXPECT_THROW(single.advance(), streams::StreamParseError);
+    }
+}
+
 /// The steps of a track: 'h', 'e' or the sample's offset, and '@' with the time; an error ends the text.
 std::string steps(TrackInfo& track)
 {
     std::ostringstream text;
     try {
+        TrackCursor stretched(track);
+        TrackCursor single(track);
+        expectStretchesAreSteps(stretched, single, [](TrackCursor& cursor) { return &cursor; });
         for (TrackCursor cursor(track); !cursor.atEndOfTrack(); cursor.advance()) {
             if (cursor.isHeader())
                 text << 'h';
@@ -59,6 +100,18 @@ std::string fragmentedFile(const TrackBoxes& boxes, const std::vector<std::strin
 std::string run(std::uint32_t count, std::int32_t dataOffset)
 {
     return fullBox("trun", Fields().u32(count).u32(static_cast<std::uint32_t>(dataOffset)), 0, 1);
+}
+
+/// A track of one chunk.
+std::string chunkTrack(unsigned id, unsigned samples, unsigned delta, unsigned timescale)
+{
+    TrackBoxes boxes;
+    boxes.header = tkhd(id);
+    boxes.mediaHeader = mdhd(timescale, 1);
+    boxes.description = stsd({box("amf0", Fields().zeros(8))});
+    boxes.times = tableBox("stts", 1, {samples, delta});
+    boxes.chunks = tableBox("stsc", 1, {1, samples, 1});
+    return boxes.bytes();
 }
 
 TrackBoxes emptyTables()
@@ -335,17 +388,8 @@ TEST(TrackCursor, StopsAtItsLimit)
 TEST(Mp4Cursor, TakesTheEarliestTrackAndAmongEqualsTheFirst)
 {
     // Times: track 1 at 0 10 20, track 2 at 0 5 10, track 3 (another timescale) at 0 10.
-    const auto track = [](unsigned id, unsigned samples, unsigned delta, unsigned timescale) {
-        TrackBoxes boxes;
-        boxes.header = tkhd(id);
-        boxes.mediaHeader = mdhd(timescale, 1);
-        boxes.description = stsd({box("amf0", Fields().zeros(8))});
-        boxes.times = tableBox("stts", 1, {samples, delta});
-        boxes.chunks = tableBox("stsc", 1, {1, samples, 1});
-        return boxes.bytes();
-    };
-    const auto parsed =
-        parseFile(movieFile(track(5, 3, 10, 1000) + track(4, 3, 5, 1000) + track(9, 2, 1, 100)));
+    const auto parsed = parseFile(
+        movieFile(chunkTrack(5, 3, 10, 1000) + chunkTrack(4, 3, 5, 1000) + chunkTrack(9, 2, 1, 100)));
     ASSERT_EQ(parsed->error, 0);
     Mp4Cursor cursor(parsed->mp4);
     std::ostringstream order;
@@ -368,6 +412,20 @@ TEST(Mp4Cursor, TakesTheEarliestTrackAndAmongEqualsTheFirst)
     end.tracks[0].stepCount = 1;
     again.setLimit(end);
     EXPECT_EQ(again.getActiveTrack()->track().trackId, 4U);
+}
+
+TEST(Mp4Cursor, EndsStretchesWhereAnotherTrackGoesFirst)
+{
+    const std::string dense = chunkTrack(1, 16, 2, 1000);
+    const std::string sparse = chunkTrack(2, 3, 10, 1000);
+    for (const std::string& tracks : {dense + sparse, sparse + dense, dense + dense + sparse}) {
+        const auto parsed = parseFile(movieFile(tracks));
+        Mp4Cursor stretched(parsed->mp4);
+        Mp4Cursor single(parsed->mp4);
+        expectStretchesAreSteps(stretched, single, [](Mp4Cursor& all) { return all.getActiveTrack(); });
+        EXPECT_EQ(single.getActiveTrack(), nullptr);
+        EXPECT_EQ(stretched.getTime(), single.getTime());
+    }
 }
 
 TEST(Boundary, KeepsEveryFieldOfAState)
