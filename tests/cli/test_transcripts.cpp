@@ -8,11 +8,8 @@
 // folder "encoded", files of a general encoder. With
 // VIDLINT_UPDATE_TRANSCRIPTS set, what was printed replaces what the files expect.
 
-#include "tests/support/mp4samples.h"
-#include "tests/support/rawbuilder.h"
-#include "tests/support/rawsamples.h"
 #include "tests/support/tempdir.h"
-#include "tests/support/zmvsamples.h"
+#include "tests/support/writesamples.h"
 
 #include <gtest/gtest.h>
 
@@ -53,6 +50,7 @@ std::string run(const TempDir& dir, const std::string& line)
     std::vector<std::string> arguments = {"sh", "-c", script};
     const auto pointers = [](std::vector<std::string>& texts) {
         std::vector<char*> result;
+        result.reserve(texts.size() + 1);
         for (std::string& text : texts)
             result.push_back(text.data());
         result.push_back(nullptr);
@@ -90,13 +88,7 @@ TEST_P(Transcript, PrintsWhatIsExpected)
     ASSERT_FALSE(expected.empty()) << path;
 
     const TempDir dir;
-    dir.makeDir("work");
-    for (const krx::test::ZmvSample& sample : krx::test::zmvSamples())
-        dir.write("work/" + sample.name, sample.bytes);
-    for (const krx::test::Mp4Sample& sample : krx::test::mp4Samples())
-        dir.write("work/" + sample.name, sample.bytes);
-    for (const krx::test::RawSample& sample : krx::test::rawSamples())
-        krx::test::RawBuilder::write(sample.files, dir.bytes("work/" + sample.name));
+    krx::test::writeSamples(dir.bytes("work"));
     std::filesystem::copy(ENCODED_DIR, dir.bytes("work/encoded"));
 
     std::string actual;
@@ -114,27 +106,8 @@ TEST_P(Transcript, PrintsWhatIsExpected)
 }
 
 INSTANTIATE_TEST_SUITE_P(Cli, Transcript,
-                         testing::Values("options", "samples", "repair", "names", "streams", "recordings",
-                                         "movies", "encoded"),
+                         testing::Values("options", "samples", "faults", "repair", "names", "streams",
+                                         "recordings", "movies", "encoded"),
                          [](const auto& transcript) { return std::string(transcript.param); });
-
-void expectCommitted(const std::string& name, const std::string& bytes)
-{
-    EXPECT_EQ(readFile(SAMPLES_DIR "/" + name), bytes)
-        << name << ": run make_samples to write the samples anew";
-    EXPECT_LT(bytes.size(), 4096U) << name;
-}
-
-TEST(Samples, AreWhatTheBuilderMakes)
-{
-    for (const krx::test::ZmvSample& sample : krx::test::zmvSamples())
-        expectCommitted(sample.name, sample.bytes);
-    for (const krx::test::Mp4Sample& sample : krx::test::mp4Samples())
-        expectCommitted(sample.name, sample.bytes);
-    for (const krx::test::RawSample& sample : krx::test::rawSamples()) {
-        for (const auto& [name, bytes] : sample.files)
-            expectCommitted(sample.name + "/" + name, bytes);
-    }
-}
 
 }  // namespace

@@ -5,34 +5,22 @@
 // of one kind with a fuzzer's mode byte in front.
 
 #include "tests/support/mp4samples.h"
-#include "tests/support/rawbuilder.h"
-#include "tests/support/rawsamples.h"
+#include "tests/support/writesamples.h"
 #include "tests/support/zmvsamples.h"
 
+#include <exception>
 #include <fstream>
 #include <iostream>
 #include <string>
 
 namespace {
 
-bool writeFile(const std::string& path, const std::string& bytes)
+/// The name without folder, number and extension.
+std::string seedName(const std::string& sample)
 {
-    std::ofstream out(path, std::ios::binary);
-    out << bytes;
-    out.close();
-    if (!out)
-        std::cerr << "cannot write " << path << "\n";
-    return static_cast<bool>(out);
-}
-
-template <typename Samples>
-bool writeSamples(const Samples& samples, const std::string& directory)
-{
-    for (const auto& sample : samples) {
-        if (!writeFile(directory + "/" + sample.name, sample.bytes))
-            return false;
-    }
-    return true;
+    const std::size_t folder = sample.rfind('/');
+    const std::size_t start = folder == std::string::npos ? 0 : sample.find('-', folder) + 1;
+    return sample.substr(start, sample.rfind('.') - start);
 }
 
 template <typename Samples>
@@ -40,9 +28,14 @@ bool writeSeeds(const Samples& samples, const std::string& directory)
 {
     char mode = 0;
     for (const auto& sample : samples) {
-        const std::string name = sample.name.substr(0, sample.name.rfind('.'));
-        if (!writeFile(directory + "/" + name, std::string(1, mode++) + sample.bytes))
+        const std::string path = directory + "/" + seedName(sample.name);
+        std::ofstream out(path, std::ios::binary);
+        out << mode++ << sample.bytes;
+        out.close();
+        if (!out) {
+            std::cerr << "cannot write " << path << "\n";
             return false;
+        }
     }
     return true;
 }
@@ -60,8 +53,11 @@ int main(int argc, char** argv)
         std::cerr << "usage: make_samples [--seeds zmv|mp4] DIRECTORY\n";
         return 1;
     }
-    const std::string directory = argv[1];
-    for (const RawSample& sample : rawSamples())
-        RawBuilder::write(sample.files, directory + "/" + sample.name);
-    return writeSamples(zmvSamples(), directory) && writeSamples(mp4Samples(), directory) ? 0 : 1;
+    try {
+        writeSamples(argv[1]);
+    } catch (const std::exception& e) {
+        std::cerr << e.what() << "\n";
+        return 1;
+    }
+    return 0;
 }

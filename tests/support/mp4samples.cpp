@@ -29,15 +29,15 @@ std::string text(std::string_view s)
     return std::string(s) + '\0';
 }
 
-/// The boxes of a protected entry.
-std::string protection()
+/// The boxes of a protected entry, which was of the original type.
+std::string protection(std::string_view original)
 {
     const std::string key =
         fullBox("qkey", box("zol ", text("license") + text("policy") + text("edc") + text("dom")));
     const std::string params = fullBox("qprm", fullBox("qeib", text("AES-CBC") + '\x10') + key, 1);
     const std::string header =
         fullBox("qhdr", fullBox("qdkm", params) + box("qsig", text("fmt") + text("sig")), 2, 0);
-    return box("sinf", box("frma", "avc1") + fullBox("schm", Fields().raw("qdkm").u32(1)) +
+    return box("sinf", box("frma", original) + fullBox("schm", Fields().raw("qdkm").u32(1)) +
                            box("schi", header + fullBox("qdaf", std::string("\1\0\x10", 3))));
 }
 
@@ -105,67 +105,82 @@ std::vector<Mp4Sample> mp4Samples()
                    plainTrack(3, timedTextEntry()), plainTrack(4, box("amf0", std::string(8, '\0'))),
                    plainTrack(5, box("png ", std::string(8, '\0')))};
     Movie locked;
-    locked.tracks = {plainTrack(1, videoEntry("encv", box("avcC", avcConfiguration()) + protection()))};
+    locked.tracks = {plainTrack(1, videoEntry("encv", box("avcC", avcConfiguration()) + protection("avc1")))};
     locked.tracks[0].syncTable = true;
-    Movie protectedMp3;
-    protectedMp3.tracks = {plainTrack(1, audioEntry("enca", esds("\x12\x10") + protection()))};
+    Movie protectedAac;
+    protectedAac.tracks = {plainTrack(1, audioEntry("enca", esds("\x12\x10") + protection("mp4a")))};
+
+    const std::string sdtp = fullBox("sdtp", std::string(12, '\x10'));
+    // The samples of fragments are not told in the track.
+    Movie earlyFlags = fragmented;
+    earlyFlags.tracks[0].extraInTable = sdtp;
+    const std::string unsupported = box("alac", std::string(28, '\0'));
+    Movie onlyUnsupported;
+    onlyUnsupported.tracks = {plainTrack(1, unsupported)};
+    // Only what is read of a track header, so that 65 fit a small file.
+    std::string tracks;
+    for (std::uint32_t id = 1; id <= 65; ++id)
+        tracks += box("trak", fullBox("tkhd", Fields().zeros(8).u32(id)));
 
     return {
-        {"sound.mp4", sound, "AVC and AAC, composition offsets, sync samples, an initial gap"},
-        {"sound-end.mp4", changed([](Movie& m) { m.movieFirst = false; }), "the movie box behind the media"},
-        {"fragments.mp4", buildMovie(fragmented).bytes, "the same samples in fragments"},
-        {"wide.mp4", changed([](Movie& m) { m.tracks[0].wideOffsets = true; }), "64-bit chunk offsets"},
-        {"kinds.mp4", buildMovie(many).bytes, "alpha video, speech, timed text, data and an image track"},
-        {"metadata.mp4", changed([](Movie& m) { m.extraInMovie = userData(); }),
-         "tags, chapters, XMP, rates"},
-        {"encrypted-video.mp4", buildMovie(locked).bytes, "a protected AVC track"},
-        {"encrypted-audio.mp4", buildMovie(protectedMp3).bytes, "a protected AAC track"},
-        {"flags.mp4",
-         changed([](Movie& m) { m.tracks[0].extraInTable = fullBox("sdtp", std::string(12, '\x10')); }),
-         "sample dependency flags"},
+        {"sound.mp4", sound},
+        {"sound-end.mp4", changed([](Movie& m) { m.movieFirst = false; })},
+        {"fragments.mp4", buildMovie(fragmented).bytes},
+        {"wide.mp4", changed([](Movie& m) { m.tracks[0].wideOffsets = true; })},
+        {"kinds.mp4", buildMovie(many).bytes},
+        {"metadata.mp4", changed([](Movie& m) { m.extraInMovie = userData(); })},
+        {"encrypted-video.mp4", buildMovie(locked).bytes},
+        {"encrypted-audio.mp4", buildMovie(protectedAac).bytes},
+        {"flags.mp4", changed([&](Movie& m) { m.tracks[0].extraInTable = sdtp; })},
         {"free.mp4", changed([](Movie& m) {
              m.extraInMovie = box("free", std::string(40, '\0')) + box("mvex");
              m.tracks[0].extraInTrack = box("skip", "room");
-         }),
-         "free space"},
-        {"unknown-box.mp4", box("wide") + sound, "a box that is not known"},
-        {"unknown-version.mp4", changed([](Movie& m) { m.extraInMovie = fullBox("chpl", "", 7); }),
-         "a chapter list of an unknown version"},
-        {"edits.mp4", changed([](Movie& m) {
+         })},
+        {"faults/5-two-bytes.mp4", sound.substr(0, 2)},
+        {"faults/13-no-movie.mp4", ftyp() + box("mdat", "media")},
+        {"faults/14-no-track.mp4", ftyp() + box("moov", mvhd(1000, 0))},
+        {"faults/14-only-unsupported.mp4", buildMovie(onlyUnsupported).bytes},
+        {"faults/15-tracks.mp4",
+         ftyp() + box("moov", mvhd(1000, 0) + tracks) + box("mdat", std::string(60, 'x'))},
+        {"faults/18-cut.mp4", sound.substr(0, 400)},
+        {"faults/19-two-movies.mp4", sound + box("moov", mvhd(1, 1))},
+        {"faults/21-no-timescale.mp4", ftyp() + box("moov", mvhd(0, 1))},
+        {"faults/22-sizes.mp4", patched(sound, "stsz", 12, Fields().u32(0x1000))},
+        {"faults/23-large-sample.mp4", patched(sound, "stsz", 16, Fields().u32(0x1000000))},
+        {"faults/24-late-chapter.mp4",
+         changed([](Movie& m) { m.extraInMovie = fullBox("chpl", Fields().u8(1).u64(1000000).u8(0)); })},
+        {"faults/26-other-format.mp4", std::string("ZMV\1\5\0\0\0\x09\0\0\0\0", 13)},
+        {"faults/27-scheme.mp4", patched(buildMovie(locked).bytes, "schm", 8, "cenc")},
+        {"faults/28-table.mp4", patched(sound, "stts", 8, Fields().u32(0x10000000))},
+        {"faults/29-fragment.mp4", sound + box("moof", fullBox("mfhd", Fields().u32(1)))},
+        {"faults/30-order.mp4", patched(buildMovie(fragmented).bytes, "mfhd", 8, Fields().u32(7))},
+        {"faults/31-hierarchy.mp4", ftyp() + box("moov", mdhd(1, 1))},
+        {"faults/102-unknown-box.mp4", box("wide") + sound},
+        {"faults/103-incomplete.mp4", patched(sound, "stco", 0, "free")},
+        {"faults/104-two-videos.mp4",
+         changed([](Movie& m) { m.tracks.push_back(avcTrack(3)), m.tracks[2].id = 3; })},
+        {"faults/105-two-sounds.mp4",
+         changed([](Movie& m) { m.tracks.push_back(aacTrack(3)), m.tracks[2].id = 3; })},
+        {"faults/107-unsupported.mp4", changed([&](Movie& m) { m.tracks[1].entries = {unsupported}; })},
+        {"faults/108-profile.mp4", changed([](Movie& m) { m.tracks[0].entries = {avcEntry(88)}; })},
+        {"faults/109-object-type.mp4",
+         changed([](Movie& m) { m.tracks[1].entries = {aacEntry("\x1A\x10")}; })},
+        {"faults/111-layout.mp4",
+         changed([](Movie& m) { m.extraInMovie = box("udta", box("meta", fullBox("hdlr") + box("keys"))); })},
+        {"faults/112-four-bytes.mp4",
+         changed([](Movie& m) { m.extraInMovie = box("udta", Fields().u32(0)); })},
+        {"faults/117-empty.mp4", ""},
+        {"faults/117-cut-media.mp4", sound.substr(0, sound.size() - 20)},
+        {"faults/118-edits.mp4", changed([](Movie& m) {
              m.tracks[0].edits = {{10, 0}, {10, 0}};
-         }),
-         "an unsupported edit list"},
-        {"no-sync.mp4", changed([](Movie& m) { m.tracks[0].syncTable = false; }),
-         "video without sync samples"},
-        {"profile.mp4", changed([](Movie& m) { m.tracks[0].entries = {avcEntry(88)}; }),
-         "a profile not allowed"},
-        {"two-videos.mp4", changed([](Movie& m) { m.tracks.push_back(avcTrack(3)), m.tracks[2].id = 3; }),
-         "a second video track"},
-        {"unsupported.mp4",
-         changed([](Movie& m) { m.tracks[1].entries = {box("alac", std::string(28, '\0'))}; }),
-         "an audio track of an unsupported type"},
-        {"no-track.mp4", ftyp() + box("moov", mvhd(1000, 0)), "no track", 14},
-        {"no-movie.mp4", ftyp() + box("mdat", "media"), "no movie box", 13},
-        {"other-format.mp4", std::string("ZMV\1\5\0\0\0\x09\0\0\0\0", 13), "another format's signature", 26},
-        {"cut.mp4", sound.substr(0, 400), "cut in its movie box", 18},
-        {"two-movies.mp4", sound + box("moov", mvhd(1, 1)), "two movie boxes", 19},
-        {"no-timescale.mp4", ftyp() + box("moov", mvhd(0, 1)), "a movie timescale of 0", 21},
-        {"sizes.mp4", patched(sound, "stsz", 12, Fields().u32(0x1000)),
-         "more sample sizes than their box holds", 22},
-        {"large-sample.mp4", patched(sound, "stsz", 16, Fields().u32(0x1000000)),
-         "a sample larger than the file", 23},
-        {"late-chapter.mp4",
-         changed([](Movie& m) { m.extraInMovie = fullBox("chpl", Fields().u8(1).u64(1000000).u8(0)); }),
-         "a chapter behind the end", 24},
-        {"scheme.mp4", patched(buildMovie(locked).bytes, "schm", 8, "cenc"),
-         "an unsupported protection scheme", 27},
-        {"table.mp4", patched(sound, "stts", 8, Fields().u32(0x10000000)),
-         "a table that the file cannot hold", 28},
-        {"fragment.mp4", sound + box("moof", fullBox("mfhd", Fields().u32(1))), "an unannounced fragment",
-         29},
-        {"order.mp4", patched(buildMovie(fragmented).bytes, "mfhd", 8, Fields().u32(7)),
-         "fragments out of order", 30},
-        {"hierarchy.mp4", ftyp() + box("moov", mdhd(1, 1)), "a media header outside a track", 31},
+         })},
+        {"faults/121-no-such-track.mp4",
+         changed([](Movie& m) { m.extraInMovie = box("mvex", fullBox("trex", Fields().zeros(20))); })},
+        {"faults/122-early-flags.mp4", buildMovie(earlyFlags).bytes},
+        {"faults/123-unknown-version.mp4",
+         changed([](Movie& m) { m.extraInMovie = fullBox("chpl", "", 7); })},
+        {"faults/124-no-sync.mp4", changed([](Movie& m) { m.tracks[0].syncTable = false; })},
+        {"faults/125-duration.mp4", patched(sound, "stts", 16, Fields().u32(0xFFFFFFFF))},
     };
 }
 

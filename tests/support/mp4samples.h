@@ -8,13 +8,12 @@
 
 namespace krx::test {
 
-/// A small MP4 file.
+/// A small MP4 file. The name of one that shows a finding is "faults/", its number, and what it has;
+/// docs/faults.md tells more of these, samples/README.md of the sound ones.
 struct Mp4Sample
 {
     std::string name;
     std::string bytes;
-    std::string note;  ///< what it has
-    int error = 0;     ///< the finding that rejects it, or 0
 };
 
 std::vector<Mp4Sample> mp4Samples();

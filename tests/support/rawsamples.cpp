@@ -46,35 +46,35 @@ std::vector<RawSample> rawSamples()
 
     RawBuilder version = recording();
     version.version = 0x20000;
-    samples.push_back({"recording-version", version.files()});
+    samples.push_back({"faults/33-version", version.files()});
 
     RawBuilder gap = recording();
     ++gap.bounds[1].start;
-    samples.push_back({"recording-gap", gap.files()});
+    samples.push_back({"faults/32-gap", gap.files()});
 
-    RawSample noContexts{"recording-no-contexts", sound.files()};
+    RawSample noContexts{"faults/32-no-contexts", sound.files()};
     noContexts.files.erase("contexts");
     samples.push_back(noContexts);
 
-    RawSample noSegment{"recording-no-segment", sound.files()};
+    RawSample noSegment{"faults/34-no-segment", sound.files()};
     noSegment.files.erase(RawBuilder::fileName(sound.bounds[1].start));
     samples.push_back(noSegment);
 
     RawBuilder badMetaData = recording();
     badMetaData.contexts.clear();
     badMetaData.metadata("\x02");
-    samples.push_back({"recording-bad-metadata", badMetaData.files()});
+    samples.push_back({"faults/12-bad-metadata", badMetaData.files()});
 
-    samples.push_back(secondSegment("recording-truncated",
+    samples.push_back(secondSegment("faults/35-truncated",
                                     [](std::string& file, SegmentBounds&) { file.resize(file.size() - 1); }));
     samples.push_back(
-        secondSegment("recording-type", [](std::string& file, SegmentBounds&) { file[0] = 24; }));
+        secondSegment("faults/36-type", [](std::string& file, SegmentBounds&) { file[0] = 24; }));
     samples.push_back(
-        secondSegment("recording-footer", [](std::string& file, SegmentBounds&) { ++file.back(); }));
-    samples.push_back(secondSegment("recording-mismatch", [](std::string& file, SegmentBounds&) {
+        secondSegment("faults/37-footer", [](std::string& file, SegmentBounds&) { ++file.back(); }));
+    samples.push_back(secondSegment("faults/38-mismatch", [](std::string& file, SegmentBounds&) {
         file.resize(file.size() - kAudioRecord);
     }));
-    samples.push_back(secondSegment("recording-backward", [](std::string& file, SegmentBounds&) {
+    samples.push_back(secondSegment("faults/126-backward", [](std::string& file, SegmentBounds&) {
         // The first message of the segment lies before the segment.
         file[6] = 0;
     }));

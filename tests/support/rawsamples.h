@@ -9,7 +9,8 @@
 
 namespace krx::test {
 
-/// A small recorded stream. samples/README.md tells what each one has.
+/// A small recorded stream. The name of one that shows a finding is "faults/", its number, and
+/// what it has; docs/faults.md tells more of these, samples/README.md of the sound ones.
 struct RawSample
 {
     std::string name;                          ///< of the directory

@@ -90,6 +90,7 @@ std::string unparsable()
 std::vector<ZmvSample> zmvSamples()
 {
     const std::string sound = film(metaData(0.8));
+    const std::string stringMetaData = film(Amf().string("onMetaData").string("duration=0.8").bytes());
     const std::string strictArray =
         Amf().string("onMetaData").strictArray(2).number(0.8).boolean(true).bytes();
     const std::string cannotSeek = metaData(0.8, false);
@@ -106,8 +107,13 @@ std::vector<ZmvSample> zmvSamples()
     unknownType.data(0, metaData(0.08)).message({20, 40, "\x02"}).video(80);
     ZmvBuilder backward;
     backward.data(0, metaData(0.04)).audio(80).video(0).audio(79).video(40);
-    ZmvBuilder dataOnly(5);
-    dataOnly.data(0, metaData(0));
+    // Flags 5 announce audio and video.
+    ZmvBuilder noVideo(5);
+    noVideo.data(0, metaData(0.04)).audio(0).audio(40);
+    ZmvBuilder noAudio(5);
+    noAudio.data(0, metaData(0.08)).video(0).video(80);
+    ZmvBuilder badLength;
+    badLength.data(0, metaData(0.08)).message({ZmvBuilder::kVideo, 80, "\x17", 0, 1000, 12});
     const std::string noBackPointer = ZmvBuilder(5, 1, 9).bytes().substr(0, 9) + std::string("\0\0\0\1", 4) +
                                       messageBytes({ZmvBuilder::kVideo, 0, "\x17"});
 
@@ -116,26 +122,30 @@ std::vector<ZmvSample> zmvSamples()
         {"encrypted.zmv", encrypted()},
         {"cue-points.zmv", cuePoints()},
         {"amf3.zmv", film(amf3MetaData("\x09\x01"), ZmvBuilder::kDataAmf3)},
-        {"amf3-object.zmv", film(amf3MetaData("\x0A\x0B\x01"), ZmvBuilder::kDataAmf3)},
-        {"string-metadata.zmv", film(Amf().string("onMetaData").string("duration=0.8").bytes())},
-        {"array-metadata.zmv", film(strictArray)},
-        {"wrong-duration.zmv", film(metaData(30))},
-        {"cannot-seek.zmv", film(cannotSeek)},
-        {"no-can-seek.zmv", film(noCanSeek)},
-        {"no-metadata.zmv", noMetaData.bytes()},
-        {"stall.zmv", stall()},
-        {"flags-not-set.zmv", film(metaData(0.8), ZmvBuilder::kData, 0)},
-        {"flags-without-media.zmv", dataOnly.bytes()},
-        {"empty-body.zmv", ZmvBuilder().bytes()},
-        {"truncated.zmv", sound.substr(0, sound.size() - 9)},
-        {"signature.zmv", std::string(sound).replace(2, 1, 1, 'W')},
-        {"data-position.zmv", ZmvBuilder(5, 1, 4).bytes() + sound.substr(9)},
-        {"first-footer.zmv", noBackPointer},
-        {"footer.zmv", badFooter.bytes()},
-        {"last-footer.zmv", badLastFooter.bytes()},
-        {"unknown-type.zmv", unknownType.bytes()},
-        {"backward.zmv", backward.bytes()},
-        {"unparsable.zmv", unparsable()},
+        {"faults/119-amf3-object.zmv", film(amf3MetaData("\x0A\x0B\x01"), ZmvBuilder::kDataAmf3)},
+        {"faults/119-string-metadata.zmv", stringMetaData},
+        {"faults/6-copy.zmv", stringMetaData},
+        {"faults/100-array-metadata.zmv", film(strictArray)},
+        {"faults/100-wrong-duration.zmv", film(metaData(30))},
+        {"faults/101-cannot-seek.zmv", film(cannotSeek)},
+        {"faults/101-no-can-seek.zmv", film(noCanSeek)},
+        {"faults/119-no-metadata.zmv", noMetaData.bytes()},
+        {"faults/110-stall.zmv", stall()},
+        {"faults/113-video-flag.zmv", film(metaData(0.8), ZmvBuilder::kData, 4)},
+        {"faults/114-audio-flag.zmv", film(metaData(0.8), ZmvBuilder::kData, 1)},
+        {"faults/115-no-video.zmv", noVideo.bytes()},
+        {"faults/116-no-audio.zmv", noAudio.bytes()},
+        {"faults/5-empty-body.zmv", ZmvBuilder().bytes()},
+        {"faults/5-length.zmv", badLength.bytes()},
+        {"faults/9-truncated.zmv", sound.substr(0, sound.size() - 9)},
+        {"faults/7-signature.zmv", std::string(sound).replace(2, 1, 1, 'W')},
+        {"faults/8-data-position.zmv", ZmvBuilder(5, 1, 4).bytes() + sound.substr(9)},
+        {"faults/9-first-footer.zmv", noBackPointer},
+        {"faults/9-footer.zmv", badFooter.bytes()},
+        {"faults/9-last-footer.zmv", badLastFooter.bytes()},
+        {"faults/10-unknown-type.zmv", unknownType.bytes()},
+        {"faults/11-backward.zmv", backward.bytes()},
+        {"faults/12-unparsable.zmv", unparsable()},
     };
 }
 

@@ -8,7 +8,8 @@
 
 namespace krx::test {
 
-/// A small ZMV file. samples/README.md tells what each one has.
+/// A small ZMV file. The name of one that shows a finding is "faults/", its number, and
+/// what it has; docs/faults.md tells more of these, samples/README.md of the sound ones.
 struct ZmvSample
 {
     std::string name;

@@ -2,7 +2,6 @@
 // All rights reserved.
 
 #include "tests/streams/mp4/parserfixture.h"
-#include "tests/support/mp4samples.h"
 
 #include <gtest/gtest.h>
 
@@ -237,15 +236,6 @@ TEST(Mp4Movie, FreeBoxes)
     EXPECT_TRUE(parsed->mp4.consumeFreeBoxInMoov(92, pos, remaining));
     EXPECT_EQ(pos, first);
     EXPECT_EQ(remaining, 8);
-}
-
-TEST(Mp4Movie, Samples)
-{
-    for (const Mp4Sample& sample : mp4Samples()) {
-        // That no track is valid shows only when the samples are looked for.
-        const int error = sample.error == 14 ? 0 : sample.error;
-        EXPECT_EQ(parseFile(sample.bytes)->error, error) << sample.name;
-    }
 }
 
 TEST(Mp4Movie, BuiltMoviesParse)
