@@ -15,28 +15,43 @@ option(KRX_FUZZERS "Build the libFuzzer targets (clang only)" OFF)
 option(KRX_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 set(KRX_SANITIZERS "" CACHE STRING "Value for -fsanitize= (for example address,undefined)")
 
+include(KrxInstall)
+include(CheckPIESupported)
+check_pie_supported()  # so that CMAKE_POSITION_INDEPENDENT_CODE reaches the linking of programs too
+
+# Of these settings a program that uses the installed library gets the language level and the include path alone.
 add_library(krx_settings INTERFACE)
-target_include_directories(krx_settings INTERFACE "${CMAKE_SOURCE_DIR}")
-target_compile_definitions(krx_settings INTERFACE _FILE_OFFSET_BITS=64 _LARGEFILE64_SOURCE)
-target_compile_options(krx_settings INTERFACE -Wall -Wextra -Wconversion -Wshadow)
+target_compile_features(krx_settings INTERFACE cxx_std_20)
+target_include_directories(krx_settings INTERFACE
+  "$<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>"
+  "$<INSTALL_INTERFACE:${KRX_INSTALL_INCLUDEDIR}>")
+target_compile_definitions(krx_settings INTERFACE
+  "$<BUILD_INTERFACE:_FILE_OFFSET_BITS=64;_LARGEFILE64_SOURCE>")
+set(warnings -Wall -Wextra -Wconversion -Wshadow)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # g++ 12 sees overlapping copies in the concatenation of temporary std::strings where there are none.
-  target_compile_options(krx_settings INTERFACE -Wno-restrict)
+  list(APPEND warnings -Wno-restrict)
 endif()
 if(KRX_WARNINGS_AS_ERRORS)
-  target_compile_options(krx_settings INTERFACE -Werror)
+  list(APPEND warnings -Werror)
 endif()
+target_compile_options(krx_settings INTERFACE "$<BUILD_INTERFACE:${warnings}>")
+krx_install_target(krx_settings)
 if(KRX_SANITIZERS)
   target_compile_options(krx_settings INTERFACE
     -fsanitize=${KRX_SANITIZERS} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(krx_settings INTERFACE -fsanitize=${KRX_SANITIZERS})
 endif()
 
-# krx_library(NAME SOURCES... DEPENDS...): one library a folder, so that the linker holds the layering.
+# krx_library(NAME SOURCES... PUBLIC_HEADERS... DEPENDS...): one library a folder, so that the linker holds the
+# layering. A library with public headers is installed.
 function(krx_library name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_HEADERS;DEPENDS" ${ARGN})
   add_library(${name} STATIC ${ARG_SOURCES})
   target_link_libraries(${name} PUBLIC krx_settings ${ARG_DEPENDS})
+  if(ARG_PUBLIC_HEADERS)
+    krx_install_target(${name} PUBLIC_HEADERS ${ARG_PUBLIC_HEADERS})
+  endif()
 endfunction()
 
 # krx_test(NAME SOURCES... DEPENDS...): one test program a folder, its cases listed one by one to CTest.
