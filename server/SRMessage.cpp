@@ -322,9 +322,11 @@ SRString SRMessage::getLenPrefixString(unsigned char*& cursor) const
 {
     constexpr std::size_t kLengthBytes = 4;
     unsigned char* const begin = getBody();
+    if (!begin)
+        return SRString();
     unsigned char* const end = begin + getBodyLength();
     const std::less<const unsigned char*> before;
-    if (!begin || before(cursor, begin) || before(end, cursor))
+    if (before(cursor, begin) || before(end, cursor))
         return SRString();
     if (static_cast<std::size_t>(end - cursor) >= kLengthBytes) {
         const unsigned length = endian::load_big_u32(cursor);

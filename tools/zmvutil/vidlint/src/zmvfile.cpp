@@ -234,7 +234,8 @@ void ZmvFile::validateDataMessage(const SRMessageHeader& header, const unsigned 
         if (argument.kind == kObjectType || argument.kind == kArrayType)
             list = static_cast<SRDataArray*>(argument);
         if (isShown(krx::streams::LOG_INFO)) {
-            logInfo(SRMBString::format("\n\tData Message Name: %s\n", name).c_str());
+            // A name may be as long as a message, and the line longer than a string of the pool.
+            logInfo(std::string("\n\tData Message Name: ").append(name).append("\n"));
             logDataArray(list, header.length);
         }
         if (isMetaDataName(name))
