@@ -101,26 +101,17 @@ int CustomKrxSyncFileIo::close(int fd, bool wait)
 
 int CustomKrxSyncFileIo::read(int fd, long long offset, void* buf, unsigned n)
 {
-    if (!buf) {
-        krx::util::assertFailed(kSourceFile, kBufferLine);
-        return -1;
-    }
-    if (fd < 0)
-        return fd;
-    RequestContext context;
-    if (!m_adaptor->read(fd, offset, buf, n, context)) {
-        logFailure(L"READ failed fd=%d, len=%u, uOffset=%lld", fd, n, offset);
-        return -1;
-    }
-    suspend(context);
-    if (context.error() != 0)
-        logFailure(L"READ failed fd=%d, len=%u, uOffset=%lld, err=%u", fd, n, offset, context.error());
-    else if (context.result() != static_cast<long long>(n))
-        logWarning(L"READ warning fd=%d, req=%u rec=%d uOffset=%lld", fd, n, context.result(), offset);
-    return context.result();
+    return transfer(&IKrxFileAdaptor::read, L"READ", fd, offset, buf, n);
 }
 
 int CustomKrxSyncFileIo::write(int fd, long long offset, void* buf, unsigned n)
+{
+    return transfer(&IKrxFileAdaptor::write, L"WRITE", fd, offset, buf, n);
+}
+
+template <typename Operation>
+int CustomKrxSyncFileIo::transfer(Operation operation, const wchar_t* name, int fd, long long offset,
+                                  void* buf, unsigned n)
 {
     if (!buf) {
         krx::util::assertFailed(kSourceFile, kBufferLine);
@@ -129,15 +120,15 @@ int CustomKrxSyncFileIo::write(int fd, long long offset, void* buf, unsigned n)
     if (fd < 0)
         return fd;
     RequestContext context;
-    if (!m_adaptor->write(fd, offset, buf, n, context)) {
-        logFailure(L"WRITE failed fd=%d, len=%u, uOffset=%lld", fd, n, offset);
+    if (!(m_adaptor->*operation)(fd, offset, buf, n, context)) {
+        logFailure(L"%S failed fd=%d, len=%u, uOffset=%lld", name, fd, n, offset);
         return -1;
     }
     suspend(context);
     if (context.error() != 0)
-        logFailure(L"WRITE failed fd=%d, len=%u, uOffset=%lld, err=%u", fd, n, offset, context.error());
+        logFailure(L"%S failed fd=%d, len=%u, uOffset=%lld, err=%u", name, fd, n, offset, context.error());
     else if (context.result() != static_cast<long long>(n))
-        logWarning(L"WRITE warning fd=%d, req=%u rec=%d uOffset=%lld", fd, n, context.result(), offset);
+        logWarning(L"%S warning fd=%d, req=%u rec=%d uOffset=%lld", name, fd, n, context.result(), offset);
     return context.result();
 }
 

@@ -54,6 +54,9 @@ private:
 
     /// Waits until the request is completed.
     static void suspend(RequestContext& context);
+    /// Reads or writes; name is the operation's in the log.
+    template <typename Operation>
+    int transfer(Operation operation, const wchar_t* name, int fd, long long offset, void* buf, unsigned n);
     template <typename... Args>
     void logFailure(const wchar_t* pattern, const Args&... args) const;
     template <typename... Args>

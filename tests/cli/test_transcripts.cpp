@@ -43,7 +43,8 @@ std::string run(const TempDir& dir, const std::string& line)
     const std::string script =
         "cd '" + dir.bytes("work") + "' && { " + line + "\n} >'" + out + "' 2>&1 </dev/null";
     std::vector<std::string> environment = {"PATH=" VIDLINT_DIR ":/usr/local/bin:/usr/bin:/bin", "LC_ALL=C"};
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TMPDIR"}) {
+    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "LLVM_PROFILE_FILE", "TMPDIR"})
+    {
         if (const char* value = std::getenv(name))
             environment.push_back(std::string(name) + "=" + value);
     }

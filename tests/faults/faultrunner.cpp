@@ -153,7 +153,9 @@ Outcome FaultRunner::run(const FaultRun& how, const std::vector<std::string>& op
     set("FAULT_FILE", path);
     set("FAULT_TARGET", target);
     set("FAULT_COUNT", dir.bytes("calls"));
-    for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS"}) {
+    for (const char* name :
+         {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "TSAN_OPTIONS", "LLVM_PROFILE_FILE"})
+    {
         if (const char* value = std::getenv(name))
             set(name, value);
     }
@@ -173,7 +175,9 @@ Outcome FaultRunner::run(const FaultRun& how, const std::vector<std::string>& op
     if (WIFSIGNALED(status))
         outcome.signal = WTERMSIG(status);
     outcome.report = dir.read("report");
-    outcome.errors = dir.read("errors");
+    // Where memory or space ends, so does the record of the coverage, if one is kept.
+    static const std::regex unrecorded("LLVM Profile Error: [^\n]*\n");
+    outcome.errors = std::regex_replace(dir.read("errors"), unrecorded, "");
     std::istringstream calls(dir.read("calls"));
     std::string name;
     for (unsigned long n = 0; calls >> name >> n;)
