@@ -12,6 +12,7 @@
 #include <boost/program_options.hpp>
 
 #include <algorithm>
+#include <cstddef>
 #include <exception>
 #include <locale>
 #include <ostream>
@@ -80,6 +81,38 @@ void writeHelp(std::ostream& out, const po::options_description& options)
         << options << '\n';
 }
 
+/// Whether nothing that follows the argument can belong to it: a name, a value, or an option with its value.
+bool isComplete(const std::string& argument)
+{
+    return argument.rfind('-', 0) != 0 ||
+           (argument.rfind("--", 0) == 0 && argument.find('=') != std::string::npos);
+}
+
+/// Parses the arguments part by part, since the library's time grows with the square of what it is given at
+/// once. Parts end behind complete arguments; the last one begins in front of "--".
+po::parsed_options parse(const std::vector<std::string>& arguments, const po::options_description& options)
+{
+    constexpr std::ptrdiff_t kPart = 64;
+    po::positional_options_description positional;
+    positional.add("file", -1);
+    po::parsed_options parsed(&options, po::command_line_style::allow_long);  // how messages name an option
+    const auto terminator = std::find(arguments.begin(), arguments.end(), "--");
+    for (auto part = arguments.begin(); part != arguments.end();) {
+        auto end = part + std::min(kPart, terminator - part);
+        while (end < terminator && !isComplete(*(end - 1)))
+            ++end;
+        if (end == terminator)
+            end = arguments.end();
+        const auto more = po::command_line_parser(std::vector<std::string>(part, end))
+                              .options(options)
+                              .positional(positional)
+                              .run();
+        parsed.options.insert(parsed.options.end(), more.options.begin(), more.options.end());
+        part = end;
+    }
+    return parsed;
+}
+
 bool processOptions(const std::vector<std::string>& arguments, VideoValidationJob& job, std::ostream& out)
 {
     bool verbose = false;
@@ -104,11 +137,9 @@ bool processOptions(const std::vector<std::string>& arguments, VideoValidationJo
     add("fixmeta,m", po::bool_switch(&job.parameters.fixMetaData), "update metadata (ZMV only)");
     add("fixvideostall,s", po::bool_switch(&job.parameters.fixVideoStall),
         "fix a stall in video playback (ZMV only)");
-    po::positional_options_description positional;
-    positional.add("file", -1);
 
     po::variables_map values;
-    po::store(po::command_line_parser(arguments).options(options).positional(positional).run(), values);
+    po::store(parse(arguments, options), values);
     po::notify(values);
 
     if (values.count("help") != 0 || arguments.empty()) {

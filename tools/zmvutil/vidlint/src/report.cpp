@@ -145,9 +145,11 @@ void ReportWriter::silence() noexcept
 
 std::string ReportWriter::logTime()
 {
+    // The zone's file is looked at once, not for every line.
+    static const bool isZoneKnown = (tzset(), true);
+    (void)isZoneKnown;
     const std::time_t now = std::time(nullptr);
     std::tm local{};
-    tzset();
     std::array<char, 32> text{};
     if (localtime_r(&now, &local))
         (void)std::strftime(text.data(), text.size(), "%y-%m-%d %H:%M:%S", &local);
