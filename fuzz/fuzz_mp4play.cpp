@@ -73,9 +73,13 @@ void load(Mp4Data& data)
         require(data.findSegmentByPos(i, &bounds) && bounds.start == i && bounds.end >= i);
         require(i == 0 || bounds.startTime == before.endTime);
         require(bounds.startTime <= bounds.endTime);
+        // Segments that last no time may stand in front, and begin when this one does.
         SegmentBounds byTime;
-        if (bounds.startTime < bounds.endTime)
-            require(data.findSegmentByTime(bounds.startTime, &byTime) && byTime == bounds);
+        if (bounds.startTime < bounds.endTime) {
+            require(data.findSegmentByTime(bounds.startTime, &byTime));
+            require(byTime == bounds || (byTime.startTime == bounds.startTime &&
+                                         byTime.endTime == bounds.startTime && byTime.start < bounds.start));
+        }
         CountingHolder holder;
         // Time coordination is left out of a segment.
         if (data.loadSegment(&bounds, &holder))

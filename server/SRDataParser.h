@@ -104,7 +104,6 @@ protected:
     bool readText(int type, std::string_view& text);
     void addTrace(const SRString& line) { m_trace.push_back(line); }
     void clearTrace() { m_trace.clear(); }
-    bool throwsOnBad() const { return m_throwOnBad; }
     /// Whether logErrorTrace() would find its directory.
     static bool hasTraceDirectory();
 

@@ -102,6 +102,19 @@ TEST(Amf3, ReadsAndWritesPlainValues)
     }
 }
 
+/// A count or length that is just what the message holds is sound.
+TEST(Amf3, ValuesMayEndWithTheMessage)
+{
+    for (const char* bytes : {"11 06 03 'x'", "11 07 03 'x'", "11 0C 03 FF", "11 09 07 01 01 02 03",
+                              "11 0D 05 00 00000001 00000002", "11 10 05 00 01 01 01", "11 11 03 00 01 01"})
+    {
+        Reader reader(hexText(bytes));
+        reader.get();
+        EXPECT_FALSE(reader->isBad()) << bytes;
+        EXPECT_TRUE(reader->atEnd()) << bytes;
+    }
+}
+
 TEST(Amf3, NumbersWithoutHintBecomeIntegersWhereTheyFit)
 {
     const struct
@@ -272,11 +285,23 @@ TEST(Amf3, StringTableLastsAsLongAsTheSerializer)
     SRCSerializer failing;
     failing.setEncoding(SRDataParser::kAMF3);
     failing.setOutputLimit(600);
-    arrayOf(array).setValue(1, "long", SRData(std::string(1000, 'x').c_str()));
-    EXPECT_FALSE(failing.PutVar(&array, true));
-    arrayOf(array).erase(1);
-    EXPECT_TRUE(failing.PutVar(&array, true));
-    EXPECT_EQ(toHex(written(failing)), toHex(hexText("11 09 01 07 'key' 06 00 01")));
+    // So do its dates and its XML.
+    SRData date;
+    date.setDate(1, 0);
+    SRData xml;
+    xml.initText("x", 1, kXMLType);
+    const SRData referred = makeArray(kArrayType);
+    arrayOf(referred).setValue(0, "key", date);
+    arrayOf(referred).setValue(1, "key", xml);
+    for (int i = 0; i < 2; ++i)
+        arrayOf(array).setValue(1 + i, "a", arrayOf(referred).getPropertyValueConst(i));
+    arrayOf(array).setValue(3, "long", SRData(std::string(1000, 'x').c_str()));
+    EXPECT_FALSE(failing.PutVar(&array, false));
+    EXPECT_TRUE(failing.PutVar(&referred, false));
+    EXPECT_EQ(toHex(written(failing)),
+              toHex(hexText("11 09 01 07 'key' 08 01 3FF0000000000000 00 07 03 'x' 01")));
+    while (arrayOf(array).getSize() > 1)
+        arrayOf(array).erase(1);
     // An entry without a name would end the list.
     arrayOf(array).setValue(1, "", SRData(true));
     EXPECT_EQ(encoded(array, SRDataParser::kAMF3), "failed");

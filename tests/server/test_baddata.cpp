@@ -36,6 +36,7 @@ const char kBadData[] = R"(
 11 04 FF|Message data is not complete|while processing integer data atom|while processing AMF3 object data type
 11 05 00|Message data is not complete|while processing double data atom|while processing AMF3 object data type
 11 06 02|While reading the AMF3 string, index of string 1 is found greater than sting reference table length |while processing string data atom|while processing AMF3 object data type
+11 06 00|While reading the AMF3 string, index of string 0 is found greater than sting reference table length |while processing string data atom|while processing AMF3 object data type
 11 06 07 'x'|Length of string 3 is found greater than remaining bytes. Message data is not complete|while processing string data atom|while processing AMF3 object data type
 11 07 07 'x'|While reading the XML string, length 3 of string is found greater than remaining bytes |while processing xml string|while processing XML data atom|while processing AMF3 object data type
 11 0B 00|While serializing the XML atom, the object index 0 is found greater than refTable size |while processing XML data atom|while processing AMF3 object data type

@@ -68,25 +68,17 @@ TEST(Command, ParsesByType)
         krx::streamSRCommand(out, parsed.command);
         EXPECT_EQ(out.str(), c.text);
     }
+    const Parsed play(20, "02 0004 'play' 00 3FF0000000000000 03 0001 'a' 01 01 0000 09 05", true);
+    EXPECT_EQ(krx::dumpCommand(play.command),
+              "play[12] id 1 (Command data\n  a: true\n)( Command args\narg 0:\n  \n)\n");
     EXPECT_EQ(Parsed(15, "02 0001 'm' 05", true).command.argCount(), 1);
-    EXPECT_EQ(Parsed(18, "02 0001 'm' 05 05", true).command.getArg(5).kind, kUndefinedType);
+    for (const int outside : {-1, 2})
+        EXPECT_EQ(Parsed(18, "02 0001 'm' 05 05", true).command.getArg(outside).kind, kUndefinedType);
     EXPECT_EQ(Parsed(18, "02 0001 'm'", true).command.getTrxID().kind, kNumberType);
 
     AssertRecorder asserts;
     EXPECT_EQ(krx::stringizeSRCommand(Parsed(22, "02 0001 'm' 01 01", true).command), "0: m[0](true)");
     EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in server/SRCommand line 178"});
-}
-
-TEST(Command, ParsesMessagesByTheirPlainType)
-{
-    const SRMessagePtr message(new SRMessage(0));
-    const std::string body = hexText("00 02 0001 'm' 11 06 03 'x'");
-    message->write(body.data(), static_cast<unsigned>(body.size()));
-    message->setType(kMsgDataEx | 0x20);
-    AssertRecorder asserts;
-    const SRCommand command(krx::SingleMessagePtr(message), true);
-    EXPECT_EQ(krx::stringizeSRCommand(command), "0: m[0](x)");
-    EXPECT_TRUE(asserts.take().empty());
 }
 
 TEST(Command, TableIgnoresCase)

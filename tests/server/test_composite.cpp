@@ -58,6 +58,8 @@ TEST(Aggregate, ListsItsRecordsWithoutCopying)
     EXPECT_EQ(aggregate->getVideoCodecs(), 1 << 7);
     EXPECT_EQ(aggregate->getDataKinds(), CompositeMessage::kHasData);
     EXPECT_EQ(aggregate->getCounter().getCount(kMsgAudio), 2U);
+    EXPECT_EQ(aggregateOf(hexText("0F 000001 000000 00 000000 00 0000000C"))->getDataKinds(),
+              CompositeMessage::kHasDataEx);
     EXPECT_FALSE(aggregate->isCritical());
     krx::MultiMsgCounter counter;
     aggregate->addToMsgCount(counter);

@@ -328,6 +328,9 @@ TEST(ASyncFileIo, ServesManyThreadsAndItsOwn)
     EXPECT_EQ(errno, ENOENT);
     one.close();
     EXPECT_EQ(io.open(dir.file("shared"), O_RDONLY, 0, nullptr), -1);
+    testing::internal::CaptureStderr();
+    SimpleKrxASyncFileIo(&one, krx::util::kVerboseFailures).close(0, true);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "close failed: -1\n");
 }
 
 }  // namespace

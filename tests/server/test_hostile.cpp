@@ -181,9 +181,13 @@ TEST(References, DumpsAreBoundedHoweverTheyMultiply)
     EXPECT_LE(textOf(value).size(), SRData::kMaxTextBytes + 3);
     EXPECT_EQ(textOf(value).substr(textOf(value).size() - 3), "...");
     EXPECT_EQ(std::string(value.toText(10).view()), "{0: {}, 1:...");
-    const SRCommand command(kMsgData, reader->getBuffer(), static_cast<int>(bytes.size()), false);
-    EXPECT_LE(krx::dumpCommand(command).size(), SRData::kMaxTextBytes + 3);
-    EXPECT_LE(krx::stringizeSRCommand(command).size(), SRData::kMaxTextBytes + 3);
+    const std::string body = hexText("02 0001 'm'") + bytes;
+    const SRCommand command(kMsgData, reinterpret_cast<const unsigned char*>(body.data()),
+                            static_cast<int>(body.size()), false);
+    for (const SRMBString& dump : {krx::dumpCommand(command), krx::stringizeSRCommand(command)}) {
+        EXPECT_EQ(dump.size(), SRData::kMaxTextBytes + 3);
+        EXPECT_EQ(dump.view().substr(dump.size() - 3), "...");
+    }
 
     // As ECMA arrays, which have no references in AMF0, they would fill every memory.
     SRData doubled = makeArray(kArrayType);

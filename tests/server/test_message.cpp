@@ -243,10 +243,13 @@ TEST(MessageDump, TellsEachSort)
         {8, "C0", "dataType=kMsgAudio idByte=8 streamId=7 time=5 codec=unknown format=kSnd5K8Mono"},
         {41, "17", "dataType=kMsgVideo idByte=41 streamId=7 time=5 codec=kVideoCodecH264"},
         {9, "", "dataType=kMsgVideo idByte=9 streamId=7 time=5"},
+        {9, "18", "dataType=kMsgVideo idByte=9 streamId=7 time=5 codec=unknown"},
         {4, "0029 01",
          "dataType=kMsgUserCtrl idByte=4 streamId=7 time=5 ctrlMsgType=kMsgRtmfpSetKeepalives 00 29 01"},
         {7, "0006",
          "dataType=kMsgVirtualUserControl idByte=7 streamId=7 time=5 ctrlMsgType=kMsgPingRequest 00 06"},
+        {4, "00", "dataType=kMsgUserCtrl idByte=4 streamId=7 time=5 ctrlMsgType=unknown 00"},
+        {8, "", "dataType=kMsgAudio idByte=8 streamId=7 time=5"},
         {22, "", "dataType=kMsgAggregate idByte=22 streamId=7 time=5"},
         {15, "00 05", "dataType=kMsgDataEx  idByte=15 streamId=7 time=5"},
         {20, "02 0004 'play' 00 4000000000000000 05 02 0001 'x' 01 01",
@@ -257,8 +260,8 @@ TEST(MessageDump, TellsEachSort)
          "dataType=kMsgData idByte=18 streamId=7 time=5 trxId=0 encoding=kEncodingAMF0 "
          "cmdData=(dataType=kUndefinedType) arg0=(dataType=kArrayType {a: 1.5}) arg1=(dataType=kInt64Type "
          "9)"},
-        {17, "00 02 0001 'm' 00 0000000000000000 06",
-         "dataType=kMsgCmdEx idByte=17 streamId=7 time=5 trxId=0 encoding=kEncodingAMF3 "
+        {49, "00 02 0001 'm' 00 0000000000000000 06",
+         "dataType=kMsgCmdEx idByte=49 streamId=7 time=5 trxId=0 encoding=kEncodingAMF3 "
          "cmdData=(dataType=kUndefinedType)"},
         {18, "02 0009 'm'", "dataType=kMsgData idByte=18 streamId=7 time=5 BAD_PARSE"},
     };

@@ -9,6 +9,7 @@
 
 #include <cstring>
 #include <map>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>

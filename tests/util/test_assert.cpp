@@ -8,21 +8,6 @@
 
 #include <vector>
 
-TEST(Assert, ReportGoesToTheSinkAndReturns)
-{
-    std::vector<SRString> reports;
-    auto before = krx::util::setAssertSink([&](const SRString& text) { reports.push_back(text); });
-    krx::util::assertFailed("server/SRCommand", 251);
-    auto collector = krx::util::setAssertSink(nullptr);
-    krx::util::assertFailed("server/SRCommand", 252);
-    EXPECT_EQ(reports, std::vector<SRString>{L"Assert failed in server/SRCommand line 251"});
-
-    ASSERT_TRUE(collector);
-    collector(L"direct");
-    EXPECT_EQ(reports.size(), 2U) << "the sink that is handed back is the one that was installed";
-    krx::util::setAssertSink(before);
-}
-
 TEST(Assert, NothingThatASinkDoesStopsTheProgram)
 {
     int calls = 0;

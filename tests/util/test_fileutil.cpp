@@ -153,9 +153,13 @@ TEST(SRFileUtil, WideCharactersAreReadAsUtf8)
 {
     const TempDir dir;
     const std::string content(
-        "a\0\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xFF\xE2\x82z\xC0\x80\xED\xA0\x80\xF0\x9F\x98", 23);
+        "a\0\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xFF\xE2\x82z\xC0\x80\xED\xA0\x80"
+        "\xC2\x80\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF4\x8F\xBF\xBF\xF0\x9F\x98",
+        38);
     const std::wstring expected(
-        L"a\0\u00E9\u20AC\U0001F600\xDCFF\xDCE2\xDC82z\xDCC0\xDC80\xDCED\xDCA0\xDC80\xDCF0\xDC9F\xDC98", 17);
+        L"a\0\u00E9\u20AC\U0001F600\xDCFF\xDCE2\xDC82z\xDCC0\xDC80\xDCED\xDCA0\xDC80"
+        L"\x80\xDC80\x7FF\x800\xFFFF\U0010FFFF\xDCF0\xDC9F\xDC98",
+        23);
     std::FILE* file = SRFileUtil::fopen(dir.write("f", content), "rb");
     std::wstring got;
     for (std::wint_t c = 0; (c = SRFileUtil::fgetwc(file)) != WEOF;)

@@ -1,44 +1,29 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "interfaces/IQVStreamContext.h"
+#include "tests/support/recordingcontext.h"
 #include "util/streamconfigutil.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
 
 namespace krx::util {
 namespace {
 
-/// Answers every key with one text; without one no key is configured.
-class Context : public IQVStreamContext
+/// Answers the key "k" with the text, when it is not refusing.
+class Context : public test::RecordingContext
 {
 public:
-    explicit Context(const char* text) : m_text(text ? text : ""), m_configured(text != nullptr) {}
-
-    unsigned getVersion() const override { return 1; }
-    int getConfig(const char*, char** value, int size) override
+    explicit Context(const char* text) : RecordingContext(nullptr, {{"k", text}}) {}
+    int getConfig(const char* key, char** value, int size) override
     {
         ++calls;
-        if (!m_configured)
-            return -1;
-        const int needed = static_cast<int>(m_text.size());
-        if (size < needed || refuses)
-            return needed;
-        std::memcpy(*value, m_text.data(), m_text.size());
-        return 0;
+        return RecordingContext::getConfig(key, value, refuses ? 0 : size);
     }
-    void log(const char*, unsigned short, bool) override {}
-    IKrxFileIo* getFileIo() override { return nullptr; }
 
     bool refuses = false;
     unsigned calls = 0;
-
-private:
-    std::string m_text;
-    bool m_configured;
 };
 
 TEST(StreamConfig, NumbersChangeOnlyWithinTheirRange)
@@ -96,7 +81,8 @@ TEST(StreamConfig, SwitchesChangeOnlyOnTheExactTexts)
 
 TEST(StreamConfig, TellsWhenAKeyIsNotConfigured)
 {
-    Context none(nullptr);
+    Context none("text");
+    none.settings.clear();
     Context refusing("text");
     refusing.refuses = true;
     unsigned number = 7;

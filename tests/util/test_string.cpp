@@ -218,14 +218,6 @@ TEST(StringFormat, TakesEveryKindOfValue)
         EXPECT_EQ(text, expected);
 }
 
-TEST(StringFormat, UndecodablePathBytesPassThrough)
-{
-    const std::string_view path = "dir\xFF/\xC3(.zmv";
-    const SRString report = SRString::format(L"File: %S", SRString::fromMultiByte(path));
-    EXPECT_EQ(report.toMultiByte(), "File: " + std::string(path));
-    EXPECT_EQ(SRMBString::format("%s", path), path);
-}
-
 TEST(StringFormat, WrongCountsAndPatternsNeverThrow)
 {
     EXPECT_EQ(SRMBString::format("%d %s.", 1), "1 .");

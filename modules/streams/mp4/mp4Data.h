@@ -91,7 +91,6 @@ public:
     unsigned getModifiedTime() const { return m_io.GetModifiedTime(); }  ///< seconds since 1970
     /// Bytes held, cut to 32 bits.
     unsigned getMemoryOverhead() const;
-    std::size_t numSegments() const { return m_boundaries.empty() ? 0 : m_boundaries.size() - 1; }
 
     /// The "onMetaData" message; null when there is none.
     const ContextMessage* getOnMetaData() const;

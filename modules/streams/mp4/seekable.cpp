@@ -362,7 +362,6 @@ void AggMsg::appendSeekable(Mp4FileIO& io, Seekable& message)
     // A segment's messages hardly exceed what makes it end, however large the reserve.
     constexpr unsigned kMaxReserve = 1U << 19;
     if (m_position == 0) {
-        m_index = message.getIndex();
         m_time = message.getTime();
         provide(*m_buffer, std::min(m_reserve, kMaxReserve) + kMinBuffer);
     }

@@ -73,7 +73,6 @@ public:
     unsigned char getMessageType() const { return m_messageType; }
     unsigned getPayloadSize() const { return m_payloadSize; }
     unsigned long long getFileOffset() const { return m_fileOffset; }
-    unsigned getHeaderBytes() const { return m_headerBytes; }
     /// Payload and headers, at most.
     unsigned getEstimatedMsgSize() const { return m_payloadSize + m_headerBytes; }
     /// What the last read wrote.
@@ -82,7 +81,6 @@ public:
     unsigned char* data() { return m_buffer ? m_buffer->data() : nullptr; }
     long long getIndex() const { return m_index; }
     unsigned getTime() const { return m_time; }  ///< ms
-    unsigned getTrackNumber() const { return m_trackNumber; }
     const TrackInfo* getTrack() const { return m_track; }
     unsigned getDescriptionIndex() const { return m_descriptionIndex; }
     bool isKeyFrame() const { return m_keyFrame; }
@@ -144,12 +142,9 @@ public:
 
     unsigned size() const { return m_position; }
     unsigned char* data() { return m_buffer->data(); }
-    /// Of the first message.
-    long long getIndex() const { return m_index; }
-    unsigned getTime() const { return m_time; }  ///< ms
+    unsigned getTime() const { return m_time; }  ///< of the first message, ms
 
 private:
-    long long m_index = 0;
     unsigned m_time = 0;
     unsigned m_position = 0;
     SRMemoryPtr m_buffer;

@@ -45,7 +45,6 @@ public:
     std::size_t getRunCount();
     std::size_t reportMemorySize() const;
 
-    const BoxHeader& box() const { return m_box; }
     /// First byte of the 'moof' that holds the fragment; the base of a fragment that names no base data
     /// offset.
     krx::util::FilePos moofStart() const { return m_moofStart; }

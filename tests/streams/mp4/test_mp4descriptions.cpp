@@ -136,23 +136,6 @@ TEST(Mp4Descriptions, OneVideoAndOneAudioTrack)
     EXPECT_FALSE(parsed->track(4)->isValid());
 }
 
-TEST(Mp4Descriptions, Avc)
-{
-    const auto parsed = parseFile(withEntry(avcEntry(100, 41)));
-    const mp4::SampleEntry& entry = parsed->track()->sampleDescriptions.at(0);
-    EXPECT_EQ(entry.type, mp4::fourCC("avc1"));
-    EXPECT_EQ(entry.width, 640);
-    EXPECT_EQ(entry.height, 480);
-    const std::string configuration = avcConfiguration(100, 41);
-    ASSERT_EQ(entry.configLength, configuration.size());
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(entry.config.get()), entry.configLength), configuration);
-    EXPECT_EQ(parsed->io.bytes().substr(static_cast<std::size_t>(entry.configPosition), entry.configLength),
-              configuration);
-    EXPECT_TRUE(parsed->mp4.hasAVCVideo());
-    EXPECT_EQ(parsed->mp4.getAVCProfile(), 100U);
-    EXPECT_EQ(parsed->mp4.getAVCLevel(), 41U);
-}
-
 TEST(Mp4Descriptions, Aac)
 {
     struct
@@ -181,36 +164,6 @@ TEST(Mp4Descriptions, Aac)
         "mp4a", Fields().zeros(8).u16(1).zeros(22).raw("junk").zeros(8).raw(fullBox(
                     "esds", Fields().u8(9).u16(0).u8(4).u8(17).zeros(13).u8(5).u24(0x808002).u16(0x1210))));
     EXPECT_EQ(parseFile(withEntry(versionOne))->warnings, std::vector<int>{});
-}
-
-TEST(Mp4Descriptions, OtherKinds)
-{
-    struct
-    {
-        std::string entry;
-        bool video, audio, text, data, valid;
-    } const cases[] = {
-        {videoEntry("ASS2"), true, false, false, false, true},
-        {audioEntry("spex"), false, true, false, false, true},
-        {box("text"), false, false, true, false, true},
-        {box("amf3"), false, false, false, true, true},
-        {box("png "), false, false, false, false, true},
-    };
-    for (const auto& c : cases) {
-        const auto parsed = parseFile(withEntry(c.entry));
-        const mp4::TrackInfo& track = *parsed->track();
-        EXPECT_EQ(parsed->error, 0);
-        EXPECT_EQ(track.isVideo, c.video);
-        EXPECT_EQ(track.isAudio, c.audio);
-        EXPECT_EQ(track.isText, c.text);
-        EXPECT_EQ(track.isData, c.data);
-        EXPECT_EQ(track.isValid(), c.valid);
-    }
-    const auto speech = parseFile(withEntry(audioEntry("spex", {}, 16000, 1, 8)));
-    const mp4::SampleEntry& entry = speech->track()->sampleDescriptions.at(0);
-    EXPECT_EQ(entry.sampleRate, 16000);
-    EXPECT_EQ(entry.channelCount, 1U);
-    EXPECT_EQ(entry.sampleSize, 8U);
 }
 
 TEST(Mp4Descriptions, TimedText)

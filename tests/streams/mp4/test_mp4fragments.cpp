@@ -151,25 +151,5 @@ TEST(Mp4Fragments, LoadFaults)
     EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in modules/streams/mp4/mp4 line 202"});
 }
 
-TEST(Mp4Fragments, BuiltMovieHasEverySample)
-{
-    const Movie movie = fragmentedMovie();
-    const BuiltMovie built = buildMovie(movie);
-    const auto parsed = parseFile(built.bytes);
-    for (std::size_t t = 0; t < movie.tracks.size(); ++t) {
-        std::size_t sample = 0;
-        for (mp4::TrackFragment& fragment : parsed->track(movie.tracks[t].id)->fragments)
-            for (std::size_t r = 0; r < fragment.getRunCount(); ++r) {
-                const mp4::TrackFragmentRun& run = fragment.getRun(r);
-                std::uint64_t offset = fragment.dataBase() + static_cast<std::uint64_t>(run.dataOffset);
-                for (unsigned i = 0; i < run.sampleCount; ++i, ++sample) {
-                    EXPECT_EQ(offset, built.samples[t].at(sample).offset);
-                    offset += run.sizes[i];
-                }
-            }
-        EXPECT_EQ(sample, movie.tracks[t].samples.size());
-    }
-}
-
 }  // namespace
 }  // namespace krx::test

@@ -299,30 +299,6 @@ TEST(Mp4Segments, StandForAFileThatCannotBePlayed)
     EXPECT_EQ(strict.initPlayback(1), kLoadFailed);
 }
 
-TEST(Mp4Segments, ThrowWhatTheValidatorIsToSee)
-{
-    struct Case
-    {
-        std::string bytes;
-        int error;
-    };
-    TrackBoxes image;
-    image.description = stsd({box("jpeg", Fields().zeros(8))});
-    const Case cases[] = {{trackFile(TrackBoxes()), 0}, {trackFile(image), 14}, {ftyp(), 13}};
-    for (const Case& c : cases) {
-        MemoryFileIo io(c.bytes);
-        Mp4Data data("movie.mp4", nullptr, &io, 0, {});
-        const AutoMp4Open open(data.getFileIO());
-        int error = 0;
-        try {
-            data.subInitPlayback(0);
-        } catch (const streams::StreamParseError& e) {
-            error = e.getStatus();
-        }
-        EXPECT_EQ(error, c.error);
-    }
-}
-
 TEST(Mp4Segments, EndWhereTheFileIsTruncated)
 {
     Movie movie;
@@ -386,6 +362,8 @@ TEST(Mp4Segments, LeaveTheTimeCoordinationToTheContexts)
         {"both", info, longName, 0, "amf0", 2, 1},
         {"second sample, later", other, info, 10, "amf0", 0, 0},
         {"other forms of the name", amf3Name, longer, 0, "amf0", 1, 1},
+        {"as a movie clip, and by a reference", hexText("04 000F 'onTimeCoordInfo'"), hexText("11 06 1E"), 0,
+         "amf0", 1, 1},
         {"none", cut, "", 0, "amf0", 0, 0},
         {"AMF3 data has a byte in front", info, other, 0, "amf3", 1, 1},
         {"AMF3 data as it is", std::string(1, '\0') + info, other, 0, "amf3", 0, 0},

@@ -99,33 +99,6 @@ TEST(Mp4Tables, SizeLimits)
     });
 }
 
-TEST(Mp4Tables, Contents)
-{
-    TrackBoxes boxes;
-    boxes.times = tableBox("stts", 2, {3, 7, 2, 9});
-    boxes.chunks = tableBox("stsc", 2, {1, 2, 1, 2, 3, 4});
-    boxes.sizes = stsz(0, 3, {11, 12, 13});
-    boxes.offsets = tableBox("co64", 2, {1, 2, 0, 3});
-    boxes.more = tableBox("ctts", 1, {5, 0xFFFFFFFFU}) + tableBox("stss", 2, {1, 3}) +
-                 fullBox("sdtp", std::string("\x10\x20\x30", 3));
-    const auto parsed = parseFile(trackFile(boxes));
-    ASSERT_EQ(parsed->error, 0);
-    const mp4::TrackInfo& track = *parsed->track();
-    EXPECT_EQ(track.timeToSample[1].count, 2U);
-    EXPECT_EQ(track.timeToSample[1].delta, 9U);
-    EXPECT_EQ(track.compositionOffsets[0].offset, 0xFFFFFFFFU);
-    EXPECT_EQ(track.sampleToChunk[1].firstChunk, 2U);
-    EXPECT_EQ(track.sampleToChunk[1].samplesPerChunk, 3U);
-    EXPECT_EQ(track.sampleToChunk[1].descriptionIndex, 4U);
-    EXPECT_EQ(track.sampleSizes[2], 13U);
-    EXPECT_EQ(track.sampleCount, 3U);
-    EXPECT_EQ(track.chunkOffsets[0], 0x100000002ULL);
-    EXPECT_EQ(track.chunkOffsets[1], 3ULL);
-    EXPECT_EQ(track.syncSamples[1], 3U);
-    EXPECT_EQ(track.sampleFlags[2], 0x30);
-    EXPECT_THROW((void)track.sampleFlags[3], streams::StreamParseError);
-}
-
 TEST(Mp4Tables, EditLists)
 {
     struct

@@ -238,17 +238,5 @@ TEST(Mp4Movie, FreeBoxes)
     EXPECT_EQ(remaining, 8);
 }
 
-TEST(Mp4Movie, BuiltMoviesParse)
-{
-    for (const Movie& movie : {soundMovie(), fragmentedMovie()}) {
-        const auto parsed = parseFile(buildMovie(movie).bytes);
-        EXPECT_EQ(parsed->error, 0);
-        // A fragmented track learns of its defaults only behind its own box.
-        EXPECT_EQ(parsed->warnings, movie.samplesPerFragment ? std::vector<int>{124} : std::vector<int>{});
-        EXPECT_TRUE(parsed->track(1)->isVideo && parsed->track(1)->isValid());
-        EXPECT_TRUE(parsed->track(2)->isAudio && parsed->track(2)->isValid());
-    }
-}
-
 }  // namespace
 }  // namespace krx::test

@@ -205,6 +205,18 @@ TEST(Seekable, WritesEncryptionPreambles)
     }
 }
 
+/// The file ends in the first byte or in the vector of its sample when the segment is loaded.
+TEST(Seekable, ReportsEncryptedSamplesThatAreCutOff)
+{
+    for (const std::size_t left : {0U, 2U}) {
+        PlayedFile file(protectedFile(hexText("80 A1A2A3A4 B1"), true, 4, 2));
+        file.io.bytes().resize(file.io.bytes().size() - 6 + left);
+        EXPECT_EQ(file.load(file.segments().at(0), false).size(), 1U);
+        ASSERT_EQ(file.context.lines.size(), 1U);
+        EXPECT_NE(file.context.lines[0].text.find("-27\t"), std::string::npos);
+    }
+}
+
 TEST(Seekable, MakesNothingOfProtectedSamplesOfUnknownFormat)
 {
     for (const char* format : {"", "mp4v", "enca"}) {

@@ -263,51 +263,6 @@ TEST(RawDataTest, SaveWritesWhatWasLoaded)
                                              {2, "Couldn't write Index or Contexts file.\t" + blocked}}));
 }
 
-TEST(RawDataTest, OnlyRegularFilesAreOpened)
-{
-    const std::string zero = RawBuilder::fileName(0);
-    for (const std::string& name : {std::string("index"), std::string("contexts"), zero}) {
-        for (const char* const kind : {"pipe", "device", "directory", "loop"}) {
-            SCOPED_TRACE(name + " as a " + kind);
-            const TempDir temp;
-            RawBuilder::write(smallRecording().files(), temp.bytes("rec"));
-            const std::string path = temp.bytes("rec/" + name);
-            ::unlink(path.c_str());
-            const std::string how = kind;
-            const int made = how == "pipe"        ? ::mkfifo(path.c_str(), 0600)
-                             : how == "device"    ? ::symlink("/dev/zero", path.c_str())
-                             : how == "directory" ? ::mkdir(path.c_str(), 0700)
-                                                  : ::symlink(path.c_str(), path.c_str());
-            ASSERT_EQ(made, 0);
-            SimpleKrxSyncFileIo io;
-            RecordingContext context(&io);
-            RecordingHolder holder;
-            RawData data(temp.file("rec"), {}, &context, &io);
-            const SegmentBounds first{0, 2, 0, 21};
-            EXPECT_FALSE(data.load() && data.loadSegment(&context, &first, &holder));
-            const Lines findings = context.takeFindings();
-            ASSERT_EQ(findings.size(), 2U);
-            EXPECT_EQ(findings[0].text, "Could not open file:" + path + '\t' + temp.bytes("rec"));
-        }
-    }
-}
-
-TEST(RawDataTest, FilesOf4GiBAreNotRead)
-{
-    const TempDir temp;
-    RawBuilder::write(smallRecording().files(), temp.path());
-    const std::string index = temp.bytes("index");
-    ASSERT_EQ(::truncate(index.c_str(), 1LL << 32), 0);
-    FaultyFileIo io;
-    RecordingContext context(&io);
-    EXPECT_FALSE(RawData(SRString::fromMultiByte(temp.path()), {}, &context, &io).load());
-    EXPECT_TRUE(io.reads.empty());
-    const Lines findings = context.takeFindings();
-    ASSERT_EQ(findings.size(), 2U);
-    EXPECT_EQ(findings[0].text,
-              "Read buffer size too large to initialize, size = 4294967296\t" + temp.path());
-}
-
 TEST(RawDataTest, EveryFailingOperationIsReported)
 {
     const TempDir temp;
