@@ -1,0 +1,99 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+// Holds the documents to the truth: the bytes that docs/formats.md tells are those of the samples, a block
+// that begins with "$ " shows what its commands print, and links lead somewhere.
+
+#include "tests/support/tempdir.h"
+#include "tests/support/writesamples.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <regex>
+#include <sstream>
+#include <string>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Matches = std::sregex_iterator;
+
+std::string readFile(const fs::path& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+TEST(Documents, TellTheBytesOfTheSamples)
+{
+    static const std::regex part(R"(Bytes of `([^`]+)`:|\n\| (\d*) ?\| ((?:[0-9A-F]{2} )+|\.\.\. )\|)");
+    const std::string page = readFile(PROJECT_DIR "/docs/formats.md");
+    std::string sample;
+    std::size_t next = 0;  // offset of the row, unless the row before leaves bytes out
+    std::size_t compared = 0;
+    for (Matches row(page.begin(), page.end(), part), end; row != end; ++row) {
+        if ((*row)[1].matched) {
+            sample = readFile(fs::path(PROJECT_DIR) / (*row)[1].str());
+            next = 0;
+        } else if ((*row)[2].length() == 0) {
+            next = std::string::npos;
+        } else {
+            EXPECT_TRUE(next == std::string::npos || next == std::stoul((*row)[2])) << row->str();
+            next = std::stoul((*row)[2]);
+            std::istringstream bytes((*row)[3]);
+            for (int byte = 0; bytes >> std::hex >> byte; ++next, ++compared)
+                EXPECT_EQ(next < sample.size() ? sample[next] & 0xFF : -1, byte) << row->str();
+        }
+    }
+    EXPECT_GT(compared, 600U);
+}
+
+/// What a shell prints where the samples are.
+std::string run(const std::string& script)
+{
+    const krx::test::TempDir dir;
+    krx::test::writeSamples(dir.bytes("samples"));
+    std::ofstream(dir.bytes("script")) << "PATH=" VIDLINT_DIR ":$PATH; cd '" << dir.path() << "'\n" << script;
+    EXPECT_NE(std::system(("sh " + dir.bytes("script") + " >" + dir.bytes("out") + " 2>&1").c_str()), -1);
+    return readFile(dir.bytes("out"));
+}
+
+TEST(Documents, ShowWhatTheProgramPrints)
+{
+    static const std::regex code("(?:    [^\n]*\n+)+");
+    static const std::regex line("    (?:\\$ ([^\n]*\n)|([^\n]*\n+))");
+    static const std::regex varying("\\d\\d-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d|\n+$");
+    for (const char* name : {PROJECT_DIR "/README.md", PROJECT_DIR "/docs/formats.md"}) {
+        const std::string page = readFile(name);
+        for (Matches block(page.begin(), page.end(), code), end; block != end; ++block) {
+            const std::string script = std::regex_replace(block->str(), line, "$1");
+            if (script.empty())
+                continue;
+            const std::string shown = std::regex_replace(block->str(), line, "$2");
+            EXPECT_EQ(std::regex_replace(run(script), varying, ""), std::regex_replace(shown, varying, ""));
+        }
+    }
+    EXPECT_NE(readFile(PROJECT_DIR "/README.md").find("    $ vidlint --help\n"), std::string::npos);
+}
+
+TEST(Documents, LinkToWhatExists)
+{
+    static const std::regex link(R"(\]\(([^):#]+)(?:#[^)]*)?\))");
+    std::size_t links = 0;
+    for (fs::recursive_directory_iterator it(PROJECT_DIR), end; it != end; ++it) {
+        if (it->path().filename() == "build" || it->path().filename() == ".git")
+            it.disable_recursion_pending();
+        const std::string text = it->path().extension() == ".md" ? readFile(it->path()) : "";
+        for (Matches found(text.begin(), text.end(), link), last; found != last; ++found, ++links) {
+            const fs::path target = it->path().parent_path() / (*found)[1].str();
+            EXPECT_TRUE(fs::exists(fs::symlink_status(target))) << it->path() << ": " << target;
+        }
+    }
+    EXPECT_GT(links, 80U);
+}
+
+}  // namespace
