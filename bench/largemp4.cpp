@@ -3,6 +3,7 @@
 
 #include "bench/largemp4.h"
 
+#include "bench/bulkmessages.h"
 #include "bench/bulkwriter.h"
 
 #include <functional>
@@ -14,26 +15,6 @@ namespace {
 
 constexpr std::uint64_t kHeader = 8;
 constexpr std::uint64_t kTableHeader = 16;  ///< box header, version, flags and count
-
-/// The sizes of a track's samples, in order.
-class Sizes
-{
-public:
-    explicit Sizes(const LargeTrack& track) : m_min(track.minSize), m_range(track.maxSize - track.minSize + 1)
-    {
-    }
-
-    std::uint32_t next()
-    {
-        m_state = m_state * 6364136223846793005ULL + 1442695040888963407ULL;
-        return m_min + static_cast<std::uint32_t>((m_state >> 33) % m_range);
-    }
-
-private:
-    std::uint32_t m_min;
-    std::uint32_t m_range;
-    std::uint64_t m_state = 1;
-};
 
 /// A box whose parts tell their size before they are written, so that nothing is held in memory.
 class Box
@@ -81,7 +62,7 @@ std::uint32_t chunkCount(const LargeTrack& track)
 std::uint64_t mediaBytes(const LargeTrack& track)
 {
     std::uint64_t total = 0;
-    Sizes sizes(track);
+    MessageLengths sizes(track.minSize, track.maxSize);
     for (std::uint32_t i = 0; i < track.samples; ++i)
         total += sizes.next();
     return total;
@@ -183,12 +164,12 @@ Box sampleTables(const LargeTrack& track, std::uint64_t mediaStart, std::uint64_
         out.u32(0);
         out.u32(0);
         out.u32(track.samples);
-        Sizes sizes(track);
+        MessageLengths sizes(track.minSize, track.maxSize);
         for (std::uint32_t i = 0; i < track.samples; ++i)
             out.u32(sizes.next());
     });
     tables.push_back(table("co64", chunks, 8, [track, chunks, mediaStart](BulkWriter& out) {
-        Sizes sizes(track);
+        MessageLengths sizes(track.minSize, track.maxSize);
         std::uint64_t offset = mediaStart;
         for (std::uint32_t chunk = 0; chunk < chunks; ++chunk) {
             out.u64(offset);

@@ -14,12 +14,18 @@
 namespace krx::test {
 namespace {
 
-TEST(Surroundings, UnwritableReportChangesNothingElse)
+/// Learns from a run without a fault what the copy has to be.
+void learnCopy(FaultRunner& runner)
 {
-    FaultRunner runner(Victim::kFilm);
     const Outcome usual = runner.run({});
     runner.setCopy(runner.dir.read("in/victim.zmv.new"));
     ASSERT_EQ(runner.verdict(usual), 0);
+}
+
+TEST(Surroundings, UnwritableReportChangesNothingElse)
+{
+    FaultRunner runner(Victim::kFilm);
+    learnCopy(runner);
     const struct
     {
         const char* name;
@@ -47,9 +53,7 @@ TEST(Surroundings, UnwritableReportChangesNothingElse)
 TEST(Surroundings, LimitsOfTheProcess)
 {
     FaultRunner runner(Victim::kFilm);
-    const Outcome usual = runner.run({});
-    runner.setCopy(runner.dir.read("in/victim.zmv.new"));
-    ASSERT_EQ(runner.verdict(usual), 0);
+    learnCopy(runner);
     const struct
     {
         const char* name;

@@ -11,6 +11,7 @@
 #include <climits>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <new>
 #include <string>
 
@@ -190,6 +191,30 @@ TEST(Job, ChoosesTheInputAndCountsTheInvalidOnes)
     EXPECT_EQ(job.validateAllFiles(), static_cast<int>(job.files.size()));
     EXPECT_EQ(capture.text(), expected);
     EXPECT_EQ(VideoValidationJob().validateAllFiles(), 0);
+}
+
+TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
+{
+    const struct
+    {
+        std::function<void()> steps;
+        const char* report;
+    } cases[] = {
+        {[] { throw StreamParseError(krx::streams::kInvalidZmvSignature); },
+         "TIME\tError:\t-7\tInvalid ZMV signature.\tin\n\n"},
+        {[] { throw krx::util::FileReadException(SRString(L"gone")); },
+         "TIME\tError:\t-5\tFile read error.\tin\n\n"},
+        {[] { throw SRException(SRString(L"other")); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
+        {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
+        {[] { throw std::bad_alloc(); }, ""},
+        {[] { throw 1; }, ""},
+    };
+    for (const auto& c : cases) {
+        ReportCapture capture;
+        EXPECT_FALSE(runInput(SRString(L"in"), c.steps)) << c.report;
+        EXPECT_EQ(capture.text(), c.report);
+        EXPECT_TRUE(runInput(SRString(L"in"), [] {}));
+    }
 }
 
 }  // namespace

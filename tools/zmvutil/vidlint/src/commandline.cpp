@@ -176,10 +176,15 @@ char unusedByte(const std::vector<std::string>& texts)
     return '\1';
 }
 
-/// The options library's message about the arguments. The library fills in names such as "%option%" for as
+/// The message of an error in the arguments. The options library fills in names such as "%option%" for as
 /// long as the text has any, which never ends where an argument holds one: percent signs are kept from it.
-std::string optionError(std::vector<std::string> arguments)
+std::string optionError(const std::exception& error, std::vector<std::string> arguments)
 {
+    const auto holdsPercent = [](const std::string& argument) {
+        return argument.find('%') != std::string::npos;
+    };
+    if (std::none_of(arguments.begin(), arguments.end(), holdsPercent))
+        return error.what();
     const char mask = unusedByte(arguments);
     for (std::string& argument : arguments)
         std::replace(argument.begin(), argument.end(), '%', mask);
@@ -187,12 +192,12 @@ std::string optionError(std::vector<std::string> arguments)
         VideoValidationJob unused;
         std::ostringstream nowhere;
         processOptions(arguments, unused, nowhere);
-    } catch (const std::exception& error) {
-        std::string message = error.what();
+    } catch (const std::exception& masked) {
+        std::string message = masked.what();
         std::replace(message.begin(), message.end(), mask, '%');
         return message;
     }
-    return {};
+    return error.what();  // no error of the options, which would have come again
 }
 
 }  // namespace
@@ -207,9 +212,9 @@ bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
         bool run = false;
         try {
             run = processOptions(arguments, job, out);
-        } catch (const std::exception&) {
+        } catch (const std::exception& error) {
             const std::string_view invocation = argc > 0 ? argv[0] : "";
-            out << invocation << ":  " << optionError(arguments) << "\nTry '" << invocation
+            out << invocation << ":  " << optionError(error, arguments) << "\nTry '" << invocation
                 << " --help' for more information.\n";
         }
         ReportWriter::instance().write(out.str());

@@ -51,12 +51,19 @@ int VideoValidationJob::validateAllFiles()
 
 bool VideoValidationJob::validateFile(const SRString& path)
 {
+    return runInput(path, [&] {
+        const std::shared_ptr<VideoFile> input = getVideoFile(path);
+        input->parse();
+        input->applyFixes();
+        input->logSuccess();
+    });
+}
+
+bool runInput(const SRString& path, const std::function<void()>& steps)
+{
     try {
         try {
-            const std::shared_ptr<VideoFile> input = getVideoFile(path);
-            input->parse();
-            input->applyFixes();
-            input->logSuccess();
+            steps();
             return true;
         } catch (const StreamParseError& error) {
             VideoFile::logError(error, path);

@@ -5,6 +5,7 @@
 
 #include "modules/streams/videovalidationparameters.h"
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -26,3 +27,7 @@ struct VideoValidationJob
     /// StreamParseError.
     std::shared_ptr<VideoFile> getVideoFile(const SRString& path);
 };
+
+/// Runs the steps of the input at the path. Whatever leaves them ends the input and nothing else: false, and
+/// a finding or an exception of the foundation has its line in the report. Throws nothing.
+bool runInput(const SRString& path, const std::function<void()>& steps);
