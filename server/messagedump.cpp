@@ -4,8 +4,7 @@
 #include "server/messagedump.h"
 
 #include "util/SRException.h"
-
-#include <boost/endian/conversion.hpp>
+#include "util/bigendian.h"
 
 #include <algorithm>
 #include <array>
@@ -180,7 +179,7 @@ std::string controlText(const SRMessagePtr& message)
     const unsigned length = message->getBodyLength();
     std::string text = " ctrlMsgType=";
     if (length >= kEventBytes)
-        text += nameOf(kUserControlEvents, boost::endian::load_big_u16(message->getBody()));
+        text += nameOf(kUserControlEvents, krx::util::loadBig16(message->getBody()));
     else
         text += kNoName;
     return text + " " + std::string(SRStrUtil::formatBuffer(message->getBody(), length).toMultiByte().view());
