@@ -10,6 +10,7 @@
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <new>
 
 namespace {
@@ -191,16 +192,24 @@ short SRMessage::getCtrlMsgType() const
     return static_cast<short>(krx::util::loadBig16(getBody()));
 }
 
+unsigned SRMessage::capacityFor(unsigned size)
+{
+    const unsigned whole = size & ~3U;
+    if (whole > std::numeric_limits<unsigned>::max() - 4)
+        throw SROutOfMemory();
+    return whole + 4;
+}
+
 bool SRMessage::reallocBuffer(unsigned n)
 {
-    const unsigned capacity = capacityFor(n);
-    if (m_body && m_body->capacity() == capacity)
-        return true;
-    // A body that others hold too stays theirs as it is.
-    const bool shared = m_body && m_body->_get() > (m_body->pool() ? 2 : 1);
-    if (m_body && !shared)
-        return m_body->resize(capacity);
-    try {
+    const auto resize = [&] {
+        const unsigned capacity = capacityFor(n);
+        if (m_body && m_body->capacity() == capacity)
+            return true;
+        // A body that others hold too stays theirs as it is.
+        const bool shared = m_body && m_body->_get() > (m_body->pool() ? 2 : 1);
+        if (m_body && !shared)
+            return m_body->resize(capacity);
         const SRMemoryPtr body = newBody(capacity);
         if (m_body) {
             std::memcpy(body->data(), m_body->data(), std::min(capacity, m_body->capacity()));
@@ -208,9 +217,8 @@ bool SRMessage::reallocBuffer(unsigned n)
         }
         m_body = body;
         return true;
-    } catch (const SROutOfMemory&) {
-        return false;
-    }
+    };
+    return krx::util::unlessOutOfMemory(resize, [] { return false; });
 }
 
 bool SRMessage::setSize(unsigned n)

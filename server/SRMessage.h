@@ -177,7 +177,8 @@ public:
     void onPooled();
 
 private:
-    static unsigned capacityFor(unsigned size) { return (size & ~3U) + 4; }
+    /// Throws SROutOfMemory for a size whose capacity has no 32 bits.
+    static unsigned capacityFor(unsigned size);
     bool appendSpace(unsigned n, unsigned char*& out);
 
     SRPool<SRMessage>* m_pool;
