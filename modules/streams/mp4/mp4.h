@@ -66,6 +66,10 @@ public:
     void setIO(Mp4FileIO* io) { m_io = io; }
     /// Parses from start to the end of the file.
     void parse(long long start);
+    /// Gives each track the number under which its context messages are kept: its ID where that is below the
+    /// configured MaxTracks, else, in file order, the smallest number from 0 on that no track has. From
+    /// MaxTracks on the numbers are those of the file's own contexts. parse does this at its end.
+    void numberContexts();
 
     bool isAppendable() const;
     /// The record in use with that ID, or null.

@@ -177,6 +177,25 @@ std::vector<TrackInfo*> MP4File::getTrackVec()
     return tracks;
 }
 
+void MP4File::numberContexts()
+{
+    // Fewer tracks than numbers: the smallest one that is free is below their count.
+    std::vector<bool> taken(m_tracks.size());
+    for (const auto& track : m_tracks) {
+        track->contextNumber = track->trackId;
+        if (track->trackId < std::min<std::size_t>(m_config.MaxTracks, taken.size()))
+            taken[track->trackId] = true;
+    }
+    std::size_t next = 0;
+    for (const auto& track : m_tracks) {
+        if (track->trackId < m_config.MaxTracks)
+            continue;
+        while (taken[next])
+            ++next;
+        track->contextNumber = static_cast<unsigned>(next++);
+    }
+}
+
 bool MP4File::addNewTrack(const TrackInfo& track)
 {
     if (m_tracks.size() >= m_config.MaxTracks)

@@ -126,7 +126,7 @@ void Seekable::initCommon(const TrackCursor& cursor, long long index)
     m_index = index;
     m_time = cursor.getTimeMillis();
     m_track = &cursor.track();
-    m_trackNumber = m_track->trackId;
+    m_trackNumber = m_track->contextNumber;
     m_descriptionIndex = cursor.position().descriptionIndex;
     setSampleType(cursor.position().sampleType);
     m_actualSize = 0;

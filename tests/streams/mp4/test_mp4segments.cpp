@@ -407,6 +407,29 @@ TEST(Mp4Segments, KeepHeadersAndEndersAsContexts)
     ASSERT_EQ(file.contexts(64 + 2).size(), 1U);
     EXPECT_EQ(file.contexts(64 + 2)[0], file.metadata());
     EXPECT_EQ(file.data.getType(), Mp4Data::kHasVideo | Mp4Data::kHasAudio);
+
+    // The numbers from 64 on are the file's own.
+    struct Case
+    {
+        std::uint32_t ids[2];
+        unsigned numbers[2];
+    };
+    const Case cases[] = {{{63, 5}, {63, 5}},
+                          {{64, 2}, {0, 2}},
+                          {{66, 0xFFFFFFFF}, {0, 1}},
+                          {{1, 68}, {1, 0}},
+                          {{69, 1}, {0, 1}}};
+    for (const Case& c : cases) {
+        Movie numbered = soundMovie();
+        numbered.tracks[0].id = c.ids[0];
+        numbered.tracks[1].id = c.ids[1];
+        PlayedFile played(buildMovie(numbered).bytes);
+        ASSERT_EQ(played.status, kLoadOk) << c.ids[0];
+        EXPECT_EQ(played.contexts(c.numbers[0]), (std::vector<std::string>{avcHeader, hexText("1702000000")}))
+            << c.ids[0];
+        EXPECT_EQ(played.contexts(c.numbers[1]), (std::vector<std::string>{aacHeaders[0], ""})) << c.ids[1];
+        EXPECT_EQ(played.contexts(64 + 2).size(), 1U) << c.ids[0];
+    }
 }
 
 TEST(Mp4Segments, GiveUpAWalkThatCostsTooMuch)
