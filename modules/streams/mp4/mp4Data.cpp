@@ -143,15 +143,23 @@ void Mp4Data::buildSegments()
     Mp4Cursor cursor(m_file);
     appendBoundary(cursor);
 
-    // Fragments that are not walked to their end stay loaded where an error leaves the walk.
-    struct FragmentRelease
+    // Also where an error leaves the walk: how far it came is kept, and fragments that it has not walked to
+    // their end are released.
+    struct WalkEnd
     {
         Mp4Cursor& cursor;
-        ~FragmentRelease()
+        ~WalkEnd()
         {
-            cursor.applyTracks([](TrackCursor& track) { track.releaseFragment(); });
+            const TrackCursor* stopped = cursor.getActiveTrack();
+            cursor.applyTracks([&](TrackCursor& track) {
+                TrackInfo& info = track.track();
+                const bool within = &track == stopped && !track.isHeader() && !track.isEnder();
+                info.samplesPassed = info.sampleTotal - (within && info.sampleTotal != 0 ? 1 : 0);
+                info.timePassed = track.position().mediaTime;
+                track.releaseFragment();
+            });
         }
-    } const release{cursor};
+    } const end{cursor};
 
     unsigned long long segmentBytes = 0;
     unsigned long long splitTableBytes = 0;

@@ -134,7 +134,7 @@ bool MP4File::consumeFreeBoxInMoov(long long size, FilePos& pos, FilePos& remain
         if (fits && (best == m_freeBoxesInMoov.end() || it->size < best->size))
             best = it;
     }
-    if (size <= 0 || best == m_freeBoxesInMoov.end())
+    if (size < 0 || best == m_freeBoxesInMoov.end())
         return false;
     pos = best->start;
     best->start += size;
