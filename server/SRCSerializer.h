@@ -54,6 +54,8 @@ public:
 
     /// Some value since the start could not be written wholly.
     bool hasWriteFailed() const { return m_writeFailed; }
+    /// The same for want of memory, not by its nature or the output limit.
+    bool hasWriteStarved() const { return m_writeStarved; }
     /// Some value since the start could not be read for want of memory: what was read is not all that the
     /// input holds.
     bool hasReadStarved() const { return m_readStarved; }
@@ -184,5 +186,6 @@ private:
     unsigned m_depth = 0;
     bool m_readStarved = false;
     bool m_writeFailed = false;
+    bool m_writeStarved = false;
     bool m_writeBroken = false;  ///< in the present outermost value
 };

@@ -388,6 +388,7 @@ int SRCSerializer::writeVar(const SRData& value, const SRMBString* name)
     } catch (const Unwritable&) {
         return mark.goBack();
     } catch (const SROutOfMemory&) {
+        m_writeStarved |= !isOutputFull();
         return mark.goBack();
     }
 }

@@ -9,6 +9,7 @@
 #include "util/SRTime.h"
 
 #include <cstddef>
+#include <functional>
 #include <string_view>
 #include <vector>
 
@@ -231,6 +232,8 @@ public:
 
     /// The readable form, see SRData::toText.
     SRMBString toText(std::size_t maxBytes = SRData::kMaxTextBytes) const;
+    /// The same piece by piece, for any length. write must not keep a piece.
+    void writeText(std::size_t maxBytes, const std::function<void(std::string_view piece)>& write) const;
 
     /// True when some array, reached from this one, lies in itself.
     bool containsCircle() const;

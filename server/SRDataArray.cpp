@@ -27,11 +27,13 @@ const SRMBString& emptyName()
 thread_local const SRDataArray* t_firstToFree = nullptr;
 thread_local bool t_freeing = false;
 
-// Renders values into a text of bounded length.
+// Renders values as a text of bounded length.
 class ArrayText
 {
 public:
-    explicit ArrayText(std::size_t maxBytes) : m_maxBytes(maxBytes) {}
+    using Write = std::function<void(std::string_view piece)>;
+
+    ArrayText(std::size_t maxBytes, const Write& write) : m_room(maxBytes), m_write(write) {}
 
     void render(const SRDataArray& array)
     {
@@ -53,8 +55,6 @@ public:
         m_open.pop_back();
     }
 
-    SRMBString text() const { return SRMBString(m_text.data(), m_text.size()); }
-
 private:
     void render(const SRData& value)
     {
@@ -70,21 +70,22 @@ private:
     {
         if (m_full)
             return;
-        const std::size_t room = m_maxBytes - std::min(m_maxBytes, m_text.size());
-        if (piece.size() <= room) {
-            m_text.append(piece);
+        if (piece.size() <= m_room) {
+            m_write(piece);
+            m_room -= piece.size();
             return;
         }
         // The cut must not split a character.
-        std::size_t n = room;
+        std::size_t n = m_room;
         while (n > 0 && (static_cast<unsigned char>(piece[n]) & 0xC0) == 0x80)
             --n;
-        m_text.append(piece.substr(0, n)).append("...");
+        m_write(piece.substr(0, n));
+        m_write("...");
         m_full = true;
     }
 
-    const std::size_t m_maxBytes;
-    std::string m_text;
+    std::size_t m_room;
+    const Write& m_write;
     bool m_full = false;
     std::vector<const SRDataArray*> m_open;
 };
@@ -253,9 +254,15 @@ bool SRDataArray::equals(const SRDataArray& other) const
 
 SRMBString SRDataArray::toText(std::size_t maxBytes) const
 {
-    ArrayText text(maxBytes);
-    text.render(*this);
-    return text.text();
+    std::string text;
+    writeText(maxBytes, [&text](std::string_view piece) { text.append(piece); });
+    return SRMBString(text.data(), text.size());
+}
+
+void SRDataArray::writeText(std::size_t maxBytes,
+                            const std::function<void(std::string_view piece)>& write) const
+{
+    ArrayText(maxBytes, write).render(*this);
 }
 
 bool SRDataArray::containsCircle() const

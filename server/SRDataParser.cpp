@@ -124,6 +124,10 @@ void SRDataParser::logErrorTrace() const
     std::string lines;
     for (const SRString& line : m_trace)
         lines.append(line.toMultiByte().view()).append("\n");
+    if (lines.size() > traceLimit()) {
+        lines.resize(traceLimit());
+        lines.back() = '\n';
+    }
     SRFileUtil::writeUntilDone(file.get(), lines.data(), lines.size());
 }
 
@@ -232,8 +236,10 @@ void SRDataParser::CheckBufferSize(unsigned n)
     capacity = std::max(capacity, kMinCapacity);
     if (capacity < needed)
         capacity = needed + kExtra;
-    if (needed > m_outputLimit || capacity > UINT32_MAX)
+    m_outputFull = needed > m_outputLimit;
+    if (m_outputFull || capacity > UINT32_MAX)
         throw SROutOfMemory();
+    capacity = std::min(capacity, std::uint64_t{m_outputLimit});
     auto* const grown = static_cast<unsigned char*>(std::realloc(m_ownBuffer.get(), capacity));
     if (!grown)
         throw SROutOfMemory();

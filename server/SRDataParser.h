@@ -85,12 +85,16 @@ public:
     void setEncoding(int encoding) { m_encoding = encoding; }
     /// Bytes beyond which a writer's growth fails like a lack of memory.
     void setOutputLimit(unsigned bytes) { m_outputLimit = bytes; }
+    /// A writer could not grow because of its limit.
+    bool isOutputFull() const { return m_outputFull; }
 
     /// The error trace, from the innermost failure outwards.
     const std::vector<SRString>& getErrorTrace() const { return m_trace; }
     /// Appends the trace to the file cmdParsingLog.log in the directory "logs" under the current directory,
-    /// when there is such a directory.
+    /// when there is such a directory. It is cut after traceLimit() bytes.
     void logErrorTrace() const;
+    /// A reader's trace may have 4 KiB, and 32 bytes for each byte that it reads from.
+    std::size_t traceLimit() const { return 4096 + std::size_t{32} * m_limit; }
 
 protected:
     /// See the class. position: where the bad data was met.
@@ -160,6 +164,7 @@ private:
     std::vector<SRString> m_trace;
     const TraceScope* m_traceScope = nullptr;  ///< the innermost
     unsigned m_outputLimit = kDefaultOutputLimit;
+    bool m_outputFull = false;
     std::unique_ptr<unsigned char, FreeBuffer> m_ownBuffer;
     krx::SingleMessagePtr m_message;
 };

@@ -15,6 +15,8 @@ namespace {
 class BoundedText
 {
 public:
+    explicit BoundedText(std::size_t maxBytes = SRData::kMaxTextBytes) : m_maxBytes(maxBytes) {}
+
     BoundedText& add(std::string_view piece)
     {
         const std::size_t left = room();
@@ -33,8 +35,9 @@ public:
     const std::string& text() const { return m_text; }
 
 private:
-    std::size_t room() const { return m_cut ? 0 : SRData::kMaxTextBytes - m_text.size(); }
+    std::size_t room() const { return m_cut ? 0 : m_maxBytes - m_text.size(); }
 
+    const std::size_t m_maxBytes;
     std::string m_text;
     bool m_cut = false;
 };
@@ -113,9 +116,9 @@ void dumpOneArg(std::ostream& out, int index, const SRData& value)
     out << text.text();
 }
 
-SRMBString dumpCommand(const SRCommand& command)
+SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes)
 {
-    BoundedText out;
+    BoundedText out(maxBytes);
     out.add(command.getMethodName().textView()).add("[").add(std::to_string(command.getCmd())).add("] id ");
     out.add(std::to_string(static_cast<unsigned>(command.getTrxID()))).add(" (Command data\n");
     addData(out, command.getCommandData(), 1);
