@@ -543,8 +543,10 @@ void* SRFileUtil::dlopen(const SRString& path, int flags)
 
 nl_catd SRFileUtil::catopen(const SRString& path, int flag)
 {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the failure as the system tells it
+    const auto failure = reinterpret_cast<nl_catd>(-1);
     return withBytes(
-        path, [&](const char* name) { return ::catopen(name, flag); }, reinterpret_cast<nl_catd>(-1));
+        path, [&](const char* name) { return ::catopen(name, flag); }, failure);
 }
 
 // SRAutoFile.

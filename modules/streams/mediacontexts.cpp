@@ -91,7 +91,7 @@ private:
     /// A context takes a hundred bytes of a file. Far less do references to one object, and objects without
     /// these properties: as many as fit can stay.
     static constexpr std::size_t kRoomPerByte = 24;
-    static constexpr std::size_t kSpareRoom = 64 * 1024;
+    static constexpr std::size_t kSpareRoom = std::size_t{64} * 1024;
     /// What a track takes with its first context.
     static constexpr std::size_t kTrackBytes = 768;
     /// An object with more properties is searched once, however many references there are to it.
