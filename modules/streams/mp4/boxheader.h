@@ -17,8 +17,7 @@ constexpr unsigned fourCC(const char (&code)[5])
     return value;
 }
 
-/// One box as read from the file. Cheap to copy: its path is told by MP4File::boxPath while the box is
-/// walked.
+/// One box as read from the file. Cheap to copy.
 struct BoxHeader
 {
     krx::util::FilePos start = 0;  ///< first byte of the size field
@@ -26,7 +25,8 @@ struct BoxHeader
     krx::util::FilePos end = 0;    ///< start + size
     unsigned type = 0;             ///< four-character code
 
-    /// The four type characters in file order, each byte taken as one character.
+    /// The four type characters in file order, each byte taken as one character. A zero, which would end the
+    /// text for many readers, becomes a dot.
     SRString getBoxName() const;
     bool isFreeBox() const { return type == fourCC("free") || type == fourCC("skip"); }
 };
