@@ -288,10 +288,10 @@ std::size_t MediaContexts::numContexts() const
 
 std::size_t MediaContexts::reportMemorySize() const
 {
-    std::size_t bytes = m_tracks.capacity() * sizeof(TrackContexts);
+    std::size_t bytes = m_tracks.size() * sizeof(TrackContexts);
     std::unordered_set<const SRMemory*> counted;
     for (const TrackContexts& track : m_tracks) {
-        bytes += track.messages().capacity() * sizeof(ContextMessage);
+        bytes += track.messages().size() * sizeof(ContextMessage);
         for (const ContextMessage& message : track.messages())
             if (message.memory && counted.insert(message.memory.get()).second)
                 bytes += sizeof(SRMemory) + message.memory->capacity();
