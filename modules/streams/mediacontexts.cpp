@@ -244,7 +244,7 @@ bool MediaContexts::importContexts(const SRBuffer& buffer)
     } catch (const SRBreakConnection&) {
         clear();
         if (reader.hasReadStarved())
-            throw SROutOfMemory();  // what is bad behind a value that was not read is not the data
+            throw SROutOfMemory();  // bad data after a value that was not read says nothing about the file
         return false;
     }
 }

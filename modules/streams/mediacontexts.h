@@ -43,7 +43,7 @@ public:
     std::deque<ContextMessage>& messages() { return m_messages; }
 
     /// The context in force: for kContextHeader the last message before position if it is a header, for
-    /// kContextEnder the first message behind position if it is an ender. Null when there is none.
+    /// kContextEnder the first message after position if it is an ender. Null when there is none.
     const ContextMessage* getContext(ContextType_t type, long long position) const;
     /// All contexts of the type at position: headers from the last to the first, enders from the first to the
     /// last.
@@ -72,7 +72,7 @@ public:
         kTimeCoordTrack = 5,  ///< and the control message that goes with the protection header
     };
 
-    /// Body of the control message that tells players of protected content.
+    /// Body of the control message that announces protected content to players.
     static constexpr unsigned char kDRMData[] = {0x00, 0x21, 0x00, 0x00, 0x00, 0x00};
 
     using Callback = std::function<void(ContextMessage&)>;

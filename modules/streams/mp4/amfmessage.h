@@ -106,7 +106,7 @@ private:
     MemoryBudget* m_budget;
     unsigned m_length = 0;
     bool m_failed = false;
-    bool m_isCounting = false;  ///< nothing is written, only the length is told
+    bool m_isCounting = false;  ///< nothing is written, only the length is counted
 };
 
 }  // namespace krx::mp4

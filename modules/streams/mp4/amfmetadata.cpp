@@ -122,7 +122,7 @@ private:
         auto samples = static_cast<double>(track.sampleTotal);
         auto length = static_cast<double>(track.getContentLength());
         if (length <= 0) {
-            // A fragmented file tells no length; the times of its samples do.
+            // A fragmented file states no length; it follows from the times of its samples.
             samples = track.samplesPassed;
             length = static_cast<double>(track.timePassed);
         }

@@ -12,7 +12,7 @@ namespace krx::mp4 {
 namespace {
 
 /// Calls field with every number of a position and its counterpart in another one. Those that change from
-/// boundary to boundary come first, so that what tells them takes one byte or two.
+/// boundary to boundary come first, so that the differences take one byte or two.
 template <typename Position, typename Field>
 void forEachField(Position& position, TrackPosition& other, Field field)
 {
@@ -50,7 +50,7 @@ void exchangeMediaTime(TrackPosition& position)
     position.mediaTime = position.decodeTime - position.mediaTime;
 }
 
-/// Seven bits a byte, the low ones first; the high bit tells that more follow.
+/// Seven bits a byte, the low ones first; the high bit is set where more follow.
 void putNumber(std::vector<unsigned char>& out, unsigned long long value)
 {
     for (; value >= 0x80; value >>= 7)
@@ -156,14 +156,14 @@ std::size_t BoundaryList::append(const CursorState& state)
     putStep(m_open, std::exchange(m_last.index, state.index), state.index);
     putStep(m_open, std::exchange(m_last.time, state.time), state.time);
     putStep(m_open, std::exchange(m_last.tablePage, state.tablePage), state.tablePage);
-    std::size_t told = 0;
+    std::size_t written = 0;
     for (std::size_t i = 0; i < state.tracks.size(); ++i) {
         TrackPosition position = state.tracks[i];
         exchangeMediaTime(position);
         if (position == m_last.tracks[i])
             continue;
-        putNumber(m_open, i + 1 - told);
-        told = i + 1;
+        putNumber(m_open, i + 1 - written);
+        written = i + 1;
         putPosition(m_open, position, m_last.tracks[i]);
     }
     putNumber(m_open, 0);

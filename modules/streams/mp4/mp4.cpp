@@ -178,7 +178,7 @@ bool MP4File::skipToBox(unsigned type, FilePos end)
     if (end - pos < kHeaderSize)
         return false;
     while (pos < end) {
-        // A type may start at every position before end, so the last ones reach behind it.
+        // A type may start at every position before end, so the last ones reach beyond it.
         const FilePos wanted = std::min(kChunk, end - pos) + kOverlap;
         const FilePos there = std::min(wanted, m_io->Size() - pos);
         if (there <= 0)
@@ -300,7 +300,7 @@ unsigned long long MP4File::readU64()
     return m_io->readInt(8);
 }
 
-/// Bytes between the position and end; 0 behind it.
+/// Bytes between the position and end; 0 beyond it.
 unsigned long long MP4File::bytesLeft(FilePos end) const
 {
     return static_cast<unsigned long long>(std::max(end - curPos(), 0LL));

@@ -97,7 +97,7 @@ public:
     krx::util::FilePos getMovieHeaderBoxPos() const { return m_movieHeaderPos; }
     bool getMovieExtendsBoxPos(krx::util::FilePos& pos) const;
     /// Recording path: takes size bytes from the smallest free box of the movie box that has exactly that
-    /// size or room for another box behind; pos is where they start, remaining what the free box keeps. Of
+    /// size or room for another box after it; pos is where they start, remaining what the free box keeps. Of
     /// size 0 the smallest free box is found, and keeps all. False when there is none, and for a negative
     /// size.
     bool consumeFreeBoxInMoov(long long size, krx::util::FilePos& pos, krx::util::FilePos& remaining);

@@ -23,7 +23,7 @@ constexpr unsigned kTimeLimit = std::numeric_limits<unsigned>::max();
 
 // Entries of the next page that a page holds too: its last message may be a sample whose ender is the next
 // page's first, or an ender, whose step was found by a look at the next page's first sample. That takes the
-// first entry of each table, and of the sample-to-chunk entries the one behind it, too.
+// first entry of each table, and of the sample-to-chunk entries the one after it, too.
 constexpr unsigned kOverlap = 1;
 constexpr unsigned kSampleToChunkOverlap = 2;
 

@@ -99,7 +99,7 @@ unsigned TrackCursor::stepsInStretch() const
     return m_limited ? std::min(steps, m_limit - m_pos.stepCount) : steps;
 }
 
-/// A step that may end a stretch. When it does, the ender comes first, and is told at the sample in front of
+/// A step that may end a stretch. When it does, the ender comes first, and stands at the sample before
 /// it.
 void TrackCursor::advanceSlowly()
 {

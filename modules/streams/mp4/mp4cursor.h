@@ -15,7 +15,7 @@ namespace krx::mp4 {
 class MP4File;
 
 /// Where a track cursor stands. Plain and compact, so that the boundaries between segments can be kept; times
-/// are in the track's timescale. What lies behind the movie box's tables is told by fragment, run and sample
+/// are in the track's timescale. A sample after the movie box's tables is named by fragment, run and sample
 /// in the run.
 struct TrackPosition
 {
@@ -58,7 +58,7 @@ struct StretchLimits
 
 /// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
 /// fragments. In front of the samples of a description stands a header step where the codec needs one, and
-/// behind them an ender step. A track that is not valid has no steps.
+/// after them an ender step. A track that is not valid has no steps.
 ///
 /// What contradicts itself throws StreamParseError kTableReadError; the cursor is of no use afterwards. The
 /// file must be open where samples lie in fragments, whose runs are loaded while the cursor stands in them.
@@ -80,8 +80,8 @@ public:
     /// To the next step.
     void advance();
     /// Advances over samples for as long as the steps are plain ones: within a chunk or a run, far from a
-    /// gap, and within the limits. take(bytes of the sample) is called for each sample left behind; false
-    /// ends the walk behind that sample. What is not plain is left to advance(), with all that it finds;
+    /// gap, and within the limits. take(bytes of the sample) is called for each sample that is passed; false
+    /// ends the walk after that sample. What is not plain is left to advance(), with all that it finds;
     /// false when that is the very first step.
     template <typename Take>
     bool walkStretch(const StretchLimits& limits, Take take);
@@ -117,10 +117,10 @@ public:
     }
     /// The segment ends where end stands, a later position in the same track. The step that ends it is
     /// counted but not looked at, as only the next segment has what that may read: at the limit the position
-    /// tells no more than the count.
+    /// means no more than the count.
     void setLimit(const TrackPosition& end);
 
-    /// Bytes of the table entries that lie behind the cursor.
+    /// Bytes of the table entries that the cursor has passed.
     unsigned long long getTableSizeRead() const;
 
     /// The fragment and the run that the cursor stands in; reported when there is none.
@@ -231,7 +231,7 @@ public:
     void loadTables();
     /// Bytes of the table page over all tracks.
     std::size_t getSegSize() const;
-    /// Bytes of the table entries that lie behind the cursor.
+    /// Bytes of the table entries that the cursor has passed.
     unsigned long long getTableSizeRead() const;
 
     /// Calls function with every track cursor.
@@ -261,7 +261,7 @@ private:
     std::vector<TrackCursor> m_tracks;
 
     // A tournament: node n holds the smaller key of the nodes 2n and 2n + 1, the tracks' own keys are the
-    // leaves, and m_tree[1] tells the earliest track.
+    // leaves, and m_tree[1] has the earliest track.
     std::size_t m_leaves = 1;
     std::vector<Key> m_tree;
 };

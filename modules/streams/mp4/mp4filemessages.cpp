@@ -17,10 +17,10 @@ namespace {
 constexpr long long kFilePosition = -1;
 
 constexpr std::string_view kTimeCoordName = "onTimeCoordInfo";
-/// Bytes that hold the name with the longest form of its length in front, and a zero byte behind.
+/// Bytes that hold the longest form of the name's length, the name, and a zero byte.
 constexpr unsigned kNameProbe = 24;
 
-/// The text at the start of an AMF0 body of length bytes, of which n are at hand: a string, or one behind the
+/// The text at the start of an AMF0 body of length bytes, of which n are at hand: a string, or one after the
 /// switch to AMF3. Empty for anything else.
 std::string_view leadingText(const unsigned char* bytes, unsigned n, unsigned length)
 {
@@ -167,7 +167,7 @@ void Mp4Data::setFileStructureInvalid()
     setStatusMessage("NetStream.Play.FileStructureInvalid");
 }
 
-/// Makes the file one segment of one message that tells its status.
+/// Makes the file one segment of one message with its status.
 void Mp4Data::setStatusMessage(const char* code)
 {
     SRCommand command;

@@ -68,7 +68,7 @@ void MP4File::parseItunesMetadata(const BoxHeader& box)
     }
 }
 
-/// Reads one box of an item and stands behind it afterwards.
+/// Reads one box of an item and stands after it then.
 void MP4File::parseItunesDataTag(const BoxHeader& item)
 {
     const BoxHeader data = parseBoxHeader(item);
@@ -178,7 +178,7 @@ void MP4File::parseUniversalUniqueIDBox(const BoxHeader& box)
     const unsigned long long high = readU64();
     const unsigned long long low = readU64();
     constexpr krx::util::FilePos kPrefixSize = 24;
-    // A packet behind a large header would not start where it is looked for.
+    // A packet after a large header would not start where it is looked for.
     const bool hasPacket = box.size > kPrefixSize && curPos() == box.start + kPrefixSize;
     const krx::util::FilePos length = box.size - kPrefixSize;
     if (high != kXmpIdHigh || low != kXmpIdLow || !hasPacket ||

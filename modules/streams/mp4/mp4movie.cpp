@@ -58,7 +58,7 @@ void MP4File::parseTrack(const BoxHeader& box)
     if (m_tracks.size() >= m_config.MaxTracks)
         throw StreamParseError(krx::streams::kTooManyTracks);
     try {
-        // The header may stand behind the media that it is needed for.
+        // The header may come after the media that it is needed for.
         const FilePos payload = curPos();
         scanAndParse(box, fourCC("tkhd"));
         skipTo(payload);

@@ -306,7 +306,7 @@ FontTable MP4File::parseFontTable(const BoxHeader& box)
     if (table.type != fourCC("ftab") || bytesLeft(table.end) < 2)
         return {};
     const unsigned announced = readU16();
-    // What is behind the fonts announced may be as long as it likes.
+    // What comes after the announced fonts may be as long as it likes.
     std::vector<unsigned char> records(
         std::min<unsigned long long>(bytesLeft(table.end), announced * FontTable::kLongest));
     read(records.data(), records.size());

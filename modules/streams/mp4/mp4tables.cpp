@@ -175,7 +175,7 @@ void MP4File::parseEditListEntries(EditList& list, MemoryCharge& charge)
     }
 }
 
-/// The room in a free box that stands behind what was read of its parent.
+/// The room in a free box that follows what was read of its parent.
 std::optional<long long> MP4File::parseTrailingFreeBox(const BoxHeader& parent)
 {
     if (bytesLeft(parent.end) <= 8)

@@ -53,10 +53,10 @@ private:
     }
 
     unsigned m_fields = 0;
-    std::shared_ptr<unsigned[]> m_columns;  ///< one behind the other
+    std::shared_ptr<unsigned[]> m_columns;  ///< one after the other
 };
 
-/// What the header of a fragment tells, with the defaults of its track.
+/// What the header of a fragment says, with the defaults of its track.
 struct TrackFragmentHeader
 {
     unsigned long long baseDataOffset = 0;
@@ -72,7 +72,7 @@ struct TrackFragmentHeader
 class TrackFragment
 {
 public:
-    /// payload: first byte behind the header of the box. file is not owned.
+    /// payload: first byte after the header of the box. file is not owned.
     TrackFragment(MP4File* file, const BoxHeader& box, krx::util::FilePos payload,
                   krx::util::FilePos moofStart)
         : m_file(file), m_payload(payload), m_end(box.end), m_moofStart(moofStart)
