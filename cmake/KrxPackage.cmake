@@ -29,7 +29,7 @@ corrected copies of ZMV files.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvidlint-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
-set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libboost-dev, libboost-filesystem-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libboost-dev")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "reader of MP4 files and recorded streams for a streaming server
 The static libraries, headers and CMake package of the stream modules that
 vidlint checks with. Through them a program opens an MP4 file or a recorded

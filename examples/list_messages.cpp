@@ -4,10 +4,12 @@
 #include "interfaces/IQVStreamAdaptor.h"
 #include "interfaces/IQVStreamContext.h"
 #include "interfaces/ISegmentHolder.h"
+#include "modules/streams/mediacontexts.h"
 #include "modules/streams/mp4/mp4module.h"
 #include "modules/streams/raw/rawModule.h"
 #include "server/KRXSyncFileIo.h"
 #include "server/SRMessage.h"
+#include "util/SRBuffer.h"
 
 #include <boost/crc.hpp>
 
@@ -23,7 +25,16 @@ namespace {
 
 constexpr unsigned kRecordOverhead = 15;  ///< bytes of a record in an aggregate besides its body
 
-/// Answers the two settings that decide between single messages and aggregates; findings are not shown.
+/// What is listed.
+enum class Listing
+{
+    kMessages,
+    kAggregates,
+    kContexts,
+};
+
+/// Answers the two settings that decide between single messages and aggregates; what is logged goes to the
+/// standard error.
 class ListContext : public IQVStreamContext
 {
 public:
@@ -40,7 +51,11 @@ public:
         std::memcpy(*value, m_aggregates.data(), m_aggregates.size());
         return 0;
     }
-    void log(const char*, unsigned short, bool) override {}
+    void log(const char* text, unsigned short, bool) override
+    {
+        const std::size_t length = std::strlen(text);
+        std::fprintf(stderr, "%s%s", text, length > 0 && text[length - 1] == '\n' ? "" : "\n");
+    }
     IKrxFileIo* getFileIo() override { return &m_fileIo; }
 
 private:
@@ -54,7 +69,26 @@ public:
     int getProperty(const char*, const char*, char*, int) override { return -1; }
 };
 
-/// Prints a line for each message that a segment delivers.
+/// Prints the end of a line, which tells a body: "length", "head" (its first bytes) and "crc32".
+void printBody(const void* data, unsigned length)
+{
+    constexpr unsigned kHeadBytes = 16;
+    const auto* body = static_cast<const unsigned char*>(data);
+    char head[2 * kHeadBytes + 1] = "";
+    const unsigned shown = std::min(length, kHeadBytes);
+    for (unsigned i = 0; i < shown; ++i)
+        std::snprintf(head + std::size_t{2} * i, 3, "%02x", static_cast<unsigned>(body[i]));
+    boost::crc_32_type crc;
+    if (length > 0)
+        crc.process_bytes(body, length);
+    std::printf(R"("length": %u, "head": "%s", "crc32": "%08x"})"
+                "\n",
+                length, head, crc.checksum());
+}
+
+/// Prints a line for each message that a segment delivers. "index" is the message's place in the order of
+/// delivery: the segment's first position and the number of messages delivered before it, those inside of
+/// aggregates included. Samples that the module leaves out have no place.
 class LinePrinter : public ISegmentHolder
 {
 public:
@@ -62,25 +96,15 @@ public:
 
     bool add(unsigned char type, void* data, unsigned length, unsigned time) override
     {
-        const auto* body = static_cast<const unsigned char*>(data);
-        char head[2 * kHeadBytes + 1] = "";
-        const unsigned shown = std::min(length, kHeadBytes);
-        for (unsigned i = 0; i < shown; ++i)
-            std::snprintf(head + std::size_t{2} * i, 3, "%02x", static_cast<unsigned>(body[i]));
-        boost::crc_32_type crc;
-        if (length > 0)
-            crc.process_bytes(body, length);
-        std::printf(R"({"index": %lld, "time": %u, "type": %u, "length": %u, "head": "%s", "crc32": "%08x"})"
-                    "\n",
-                    m_index, time, static_cast<unsigned>(type), length, head, crc.checksum());
-        m_index += type == kMsgAggregate ? recordCount(body, length) : 1;
+        std::printf(R"({"index": %lld, "time": %u, "type": %u, )", m_index, time,
+                    static_cast<unsigned>(type));
+        printBody(data, length);
+        m_index += type == kMsgAggregate ? recordCount(static_cast<unsigned char*>(data), length) : 1;
         return true;
     }
     void addDep(unsigned, unsigned) override {}
 
 private:
-    static constexpr unsigned kHeadBytes = 16;
-
     static long long recordCount(const unsigned char* body, unsigned length)
     {
         long long count = 0;
@@ -125,20 +149,70 @@ bool listSegments(IQVStreamAdaptor& adaptor, void* handle)
     return true;
 }
 
+/// Prints a line for each context message that a stream hands over.
+class ContextPrinter : public IAllContextHolder
+{
+public:
+    void add(void* data, unsigned length) override
+    {
+        SRBuffer encoded(length);
+        std::memcpy(encoded.base(), data, length);
+        encoded.setEnd(length);
+        krx::MediaContexts contexts;
+        m_decoded = contexts.importContexts(encoded);
+        contexts.applyMessages([](const krx::ContextMessage& message) {
+            std::printf(R"({"contextType": %u, "type": %u, "track": %u, "position": %lld, "time": %u, )",
+                        static_cast<unsigned>(message.contextType),
+                        static_cast<unsigned>(message.messageType), message.trackId, message.position,
+                        message.time);
+            printBody(message.data(), message.length);
+        });
+    }
+    bool hasDecoded() const { return m_decoded; }
+
+private:
+    bool m_decoded = true;
+};
+
+/// Lists all context messages of an open stream, track by track; a stream may have none.
+bool listContexts(const IQVStreamAdaptor& adaptor, void* handle)
+{
+    ContextPrinter printer;
+    adaptor.getAllMediaContexts(handle, &printer);
+    if (!printer.hasDecoded())
+        std::fputs("list_messages: the context messages cannot be read\n", stderr);
+    return printer.hasDecoded();
+}
+
+/// False when the arguments are none that the program takes.
+bool parseArguments(int argc, char** argv, Listing& listing, const char*& input)
+{
+    const auto isOption = [](const char* argument) { return std::string_view(argument).starts_with("--"); };
+    if (argc < 2 || argc > 3 || isOption(argv[argc - 1]))
+        return false;
+    input = argv[argc - 1];
+    if (argc == 2)
+        return true;
+    const std::string_view option = argv[1];
+    listing = option == "--aggregates" ? Listing::kAggregates : Listing::kContexts;
+    return option == "--aggregates" || option == "--contexts";
+}
+
 }  // namespace
 
 /// Lists, as JSON lines, the segments and messages that a player of an MP4 file or a recorded stream would be
-/// sent.
+/// sent, or the context messages that one which joins in the middle would be sent first. Ends with 1 when the
+/// list is not whole.
 int main(int argc, char** argv)
 {
-    const bool aggregates = argc == 3 && std::string_view(argv[1]) == "--aggregates";
-    if (argc != (aggregates ? 3 : 2)) {
-        std::fputs("Usage: list_messages [--aggregates] INPUT\n", stderr);
+    Listing listing = Listing::kMessages;
+    const char* input = nullptr;
+    if (!parseArguments(argc, argv, listing, input)) {
+        std::fputs("Usage: list_messages [--aggregates | --contexts] INPUT\n", stderr);
         return 1;
     }
-    const char* input = argv[argc - 1];
 
-    ListContext context(aggregates);
+    ListContext context(listing == Listing::kAggregates);
     std::unique_ptr<IQVStreamAdaptor> adaptor;
     if (isDirectory(input))
         adaptor = std::make_unique<krx::raw::RawAdaptor>(&context);
@@ -151,7 +225,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "list_messages: %s does not open\n", input);
         return 1;
     }
-    const bool complete = listSegments(*adaptor, handle);
+    const bool complete =
+        listing == Listing::kContexts ? listContexts(*adaptor, handle) : listSegments(*adaptor, handle);
     adaptor->close(handle);
     if (std::fflush(stdout) != 0) {
         std::fputs("list_messages: cannot write the list\n", stderr);

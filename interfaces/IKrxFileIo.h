@@ -38,6 +38,7 @@ public:
     virtual int remove(const SRString& path, IKrxFileAdaptor::RemoveFlags flags, bool wait) = 0;
     /// Creates a directory with its missing parents; 0 on success.
     virtual int createDir(const SRString& path) = 0;
-    /// Appends to names every name that matches the pattern's last component ('*' and '?').
+    /// Appends to names every name that matches the pattern's last component ('*' and '?'). After a failure
+    /// some may be missing.
     virtual int readDir(const SRString& pattern, std::vector<SRString>& names) = 0;
 };

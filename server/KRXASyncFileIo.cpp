@@ -4,6 +4,7 @@
 #include "server/KRXASyncFileIo.h"
 
 #include "server/KRXThreadMutexDelegate.h"
+#include "util/SRException.h"
 #include "util/SRString.h"
 
 #include <cerrno>
@@ -20,12 +21,7 @@ public:
 
     void run()
     {
-        try {
-            m_result = m_call();
-        } catch (...) {
-            // Memory has run out: the call failed.
-            m_result = -1;
-        }
+        m_result = m_call();
         m_error = errno;
         // The waiting thread owns this object: it may be gone after this.
         m_waiter.resume(m_done);
@@ -52,7 +48,7 @@ SimpleKrxASyncFileIo::SimpleKrxASyncFileIo(SRThreadPool* pool, krx::util::Verbos
 {
 }
 
-int SimpleKrxASyncFileIo::run(const char* operation, const std::function<int()>& call)
+int SimpleKrxASyncFileIo::runInPool(const char* operation, const std::function<int()>& call)
 {
     int result = -1;
     if (m_pool->isPoolThread()) {
@@ -60,7 +56,8 @@ int SimpleKrxASyncFileIo::run(const char* operation, const std::function<int()>&
         result = call();
     } else {
         KrxASyncIoHandler handler(call);
-        if (m_pool->post([&handler] { handler.run(); }))
+        const auto post = [&] { return m_pool->post([&handler] { handler.run(); }); };
+        if (krx::util::unlessOutOfMemory(post, [] { return false; }))
             result = handler.wait();
     }
     if (result < 0 && m_verbose >= krx::util::kVerboseFailures)

@@ -39,7 +39,12 @@ public:
     int readDir(const SRString& pattern, std::vector<SRString>& names) override;
 
 private:
-    int run(const char* operation, const std::function<int()>& call);
+    template <typename Call>
+    int run(const char* operation, const Call& call)
+    {
+        return runInPool(operation, std::cref(call));  // a reference, since a copy could need memory
+    }
+    int runInPool(const char* operation, const std::function<int()>& call);
 
     SRThreadPool* const m_pool;
     const krx::util::VerboseLevel_ m_verbose;

@@ -3,6 +3,7 @@
 
 #include "server/KRXSyncFileIo.h"
 #include "server/KRXThreadMutexDelegate.h"
+#include "util/SRException.h"
 #include "util/SRString.h"
 #include "util/krxassert.h"
 
@@ -12,6 +13,16 @@ namespace {
 
 constexpr char kSourceFile[] = "server/KRXSyncFileIo";
 constexpr int kBufferLine = 233;
+
+/// False where there is no memory for the bytes.
+bool toBytes(const SRString& path, SRMBString& bytes)
+{
+    const auto convert = [&] {
+        bytes = path.toMultiByte();
+        return true;
+    };
+    return krx::util::unlessOutOfMemory(convert, [] { return false; });
+}
 
 }  // namespace
 
@@ -55,24 +66,33 @@ void CustomKrxSyncFileIo::suspend(RequestContext& context)
 }
 
 template <typename... Args>
+void CustomKrxSyncFileIo::log(IKRXLog::Level level, const wchar_t* pattern, const Args&... args) const
+{
+    // Without memory the line is missing.
+    krx::util::unlessOutOfMemory([&] { m_log->log(level, SRString::format(pattern, args...)); }, [] {});
+}
+
+template <typename... Args>
 void CustomKrxSyncFileIo::logFailure(const wchar_t* pattern, const Args&... args) const
 {
     if (m_log && m_config.logFailures)
-        m_log->log(IKRXLog::kFailure, SRString::format(pattern, args...));
+        log(IKRXLog::kFailure, pattern, args...);
 }
 
 template <typename... Args>
 void CustomKrxSyncFileIo::logWarning(const wchar_t* pattern, const Args&... args) const
 {
     if (m_log && m_config.logWarnings)
-        m_log->log(IKRXLog::kWarning, SRString::format(pattern, args...));
+        log(IKRXLog::kWarning, pattern, args...);
 }
 
 int CustomKrxSyncFileIo::open(const SRString& path, int flags, int mode, struct stat64* st)
 {
     RequestContext context;
-    const SRMBString bytes = path.toMultiByte();
-    if (!m_adaptor->open(bytes.c_str(), flags, mode, st ? &context.status() : nullptr, context)) {
+    SRMBString bytes;
+    if (!toBytes(path, bytes) ||
+        !m_adaptor->open(bytes.c_str(), flags, mode, st ? &context.status() : nullptr, context))
+    {
         logFailure(L"OPEN failed file=%S, flags=%d, mode=%d", path, flags, mode);
         return -1;
     }
@@ -164,8 +184,8 @@ int CustomKrxSyncFileIo::stat(const SRString& path, struct stat64* st, Mode mode
         return -1;
     }
     RequestContext context;
-    const SRMBString bytes = path.toMultiByte();
-    if (!m_adaptor->stat(bytes.c_str(), &context.status(), context))
+    SRMBString bytes;
+    if (!toBytes(path, bytes) || !m_adaptor->stat(bytes.c_str(), &context.status(), context))
         return -1;
     // That there is no such file is an answer like any other: it is not logged.
     suspend(context);
@@ -181,8 +201,8 @@ int CustomKrxSyncFileIo::stat(const SRString& path, struct stat64* st, Mode mode
 int CustomKrxSyncFileIo::remove(const SRString& path, IKrxFileAdaptor::RemoveFlags flags, bool wait)
 {
     RequestContext context;
-    const SRMBString bytes = path.toMultiByte();
-    if (!m_adaptor->remove(bytes.c_str(), flags, wait, context)) {
+    SRMBString bytes;
+    if (!toBytes(path, bytes) || !m_adaptor->remove(bytes.c_str(), flags, wait, context)) {
         logFailure(L"REMOVE error file=%S", path);
         return -1;
     }
@@ -195,8 +215,8 @@ int CustomKrxSyncFileIo::remove(const SRString& path, IKrxFileAdaptor::RemoveFla
 int CustomKrxSyncFileIo::createDir(const SRString& path)
 {
     RequestContext context;
-    const SRMBString bytes = path.toMultiByte();
-    if (!m_adaptor->createDir(bytes.c_str(), context)) {
+    SRMBString bytes;
+    if (!toBytes(path, bytes) || !m_adaptor->createDir(bytes.c_str(), context)) {
         logFailure(L"CREATEDIR failed file=%S", path);
         return -1;
     }
@@ -210,15 +230,18 @@ int CustomKrxSyncFileIo::readDir(const SRString& pattern, std::vector<SRString>&
 {
     RequestContext context;
     std::vector<std::string> found;
-    const SRMBString bytes = pattern.toMultiByte();
-    if (!m_adaptor->readDir(bytes.c_str(), found, context))
+    SRMBString bytes;
+    if (!toBytes(pattern, bytes) || !m_adaptor->readDir(bytes.c_str(), found, context))
         return -1;
     suspend(context);
     if (context.result() < 0)
         return context.result();
-    for (const std::string& name : found) {
-        if (!name.empty())
-            names.push_back(SRString::fromMultiByte(name));
-    }
-    return context.result();
+    const auto hand = [&] {
+        for (const std::string& name : found) {
+            if (!name.empty())
+                names.push_back(SRString::fromMultiByte(name));
+        }
+        return context.result();
+    };
+    return krx::util::unlessOutOfMemory(hand, [] { return -1; });
 }

@@ -3,6 +3,7 @@
 
 #include "server/KRXSyncFileIo.h"
 
+#include "util/SRException.h"
 #include "util/SRFileUtil.h"
 #include "util/SRString.h"
 #include "util/findfile.h"
@@ -138,13 +139,16 @@ int SimpleKrxSyncFileIo::createDir(const SRString& path)
 
 int SimpleKrxSyncFileIo::readDir(const SRString& pattern, std::vector<SRString>& names)
 {
-    krx::util::FindData data;
-    const krx::util::FindHandle listing = krx::util::FindFirstFile(pattern, data);
-    if (!listing)
-        return -1;
-    do {
-        if (!data.name.empty())
-            names.push_back(data.name);
-    } while (krx::util::FindNextFile(listing, data));
-    return 0;
+    const auto list = [&] {
+        krx::util::FindData data;
+        const krx::util::FindHandle listing = krx::util::FindFirstFile(pattern, data);
+        if (!listing)
+            return -1;
+        do {
+            if (!data.name.empty())
+                names.push_back(data.name);
+        } while (krx::util::FindNextFile(listing, data));
+        return 0;
+    };
+    return krx::util::unlessOutOfMemory(list, [] { return -1; });
 }

@@ -58,6 +58,8 @@ private:
     template <typename Operation>
     int transfer(Operation operation, const wchar_t* name, int fd, long long offset, void* buf, unsigned n);
     template <typename... Args>
+    void log(IKRXLog::Level level, const wchar_t* pattern, const Args&... args) const;
+    template <typename... Args>
     void logFailure(const wchar_t* pattern, const Args&... args) const;
     template <typename... Args>
     void logWarning(const wchar_t* pattern, const Args&... args) const;

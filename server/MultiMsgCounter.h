@@ -25,6 +25,12 @@ public:
         for (std::size_t i = 0; i < kTypes; ++i)
             m_counts[i] += other.m_counts[i];
     }
+    /// Takes off all counters of other, which must not be larger.
+    void subtract(const MultiMsgCounter& other)
+    {
+        for (std::size_t i = 0; i < kTypes; ++i)
+            m_counts[i] -= other.m_counts[i];
+    }
     unsigned long long getCount(char type) const { return slot(type) < kTypes ? m_counts[slot(type)] : 0; }
     unsigned long long getTotal() const
     {

@@ -54,11 +54,11 @@ public:
 
     /// Some value since the start could not be written wholly.
     bool hasWriteFailed() const { return m_writeFailed; }
+    /// The same for want of memory, not by its nature or the output limit.
+    bool hasWriteStarved() const { return m_writeStarved; }
     /// Some value since the start could not be read for want of memory: what was read is not all that the
     /// input holds.
     bool hasReadStarved() const { return m_readStarved; }
-    /// Some value since the start could not be written for want of memory.
-    bool hasWriteStarved() const { return m_writeStarved; }
 
     /// Puts an array into the object table, which grows with empty slots when the index lies behind its end.
     void AddObjectToTable(SRDataArray* array, unsigned index);
@@ -209,7 +209,7 @@ private:
     std::uint64_t m_promised = 0;
     unsigned m_depth = 0;
     bool m_readStarved = false;
-    bool m_writeStarved = false;
     bool m_writeFailed = false;
+    bool m_writeStarved = false;
     bool m_writeBroken = false;  ///< in the present outermost value
 };

@@ -143,7 +143,8 @@ void SRCommand::tellFailure(unsigned char type)
                 break;
         }
         addTrace(line);
-        addTrace(SRString(L"Command parsed as \n") + SRString(krx::dumpCommand(*this)));
+        const std::size_t maxDump = std::min(traceLimit(), SRData::kMaxTextBytes);
+        addTrace(SRString(L"Command parsed as \n") + SRString(krx::dumpCommand(*this, maxDump)));
         logErrorTrace();
     }
     clearTrace();

@@ -11,6 +11,7 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <string_view>
 
 /// Kinds of values. The codes are those of the AMF0 type markers, with extensions from 32 on. A value never
@@ -247,6 +248,8 @@ public:
 
     /// The readable form, see SRData::toText.
     SRMBString toText(std::size_t maxBytes = SRData::kMaxTextBytes) const;
+    /// The same piece by piece, for any length. write must not keep a piece.
+    void writeText(std::size_t maxBytes, const std::function<void(std::string_view piece)>& write) const;
 
     /// True when some array, reached from this one, lies in itself.
     bool containsCircle() const;

@@ -397,8 +397,15 @@ bool SRDataArray::equals(const SRDataArray& other) const
 
 SRMBString SRDataArray::toText(std::size_t maxBytes) const
 {
-    krx::DataText text(maxBytes);
-    return SRMBString(text.add(*this).text());
+    std::string text;
+    krx::DataText(maxBytes, krx::DataText::into(text)).add(*this);
+    return SRMBString(text);
+}
+
+void SRDataArray::writeText(std::size_t maxBytes,
+                            const std::function<void(std::string_view piece)>& write) const
+{
+    krx::DataText(maxBytes, write).add(*this);
 }
 
 bool SRDataArray::containsCircle() const

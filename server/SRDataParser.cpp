@@ -138,6 +138,10 @@ void SRDataParser::logErrorTrace() const
     std::string lines;
     for (const SRString& line : m_trace)
         lines.append(line.toMultiByte().view()).append("\n");
+    if (lines.size() > traceLimit()) {
+        lines.resize(traceLimit());
+        lines.back() = '\n';
+    }
     SRFileUtil::writeUntilDone(file.get(), lines.data(), lines.size());
 }
 
@@ -248,6 +252,7 @@ void SRDataParser::CheckBufferSize(unsigned n)
         capacity = needed + kExtra;
     if (needed > m_outputLimit || capacity > UINT32_MAX)
         throw OutputLimitReached();
+    capacity = std::min(capacity, std::uint64_t{m_outputLimit});
     auto* const grown = static_cast<unsigned char*>(std::realloc(m_ownBuffer.get(), capacity));
     if (!grown)
         throw SROutOfMemory();

@@ -91,8 +91,10 @@ public:
     /// The error trace, from the innermost failure outwards.
     const std::vector<SRString>& getErrorTrace() const { return m_trace; }
     /// Appends the trace to the file cmdParsingLog.log in the directory "logs" under the current directory,
-    /// when there is such a directory.
+    /// when there is such a directory. It is cut after traceLimit() bytes.
     void logErrorTrace() const;
+    /// A reader's trace may have 4 KiB, and 32 bytes for each byte that it reads from.
+    std::size_t traceLimit() const { return 4096 + std::size_t{32} * m_limit; }
 
 protected:
     /// See the class. position: where the bad data was met.

@@ -6,37 +6,18 @@
 #include "util/SRException.h"
 #include "util/krxassert.h"
 
-#include <boost/endian/conversion.hpp>
-
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <functional>
+#include <limits>
 #include <new>
-
-namespace endian = boost::endian;
 
 namespace {
 
 constexpr char kSourceFile[] = "server/compositemessage";
 constexpr int kLengthLine = 251;
 constexpr int kSizeLine = 268;
-
-constexpr std::size_t kLengthOffset = 1;
-constexpr std::size_t kTimeOffset = 4;
-constexpr std::size_t kTimeHighOffset = 7;
-constexpr std::size_t kStreamIdOffset = 8;
-
-unsigned loadTime(const unsigned char* header)
-{
-    return endian::load_big_u24(header + kTimeOffset) | unsigned{header[kTimeHighOffset]} << 24;
-}
-
-void storeTime(unsigned char* header, unsigned time)
-{
-    endian::store_big_u24(header + kTimeOffset, time & 0xFFFFFF);
-    header[kTimeHighOffset] = static_cast<unsigned char>(time >> 24);
-}
 
 std::mutex* nextMutex()
 {
@@ -60,24 +41,11 @@ SRMemoryPtr newBody(unsigned capacity)
 
 }  // namespace
 
-SRMessageHeader SRMessageHeader::parse(const unsigned char* in)
-{
-    SRMessageHeader header;
-    header.type = in[0];
-    header.length = endian::load_big_u24(in + kLengthOffset);
-    header.timestamp = loadTime(in);
-    header.streamId = endian::load_big_u24(in + kStreamIdOffset);
-    return header;
-}
-
 void SRMessageHeader::serialize(unsigned char* out) const
 {
     if (length > kMaxMessageLength)
         krx::util::assertFailed(kSourceFile, kLengthLine);
-    out[0] = type;
-    endian::store_big_u24(out + kLengthOffset, length & 0xFFFFFF);
-    storeTime(out, timestamp);
-    endian::store_big_u24(out + kStreamIdOffset, streamId & 0xFFFFFF);
+    store(out);
 }
 
 const char* SRMessageHeader::getTypeAsString()
@@ -101,27 +69,27 @@ namespace krx {
 
 unsigned Message::getMsgLen() const
 {
-    return endian::load_big_u24(m_header.data() + kLengthOffset);
+    return util::RecordHeader::loadLength(m_header.data());
 }
 
 unsigned Message::getTime() const
 {
-    return loadTime(m_header.data());
+    return util::RecordHeader::loadTime(m_header.data());
 }
 
 void Message::setTime(unsigned time)
 {
-    storeTime(m_header.data(), time);
+    util::RecordHeader::storeTime(m_header.data(), time);
 }
 
 unsigned Message::getStreamId() const
 {
-    return endian::load_big_u24(m_header.data() + kStreamIdOffset);
+    return util::RecordHeader::loadStreamId(m_header.data());
 }
 
 void Message::setStreamId(unsigned id)
 {
-    endian::store_big_u24(m_header.data() + kStreamIdOffset, id & 0xFFFFFF);
+    util::RecordHeader::storeStreamId(m_header.data(), id);
 }
 
 unsigned Message::getBodyLength() const
@@ -135,7 +103,7 @@ bool Message::setHeaderLength(unsigned length)
         util::assertFailed(kSourceFile, kLengthLine);
         return false;
     }
-    endian::store_big_u24(m_header.data() + kLengthOffset, length);
+    util::RecordHeader::storeLength(m_header.data(), length);
     return true;
 }
 
@@ -221,19 +189,27 @@ short SRMessage::getCtrlMsgType() const
 {
     if (getBodyLength() < 2 || m_body->getUsed() < 2)
         return 0;
-    return endian::load_big_s16(getBody());
+    return static_cast<short>(krx::util::loadBig16(getBody()));
+}
+
+unsigned SRMessage::capacityFor(unsigned size)
+{
+    const unsigned whole = size & ~3U;
+    if (whole > std::numeric_limits<unsigned>::max() - 4)
+        throw SROutOfMemory();
+    return whole + 4;
 }
 
 bool SRMessage::reallocBuffer(unsigned n)
 {
-    const unsigned capacity = capacityFor(n);
-    if (m_body && m_body->capacity() == capacity)
-        return true;
-    // A body that others hold too stays theirs as it is.
-    const bool shared = m_body && m_body->_get() > (m_body->pool() ? 2 : 1);
-    if (m_body && !shared)
-        return m_body->resize(capacity);
-    try {
+    const auto resize = [&] {
+        const unsigned capacity = capacityFor(n);
+        if (m_body && m_body->capacity() == capacity)
+            return true;
+        // A body that others hold too stays theirs as it is.
+        const bool shared = m_body && m_body->_get() > (m_body->pool() ? 2 : 1);
+        if (m_body && !shared)
+            return m_body->resize(capacity);
         const SRMemoryPtr body = newBody(capacity);
         if (m_body) {
             std::memcpy(body->data(), m_body->data(), std::min(capacity, m_body->capacity()));
@@ -241,9 +217,8 @@ bool SRMessage::reallocBuffer(unsigned n)
         }
         m_body = body;
         return true;
-    } catch (const SROutOfMemory&) {
-        return false;
-    }
+    };
+    return krx::util::unlessOutOfMemory(resize, [] { return false; });
 }
 
 bool SRMessage::setSize(unsigned n)
@@ -292,19 +267,19 @@ bool SRMessage::writeU8(unsigned char value)
 
 bool SRMessage::writeU16(unsigned short value)
 {
-    const unsigned short big = endian::native_to_big(value);
+    const unsigned short big = krx::util::fromBigEndian(value);
     return write(&big, sizeof big);
 }
 
 bool SRMessage::writeU32(unsigned value)
 {
-    const unsigned big = endian::native_to_big(value);
+    const unsigned big = krx::util::fromBigEndian(value);
     return write(&big, sizeof big);
 }
 
 bool SRMessage::writeI64(long long value)
 {
-    const long long big = endian::native_to_big(value);
+    const unsigned long long big = krx::util::fromBigEndian(static_cast<unsigned long long>(value));
     return write(&big, sizeof big);
 }
 
@@ -329,7 +304,7 @@ SRString SRMessage::getLenPrefixString(unsigned char*& cursor) const
     if (before(cursor, begin) || before(end, cursor))
         return SRString();
     if (static_cast<std::size_t>(end - cursor) >= kLengthBytes) {
-        const unsigned length = endian::load_big_u32(cursor);
+        const unsigned length = krx::util::loadBig32(cursor);
         unsigned char* const text = cursor + kLengthBytes;
         if (length <= static_cast<std::size_t>(end - text)) {
             cursor = text + length;
@@ -396,7 +371,7 @@ bool writeLenPrefixBuffer(const SRMessagePtr& message, const SRBuffer& buffer)
 
 SRBuffer readLenPrefixBuffer(unsigned char*& cursor)
 {
-    const unsigned length = endian::load_big_u32(cursor);
+    const unsigned length = loadBig32(cursor);
     cursor += sizeof length;
     if (length == 0)
         return SRBuffer();

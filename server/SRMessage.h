@@ -8,50 +8,17 @@
 #include "util/SRObject.h"
 #include "util/SRPool.h"
 #include "util/SRString.h"
+#include "util/messagerecord.h"
 
 #include <array>
 #include <atomic>
 #include <mutex>
 
-/// Message types: the low bits of the type byte.
-enum MessageType : unsigned char
+/// The decoded header of a stored message.
+struct SRMessageHeader : krx::util::RecordHeader
 {
-    kMsgUserCtrl = 4,
-    kMsgVirtualUserControl = 7,
-    kMsgAudio = 8,
-    kMsgVideo = 9,
-    kMsgDataEx = 15,       ///< data in AMF3
-    kMsgContainerEx = 16,  ///< shared object in AMF3
-    kMsgCmdEx = 17,        ///< command in AMF3
-    kMsgData = 18,         ///< data in AMF0, for example onMetaData
-    kMsgContainer = 19,    ///< shared object in AMF0
-    kMsgCmd = 20,          ///< command in AMF0
-    kMsgUDP = 21,
-    kMsgAggregate = 22,
-    kMsgPresent = 23,
-};
-
-/// The bits of a type byte that tell the type; 0x20 (encrypted) and 0x80 are flags.
-constexpr unsigned char kTypeMask = 0x5F;
-constexpr unsigned char kEncryptedFlag = 0x20;
-
-/// Longest body of a message in bytes: its length has 24 bits.
-constexpr unsigned kMaxMessageLength = 0xFFFFFF;
-
-/// The decoded form of the 11 bytes in front of every stored message.
-struct SRMessageHeader
-{
-    /// Bytes of the encoded form: type; length (3); timestamp bits 23-0 (3), bits 31-24 (1); stream id (3).
-    /// All big-endian.
-    static constexpr unsigned kSize = 11;
-
-    unsigned char type = 0;
-    unsigned length = 0;     ///< body, bytes
-    unsigned timestamp = 0;  ///< ms
-    unsigned streamId = 0;   ///< low 24 bits
-
     /// Decodes kSize bytes.
-    static SRMessageHeader parse(const unsigned char* in);
+    static SRMessageHeader parse(const unsigned char* in) { return {load(in)}; }
     /// Encodes to kSize bytes. A length above kMaxMessageLength is reported; its low 24 bits are written.
     void serialize(unsigned char* out) const;
     /// Name of the type in listings: "VIDEO", "AUDIO", "DATA" or "UNKNOWN", with "ENCRYPTED " in front when
@@ -210,7 +177,8 @@ public:
     void onPooled();
 
 private:
-    static unsigned capacityFor(unsigned size) { return (size & ~3U) + 4; }
+    /// Throws SROutOfMemory for a size whose capacity has no 32 bits.
+    static unsigned capacityFor(unsigned size);
     bool appendSpace(unsigned n, unsigned char*& out);
 
     SRPool<SRMessage>* m_pool;

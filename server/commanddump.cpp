@@ -13,6 +13,11 @@ namespace {
 
 constexpr std::size_t kMaxBytes = SRData::kMaxTextBytes;
 
+DataText::Write into(std::ostream& out)
+{
+    return [&out](std::string_view piece) { out << piece; };
+}
+
 void addCommand(DataText& out, const SRCommand& command)
 {
     out.add(std::to_string(static_cast<unsigned>(command.getTrxID()))).add(": ");
@@ -56,9 +61,8 @@ void streamSRDataArray(std::ostream& out, const SRDataArray& array)
 
 void streamSRCommand(std::ostream& out, const SRCommand& command)
 {
-    DataText text(kMaxBytes);
+    DataText text(kMaxBytes, into(out));
     addCommand(text, command);
-    out << text.text();
 }
 
 SRMBString stringizeSRData(const SRData& value)
@@ -68,28 +72,28 @@ SRMBString stringizeSRData(const SRData& value)
 
 SRMBString stringizeSRCommand(const SRCommand& command)
 {
-    DataText text(kMaxBytes);
-    addCommand(text, command);
-    return SRMBString(text.text());
+    std::string text;
+    DataText out(kMaxBytes, DataText::into(text));
+    addCommand(out, command);
+    return SRMBString(text);
 }
 
 void dumpData(std::ostream& out, const SRData& value, unsigned indent)
 {
-    DataText text(kMaxBytes);
+    DataText text(kMaxBytes, into(out));
     addData(text, value, indent);
-    out << text.text();
 }
 
 void dumpOneArg(std::ostream& out, int index, const SRData& value)
 {
-    DataText text(kMaxBytes);
+    DataText text(kMaxBytes, into(out));
     addOneArg(text, index, value);
-    out << text.text();
 }
 
-SRMBString dumpCommand(const SRCommand& command)
+SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes)
 {
-    DataText out(kMaxBytes);
+    std::string text;
+    DataText out(maxBytes, DataText::into(text));
     out.add(command.getMethodName().textView()).add("[").add(std::to_string(command.getCmd())).add("] id ");
     out.add(std::to_string(static_cast<unsigned>(command.getTrxID()))).add(" (Command data\n");
     addData(out, command.getCommandData(), 1);
@@ -97,7 +101,7 @@ SRMBString dumpCommand(const SRCommand& command)
     for (int i = 0; i < command.argCount() && !out.isFull(); ++i)
         addOneArg(out, i, command.getArg(i));
     out.add(")\n");
-    return SRMBString(out.text());
+    return SRMBString(text);
 }
 
 }  // namespace krx

@@ -76,14 +76,14 @@ CompositeMessage::CompositeMessage(const SRMemoryPtr& body, unsigned length)
         util::assertFailed(kSourceFile, kNoRecordLine);
 }
 
-CompositeMessage::CompositeMessage(CompositeMessage& parent, unsigned first, unsigned end, unsigned offset,
-                                   unsigned length)
-    : m_parent(&parent), m_list(parent.m_list), m_first(first), m_end(end)
+CompositeMessage::CompositeMessage(const CompositeMessage& origin, RangePtr range, RangePtr parent)
+    : m_whole(&origin.whole()), m_range(std::move(range)), m_parent(std::move(parent))
 {
-    setType(parent.getType());
-    setMemory(SRMemoryPtr(new PartialMemory(parent.getMemory(), offset, length)));
+    const unsigned offset = offsetAt(m_range->first);
+    const unsigned length = offsetAt(m_range->end) - offset;
+    setType(origin.getType());
+    setMemory(SRMemoryPtr(new PartialMemory(m_whole->getMemory(), offset, length)));
     setHeaderFields(length);
-    initPerMessageInfo();
 }
 
 CompositeMessagePtr CompositeMessage::fromMessage(const MessagePtr& message)
@@ -117,97 +117,130 @@ void CompositeMessage::initialize(unsigned char* body, unsigned length)
             util::assertFailed(kSourceFile, kCutOffLine);
             break;
         }
-        auto message =
-            std::make_unique<SubMessage>(this, static_cast<unsigned>(m_ownMessages.size()), offset);
+        auto message = std::make_unique<SubMessage>(this, static_cast<unsigned>(m_messages.size()), offset);
         message->setFlag(0, header[0] & kEncryptedFlag);
         header[0] = static_cast<unsigned char>(header[0] & ~kEncryptedFlag);
         message->setHeader(header);
         message->setMemory(
             SRMemoryPtr(new ProxyMemory(getMemory(), body + offset + SRMessageHeader::kSize, innerLength)));
-        m_ownMessages.push_back(std::move(message));
+        const int firstByte = innerLength != 0 ? body[offset + SRMessageHeader::kSize] : -1;
+        m_kinds.push_back({message->getPlainType(), static_cast<short>(firstByte)});
+        m_messages.push_back(std::move(message));
         // The last record may lack its back-pointer.
         offset += std::min(remaining, SRMessageHeader::kSize + innerLength + kBackPointerBytes);
     }
-    m_end = static_cast<unsigned>(m_ownMessages.size());
+    m_bodyLength = length;
+    m_range = std::make_shared<Range>(count(0, static_cast<unsigned>(m_messages.size())));
     setHeaderFields(length);
-    initPerMessageInfo();
 }
 
-void CompositeMessage::initPerMessageInfo()
+CompositeMessage::Range CompositeMessage::count(unsigned first, unsigned end) const
 {
-    for (unsigned i = m_first; i < m_end; ++i) {
-        const SubMessage& message = *(*m_list)[i];
-        const unsigned char type = message.getPlainType();
-        m_counter.addOne(static_cast<char>(type));
-        const bool hasBody = message.getBodyLength() > 0;
-        const unsigned first = hasBody ? message.getBody()[0] : 0;
-        if (type == kMsgAudio && hasBody)
-            m_audioFormats = static_cast<unsigned short>(m_audioFormats | 1U << (first >> 4));
-        else if (type == kMsgVideo && hasBody)
-            m_videoCodecs = static_cast<unsigned short>(m_videoCodecs | 1U << (first & 0x0F));
-        else if (type == kMsgData)
-            m_dataKinds |= kHasData;
-        else if (type == kMsgDataEx)
-            m_dataKinds |= kHasDataEx;
+    Range range{first, end};
+    for (unsigned i = first; i < end; ++i) {
+        const RecordKind kind = whole().m_kinds[i];
+        range.counter.addOne(static_cast<char>(kind.type));
+        if (kind.firstByte < 0)
+            continue;
+        if (kind.type == kMsgAudio)
+            ++range.audioFormats[static_cast<unsigned>(kind.firstByte) >> 4];
+        else if (kind.type == kMsgVideo)
+            ++range.videoCodecs[static_cast<unsigned>(kind.firstByte) & 0x0F];
     }
+    return range;
+}
+
+/// What range has before position and from it on. Only the shorter one is counted.
+std::pair<CompositeMessage::RangePtr, CompositeMessage::RangePtr> CompositeMessage::cut(
+    const Range& range, unsigned position) const
+{
+    const bool firstIsShorter = position - range.first < range.end - position;
+    auto counted =
+        std::make_shared<Range>(firstIsShorter ? count(range.first, position) : count(position, range.end));
+    auto rest = std::make_shared<Range>(range);
+    (firstIsShorter ? rest->first : rest->end) = position;
+    rest->counter.subtract(counted->counter);
+    for (std::size_t i = 0; i < rest->audioFormats.size(); ++i) {
+        rest->audioFormats[i] -= counted->audioFormats[i];
+        rest->videoCodecs[i] -= counted->videoCodecs[i];
+    }
+    if (!firstIsShorter)
+        std::swap(counted, rest);
+    return {std::move(counted), std::move(rest)};
+}
+
+unsigned short CompositeMessage::bitsOf(const CodecCounts& counts)
+{
+    unsigned bits = 0;
+    for (std::size_t i = 0; i < counts.size(); ++i)
+        bits |= counts[i] != 0 ? 1U << i : 0;
+    return static_cast<unsigned short>(bits);
+}
+
+unsigned char CompositeMessage::getDataKinds() const
+{
+    return static_cast<unsigned char>((getCounter().getCount(kMsgData) != 0 ? kHasData : 0) |
+                                      (getCounter().getCount(kMsgDataEx) != 0 ? kHasDataEx : 0));
+}
+
+unsigned CompositeMessage::offsetAt(unsigned position) const
+{
+    return position < whole().m_messages.size() ? recordAt(position).getOffset() : whole().m_bodyLength;
 }
 
 SubMessage* CompositeMessage::getMessage(unsigned i) const
 {
-    return i < getMessageCount() ? (*m_list)[m_first + i].get() : nullptr;
+    return i < getMessageCount() ? whole().m_messages[m_range->first + i].get() : nullptr;
 }
 
 unsigned CompositeMessage::getLastMsgTime() const
 {
-    return m_first == m_end ? 0xFFFFFFFF : (*m_list)[m_end - 1]->getTime();
+    return getMessageCount() == 0 ? 0xFFFFFFFF : recordAt(m_range->end - 1).getTime();
 }
 
 void CompositeMessage::splitByIndex(unsigned i, CompositeMessagePtr& first, CompositeMessagePtr& second)
 {
-    split(m_first + std::min(i, getMessageCount()), first, second);
+    split(m_range->first + std::min(i, getMessageCount()), first, second);
 }
 
 void CompositeMessage::splitByTime(unsigned time, CompositeMessagePtr& first, CompositeMessagePtr& second)
 {
-    unsigned position = m_first;
-    while (position < m_end && (*m_list)[position]->getTime() < time)
+    unsigned position = m_range->first;
+    while (position < m_range->end && recordAt(position).getTime() < time)
         ++position;
     split(position, first, second);
 }
 
+/// position: of the whole.
 void CompositeMessage::split(unsigned position, CompositeMessagePtr& first, CompositeMessagePtr& second)
 {
     // The arguments may be the only holders of this aggregate.
-    const CompositeMessagePtr whole(this);
-    if (position <= m_first) {
+    const CompositeMessagePtr self(this);
+    if (position <= m_range->first) {
         first = nullptr;
-        second = whole;
-    } else if (position >= m_end) {
-        first = whole;
+        second = self;
+    } else if (position >= m_range->end) {
+        first = self;
         second = nullptr;
     } else {
-        const unsigned cut = offsetAt(position) - offsetAt(m_first);
-        first = CompositeMessagePtr(new CompositeMessage(*this, m_first, position, 0, cut));
-        second = CompositeMessagePtr(new CompositeMessage(*this, position, m_end, cut, getMsgLen() - cut));
+        auto [before, after] = cut(*m_range, position);
+        first = CompositeMessagePtr(new CompositeMessage(*this, std::move(before), m_range));
+        second = CompositeMessagePtr(new CompositeMessage(*this, std::move(after), m_range));
     }
 }
 
 CompositeMessagePtr CompositeMessage::getPrev() const
 {
-    CompositeMessagePtr before;
-    CompositeMessagePtr rest;
-    if (m_parent)
-        m_parent->split(m_first, before, rest);
-    return before;
+    if (!m_parent || m_range->first == m_parent->first)
+        return nullptr;
+    return CompositeMessagePtr(new CompositeMessage(*this, cut(*m_parent, m_range->first).first, m_parent));
 }
 
 CompositeMessagePtr CompositeMessage::getNext() const
 {
-    CompositeMessagePtr rest;
-    CompositeMessagePtr after;
-    if (m_parent)
-        m_parent->split(m_end, rest, after);
-    return after;
+    if (!m_parent || m_range->end == m_parent->end)
+        return nullptr;
+    return CompositeMessagePtr(new CompositeMessage(*this, cut(*m_parent, m_range->end).second, m_parent));
 }
 
 }  // namespace krx

@@ -5,7 +5,9 @@
 
 #include "server/SRMessage.h"
 
+#include <array>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace krx {
@@ -68,24 +70,25 @@ public:
     /// A new aggregate over the body of an aggregate message; null, and reported, for other messages.
     static CompositeMessagePtr fromMessage(const MessagePtr& message);
 
-    unsigned getMessageCount() const { return m_end - m_first; }
+    unsigned getMessageCount() const { return m_range->end - m_range->first; }
     /// Message i of this aggregate's range; null when there is none.
     SubMessage* getMessage(unsigned i) const;
 
     /// 0xFFFFFFFF without records.
     unsigned getLastMsgTime() const override;
     /// It has audio and no video.
-    bool isCritical() const override { return m_audioFormats != 0 && m_videoCodecs == 0; }
-    void addToMsgCount(MultiMsgCounter& counter) const override { counter.add(m_counter); }
-    const MultiMsgCounter& getCounter() const { return m_counter; }
+    bool isCritical() const override { return getAudioFormats() != 0 && getVideoCodecs() == 0; }
+    void addToMsgCount(MultiMsgCounter& counter) const override { counter.add(getCounter()); }
+    const MultiMsgCounter& getCounter() const { return m_range->counter; }
     /// Bit f: an audio record of sound format f.
-    unsigned short getAudioFormats() const { return m_audioFormats; }
+    unsigned short getAudioFormats() const { return bitsOf(m_range->audioFormats); }
     /// Bit c: a video record of codec c.
-    unsigned short getVideoCodecs() const { return m_videoCodecs; }
-    unsigned char getDataKinds() const { return m_dataKinds; }
+    unsigned short getVideoCodecs() const { return bitsOf(m_range->videoCodecs); }
+    unsigned char getDataKinds() const;
 
     // Cuts the range in two aggregates; an empty part is null, and a part that is the whole is this aggregate
-    // itself. Parts share this aggregate's body and keep it alive.
+    // itself. Parts share the body of the aggregate that they all come from, and keep it alive. The time
+    // grows with the smaller part: taking the records off one by one takes time in proportion to them.
 
     /// Before record i.
     void splitByIndex(unsigned i, CompositeMessagePtr& first, CompositeMessagePtr& second);
@@ -97,28 +100,50 @@ public:
     CompositeMessagePtr getNext() const;
 
 private:
-    using SubMessages = std::vector<std::unique_ptr<SubMessage>>;
+    /// What the counts go by, as it was when the whole was made: subtraction must meet what was added.
+    struct RecordKind
+    {
+        unsigned char type;
+        short firstByte;  ///< of the body; -1 without one
+    };
 
-    CompositeMessage(CompositeMessage& parent, unsigned first, unsigned end, unsigned offset,
-                     unsigned length);
+    using CodecCounts = std::array<unsigned, 16>;
 
-    void setHeaderFields(unsigned length);
+    /// Records [first, end) of the whole, and how many of them are of each kind: what a range holds without
+    /// one of its ends is found by subtraction.
+    struct Range
+    {
+        unsigned first = 0;
+        unsigned end = 0;
+        MultiMsgCounter counter{};
+        CodecCounts audioFormats{};
+        CodecCounts videoCodecs{};
+    };
+    using RangePtr = std::shared_ptr<const Range>;
+
+    /// A part of the aggregate that origin is or comes from.
+    CompositeMessage(const CompositeMessage& origin, RangePtr range, RangePtr parent);
+
     void initialize(unsigned char* body, unsigned length);
-    void initPerMessageInfo();
-    /// position: of the parent's list.
+    void setHeaderFields(unsigned length);
     void split(unsigned position, CompositeMessagePtr& first, CompositeMessagePtr& second);
-    unsigned offsetAt(unsigned position) const { return (*m_list)[position]->getOffset(); }
+    Range count(unsigned first, unsigned end) const;
+    std::pair<RangePtr, RangePtr> cut(const Range& range, unsigned position) const;
+    static unsigned short bitsOf(const CodecCounts& counts);
 
-    unsigned short m_audioFormats = 0;
-    unsigned short m_videoCodecs = 0;
-    unsigned char m_dataKinds = 0;
-    const CompositeMessagePtr m_parent;
-    SubMessages m_ownMessages;
-    const SubMessages* m_list = &m_ownMessages;  ///< of the aggregate that has the whole body
-    // The range in that list.
-    unsigned m_first = 0;
-    unsigned m_end = 0;
-    MultiMsgCounter m_counter;
+    const CompositeMessage& whole() const { return m_whole ? *m_whole : *this; }
+    const SubMessage& recordAt(unsigned position) const { return *whole().m_messages[position]; }
+    /// Where the records from position on begin in the body of the whole.
+    unsigned offsetAt(unsigned position) const;
+
+    const SRPtr<const CompositeMessage> m_whole;            ///< has the body and all records; null: this one
+    std::vector<std::unique_ptr<SubMessage>> m_messages{};  ///< of the whole
+    std::vector<RecordKind> m_kinds{};                      ///< of m_messages
+    unsigned m_bodyLength = 0;                              ///< of the whole
+    RangePtr m_range = std::make_shared<Range>();
+    /// What this part was split from; null for the whole. No more is kept of its ancestors, so that a chain
+    /// of parts of parts costs nothing to hold or to release.
+    const RangePtr m_parent;
 };
 
 }  // namespace krx

@@ -49,16 +49,17 @@ DataText& DataText::add(std::string_view piece)
 {
     if (m_full)
         return *this;
-    const std::size_t room = m_maxBytes - std::min(m_maxBytes, m_text.size());
-    if (piece.size() <= room) {
-        m_text.append(piece);
+    if (piece.size() <= m_room) {
+        m_write(piece);
+        m_room -= piece.size();
         return *this;
     }
     // The cut must not split a character.
-    std::size_t n = room;
+    std::size_t n = m_room;
     while (n > 0 && (static_cast<unsigned char>(piece[n]) & 0xC0) == 0x80)
         --n;
-    m_text.append(piece.substr(0, n)).append("...");
+    m_write(piece.substr(0, n));
+    m_write("...");
     m_full = true;
     return *this;
 }

@@ -6,8 +6,10 @@
 #include "server/SRData.h"
 
 #include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace krx {
@@ -25,9 +27,18 @@ public:
         kTyped,
     };
 
-    explicit DataText(std::size_t maxBytes, Style style = Style::kPlain)
-        : m_maxBytes(maxBytes), m_style(style)
+    /// Takes a piece of the text, which it must not keep.
+    using Write = std::function<void(std::string_view piece)>;
+
+    DataText(std::size_t maxBytes, Write write, Style style = Style::kPlain)
+        : m_room(maxBytes), m_write(std::move(write)), m_style(style)
     {
+    }
+
+    /// Appends the pieces to a text, which must outlive it.
+    static Write into(std::string& text)
+    {
+        return [&text](std::string_view piece) { text.append(piece); };
     }
 
     DataText& add(std::string_view piece);
@@ -35,14 +46,13 @@ public:
     DataText& add(const SRDataArray& array);
 
     bool isFull() const { return m_full; }
-    const std::string& text() const { return m_text; }
 
 private:
     void addTyped(const SRData& value);
 
-    const std::size_t m_maxBytes;
+    std::size_t m_room;
+    const Write m_write;
     const Style m_style;
-    std::string m_text;
     bool m_full = false;
     std::vector<const SRDataArray*> m_open;
 };

@@ -5,8 +5,7 @@
 
 #include "server/datatext.h"
 #include "util/SRException.h"
-
-#include <boost/endian/conversion.hpp>
+#include "util/bigendian.h"
 
 #include <algorithm>
 #include <array>
@@ -135,7 +134,7 @@ std::string controlText(const SRMessagePtr& message)
     const unsigned length = message->getBodyLength();
     std::string text = " ctrlMsgType=";
     if (length >= kEventBytes)
-        text += nameOf(kUserControlEvents, boost::endian::load_big_u16(message->getBody()));
+        text += nameOf(kUserControlEvents, krx::util::loadBig16(message->getBody()));
     else
         text += kNoName;
     return text + " " + std::string(SRStrUtil::formatBuffer(message->getBody(), length).toMultiByte().view());
@@ -146,13 +145,14 @@ std::string commandText(const SRMessagePtr& message)
     try {
         const SRCommand command(message, true);
         const int encoding = message->getPlainType() == kMsgCmdEx ? SRDataParser::kAMF3 : SRDataParser::kAMF0;
-        DataText text(SRData::kMaxTextBytes, DataText::Style::kTyped);
-        text.add(" trxId=").add(std::to_string(static_cast<int>(command.getTrxID())));
-        text.add(" encoding=").add(nameOf(kEncodings, encoding));
-        text.add(" cmdData=(").add(command.getCommandData()).add(")");
-        for (int i = 0; i < command.argCount() && !text.isFull(); ++i)
-            text.add(" arg").add(std::to_string(i)).add("=(").add(command.getArg(i)).add(")");
-        return text.text();
+        std::string text;
+        DataText out(SRData::kMaxTextBytes, DataText::into(text), DataText::Style::kTyped);
+        out.add(" trxId=").add(std::to_string(static_cast<int>(command.getTrxID())));
+        out.add(" encoding=").add(nameOf(kEncodings, encoding));
+        out.add(" cmdData=(").add(command.getCommandData()).add(")");
+        for (int i = 0; i < command.argCount() && !out.isFull(); ++i)
+            out.add(" arg").add(std::to_string(i)).add("=(").add(command.getArg(i)).add(")");
+        return text;
     } catch (const SRBreakConnection&) {
         return " BAD_PARSE";
     }

@@ -5,6 +5,7 @@
 
 #include "server/SRCommand.h"
 
+#include <cstddef>
 #include <iosfwd>
 
 namespace krx {
@@ -26,8 +27,8 @@ SRMBString stringizeSRCommand(const SRCommand& command);
 void dumpData(std::ostream& out, const SRData& value, unsigned indent = 0);
 /// One numbered argument.
 void dumpOneArg(std::ostream& out, int index, const SRData& value);
-/// The whole command.
-SRMBString dumpCommand(const SRCommand& command);
+/// The whole command, cut after maxBytes.
+SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes = SRData::kMaxTextBytes);
 
 namespace util {
 

@@ -5,6 +5,7 @@
 
 #include "util/SRString.h"
 
+#include <new>
 #include <utility>
 
 /// Root of the library's exceptions. None of them derives from std::exception, so a handler for standard
@@ -52,6 +53,19 @@ public:
 };
 
 namespace krx::util {
+
+/// What call returns, or what otherwise returns when call ends for want of memory: the library throws
+/// SROutOfMemory then, the standard library std::bad_alloc. Other exceptions pass.
+template <typename Call, typename Otherwise>
+auto unlessOutOfMemory(Call call, Otherwise otherwise) -> decltype(call())
+{
+    try {
+        return call();
+    } catch (const SROutOfMemory&) {
+    } catch (const std::bad_alloc&) {
+    }
+    return otherwise();
+}
 
 /// A file could not be loaded, read or saved.
 class FileReadException : public SRException

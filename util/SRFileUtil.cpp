@@ -3,7 +3,7 @@
 
 #include "util/SRFileUtil.h"
 
-#include <boost/filesystem.hpp>
+#include "util/SRException.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -11,10 +11,11 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <iterator>
+#include <memory>
+#include <new>
 #include <string>
 #include <unistd.h>
 #include <utility>
-#include <vector>
 
 namespace krx::util {
 
@@ -38,6 +39,23 @@ bool failed(int error)
     return false;
 }
 
+/// What call returns, or failure, with ENOMEM, where memory runs out.
+template <typename Call, typename Result>
+auto orFailure(Call call, Result failure)
+{
+    return unlessOutOfMemory(call, [&]() -> decltype(call()) {
+        errno = ENOMEM;
+        return failure;
+    });
+}
+
+/// What call returns for the bytes of a path, or failure as above.
+template <typename Call, typename Result>
+auto withBytes(const SRString& path, Call call, Result failure)
+{
+    return orFailure([&] { return call(SRLocaleString(path).c_str()); }, failure);
+}
+
 /// Whether the status of path can be had; into st.
 bool statusOf(const SRString& path, struct ::stat64& st)
 {
@@ -56,16 +74,104 @@ unsigned sequenceLength(int lead)
     return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
 }
 
+/// The character that begins with the byte lead, which was read.
+std::wint_t restOfCharacter(int lead, std::FILE* file)
+{
+    const unsigned length = sequenceLength(lead);
+    char bytes[4] = {static_cast<char>(lead)};
+    unsigned n = 1;
+    for (; n < length; ++n) {
+        const int next = std::fgetc(file);
+        if (next == EOF)
+            break;
+        bytes[n] = static_cast<char>(next);
+    }
+    const SRString text = SRString::fromMultiByte(std::string_view(bytes, n));
+    if (text.empty())
+        return 0;  // the zero byte
+    if (text.length() == 1)
+        return static_cast<std::wint_t>(text[0]);
+    // Not well-formed: only the first byte is taken, the others are read anew.
+    while (n > 1)
+        std::ungetc(static_cast<unsigned char>(bytes[--n]), file);
+    return static_cast<std::wint_t>(0xDC00 + lead);
+}
+
+/// Renames unless the target exists, which fails with EACCES.
+int renameToNew(const char* source, const char* target)
+{
+    if (::renameat2(AT_FDCWD, source, AT_FDCWD, target, RENAME_NOREPLACE) == 0)
+        return 0;
+    if (errno == EINVAL || errno == ENOSYS) {
+        // The file system does not know the exclusive form.
+        struct ::stat64 st = {};
+        if (::lstat64(target, &st) != 0)
+            return ::rename(source, target);
+        errno = EEXIST;
+    }
+    if (errno == EEXIST)
+        errno = EACCES;
+    return -1;
+}
+
+/// Makes the directory with its missing parents. Leaves bytes as it was.
+bool makeDirs(std::string& bytes)
+{
+    for (std::size_t end = 1; end <= bytes.size(); ++end) {
+        if (end != bytes.size() && bytes[end] != '/')
+            continue;
+        const char behind = std::exchange(bytes[end], '\0');
+        struct ::stat64 st = {};
+        const int error = ::mkdir(bytes.c_str(), 0777) == 0 ? 0 : errno;
+        const bool isThere = error == 0 || (::stat64(bytes.c_str(), &st) == 0 && S_ISDIR(st.st_mode));
+        bytes[end] = behind;
+        if (!isThere)
+            return failed(error);
+    }
+    return !bytes.empty() || failed(ENOENT);
+}
+
 bool copyContents(int from, int to)
 {
-    std::vector<unsigned char> piece(0x40000);
+    constexpr std::size_t kPiece = 0x40000;
+    const std::unique_ptr<unsigned char[]> piece(new (std::nothrow) unsigned char[kPiece]);
+    if (!piece)
+        return failed(ENOMEM);
     for (;;) {
-        const ssize_t n = SRFileUtil::read(from, piece.data(), piece.size());
+        const ssize_t n = SRFileUtil::read(from, piece.get(), kPiece);
         if (n <= 0)
             return n == 0;
-        if (SRFileUtil::writeUntilDone(to, piece.data(), static_cast<std::size_t>(n)) != n)
+        if (SRFileUtil::writeUntilDone(to, piece.get(), static_cast<std::size_t>(n)) != n)
             return false;
     }
+}
+
+bool copyRegularFile(int source, const struct ::stat64& st, const char* name, bool failIfExists)
+{
+    const mode_t permission = st.st_mode & 0777;
+    constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK;
+    SRAutoFile target(retried([&] { return ::open64(name, kFlags | O_CREAT | O_EXCL, permission); }));
+    const bool created = target.get() >= 0;
+    if (!created) {
+        if (errno != EEXIST || failIfExists)
+            return false;
+        target.reset(retried([&] { return ::open64(name, kFlags); }));
+        struct ::stat64 old = {};
+        if (target.get() < 0 || ::fstat64(target.get(), &old) != 0)
+            return false;
+        if (old.st_dev == st.st_dev && old.st_ino == st.st_ino)
+            return failed(EEXIST);
+        if (!S_ISREG(old.st_mode))
+            return failed(EINVAL);
+        if (SRFileUtil::chsize(target.get(), 0) != 0)
+            return false;
+    }
+    if (copyContents(source, target.get()) && target.reset() == 0)
+        return true;
+    const int error = errno;
+    if (created)
+        ::unlink(name);
+    return failed(error);
 }
 
 }  // namespace
@@ -74,7 +180,6 @@ bool copyContents(int from, int to)
 
 int SRFileUtil::open(const SRString& path, int flags, int mode)
 {
-    const SRLocaleString name(path);
     mode_t permission = 0;
     if ((flags & O_CREAT) != 0) {
         if ((mode & 0x80) != 0)
@@ -84,7 +189,12 @@ int SRFileUtil::open(const SRString& path, int flags, int mode)
         else
             permission = static_cast<mode_t>(mode);
     }
-    return retried([&] { return ::open64(name.c_str(), flags | O_CLOEXEC, permission); });
+    return withBytes(
+        path,
+        [&](const char* name) {
+            return retried([&] { return ::open64(name, flags | O_CLOEXEC, permission); });
+        },
+        -1);
 }
 
 int SRFileUtil::close(int fd)
@@ -149,8 +259,8 @@ int SRFileUtil::chsize(int fd, FilePos size)
 
 std::FILE* SRFileUtil::fopen(const SRString& path, const char* mode)
 {
-    const std::string closedOnExec = std::string(mode) + 'e';
-    std::FILE* file = ::fopen64(SRLocaleString(path).c_str(), closedOnExec.c_str());
+    std::FILE* file = withBytes(
+        path, [&](const char* name) { return ::fopen64(name, (std::string(mode) + 'e').c_str()); }, nullptr);
     if (!file || mode[0] != 'r')
         return file;
     struct ::stat64 st = {};
@@ -195,26 +305,7 @@ int SRFileUtil::fgetc(std::FILE* file)
 std::wint_t SRFileUtil::fgetwc(std::FILE* file)
 {
     const int lead = std::fgetc(file);
-    if (lead == EOF)
-        return WEOF;
-    const unsigned length = sequenceLength(lead);
-    char bytes[4] = {static_cast<char>(lead)};
-    unsigned n = 1;
-    for (; n < length; ++n) {
-        const int next = std::fgetc(file);
-        if (next == EOF)
-            break;
-        bytes[n] = static_cast<char>(next);
-    }
-    const SRString text = SRString::fromMultiByte(std::string_view(bytes, n));
-    if (text.empty())
-        return 0;  // the zero byte
-    if (text.length() == 1)
-        return static_cast<std::wint_t>(text[0]);
-    // Not well-formed: only the first byte is taken, the others are read anew.
-    while (n > 1)
-        std::ungetc(static_cast<unsigned char>(bytes[--n]), file);
-    return static_cast<std::wint_t>(0xDC00 + lead);
+    return lead == EOF ? WEOF : orFailure([&] { return restOfCharacter(lead, file); }, WEOF);
 }
 
 int SRFileUtil::fputc(int c, std::FILE* file)
@@ -262,17 +353,20 @@ bool SRFileUtil::skipUTF8Header(unsigned char*& data, unsigned& length)
 
 int SRFileUtil::stat64(const SRString& path, struct stat64* st)
 {
-    return ::stat64(SRLocaleString(path).c_str(), st);
+    return withBytes(
+        path, [&](const char* name) { return ::stat64(name, st); }, -1);
 }
 
 int SRFileUtil::stat(const SRString& path, struct stat* st)
 {
-    return ::stat(SRLocaleString(path).c_str(), st);
+    return withBytes(
+        path, [&](const char* name) { return ::stat(name, st); }, -1);
 }
 
 int SRFileUtil::access(const SRString& path, int mode)
 {
-    return ::access(SRLocaleString(path).c_str(), mode);
+    return withBytes(
+        path, [&](const char* name) { return ::access(name, mode); }, -1);
 }
 
 bool SRFileUtil::fileExists(const SRString& path)
@@ -331,7 +425,8 @@ std::time_t SRFileUtil::getModifiedTime(const SRString& path)
 
 int SRFileUtil::utime(const SRString& path, const struct utimbuf* times)
 {
-    return ::utime(SRLocaleString(path).c_str(), times);
+    return withBytes(
+        path, [&](const char* name) { return ::utime(name, times); }, -1);
 }
 
 int SRFileUtil::futime(int fd, const struct utimbuf* times)
@@ -346,45 +441,37 @@ int SRFileUtil::futime(int fd, const struct utimbuf* times)
 
 int SRFileUtil::rename(const SRString& from, const SRString& to)
 {
-    const SRLocaleString source(from);
-    const SRLocaleString target(to);
-    SRString fullFrom;
-    SRString fullTo;
-    if (fullpath(fullFrom, from) && fullpath(fullTo, to) && fullFrom == fullTo)
-        return ::rename(source.c_str(), target.c_str());
-
-    if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0)
-        return 0;
-    if (errno == EINVAL || errno == ENOSYS) {
-        // The file system does not know the exclusive form.
-        struct ::stat64 st = {};
-        if (::lstat64(target.c_str(), &st) != 0)
-            return ::rename(source.c_str(), target.c_str());
-        errno = EEXIST;
-    }
-    if (errno == EEXIST)
-        errno = EACCES;
-    return -1;
+    const auto rename = [&] {
+        const SRLocaleString source(from);
+        const SRLocaleString target(to);
+        SRString fullFrom;
+        SRString fullTo;
+        const bool isSame = fullpath(fullFrom, from) && fullpath(fullTo, to) && fullFrom == fullTo;
+        return isSame ? ::rename(source.c_str(), target.c_str())
+                      : renameToNew(source.c_str(), target.c_str());
+    };
+    return orFailure(rename, -1);
 }
 
 int SRFileUtil::renameAndOverwrite(const SRString& from, const SRString& to)
 {
-    return ::rename(SRLocaleString(from).c_str(), SRLocaleString(to).c_str());
+    return orFailure([&] { return ::rename(SRLocaleString(from).c_str(), SRLocaleString(to).c_str()); }, -1);
 }
 
 int SRFileUtil::unlink(const SRString& path)
 {
-    return ::unlink(SRLocaleString(path).c_str());
+    return withBytes(path, ::unlink, -1);
 }
 
 int SRFileUtil::remove(const SRString& path)
 {
-    return std::remove(SRLocaleString(path).c_str());
+    return withBytes(
+        path, [](const char* name) { return std::remove(name); }, -1);
 }
 
 int SRFileUtil::rmdir(const SRString& path)
 {
-    return ::rmdir(SRLocaleString(path).c_str());
+    return withBytes(path, ::rmdir, -1);
 }
 
 bool SRFileUtil::removeFile(const SRString& path)
@@ -399,26 +486,29 @@ bool SRFileUtil::removeDir(const SRString& path)
 
 int SRFileUtil::mkdir(const SRString& path, mode_t mode)
 {
-    return ::mkdir(SRLocaleString(path).c_str(), mode);
+    return withBytes(
+        path, [&](const char* name) { return ::mkdir(name, mode); }, -1);
 }
 
 bool SRFileUtil::createDir(const SRString& path)
 {
-    const SRString native = nameToNative(path);
-    const std::string bytes = SRLocaleString(native).c_str();
-    if (bytes.size() >= PATH_MAX)
-        return failed(ENAMETOOLONG);
-    if (dirExists(native))
-        return true;
-    boost::system::error_code error;
-    boost::filesystem::create_directories(bytes, error);
-    return error ? failed(error.value()) : dirExists(native);
+    const auto create = [&] {
+        const SRString native = nameToNative(path);
+        std::string bytes = SRLocaleString(native).c_str();
+        if (bytes.size() >= PATH_MAX)
+            return failed(ENAMETOOLONG);
+        return dirExists(native) || makeDirs(bytes);
+    };
+    return orFailure(create, false);
 }
 
 bool SRFileUtil::createParentDir(const SRString& path)
 {
-    const SRString parent = getParentDir(path);
-    return parent.empty() || createDir(parent);
+    const auto create = [&] {
+        const SRString parent = getParentDir(path);
+        return parent.empty() || createDir(parent);
+    };
+    return orFailure(create, false);
 }
 
 bool SRFileUtil::copyFile(const SRString& from, const SRString& to, bool failIfExists)
@@ -431,36 +521,13 @@ bool SRFileUtil::copyFile(const SRString& from, const SRString& to, bool failIfE
     if (!S_ISREG(st.st_mode))
         return failed(S_ISDIR(st.st_mode) ? EISDIR : EINVAL);
 
-    const SRLocaleString name(to);
-    const mode_t permission = st.st_mode & 0777;
-    constexpr int kFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK;
-    SRAutoFile target(retried([&] { return ::open64(name.c_str(), kFlags | O_CREAT | O_EXCL, permission); }));
-    const bool created = target.get() >= 0;
-    if (!created) {
-        if (errno != EEXIST || failIfExists)
-            return false;
-        target.reset(retried([&] { return ::open64(name.c_str(), kFlags); }));
-        struct ::stat64 old = {};
-        if (target.get() < 0 || ::fstat64(target.get(), &old) != 0)
-            return false;
-        if (old.st_dev == st.st_dev && old.st_ino == st.st_ino)
-            return failed(EEXIST);
-        if (!S_ISREG(old.st_mode))
-            return failed(EINVAL);
-        if (chsize(target.get(), 0) != 0)
-            return false;
-    }
-    if (copyContents(source.get(), target.get()) && target.reset() == 0)
-        return true;
-    const int error = errno;
-    if (created)
-        ::unlink(name.c_str());
-    return failed(error);
+    return withBytes(
+        to, [&](const char* name) { return copyRegularFile(source.get(), st, name, failIfExists); }, false);
 }
 
 DIR* SRFileUtil::opendir(const SRString& path)
 {
-    return ::opendir(SRLocaleString(path).c_str());
+    return withBytes(path, ::opendir, nullptr);
 }
 
 int SRFileUtil::closedir(DIR* dir)
@@ -470,12 +537,14 @@ int SRFileUtil::closedir(DIR* dir)
 
 void* SRFileUtil::dlopen(const SRString& path, int flags)
 {
-    return ::dlopen(SRLocaleString(path).c_str(), flags);
+    return withBytes(
+        path, [&](const char* name) { return ::dlopen(name, flags); }, nullptr);
 }
 
 nl_catd SRFileUtil::catopen(const SRString& path, int flag)
 {
-    return ::catopen(SRLocaleString(path).c_str(), flag);
+    return withBytes(
+        path, [&](const char* name) { return ::catopen(name, flag); }, reinterpret_cast<nl_catd>(-1));
 }
 
 // SRAutoFile.

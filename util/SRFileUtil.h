@@ -24,7 +24,8 @@ using FilePos = long long;
 ///
 /// A path is handed to the system as its bytes, whatever the locale. Operations that return an int, a FilePos
 /// or an ssize_t give a negative value on failure, those that return a bool false, those that return a
-/// pointer null; errno then tells why. Nothing throws. Descriptors and streams are closed on exec.
+/// pointer null; errno then tells why. These do not throw: without memory they fail with ENOMEM. Descriptors
+/// and streams are closed on exec.
 class SRFileUtil
 {
 public:
@@ -118,7 +119,8 @@ public:
     static nl_catd catopen(const SRString& path, int flag);
 
     // Path forms. These work on the text alone, except that a relative path is completed by the current
-    // directory where the result is an absolute one.
+    // directory where the result is an absolute one. Without memory they throw SROutOfMemory or
+    // std::bad_alloc.
 
     static bool isDirSep(wchar_t c) { return c == L'/' || c == L'\\'; }
     /// Splits at the last directory separator, which belongs to neither part; only a root stays in dir. dir

@@ -3,14 +3,14 @@
 
 #include "util/SRFileUtil.h"
 
-#include <boost/filesystem.hpp>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace krx::util {
@@ -218,12 +218,8 @@ bool SRFileUtil::isPathAllowed(const SRString& path)
 
 SRString SRFileUtil::getCurDir()
 {
-    boost::system::error_code error;
-    const boost::filesystem::path current = boost::filesystem::current_path(error);
-    if (!error)
-        return SRString::fromMultiByte(current.native());
-    errno = error.value();
-    return SRString();
+    const std::unique_ptr<char, void (*)(void*)> current(::getcwd(nullptr, 0), std::free);
+    return current ? SRString::fromMultiByte(current.get()) : SRString();
 }
 
 SRString SRFileUtil::getTmpDir()

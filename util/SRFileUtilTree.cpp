@@ -1,6 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
+#include "util/SRException.h"
 #include "util/SRFileUtil.h"
 
 #include <cerrno>
@@ -132,11 +133,17 @@ private:
 
 bool SRFileUtil::removeDirRecursive(const SRString& path)
 {
-    // A separator at the end would follow a link.
-    std::string top = SRLocaleString(path).c_str();
-    while (top.size() > 1 && top.back() == '/')
-        top.pop_back();
-    return TreeRemover().run(top);
+    const auto remove = [&] {
+        // A separator at the end would follow a link.
+        std::string top = SRLocaleString(path).c_str();
+        while (top.size() > 1 && top.back() == '/')
+            top.pop_back();
+        return TreeRemover().run(top);
+    };
+    return unlessOutOfMemory(remove, [] {
+        errno = ENOMEM;
+        return false;
+    });
 }
 
 }  // namespace krx::util

@@ -70,9 +70,7 @@ template <typename CharT>
 void setBlockLength(CharT* block, std::size_t length)
 {
     unsigned char* header = headerOf(block);
-    header[0] = static_cast<unsigned char>(length >> 16);
-    header[1] = static_cast<unsigned char>(length >> 8);
-    header[2] = static_cast<unsigned char>(length);
+    krx::util::storeBig24(header, static_cast<unsigned>(length));
     block[length] = CharT();
 }
 

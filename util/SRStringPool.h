@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "util/bigendian.h"
+
 #include <cstddef>
 #include <iosfwd>
 #include <memory>
@@ -108,8 +110,7 @@ public:
 private:
     static int headerLength(const void* block)
     {
-        const unsigned char* header = static_cast<const unsigned char*>(block) - 4;
-        return header[0] << 16 | header[1] << 8 | header[2];
+        return static_cast<int>(krx::util::loadBig24(static_cast<const unsigned char*>(block) - 4));
     }
     static BlockType headerType(const void* block)
     {

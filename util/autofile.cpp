@@ -12,7 +12,6 @@
 #include <cstring>
 #include <fcntl.h>
 #include <limits>
-#include <new>
 #include <utility>
 
 namespace {
@@ -48,38 +47,54 @@ namespace {
 
 constexpr int kReadWrite = 0600;
 
-/// Bytes asked of one read: the count must fit what a read returns.
-constexpr unsigned kMaxRead = 0x40000000;
+/// Bytes asked of one call: the count must fit what the call returns.
+constexpr unsigned kMaxTransfer = 0x40000000;
+
+/// The text is left out where there is no memory for it.
+template <typename Value>
+[[noreturn]] void fail(const wchar_t* pattern, const Value& value)
+{
+    throw FileReadException(
+        unlessOutOfMemory([&] { return SRString::format(pattern, value); }, [] { return SRString(); }));
+}
 
 [[noreturn]] void throwNotOpened(const SRString& path)
 {
-    throw FileReadException(SRString(L"Could not open file:") + path);
+    fail(L"Could not open file:%s", path);
 }
 
 [[noreturn]] void throwTooLarge(unsigned long long size)
 {
-    throw FileReadException(SRString::format(L"Read buffer size too large to initialize, size = %llu", size));
+    fail(L"Read buffer size too large to initialize, size = %llu", size);
 }
 
 [[noreturn]] void throwReadFailed(unsigned bytesRead)
 {
-    throw FileReadException(SRString::format(L"Failed to read file buffer, bytesRead = %u", bytesRead));
+    fail(L"Failed to read file buffer, bytesRead = %u", bytesRead);
 }
 
 [[noreturn]] void throwWriteFailed(int errorCode)
 {
-    throw FileReadException(SRString::format(L"FileIO write failed, errorCode = %d", errorCode));
+    fail(L"FileIO write failed, errorCode = %d", errorCode);
 }
 
 SRBuffer makeBuffer(unsigned size)
 {
-    try {
-        return SRBuffer(size);
-    } catch (const SROutOfMemory&) {
-        throwTooLarge(size);
-    } catch (const std::bad_alloc&) {
-        throwTooLarge(size);
-    }
+    return unlessOutOfMemory([&] { return SRBuffer(size); }, [&]() -> SRBuffer { throwTooLarge(size); });
+}
+
+SRString copyOf(const SRString& path)
+{
+    return unlessOutOfMemory([&] { return path; }, []() -> SRString { throw FileReadException(); });
+}
+
+/// The directory of a path; empty when it has none.
+SRString directoryOf(const SRString& path)
+{
+    SRString dir;
+    SRString name;
+    SRFileUtil::splitPath(path, dir, name);
+    return dir;
 }
 
 }  // namespace
@@ -109,7 +124,7 @@ AutoFileLoad::AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room)
     m_buffer = SRBuffer(room.memory(), 0, 0);
     unsigned done = 0;
     while (done < size) {
-        const unsigned wanted = std::min(static_cast<unsigned>(size) - done, kMaxRead);
+        const unsigned wanted = std::min(static_cast<unsigned>(size) - done, kMaxTransfer);
         const int got = io->read(file.get(), done, m_buffer.base() + done, wanted);
         if (got < 0)
             throwReadFailed(done);
@@ -133,12 +148,12 @@ void AutoFileLoad::read(void* out, unsigned n)
 // AutoFileSave.
 
 AutoFileSave::AutoFileSave(const SRString& path, IKrxFileIo* io, unsigned capacity)
-    : m_path(path), m_io(io), m_buffer(makeBuffer(capacity))
+    : m_path(copyOf(path)), m_io(io), m_buffer(makeBuffer(capacity))
 {
 }
 
 AutoFileSave::AutoFileSave(const SRString& path, IKrxFileIo* io, const SRBuffer& buffer)
-    : m_path(path), m_io(io), m_buffer(buffer), m_shared(true)
+    : m_path(copyOf(path)), m_io(io), m_buffer(buffer), m_shared(true)
 {
 }
 
@@ -171,9 +186,8 @@ void AutoFileSave::flush()
 {
     struct ::stat64 st = {};
     if (m_io && m_io->stat(m_path, &st, IKrxFileIo::kFile) < 0) {
-        SRString dir;
-        SRString name;
-        SRFileUtil::splitPath(m_path, dir, name);
+        const SRString dir =
+            unlessOutOfMemory([&] { return directoryOf(m_path); }, [] { return SRString(); });
         if (!dir.empty())
             m_io->createDir(dir);  // a failure shows when the file is opened
     }
@@ -182,12 +196,14 @@ void AutoFileSave::flush()
     if (file.get() < 0)
         throwWriteFailed(file.get());
     const unsigned length = m_buffer.length();
-    if (length != 0) {
-        const int written = m_io->write(file.get(), 0, m_buffer.data(), length);
+    for (unsigned done = 0; done < length;) {
+        const unsigned wanted = std::min(length - done, kMaxTransfer);
+        const int written = m_io->write(file.get(), done, m_buffer.data() + done, wanted);
         if (written < 0)
             throwWriteFailed(written);
-        if (static_cast<unsigned>(written) != length)
-            throw FileReadException(SRString::format(L"FileIO write failed, bytesWritten = %d", written));
+        done += std::min(static_cast<unsigned>(written), wanted);
+        if (static_cast<unsigned>(written) != wanted)
+            fail(L"FileIO write failed, bytesWritten = %u", done);
     }
     // What the system could not store may show only now.
     const int closed = file.close();

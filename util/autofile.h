@@ -35,7 +35,8 @@ private:
 
 namespace krx::util {
 
-/// A whole file in memory, read at construction, and a position from which it is read on.
+/// A whole file in memory, read at construction, and a position from which it is read on. Throws nothing but
+/// FileReadException, also where memory runs out; its text may be missing then.
 class AutoFileLoad : public IDeserialize
 {
 public:
@@ -55,7 +56,7 @@ private:
     unsigned m_pos = 0;
 };
 
-/// Collects the bytes of a file in memory; flush() writes the file.
+/// Collects the bytes of a file in memory; flush() writes the file. Throws as AutoFileLoad.
 class AutoFileSave : public ISerialize
 {
 public:

@@ -3,6 +3,7 @@
 
 #include "util/findfile.h"
 
+#include "util/SRException.h"
 #include "util/SRFileUtil.h"
 
 #include <cerrno>
@@ -10,6 +11,7 @@
 #include <locale.h>
 #include <regex.h>
 #include <string>
+#include <utility>
 
 namespace krx::util {
 
@@ -80,6 +82,12 @@ private:
     bool m_compiled = false;
 };
 
+struct DirCloser
+{
+    void operator()(DIR* dir) const noexcept { SRFileUtil::closedir(dir); }
+};
+using OpenDir = std::unique_ptr<DIR, DirCloser>;
+
 bool isDirectory(DIR* dir, const dirent64& entry)
 {
     if (entry.d_type != DT_UNKNOWN && entry.d_type != DT_LNK)
@@ -92,12 +100,9 @@ bool isDirectory(DIR* dir, const dirent64& entry)
 
 struct FindState
 {
-    FindState(DIR* opened, const std::string& name) : dir(opened), expression(name) {}
-    ~FindState() { SRFileUtil::closedir(dir); }
-    FindState(const FindState&) = delete;
-    FindState& operator=(const FindState&) = delete;
+    FindState(OpenDir opened, const std::string& name) : dir(std::move(opened)), expression(name) {}
 
-    DIR* dir;
+    OpenDir dir;
     NameExpression expression;
 };
 
@@ -106,16 +111,17 @@ void FindStateDeleter::operator()(FindState* state) const noexcept
     delete state;
 }
 
-FindHandle FindFirstFile(const SRString& pattern, FindData& data)
+namespace {
+
+FindHandle startListing(const SRString& pattern, FindData& data)
 {
-    data = FindData();
     SRString path;
     SRString name;
     SRFileUtil::splitPath(pattern, path, name);
-    DIR* dir = SRFileUtil::opendir(path.empty() ? SRString(L".") : path);
+    OpenDir dir(SRFileUtil::opendir(path.empty() ? SRString(L".") : path));
     if (!dir)
         return nullptr;
-    FindHandle handle(new FindState(dir, SRLocaleString(name).c_str()));
+    FindHandle handle(new FindState(std::move(dir), SRLocaleString(name).c_str()));
     if (!handle->expression.compiled()) {
         handle.reset();
         errno = EINVAL;
@@ -125,16 +131,28 @@ FindHandle FindFirstFile(const SRString& pattern, FindData& data)
     return handle;
 }
 
+}  // namespace
+
+FindHandle FindFirstFile(const SRString& pattern, FindData& data)
+{
+    data = FindData();
+    return unlessOutOfMemory([&] { return startListing(pattern, data); },
+                             []() -> FindHandle {
+                                 errno = ENOMEM;
+                                 return nullptr;
+                             });
+}
+
 bool FindNextFile(const FindHandle& handle, FindData& data)
 {
     data = FindData();
     if (!handle)
         return false;
-    while (const dirent64* entry = ::readdir64(handle->dir)) {
+    while (const dirent64* entry = ::readdir64(handle->dir.get())) {
         if (!handle->expression.matches(entry->d_name))
             continue;
         data.name = SRString::fromMultiByte(entry->d_name);
-        data.attributes = isDirectory(handle->dir, *entry) ? FindData::kAttributeDirectory : 0;
+        data.attributes = isDirectory(handle->dir.get(), *entry) ? FindData::kAttributeDirectory : 0;
         return true;
     }
     return false;

@@ -5,6 +5,7 @@
 
 #include "util/SRException.h"
 #include "util/krxassert.h"
+#include "util/messagerecord.h"
 
 #include <algorithm>
 #include <cstring>
@@ -20,14 +21,6 @@ constexpr int kNoMemoryLine = 104;
 constexpr int kLengthLine = 112;
 constexpr int kGrowLine = 126;
 
-constexpr unsigned kHeaderLength = 11;
-constexpr unsigned kRecordOverhead = kHeaderLength + 4;
-constexpr unsigned kMaxBody = 0xFFFFFF;
-
-constexpr unsigned char kTypeMask = 0x5F;
-constexpr unsigned char kAudioType = 8;
-constexpr unsigned char kVideoType = 9;
-
 /// An allocated memory, null when there is none.
 SRMemoryPtr allocate(unsigned capacity)
 {
@@ -38,14 +31,6 @@ SRMemoryPtr allocate(unsigned capacity)
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
-}
-
-/// Writes the low width bytes of value, most significant first, and returns the place behind them.
-unsigned char* put(unsigned char* out, unsigned width, unsigned value)
-{
-    for (unsigned i = width; i-- > 0; value >>= 8)
-        out[i] = static_cast<unsigned char>(value & 0xFF);
-    return out + width;
 }
 
 }  // namespace
@@ -73,7 +58,7 @@ void MessageBuffer::addMessage(unsigned char type, const void* data, unsigned le
         assertFailed(kFile, kNoMemoryLine);
         return;
     }
-    if (length > kMaxBody || (!data && length != 0)) {
+    if (length > kMaxMessageLength || (!data && length != 0)) {
         assertFailed(kFile, kLengthLine);
         return;
     }
@@ -83,21 +68,13 @@ void MessageBuffer::addMessage(unsigned char type, const void* data, unsigned le
         return;
     }
 
-    unsigned char* out = m_data + m_used;
-    out = put(out, 1, type);
-    out = put(out, 3, length);
-    out = put(out, 3, time);
-    out = put(out, 1, time >> 24);
-    out = put(out, 3, 0);  // stream id
-    if (length != 0)
-        std::memcpy(out, data, length);
-    put(out + length, 4, length + kHeaderLength);
+    writeRecord(m_data + m_used, {type, length, time, 0}, data);
 
     m_used += recordLength;
     const unsigned char kind = type & kTypeMask;
-    if (kind == kVideoType)
+    if (kind == kMsgVideo)
         m_flags |= kVideo;
-    else if (kind != kAudioType)
+    else if (kind != kMsgAudio)
         m_flags |= kOther;
     else if (length != 0)
         m_flags |= kAudio;

@@ -7,8 +7,7 @@
 
 namespace krx::util {
 
-/// Packs messages one behind the other, as a ZMV file holds them: the 11-byte message header, the body, and 4
-/// bytes (big-endian) that hold the length of header and body.
+/// Packs messages one after the other as records, as a ZMV file holds them (see RecordHeader).
 class MessageBuffer
 {
 public:

@@ -3,6 +3,7 @@
 
 #include "util/serializeutil.h"
 
+#include "util/bigendian.h"
 #include "util/krxassert.h"
 
 namespace krx::util {
@@ -25,8 +26,7 @@ void ISerialize::writeInt(unsigned width, unsigned long long value)
     if (width == 0)
         return;
     unsigned char bytes[kMaxWidth];
-    for (unsigned i = width; i-- > 0; value >>= 8)
-        bytes[i] = static_cast<unsigned char>(value & 0xFF);
+    storeBigEndian(bytes, value, width);
     write(bytes, width);
 }
 
@@ -38,10 +38,7 @@ unsigned long long IDeserialize::readInt(unsigned width)
     }
     unsigned char bytes[kMaxWidth] = {};
     read(bytes, width);
-    unsigned long long value = 0;
-    for (unsigned i = 0; i < width; ++i)
-        value = value << 8 | bytes[i];
-    return value;
+    return loadBigEndian(bytes, width);
 }
 
 }  // namespace krx::util

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstring>
+#include <unordered_map>
 #include <unordered_set>
 
 namespace krx {
@@ -56,6 +57,60 @@ ContextMessage fromObject(const SRDataArray& properties)
     }
     return message;
 }
+
+/// Takes the contexts out of the elements of a file's array, which are released on the way: what was read and
+/// what is kept are not in memory twice.
+class ContextImport
+{
+public:
+    /// fileBytes: of the encoded array. The contexts go to target, which is empty.
+    ContextImport(MediaContexts& target, std::size_t fileBytes)
+        : m_target(target), m_room(kSpareRoom + fileBytes * kRoomPerByte)
+    {
+    }
+
+    /// False for an element that is no object, and when the contexts need more memory than such a file may
+    /// take.
+    bool take(SRData& element)
+    {
+        const auto* const properties = static_cast<SRDataArray*>(element);
+        if (!properties)
+            return false;
+        const ContextMessage message = contextOf(*properties);
+        element.clear();
+        const std::size_t bytes =
+            sizeof(ContextMessage) + (m_target.findTrack(message.trackId) ? 0 : kTrackBytes);
+        if (bytes > m_room)
+            return false;
+        m_room -= bytes;
+        m_target.cacheContext(message);
+        return true;
+    }
+
+private:
+    /// A context takes a hundred bytes of a file. Far less do references to one object, and objects without
+    /// these properties: as many as fit can stay.
+    static constexpr std::size_t kRoomPerByte = 24;
+    static constexpr std::size_t kSpareRoom = 64 * 1024;
+    /// What a track takes with its first context.
+    static constexpr std::size_t kTrackBytes = 768;
+    /// An object with more properties is searched once, however many references there are to it.
+    static constexpr int kFewProperties = 16;
+
+    ContextMessage contextOf(const SRDataArray& properties)
+    {
+        if (properties.getSize() <= kFewProperties)
+            return fromObject(properties);
+        const auto [place, isNew] = m_known.try_emplace(&properties);
+        if (isNew)
+            place->second = fromObject(properties);
+        return place->second;
+    }
+
+    MediaContexts& m_target;
+    std::size_t m_room;
+    std::unordered_map<const SRDataArray*, ContextMessage> m_known;
+};
 
 }  // namespace
 
@@ -175,16 +230,15 @@ bool MediaContexts::importContexts(const SRBuffer& buffer)
         reader.GetVar(&value, true);
         if (reader.hasReadStarved())
             throw SROutOfMemory();
-        const auto* all = static_cast<SRDataArray*>(value);
+        auto* const all = static_cast<SRDataArray*>(value);
         if (!all || reader.isBad())
             return false;
+        ContextImport contexts(*this, buffer.length());
         for (int i = 0; i < all->getSize(); ++i) {
-            const auto* properties = static_cast<SRDataArray*>(all->getPropertyValueConst(i));
-            if (!properties) {
+            if (!contexts.take(all->getPropertyValue(i))) {
                 clear();
                 return false;
             }
-            cacheContext(fromObject(*properties));
         }
         return true;
     } catch (const SRBreakConnection&) {

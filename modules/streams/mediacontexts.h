@@ -109,7 +109,8 @@ public:
 
     /// Puts the contexts into buffer, which it replaces. False when they cannot be written.
     bool exportContexts(SRBuffer& buffer) const;
-    /// Replaces everything by what buffer holds. False, and empty, when it does not parse.
+    /// Replaces everything by what buffer holds. False, and empty, when it does not parse, and when so few
+    /// bytes stand for so many contexts and tracks that these would take more than 24 times the bytes.
     bool importContexts(const SRBuffer& buffer);
 
     // The same answers, in the form in which a stream adaptor gives them. A null holder is reported.

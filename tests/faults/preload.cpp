@@ -4,11 +4,11 @@
 // A library to be preloaded into the program: it stands between the program and the system's calls, counts
 // them, and makes a chosen one fail. Steered by the environment:
 //
-//   FAULT        "CALL:N:ACTION". CALL is open, stat, read, write, truncate, close or malloc, or any for all
-//                of these but malloc; N is the number of the call from 1, "N+" for that one and all after it,
-//                or "*" for every one. ACTION is the number of an error, or one of
-//                short       an eighth is moved of what was asked for
-//                interrupt   EINTR, and the same call made again goes through
+//   FAULT        "CALL:N:ACTION". CALL is open, stat, read, write, truncate, lock, close or malloc, or any
+//   for
+//                all of these but malloc; N is the number of the call from 1, "N+" for that one and all after
+//                it, or "*" for every one. ACTION is the number of an error, or one of short       an eighth
+//                is moved of what was asked for interrupt   EINTR, and the same call made again goes through
 //                shrink      the file FAULT_TARGET is cut to half, then the call goes on
 //                grow        bytes are appended to it
 //                vanish      it is removed (or moved away, when it is a directory)
@@ -28,6 +28,7 @@
 #include <cstring>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -48,14 +49,15 @@ enum Call
     kRead,
     kWrite,
     kTruncate,
+    kLock,
     kClose,
     kMalloc,
     kAny,
     kCalls
 };
 
-constexpr const char* kNames[kCalls] = {"open",     "stat",  "read",   "write",
-                                        "truncate", "close", "malloc", "any"};
+constexpr const char* kNames[kCalls] = {"open", "stat",  "read",   "write", "truncate",
+                                        "lock", "close", "malloc", "any"};
 constexpr int kMaxFiles = 1024;
 
 enum class Action
@@ -318,6 +320,12 @@ FAULTS_TRUNCATE(ftruncate, off_t)
 FAULTS_TRUNCATE(ftruncate64, off64_t)
 
 // NOLINTEND(bugprone-macro-parentheses)
+
+FAULTS_INTERPOSE int flock(int fd, int operation)
+{
+    static auto* const real = next(&flock, "flock");
+    return isWatched(fd) && fails(kLock) ? -1 : real(fd, operation);
+}
 
 FAULTS_INTERPOSE int statx(int dir, const char* path, int flags, unsigned mask, struct statx* status)
 {

@@ -72,6 +72,8 @@ const Row kRows[] = {
     {"FilmNoStatus", Victim::kFilm, "stat", error(EIO), Expected::kFails, {2, 3, 4, 6}},
     {"CopyDiskFull", Victim::kFilm, "write", error(ENOSPC), Expected::kFails, {6}},
     {"CopyWriteError", Victim::kFilm, "write", error(EIO), Expected::kFails, {6}},
+    {"CopyLockedByAnother", Victim::kFilm, "lock", error(EWOULDBLOCK), Expected::kFails, {6}},
+    {"CopyWithoutLock", Victim::kFilm, "lock", error(ENOLCK), Expected::kPasses, {}},
     {"CopyNotEmptied", Victim::kFilm, "truncate", error(EIO), Expected::kFails, {6}},
     {"CopyNotClosed", Victim::kFilm, "close", error(EIO), Expected::kEither, {6}},
     {"MovieReadError", Victim::kMovie, "read", error(EIO), Expected::kFails, {5}},

@@ -8,6 +8,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -109,6 +112,58 @@ TEST(Aggregate, SplitsByIndexAndByTime)
     EXPECT_EQ(third->getNext(), nullptr);
     EXPECT_EQ(aggregate->getNext(), nullptr);
     EXPECT_EQ(CompositeMessage(memoryOf(""), 0).getLastMsgTime(), 0xFFFFFFFFU);
+}
+
+/// However an aggregate is cut, each part has what a walk over its records finds; and records that are taken
+/// off one by one do not cost the more the more there are.
+TEST(Aggregate, PartsTellOfTheirRecords)
+{
+    std::mt19937 random(1);
+    std::string body;
+    for (unsigned i = 0; i < 100000; ++i) {
+        const char* const records[] = {
+            "08 000001 %06X 00 000000 AF 0000000C", "29 000001 %06X 00 000000 27 0000000C",
+            "12 000000 %06X 00 000000    0000000B", "0F 000001 %06X 00 000000 00 0000000C"};
+        std::array<char, 60> record{};
+        std::snprintf(record.data(), record.size(), records[std::min<std::size_t>(random() % 40, 3)], i);
+        body += hexText(record.data());
+    }
+    const auto check = [](const CompositeMessage& part) {
+        krx::MultiMsgCounter counter;
+        for (unsigned i = 0; i < part.getMessageCount(); ++i)
+            counter.addOne(static_cast<char>(part.getMessage(i)->getType()));
+        for (char type = 0; type < 24; ++type)
+            ASSERT_EQ(part.getCounter().getCount(type), counter.getCount(type));
+        EXPECT_EQ(part.getAudioFormats(), counter.getCount(kMsgAudio) != 0 ? 1 << 10 : 0);
+        EXPECT_EQ(part.getVideoCodecs(), counter.getCount(kMsgVideo) != 0 ? 1 << 7 : 0);
+        EXPECT_EQ(part.getTime(), part.getMessage(0)->getTime());
+        EXPECT_EQ(part.getBody() + SRMessageHeader::kSize, part.getMessage(0)->getBody());
+    };
+    const CompositeMessagePtr aggregate = aggregateOf(body);
+    for (int i = 0; i < 300; ++i) {
+        CompositeMessagePtr part = aggregate;
+        while (part && part->getMessageCount() > 1) {
+            CompositeMessagePtr other;
+            const auto at = static_cast<unsigned>(random() % part->getMessageCount());
+            (random() % 2 != 0) ? part->splitByIndex(at, part, other) : part->splitByIndex(at, other, part);
+            if (part && part->getMessageCount() < 50) {
+                check(*part);
+                for (const CompositeMessagePtr& beside : {part->getPrev(), part->getNext()})
+                    if (beside && beside->getMessageCount() < 50)
+                        check(*beside);
+            }
+        }
+    }
+
+    CompositeMessagePtr rest = aggregate;
+    CompositeMessagePtr first;
+    unsigned count = 0;
+    for (; rest; ++count) {
+        rest->splitByIndex(1, first, rest);
+        ASSERT_EQ(first->getMessage(0)->getTime(), count);
+        rest = count % 2 != 0 ? rest : first->getNext();
+    }
+    EXPECT_EQ(count, aggregate->getMessageCount());
 }
 
 TEST(Aggregate, PartsKeepTheWholeAlive)

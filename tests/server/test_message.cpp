@@ -133,6 +133,11 @@ TEST(Message, ReallocKeepsWhatFitsAndLeavesSharedBodies)
     EXPECT_EQ(bodyOf(*message).substr(0, 8), "abcdefgh");
     EXPECT_TRUE(message->reallocBuffer(2));
     EXPECT_EQ(bodyOf(*message), "abcd");
+    for (const unsigned size : {0xFFFFFFFCU, 0xFFFFFFFFU}) {
+        EXPECT_FALSE(message->reallocBuffer(size));
+        EXPECT_THROW(SRMessage::create(size), SROutOfMemory);
+    }
+    EXPECT_EQ(bodyOf(*message), "abcd");
 
     const SRMessagePtr copy = messageOf(kMsgAudio, "body")->clone(false);
     EXPECT_EQ(bodyOf(*copy), "body");

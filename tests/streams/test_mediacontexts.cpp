@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -184,6 +185,45 @@ TEST(MediaContexts, ImportsOrRefusesForeignFiles)
         MediaContexts contexts = twoTracks();
         EXPECT_EQ(contexts.importContexts(bufferOf(c.bytes)), c.taken) << c.name;
         EXPECT_EQ(contexts.numContexts(), c.contexts) << c.name;
+    }
+}
+
+/// An AMF3 array of count + 1 objects that have a member trackID alone, in five bytes each.
+std::string shortObjects(const char* sizeOfArray, unsigned count, unsigned tracks)
+{
+    std::string bytes = hexText("11 09") + hexText(sizeOfArray) + hexText("01 0A 13 01 0F 'trackID' 04 01");
+    for (unsigned i = 0; i < count; ++i) {
+        bytes += hexText("0A 01 04");
+        bytes += static_cast<char>(0x81 + i % tracks / 128);
+        bytes += static_cast<char>(i % tracks % 128);
+    }
+    return bytes;
+}
+
+/// What is kept and the time that it takes grow with the bytes of the file.
+TEST(MediaContexts, ImportsManyContextsInProportion)
+{
+    std::string sameObject = hexText("0A 000186A1 03");
+    for (int i = 0; i < 10'000; ++i)
+        sameObject += hexText("0001 'a' 05");
+    sameObject += hexText("0000 09");
+    for (int i = 0; i < 100'000; ++i)
+        sameObject += hexText("07 0001");
+    const struct
+    {
+        std::string bytes;
+        std::size_t contexts;  ///< 0: more than the file may take
+    } cases[] = {
+        {sameObject, 100'001},
+        {shortObjects("8C9A43", 100'000, 100), 100'001},
+        {shortObjects("819C23", 10'000, 10'000), 0},
+    };
+    for (const auto& c : cases) {
+        MediaContexts contexts;
+        const std::clock_t start = std::clock();
+        EXPECT_EQ(contexts.importContexts(bufferOf(c.bytes)), c.contexts != 0);
+        EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
+        EXPECT_EQ(contexts.numContexts(), c.contexts);
     }
 }
 

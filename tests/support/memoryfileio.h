@@ -24,9 +24,13 @@ public:
     bool isOpen() const { return m_openCount != 0; }
     /// The n-th read from now on (1-based) fails with -1, as do those behind it.
     void failReadsFrom(int n) { m_failFrom = m_readCount + n; }
+    /// Whether it can be opened from now on.
+    void allowOpen(bool allowed) { m_mayOpen = allowed; }
 
     int open(const SRString&, int, int, struct stat64* st) override
     {
+        if (!m_mayOpen)
+            return -1;
         ++m_openCount;
         if (st)
             fill(*st);
@@ -72,6 +76,7 @@ private:
     int m_openCount = 0;
     int m_readCount = 0;
     int m_failFrom = 0;
+    bool m_mayOpen = true;
 };
 
 }  // namespace krx::test

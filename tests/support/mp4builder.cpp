@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <span>
 
 namespace krx::test {
 namespace {
@@ -46,7 +47,7 @@ std::uint64_t durationOf(const MovieTrack& track)
 
 /// count, value pairs of a run-length table.
 template <typename Get>
-std::vector<std::uint32_t> runLengths(const std::vector<MovieSample>& samples, Get get)
+std::vector<std::uint32_t> runLengths(std::span<const MovieSample> samples, Get get)
 {
     std::vector<std::uint32_t> words;
     for (const MovieSample& sample : samples) {
@@ -61,13 +62,13 @@ std::vector<std::uint32_t> runLengths(const std::vector<MovieSample>& samples, G
 }
 
 /// One entry a chunk where the number of samples or the description changes.
-std::vector<std::uint32_t> sampleToChunk(const MovieTrack& track)
+std::vector<std::uint32_t> sampleToChunk(const MovieTrack& track, std::size_t samples)
 {
     std::vector<std::uint32_t> words;
     std::uint32_t chunk = 1;
-    for (std::size_t i = 0; i < track.samples.size(); i += track.samplesPerChunk, ++chunk) {
-        const auto count = static_cast<std::uint32_t>(
-            std::min<std::size_t>(track.samplesPerChunk, track.samples.size() - i));
+    for (std::size_t i = 0; i < samples; i += track.samplesPerChunk, ++chunk) {
+        const auto count =
+            static_cast<std::uint32_t>(std::min<std::size_t>(track.samplesPerChunk, samples - i));
         const std::uint32_t description = track.samples[i].description;
         if (words.empty() || words[words.size() - 2] != count || words.back() != description)
             words.insert(words.end(), {chunk, count, description});
@@ -75,46 +76,47 @@ std::vector<std::uint32_t> sampleToChunk(const MovieTrack& track)
     return words;
 }
 
-std::string sampleTable(const MovieTrack& track, bool fragmented,
+/// count: of the samples that stand in the tables.
+std::string sampleTable(const MovieTrack& track, std::size_t count,
                         const std::vector<std::uint64_t>& chunkOffsets)
 {
-    static const std::vector<MovieSample> kNone;
-    const std::vector<MovieSample>& samples = fragmented ? kNone : track.samples;
+    const std::span samples(track.samples.data(), count);
     const auto deltas = runLengths(samples, [](const MovieSample& s) { return s.duration; });
-    const auto chunks = fragmented ? std::vector<std::uint32_t>() : sampleToChunk(track);
+    const auto chunks = sampleToChunk(track, count);
     std::vector<std::uint32_t> sizes;
     std::vector<std::uint32_t> syncs;
-    for (std::size_t i = 0; i < samples.size(); ++i) {
+    for (std::size_t i = 0; i < count; ++i) {
         sizes.push_back(samples[i].size);
         if (samples[i].sync)
             syncs.push_back(static_cast<std::uint32_t>(i + 1));
     }
     Fields offsets;
-    offsets.u32(fragmented ? 0 : chunkOffsets.size());
+    offsets.u32(chunkOffsets.size());
     for (const std::uint64_t offset : chunkOffsets)
         track.wideOffsets ? offsets.u64(offset) : offsets.u32(offset);
 
     std::string content = stsd(track.entries);
     content += tableBox("stts", static_cast<std::uint32_t>(deltas.size() / 2), deltas);
-    if (track.compositionTable && !fragmented) {
+    if (track.compositionTable && count != 0) {
         const auto shifts = runLengths(samples, [](const MovieSample& s) { return s.compositionOffset; });
         content += tableBox("ctts", static_cast<std::uint32_t>(shifts.size() / 2), shifts);
     }
     content += tableBox("stsc", static_cast<std::uint32_t>(chunks.size() / 3), chunks);
     content += stsz(0, static_cast<std::uint32_t>(sizes.size()), sizes);
     content += fullBox(track.wideOffsets ? "co64" : "stco", offsets);
-    if (track.syncTable && !fragmented)
+    if (track.syncTable && count != 0)
         content += tableBox("stss", static_cast<std::uint32_t>(syncs.size()), syncs);
     return box("stbl", content + track.extraInTable);
 }
 
-std::string trackBox(const MovieTrack& track, bool fragmented, const std::vector<std::uint64_t>& chunkOffsets)
+std::string trackBox(const MovieTrack& track, std::size_t inTables,
+                     const std::vector<std::uint64_t>& chunkOffsets)
 {
     std::string content = tkhd(track.id);
     if (!track.edits.empty())
         content += box("edts", elst(track.edits));
     content += box("mdia", mdhd(track.timescale, durationOf(track), 0, track.language) + fullBox("hdlr") +
-                               box("minf", box("dinf") + sampleTable(track, fragmented, chunkOffsets)));
+                               box("minf", box("dinf") + sampleTable(track, inTables, chunkOffsets)));
     return box("trak", content + track.extraInTrack);
 }
 
@@ -127,7 +129,10 @@ std::string movieBox(const Movie& movie, const std::vector<std::vector<std::uint
     std::string content = mvhd(movie.timescale, duration);
     std::string extends;
     for (std::size_t t = 0; t < movie.tracks.size(); ++t) {
-        content += trackBox(movie.tracks[t], fragmented, chunkOffsets[t]);
+        const std::size_t samples = movie.tracks[t].samples.size();
+        const std::size_t inTables =
+            fragmented ? std::min<std::size_t>(movie.samplesInTables, samples) : samples;
+        content += trackBox(movie.tracks[t], inTables, chunkOffsets[t]);
         extends += fullBox("trex", Fields().u32(movie.tracks[t].id).u32(1).u32(0).u32(0).u32(0));
     }
     if (fragmented)
@@ -340,43 +345,41 @@ char sampleByte(std::size_t track, std::size_t sample, std::size_t i)
 
 BuiltMovie buildMovie(const Movie& movie)
 {
-    const std::vector<Chunk> chunks = chunksInTimeOrder(movie);
+    std::vector<Chunk> chunks = chunksInTimeOrder(movie);
+    const auto fragments = std::stable_partition(chunks.begin(), chunks.end(), [&](const Chunk& chunk) {
+        return movie.samplesPerFragment == 0 || chunk.first < movie.samplesInTables;
+    });
+
+    // The movie box is as long with any offsets: it is made twice when it stands in front of them.
     BuiltMovie built;
     built.samples.resize(movie.tracks.size());
     std::vector<std::vector<std::uint64_t>> offsets(movie.tracks.size());
-    if (movie.samplesPerFragment != 0) {
-        built.bytes = ftyp() + movieBox(movie, offsets);
-        std::uint32_t number = 0;
-        for (const Chunk& chunk : chunks) {
-            constexpr std::size_t kDataHeader = 8;
-            built.bytes += fragmentBox(movie.tracks[chunk.track], chunk, ++number, kDataHeader);
-            const std::size_t data = built.bytes.size();
-            built.bytes.append(kDataHeader, '\0');
-            writeSamples(built, movie, chunk);
-            const auto size = static_cast<std::uint32_t>(built.bytes.size() - data);
-            built.bytes.replace(data, kDataHeader, sizedBox(size, "mdat"));
-        }
-        return built;
+    for (auto chunk = chunks.begin(); chunk != fragments; ++chunk) {
+        offsets[chunk->track].push_back(built.bytes.size());
+        writeSamples(built, movie, *chunk);
     }
-
-    // The movie box is as long with any offsets: it is made twice when it stands in front of them.
-    BuiltMovie data;
-    data.samples.resize(movie.tracks.size());
-    for (const Chunk& chunk : chunks) {
-        offsets[chunk.track].push_back(data.bytes.size());
-        writeSamples(data, movie, chunk);
-    }
+    const bool noData = chunks.begin() == fragments && fragments != chunks.end();
+    const std::string mdat = noData ? "" : box("mdat", built.bytes);
     const std::size_t front = ftyp().size() + (movie.movieFirst ? movieBox(movie, offsets).size() : 0) + 8;
     for (std::size_t t = 0; t < offsets.size(); ++t) {
         for (std::uint64_t& offset : offsets[t])
             offset += front;
-        for (BuiltMovie::Place& place : data.samples[t])
+        for (BuiltMovie::Place& place : built.samples[t])
             place.offset += front;
     }
     const std::string moov = movieBox(movie, offsets);
-    const std::string mdat = box("mdat", data.bytes);
-    built.samples = data.samples;
     built.bytes = ftyp() + (movie.movieFirst ? moov + mdat : mdat + moov);
+
+    std::uint32_t number = 0;
+    for (auto chunk = fragments; chunk != chunks.end(); ++chunk) {
+        constexpr std::size_t kDataHeader = 8;
+        built.bytes += fragmentBox(movie.tracks[chunk->track], *chunk, ++number, kDataHeader);
+        const std::size_t data = built.bytes.size();
+        built.bytes.append(kDataHeader, '\0');
+        writeSamples(built, movie, *chunk);
+        const auto size = static_cast<std::uint32_t>(built.bytes.size() - data);
+        built.bytes.replace(data, kDataHeader, sizedBox(size, "mdat"));
+    }
     return built;
 }
 

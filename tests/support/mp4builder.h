@@ -113,7 +113,8 @@ struct Movie
     std::uint32_t timescale = 1000;
     std::vector<MovieTrack> tracks;
     bool movieFirst = true;                ///< 'moov' in front of 'mdat'
-    std::uint32_t samplesPerFragment = 0;  ///< above 0: all samples stand in fragments of so many
+    std::uint32_t samplesPerFragment = 0;  ///< above 0: the samples stand in fragments of so many
+    std::uint32_t samplesInTables = 0;     ///< but not the first ones of each track: a multiple of the former
     std::string extraInMovie;              ///< boxes at the end of 'moov'
 };
 

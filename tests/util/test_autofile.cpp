@@ -117,6 +117,26 @@ TEST(AutoFileSave, WritesWhatWasCollected)
     EXPECT_EQ(io.openFiles, 0);
 }
 
+TEST(AutoFileSave, WritesInPiecesThatOneCallCanCount)
+{
+    struct CountingIo : FaultyFileIo
+    {
+        long long written = 0;
+        int write(int, long long offset, void*, unsigned n) override
+        {
+            EXPECT_EQ(offset, written);
+            EXPECT_LE(n, static_cast<unsigned>(INT_MAX));
+            written += n;
+            return static_cast<int>(n);
+        }
+    } io;
+    const TempDir dir;
+    SRBuffer large(0xC0000000);  // never touched, so it takes no memory
+    large.setEnd(0xBFFFFFFF);
+    EXPECT_EQ(messageOf([&] { AutoFileSave(dir.file("f"), &io, large).flush(); }), "");
+    EXPECT_EQ(io.written, 0xBFFFFFFFLL);
+}
+
 TEST(AutoFileSave, LeavesAGivenBufferToItsOwner)
 {
     const TempDir dir;

@@ -7,9 +7,13 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <string_view>
+#include <sys/file.h>
 
 namespace {
 
@@ -76,6 +80,12 @@ TEST(ZmvRepair, CorrectedCopies)
     const std::size_t lateVideo = 2 * 15 + 6 + 4;
     const std::string dataStall = ZmvBuilder().audio(0).bytes();
     const std::string cue = messageBytes({18, 5000, metaData(0)});
+    // Twice the same object, and a reference to the list itself.
+    Amf circle = Amf().string("onMetaData").object().name("self").reference(0).name("a").object().end();
+    circle.name("b").reference(1);
+    Amf written = circle;
+    written.name("duration").number(1).name("canSeekToEnd").boolean(true).end();
+    circle.end();
 
     const struct
     {
@@ -89,7 +99,10 @@ TEST(ZmvRepair, CorrectedCopies)
         {"flags", "m", withFlags(film(metaData(1)), '\x52'), withFlags(film(metaData(1)), '\x57')},
         {"both values", "m", film(wrong.bytes()), film(right.bytes())},
         {"encryption mark is dropped", "m", film(wrong.bytes(), 50), film(right.bytes())},
-        {"AMF3 type is kept", "m", film(std::string(1, '\0') + wrong.bytes(), 15), film(right.bytes(), 15)},
+        {"AMF3 type is kept", "m", film('x' + wrong.bytes(), 15), film('\0' + right.bytes(), 15)},
+        {"AMF3 type, no list, not asked", "", film('\0' + Amf().string("onMetaData").number(1).bytes(), 15),
+         film('\0' + defaultMetaData(1), 15)},
+        {"references", "m", film(circle.bytes()), film(written.bytes())},
         {"list of neither", "m", film(Amf().string("onMetaData").ecmaArray().end().bytes()),
          film(defaultMetaData(1))},
         {"object", "m", film(Amf().string("onMetaData").object().end().bytes()), film(defaultMetaData(1))},
@@ -135,10 +148,8 @@ TEST(ZmvRepair, CorrectedCopies)
     EXPECT_EQ(silence(0x01000000), std::string("\x08\0\0\0\0\0\0\1\0\0\0\0\0\0\x0B", 15));
 }
 
-TEST(ZmvRepair, MetaDataThatNoMessageCanHold)
+TEST(ZmvRepair, WhatCannotBeRepairedIsReportedAsWithoutTheOption)
 {
-    // An object that lies in itself.
-    Amf circle = Amf().string("onMetaData").object().name("self").reference(0).end();
     // Each array holds the one before it twice: written out, they would be 2^40 bytes.
     Amf explosion = Amf().string("onMetaData").object().name("0").strictArray(1).number(0);
     for (unsigned char i = 1; i <= 40; ++i)
@@ -149,14 +160,34 @@ TEST(ZmvRepair, MetaDataThatNoMessageCanHold)
     for (int i = 0; i < 256; ++i)
         large.name("n").string(std::string(65525, 'x'));
     large.name("n").string(std::string(1246, 'x')).end();
+    const Amf reading = Amf().string("onMetaData").object().name("duration").number(1).end();
     InputRunner runner;
-    for (const Amf& amf : {circle, explosion, large}) {
-        const std::string film = ZmvBuilder().data(0, amf).audio(0).video(1000).bytes();
-        EXPECT_EQ(runner.findings(film, "m"), "e12") << amf.bytes().size();
-        EXPECT_EQ(runner.findings(film, "w"), "w100 w101 e119") << amf.bytes().size();
+    for (const Amf& amf : {explosion, large}) {
+        const ZmvBuilder film = ZmvBuilder(5).data(0, amf).audio(0).video(1000);
+        for (const char* options : {"w", "wm"})
+            EXPECT_EQ(runner.findings(film.bytes(), options), "w100 w101 e119") << amf.bytes().size();
+        // A later one decides.
+        EXPECT_EQ(runner.findings(ZmvBuilder(film).data(1000, reading).bytes(), "wm"),
+                  "w100 w101 w101 new ok");
     }
     EXPECT_LT(runner.report(ZmvBuilder().data(0, explosion).bytes(), "v").size(), 100000U);
-    EXPECT_FALSE(std::filesystem::exists(runner.dir.bytes("in.zmv.new")));
+
+    // Silence would be earlier than the audio before it, or later than the audio after it.
+    const auto meta = [](double seconds) { return ZmvBuilder().data(0, metaData(seconds)); };
+    const struct
+    {
+        std::string bytes;
+        const char* options;
+        const char* findings;
+    } cases[] = {
+        {meta(0.04).audio(46).video(40).bytes(), "ws", "w110 ok"},
+        {meta(1).audio(0).video(3000).audio(1000).bytes(), "ws", "w110 ok"},
+        {meta(1).audio(0).video(3000).audio(1000, 0).bytes(), "ws", "w110 ok"},
+        {meta(1).audio(0).video(3000).audio(1000).bytes(), "Ws", "e110"},
+        {meta(3).audio(0).video(3000).video(3001).audio(3000).bytes(), "Ws", "new ok"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(runner.findings(c.bytes, c.options), c.findings);
 }
 
 TEST(ZmvRepair, StretchesOf2GiBAreNotCopied)
@@ -184,6 +215,25 @@ TEST(ZmvRepair, StretchesOf2GiBAreNotCopied)
     EXPECT_EQ(runner.dir.read("in.zmv.new"), std::string("\0\0\0\1\1", 5));
 }
 
+TEST(ZmvRepair, LocksTheCopyUntilItIsAnnounced)
+{
+    InputRunner runner;
+    runner.dir.write("in.zmv", ZmvBuilder().audio(0).video(1000).bytes());
+    int locked = 0;
+    const auto before = ReportWriter::instance().setSink([&](std::string_view text) {
+        const krx::util::SRAutoFile copy(::open(runner.dir.bytes("in.zmv.new").c_str(), O_RDONLY));
+        locked += text.find(".new passed") != std::string_view::npos &&
+                  ::flock(copy.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+        return true;
+    });
+    VideoValidationJob job;
+    job.parameters = krx::test::parametersFor("m");
+    job.files = {runner.dir.bytes("in.zmv")};
+    EXPECT_EQ(job.validateAllFiles(), 0);
+    ReportWriter::instance().setSink(before);
+    EXPECT_EQ(locked, 1);
+}
+
 TEST(ZmvRepair, NeverTouchesTheInputOrAnythingThatIsNoFile)
 {
     namespace fs = std::filesystem;
@@ -209,7 +259,14 @@ TEST(ZmvRepair, NeverTouchesTheInputOrAnythingThatIsNoFile)
     fs::create_symlink("missing/file", copy);
     expectRefused("link to nowhere");
 
-    runner.dir.write("in.zmv.new", std::string(100000, 'x'));
+    const std::string old(100000, 'x');
+    runner.dir.write("in.zmv.new", old);
+    {
+        const krx::util::SRAutoFile other(::open(copy.c_str(), O_RDONLY));
+        ASSERT_EQ(::flock(other.get(), LOCK_SH), 0);
+        EXPECT_EQ(runner.findings(input, "m"), "new e6");
+        EXPECT_EQ(runner.dir.read("in.zmv.new"), old);
+    }
     EXPECT_EQ(runner.findings(input, "m"), "new ok");
     EXPECT_LT(runner.dir.read("in.zmv.new").size(), 200U);
 }

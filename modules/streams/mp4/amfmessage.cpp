@@ -216,9 +216,8 @@ bool AMFMessage::initDRMData(MP4File& file)
     m_length = 0;
     const std::vector<TrackInfo*> tracks = file.getTrackVec();
     const auto isProtected = [](const TrackInfo* track) {
-        return track->isValid() && !track->sampleDescriptions.empty() &&
-               (track->sampleDescriptions[0].type == fourCC("encv") ||
-                track->sampleDescriptions[0].type == fourCC("enca"));
+        return !track->sampleDescriptions.empty() && (track->sampleDescriptions[0].type == fourCC("encv") ||
+                                                      track->sampleDescriptions[0].type == fourCC("enca"));
     };
     const auto found = std::find_if(tracks.begin(), tracks.end(), isProtected);
     if (found == tracks.end())

@@ -106,17 +106,26 @@ private:
             const SampleEntry* entry = firstEntry(*track);
             if (!entry)
                 continue;
-            if (track->isVideo) {
-                // A fragmented file may tell no length.
-                if (const long long length = track->getContentLength(); length > 0)
-                    m_out.AddNamedAMF0Number("videoframerate", static_cast<double>(track->sampleTotal) *
-                                                                   track->timescale /
-                                                                   static_cast<double>(length));
-            } else if (track->isAudio) {
+            if (track->isVideo)
+                writeFrameRate(*track);
+            else if (track->isAudio) {
                 m_out.AddNamedAMF0Number("audiosamplerate", entry->sampleRate);
                 m_out.AddNamedAMF0Number("audiochannels", entry->channelCount);
             }
         }
+    }
+
+    void writeFrameRate(const TrackInfo& track)
+    {
+        auto samples = static_cast<double>(track.sampleTotal);
+        auto length = static_cast<double>(track.getContentLength());
+        if (length <= 0) {
+            // A fragmented file tells no length; the times of its samples do.
+            samples = track.samplesPassed;
+            length = static_cast<double>(track.timePassed);
+        }
+        if (length > 0)
+            m_out.AddNamedAMF0Number("videoframerate", samples * track.timescale / length);
     }
 
     void writeTags()

@@ -17,8 +17,7 @@ constexpr unsigned fourCC(const char (&code)[5])
     return value;
 }
 
-/// One box as read from the file. Cheap to copy: its path is told by MP4File::boxPath while the box is
-/// walked.
+/// One box as read from the file. Cheap to copy: it knows its own type, not the boxes around it.
 struct BoxHeader
 {
     krx::util::FilePos start = 0;  ///< first byte of the size field

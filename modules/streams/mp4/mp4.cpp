@@ -61,6 +61,7 @@ void MP4File::parse(long long start)
     parseBoxes(root);
     if (!m_movieSeen)
         throw StreamParseError(krx::streams::kNoMovieBox);
+    numberContexts();
 }
 
 void MP4File::checkForZMV()

@@ -66,6 +66,10 @@ public:
     void setIO(Mp4FileIO* io) { m_io = io; }
     /// Parses from start to the end of the file.
     void parse(long long start);
+    /// Gives each track the number under which its context messages are kept: its ID where that is below the
+    /// configured MaxTracks, else, in file order, the smallest number from 0 on that no track has. From
+    /// MaxTracks on the numbers are those of the file's own contexts. parse does this at its end.
+    void numberContexts();
 
     bool isAppendable() const;
     /// The record in use with that ID, or null.
@@ -88,7 +92,9 @@ public:
     krx::util::FilePos getMovieHeaderBoxPos() const { return m_movieHeaderPos; }
     bool getMovieExtendsBoxPos(krx::util::FilePos& pos) const;
     /// Recording path: takes size bytes from the smallest free box of the movie box that has exactly that
-    /// size or room for another box behind; pos is where they start, remaining what the free box keeps.
+    /// size or room for another box behind; pos is where they start, remaining what the free box keeps. Of
+    /// size 0 the smallest free box is found, and keeps all. False when there is none, and for a negative
+    /// size.
     bool consumeFreeBoxInMoov(long long size, krx::util::FilePos& pos, krx::util::FilePos& remaining);
 
     bool hasAVCVideo() const { return m_avcSeen; }
@@ -122,6 +128,7 @@ private:
     struct BoxRule;
     struct EntryRule;
     class OpenBox;
+    class FragmentReload;
 
     // The walk, and what the handlers check.
     static const BoxRule* findRule(unsigned type);
@@ -139,7 +146,10 @@ private:
     unsigned parseVersion(const BoxHeader& box);
     void warn(krx::streams::ParseStatus status);
     void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
-    bool isSilent() const { return m_logLevel <= 2 && !m_warningsAsErrors && !m_warningObserver; }
+    bool isSilent() const
+    {
+        return m_reloading || (m_logLevel <= 2 && !m_warningsAsErrors && !m_warningObserver);
+    }
     void chargeTableBytes(unsigned long long bytes);
 
     // Reading; all integers are big-endian. A read where nothing is left throws TruncatedStreamError.
@@ -264,6 +274,7 @@ private:
     krx::util::FilePos m_movieExtendsPos = 0;
     unsigned m_lastSequenceNumber = 0;
     krx::util::FilePos m_moofStart = 0;  ///< of the last 'moof'
+    bool m_reloading = false;            ///< a fragment whose warnings the parse has given is read again
 
     std::vector<TagEntry> m_tags;
     std::vector<ChapterEntry> m_chapters;

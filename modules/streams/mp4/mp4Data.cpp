@@ -20,8 +20,9 @@ using krx::streams::StreamParseError;
 constexpr unsigned long long kKeptShare = 16;
 constexpr unsigned long long kKeptFloor = 16U << 20;
 
-// Entries of the next page that a page holds too: its last sample steps into the next page's first entry of
-// each table, and there a step looks one sample-to-chunk entry ahead.
+// Entries of the next page that a page holds too: its last message may be a sample whose ender is the next
+// page's first, or an ender, whose step was found by a look at the next page's first sample. That takes the
+// first entry of each table, and of the sample-to-chunk entries the one behind it, too.
 constexpr unsigned kOverlap = 1;
 constexpr unsigned kSampleToChunkOverlap = 2;
 
@@ -117,8 +118,9 @@ void Mp4Data::subInitPlayback(int)
     m_loaded = false;
     const long long previousSize = std::exchange(m_fileSize, m_io.Size(true));
     m_file.parse(previousSize);
+    std::vector<std::size_t> splitPoints;
     try {
-        buildSegments();
+        splitPoints = buildSegments();
     } catch (const TruncatedStreamError& error) {
         m_file.logWarning(error);
         // The tables were not cut, so that they are one page.
@@ -130,28 +132,39 @@ void Mp4Data::subInitPlayback(int)
     } catch (const TruncatedStreamError& error) {
         m_file.logWarning(error);
     }
+    // Not before: the search for the time coordination is not bound to a segment.
+    splitTables(splitPoints);
     setMsgTypes();
     releaseTables();
     m_loaded = true;
 }
 
-/// Walks all samples in time order and cuts the messages into segments, and the tables into pages.
-void Mp4Data::buildSegments()
+/// Walks all samples in time order and cuts the messages into segments. Returns the boundaries at which a new
+/// table page begins.
+std::vector<std::size_t> Mp4Data::buildSegments()
 {
     WalkBudget budget(m_fileSize);
     ContextCache contexts(*this);
     Mp4Cursor cursor(m_file);
     appendBoundary(cursor);
 
-    // Fragments that are not walked to their end stay loaded where an error leaves the walk.
-    struct FragmentRelease
+    // Also where an error leaves the walk: how far it came is kept, and fragments that it has not walked to
+    // their end are released.
+    struct WalkEnd
     {
         Mp4Cursor& cursor;
-        ~FragmentRelease()
+        ~WalkEnd()
         {
-            cursor.applyTracks([](TrackCursor& track) { track.releaseFragment(); });
+            const TrackCursor* stopped = cursor.getActiveTrack();
+            cursor.applyTracks([&](TrackCursor& track) {
+                TrackInfo& info = track.track();
+                const bool within = &track == stopped && !track.isHeader() && !track.isEnder();
+                info.samplesPassed = info.sampleTotal - (within && info.sampleTotal != 0 ? 1 : 0);
+                info.timePassed = track.position().mediaTime;
+                track.releaseFragment();
+            });
         }
-    } const release{cursor};
+    } const end{cursor};
 
     unsigned long long segmentBytes = 0;
     unsigned long long splitTableBytes = 0;
@@ -200,7 +213,7 @@ void Mp4Data::buildSegments()
         throw NoTracksError(krx::streams::kNoValidTracks);
     if (cursor.getIndex() > m_boundaries.back().getIndex())
         appendBoundary(cursor);
-    splitTables(splitPoints);
+    return splitPoints;
 }
 
 /// A track that goes on in a later recording is closed for the players of today.

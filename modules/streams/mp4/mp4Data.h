@@ -75,8 +75,10 @@ public:
     /// False, and bounds unchanged, when no segment holds the time (ms) or the position.
     bool findSegmentByTime(unsigned time, SegmentBounds* bounds) const;
     bool findSegmentByPos(long long index, SegmentBounds* bounds) const;
-    /// Delivers the messages of a segment, whose bounds must be those that a lookup gives. True when all came
-    /// through; what failed is logged.
+    /// Delivers the messages of a segment, whose bounds must be those that a lookup gives. A bad sample is
+    /// left out, and the first one of the file is logged. Anything else that fails ends the load: that is
+    /// logged each time, the messages before it are delivered, also those of an aggregate in work, and the
+    /// result is false.
     bool loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder);
     /// Releases a page of the sample tables until a segment needs it again.
     void clearTableSegment(unsigned tablePage);
@@ -103,16 +105,13 @@ public:
     Mp4FileIO* getFileIO() { return &m_io; }
     MP4File& getFile() { return m_file; }
 
-    /// A bad message is logged once in a process; this makes the next one the first again.
-    static void resetBadSampleLog();
-
 private:
     using Comparator = bool (*)(const Boundary& a, const Boundary& b);
     class ContextCache;
 
     // Cutting (mp4Data.cpp).
     StreamLoadStatus updateStatus(StreamLoadStatus status) const;
-    void buildSegments();
+    std::vector<std::size_t> buildSegments();
     void appendBoundary(const Mp4Cursor& cursor);
     void chargeKept(std::size_t bytes);
     void cacheTrackEnder(const TrackCursor& track, long long index, ContextCache& contexts);
@@ -127,8 +126,10 @@ private:
     SegmentBounds toBounds(std::size_t segment) const;
     void deliverSegment(Mp4Cursor& cursor, ISegmentHolder& holder);
     void deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg& aggregate);
+    void deliverMessage(Seekable& message, ISegmentHolder& holder, AggMsg& aggregate);
     bool isToSkipLoad(const Seekable& message);
-    void logBadSample(const SRString& text);
+    void logBadSample(const krx::streams::StreamParseError& error);
+    void logLoss(const krx::streams::StreamParseError& error) const;
     void keepFragments(const CursorState& state);
 
     // Messages of the file itself (mp4filemessages.cpp).
@@ -163,6 +164,7 @@ private:
     // What loading left in memory: the table page, and the fragment that each track stood in.
     unsigned m_tablePage = 0;
     std::vector<unsigned> m_standingFragments;
+    bool m_badSampleLogged = false;
 };
 
 }  // namespace krx::mp4

@@ -68,6 +68,9 @@ void TrackCursor::advance()
     if (walkStretch(kNoLimits, [](unsigned) { return false; }))
         return;
     ++m_pos.stepCount;
+    // Nobody goes on from here, and the tables that the step needs may be those of the next page.
+    if (atLimit())
+        return;
     if (m_pos.headerPending)
         m_pos.headerPending = false;
     else

@@ -107,7 +107,7 @@ public:
     /// The current type is closed by an ender.
     bool isEnderType() const { return m_pos.typeValid && hasEnder(m_pos.sampleType); }
 
-    bool atEndOfSegment() const { return (m_limited && m_pos.stepCount == m_limit) || atEndOfTrack(); }
+    bool atEndOfSegment() const { return atLimit() || atEndOfTrack(); }
     bool atEndOfTrack() const
     {
         if (m_pos.headerPending || m_pos.enderPending)
@@ -115,7 +115,9 @@ public:
         return m_pos.inMovieBox ? m_pos.chunkIndex >= m_track->chunkOffsets.size()
                                 : m_pos.fragmentIndex >= m_track->fragments.size();
     }
-    /// The segment ends where end stands, a later position in the same track.
+    /// The segment ends where end stands, a later position in the same track. The step that ends it is
+    /// counted but not looked at, as only the next segment has what that may read: at the limit the position
+    /// tells no more than the count.
     void setLimit(const TrackPosition& end);
 
     /// Bytes of the table entries that lie behind the cursor.
@@ -128,6 +130,7 @@ public:
     void releaseFragment();
 
 private:
+    bool atLimit() const { return m_limited && m_pos.stepCount == m_limit; }
     unsigned stepsInStretch() const;
     template <typename Take>
     void walkTables(unsigned steps, const StretchLimits& limits, Take& take);

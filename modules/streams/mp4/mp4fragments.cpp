@@ -90,6 +90,27 @@ private:
 
 }  // namespace
 
+/// Opens the boxes around a fragment that is read again after the parse, when none is open, and keeps the
+/// warnings to the parse. What the fragment takes is counted for itself.
+class MP4File::FragmentReload
+{
+public:
+    FragmentReload(MP4File& file, unsigned type)
+        : m_file(file), m_moof(file.m_openBoxes, fourCC("moof")), m_fragment(file.m_openBoxes, type)
+    {
+        file.m_tableBytes = 0;
+        file.m_reloading = true;
+    }
+    ~FragmentReload() { m_file.m_reloading = false; }
+    FragmentReload(const FragmentReload&) = delete;
+    FragmentReload& operator=(const FragmentReload&) = delete;
+
+private:
+    MP4File& m_file;
+    OpenBox m_moof;
+    OpenBox m_fragment;
+};
+
 void MP4File::parseMovieExtends(const BoxHeader& box)
 {
     m_movieExtendsSeen = true;
@@ -144,15 +165,9 @@ void MP4File::parseAndUnloadTrackFragment(const BoxHeader& box)
 void MP4File::parseTrackFragment(TrackFragment& fragment, const BoxHeader& traf, FilePos payload)
 {
     constexpr unsigned kHeaderSize = 8;
-    // A fragment that is read again after the parse stands alone: no box is open around it, and what it takes
-    // is counted for itself.
-    std::optional<OpenBox> moof;
-    std::optional<OpenBox> open;
-    if (m_openBoxes.empty()) {
-        m_tableBytes = 0;
-        moof.emplace(m_openBoxes, fourCC("moof"));
-        open.emplace(m_openBoxes, traf.type);
-    }
+    std::optional<FragmentReload> reload;
+    if (m_openBoxes.empty())
+        reload.emplace(*this, traf.type);
 
     skipTo(payload);
     bool headerSeen = false;

@@ -134,7 +134,7 @@ bool MP4File::consumeFreeBoxInMoov(long long size, FilePos& pos, FilePos& remain
         if (fits && (best == m_freeBoxesInMoov.end() || it->size < best->size))
             best = it;
     }
-    if (size <= 0 || best == m_freeBoxesInMoov.end())
+    if (size < 0 || best == m_freeBoxesInMoov.end())
         return false;
     pos = best->start;
     best->start += size;
@@ -175,6 +175,25 @@ std::vector<TrackInfo*> MP4File::getTrackVec()
     for (const auto& track : m_tracks)
         tracks.push_back(track.get());
     return tracks;
+}
+
+void MP4File::numberContexts()
+{
+    // Fewer tracks than numbers: the smallest one that is free is below their count.
+    std::vector<bool> taken(m_tracks.size());
+    for (const auto& track : m_tracks) {
+        track->contextNumber = track->trackId;
+        if (track->trackId < std::min<std::size_t>(m_config.MaxTracks, taken.size()))
+            taken[track->trackId] = true;
+    }
+    std::size_t next = 0;
+    for (const auto& track : m_tracks) {
+        if (track->trackId < m_config.MaxTracks)
+            continue;
+        while (taken[next])
+            ++next;
+        track->contextNumber = static_cast<unsigned>(next++);
+    }
 }
 
 bool MP4File::addNewTrack(const TrackInfo& track)

@@ -7,7 +7,7 @@
 #include "util/krxassert.h"
 
 #include <algorithm>
-#include <atomic>
+#include <utility>
 
 namespace krx::mp4 {
 namespace {
@@ -18,12 +18,19 @@ constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kBoundsLine = 3086;
 constexpr int kNoHolderLine = 3079;
 
-std::atomic<bool> g_badSampleLogged{false};
-
 void deliver(ISegmentHolder& holder, unsigned char type, void* data, unsigned length, unsigned time)
 {
     if (!holder.add(type, data, length, time))
         throw StreamParseError(krx::streams::kUnknownError);
+}
+
+/// Delivers what the aggregate holds and begins it anew; nothing while it is empty.
+void deliverAggregate(ISegmentHolder& holder, AggMsg& aggregate)
+{
+    const unsigned size = aggregate.size();
+    aggregate.clear();  // the bytes stay, and what is refused is not offered again
+    if (size != 0)
+        deliver(holder, kMsgAggregate, aggregate.data(), size, aggregate.getTime());
 }
 
 }  // namespace
@@ -98,17 +105,20 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
         const bool taken = holder->add(m_statusMessage.getMessageType(), m_statusMessage.data(),
                                        m_statusMessage.getActualMsgSize(), m_statusMessage.getTime());
         if (!taken)
-            logBadSample(StreamParseError(krx::streams::kUnknownError).getMessage());
+            logLoss(StreamParseError(krx::streams::kUnknownError));
         return taken;
     }
 
     const CursorState start = m_boundaries[segment].unpack();
     const CursorState end = m_boundaries[segment + 1].unpack();
     const AutoMp4Open open(&m_io);
-    if (!open.isOpen())
-        return start.index == end.index;
+    if (!open.isOpen()) {
+        logLoss(StreamParseError(krx::streams::kCannotOpenFile));
+        return false;
+    }
     Mp4Cursor cursor(m_file, start);
     keepFragments(start);
+    bool complete = false;
     try {
         if (cursor.getTablePage() != m_tablePage)
             clearTableSegment(m_tablePage);
@@ -117,21 +127,27 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
         holder->addDep(m_tablePage, static_cast<unsigned>(cursor.getSegSize()));
         cursor.setLimit(end);
         deliverSegment(cursor, *holder);
+        complete = cursor.getIndex() == end.index;
     } catch (const StreamParseError& error) {
-        logBadSample(error.getMessage());
+        logLoss(error);
     }
     m_standingFragments.clear();
     cursor.applyTracks(
         [&](const TrackCursor& track) { m_standingFragments.push_back(track.position().fragmentIndex); });
-    return cursor.getIndex() == end.index;
+    return complete;
 }
 
 void Mp4Data::deliverSegment(Mp4Cursor& cursor, ISegmentHolder& holder)
 {
     AggMsg aggregate(m_config.MaxAggMsgSize);
-    deliverMessages(cursor, holder, aggregate);
-    if (aggregate.size() != 0)
-        deliver(holder, kMsgAggregate, aggregate.data(), aggregate.size(), aggregate.getTime());
+    try {
+        deliverMessages(cursor, holder, aggregate);
+    } catch (const StreamParseError&) {
+        // What came before the fault is sound.
+        deliverAggregate(holder, aggregate);
+        throw;
+    }
+    deliverAggregate(holder, aggregate);
 }
 
 void Mp4Data::deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg& aggregate)
@@ -141,24 +157,31 @@ void Mp4Data::deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg&
         try {
             if (!message.initFromCursor(cursor, m_io))
                 continue;
-            if (isToSkipLoad(message))
-                ;
-            else if (!m_config.EnableAggMsgs) {
-                message.readPayload(m_io);
-                deliver(holder, message.getMessageType(), message.data(), message.getActualMsgSize(),
-                        message.getTime());
-            } else {
-                aggregate.appendSeekable(m_io, message);
-                if (aggregate.size() > m_config.MaxAggMsgSize) {
-                    deliver(holder, kMsgAggregate, aggregate.data(), aggregate.size(), aggregate.getTime());
-                    aggregate.clear();
-                }
-            }
+            if (!isToSkipLoad(message))
+                deliverMessage(message, holder, aggregate);
         } catch (const BadSampleError& error) {
-            logBadSample(error.getMessage());
+            logBadSample(error);
         }
         cursor.countMessage();
     }
+}
+
+/// Delivers the message, or appends it to the aggregate. One that no aggregate has room for goes alone.
+void Mp4Data::deliverMessage(Seekable& message, ISegmentHolder& holder, AggMsg& aggregate)
+{
+    if (m_config.EnableAggMsgs) {
+        bool appended = aggregate.appendSeekable(m_io, message);
+        if (!appended && aggregate.size() != 0) {
+            deliverAggregate(holder, aggregate);
+            appended = aggregate.appendSeekable(m_io, message);
+        }
+        if (aggregate.size() > m_config.MaxAggMsgSize)
+            deliverAggregate(holder, aggregate);
+        if (appended)
+            return;
+    }
+    message.readPayload(m_io);
+    deliver(holder, message.getMessageType(), message.data(), message.getActualMsgSize(), message.getTime());
 }
 
 /// The file's time coordination is delivered with its contexts.
@@ -178,20 +201,23 @@ void Mp4Data::keepFragments(const CursorState& state)
     }
 }
 
-void Mp4Data::logBadSample(const SRString& text)
+/// Where one sample is bad, mostly all are.
+void Mp4Data::logBadSample(const StreamParseError& error)
 {
-    if (g_badSampleLogged.exchange(true) || !m_context)
+    if (!std::exchange(m_badSampleLogged, true))
+        logLoss(error);
+}
+
+void Mp4Data::logLoss(const StreamParseError& error) const
+{
+    if (!m_context)
         return;
     const std::string_view path = m_path.view();
     const SRString name = SRString::fromMultiByte(path.substr(path.rfind('/') + 1));
-    const SRString line = SRString::format(
-        L"KRX detected a bad message in : %S Playback may have incomplete content : %S", name, text);
+    const SRString line =
+        SRString::format(L"KRX detected a bad message in : %S Playback may have incomplete content : %S",
+                         name, error.getMessage());
     m_context->log(line.toMultiByte().c_str(), krx::streams::LOG_WARNING, false);
-}
-
-void Mp4Data::resetBadSampleLog()
-{
-    g_badSampleLogged = false;
 }
 
 }  // namespace krx::mp4

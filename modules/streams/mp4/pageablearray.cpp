@@ -86,7 +86,7 @@ void PageableArray<T>::throwTableError()
 template <typename T>
 void PageableArray<T>::init(unsigned count, FilePos pos, Mp4FileIO* io, unsigned entrySize)
 {
-    clear();
+    *this = PageableArray<T>();
     const bool knownSize =
         entrySize == sizeof(T) || (kMayBeStoredAs32Bits<T> && entrySize == sizeof(unsigned));
     if (!io || !knownSize || pos < 0 || pos > io->Size() || count > (io->Size() - pos) / entrySize)
@@ -192,7 +192,10 @@ std::size_t PageableArray<T>::getPageSize(std::size_t n) const
 template <typename T>
 void PageableArray<T>::clear()
 {
-    *this = PageableArray<T>();
+    std::vector<ArrayPage<T>>().swap(m_pages);
+    m_curPage = -1;
+    m_cur = nullptr;
+    m_curStart = m_curEnd = 0;
 }
 
 template <typename T>

@@ -73,7 +73,8 @@ public:
     std::size_t pageCount() const { return m_pages.size(); }
     /// Bytes that page n takes in memory when it is loaded; 0 when not initialised.
     std::size_t getPageSize(std::size_t n) const;
-    /// Releases everything.
+    /// Releases all pages: no entry is at hand and no page can be made current until the table is split or
+    /// initialised anew. It keeps its size and stays initialised.
     void clear();
 
     /// Entry i, which must lie in the current page.

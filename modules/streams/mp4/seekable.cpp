@@ -25,7 +25,6 @@ constexpr int kMessageTypeLine = 142;
 constexpr int kHeaderSizeLine = 171;
 constexpr int kPendingLine = 1402;
 constexpr int kNoRoomLine = 1540;
-constexpr int kBodyLengthLine = 1871;
 
 // Protection of a payload is told in front of it by filters: their number, and for each its name with a zero
 // byte, the length of its parameters (24 bits), and these.
@@ -126,7 +125,7 @@ void Seekable::initCommon(const TrackCursor& cursor, long long index)
     m_index = index;
     m_time = cursor.getTimeMillis();
     m_track = &cursor.track();
-    m_trackNumber = m_track->trackId;
+    m_trackNumber = m_track->contextNumber;
     m_descriptionIndex = cursor.position().descriptionIndex;
     setSampleType(cursor.position().sampleType);
     m_actualSize = 0;
@@ -327,8 +326,7 @@ unsigned Seekable::replaceByTextMessage(SRMemory& buffer, unsigned at, unsigned 
     if (text.hasFailed() || !provide(buffer, static_cast<unsigned long long>(at) + text.length()))
         return 0;
     std::memcpy(buffer.data() + at, text.data(), text.length());
-    m_payloadSize = text.length();
-    return m_payloadSize;
+    return text.length();
 }
 
 bool Seekable::toContextMessage(ContextMessage& message) const
@@ -357,24 +355,25 @@ std::size_t Seekable::reportMemorySize() const
 
 AggMsg::AggMsg(unsigned reserve) : m_buffer(new SRMemory(kMinBuffer)), m_reserve(reserve) {}
 
-void AggMsg::appendSeekable(Mp4FileIO& io, Seekable& message)
+bool AggMsg::appendSeekable(Mp4FileIO& io, Seekable& message)
 {
     // A segment's messages hardly exceed what makes it end, however large the reserve.
     constexpr unsigned kMaxReserve = 1U << 19;
+    const unsigned long long needed =
+        static_cast<unsigned long long>(m_position) + message.getEstimatedMsgSize() + kRecordOverhead;
+    if (needed > kMaxSize)
+        return false;
     if (m_position == 0) {
         m_time = message.getTime();
         provide(*m_buffer, std::min(m_reserve, kMaxReserve) + kMinBuffer);
     }
-    const unsigned long long needed =
-        static_cast<unsigned long long>(m_position) + message.getEstimatedMsgSize() + kRecordOverhead;
     if (!provide(*m_buffer, needed))
         throw SROutOfMemory();
 
     const unsigned length = message.readPayloadToBuffer(io, *m_buffer, m_position + SRMessageHeader::kSize);
-    if (length > kMaxMessageLength) {
-        krx::util::assertFailed(kAssertPlace, kBodyLengthLine);
-        return;
-    }
+    // Timed text becomes longer than its sample.
+    if (length > kMaxSize - kRecordOverhead || m_position > kMaxSize - kRecordOverhead - length)
+        return false;
     const unsigned recordLength = SRMessageHeader::kSize + length;
     if (!provide(*m_buffer, static_cast<unsigned long long>(m_position) + recordLength + 4))
         throw SROutOfMemory();
@@ -386,6 +385,7 @@ void AggMsg::appendSeekable(Mp4FileIO& io, Seekable& message)
     header.serialize(record);
     WriteUnsigned(record + recordLength, recordLength, 4);
     m_position += recordLength + 4;
+    return true;
 }
 
 }  // namespace krx::mp4

@@ -5,6 +5,7 @@
 
 #include "modules/streams/mp4/codecheader.h"
 #include "modules/streams/mp4/sampletype.h"
+#include "server/SRMessage.h"
 #include "util/SRBuffer.h"
 
 #include <cstddef>
@@ -135,9 +136,14 @@ public:
     /// reserve: the size, in bytes, that the aggregate is meant to reach.
     explicit AggMsg(unsigned reserve);
 
-    /// Appends the message. Unchanged when that throws, and when the message is too long for its header,
-    /// which is reported.
-    void appendSeekable(Mp4FileIO& io, Seekable& message);
+    /// Bytes that an aggregate has at most: it is a message itself.
+    static constexpr unsigned kMaxSize = kMaxMessageLength;
+
+    /// Appends the message. False, and the aggregate unchanged, when it would come above kMaxSize: it is to
+    /// be delivered and cleared first, and a message that an empty one refuses is to be delivered alone.
+    /// Throws SROutOfMemory and what readPayloadToBuffer throws; the aggregate is unchanged then, too.
+    bool appendSeekable(Mp4FileIO& io, Seekable& message);
+    /// Empty again. What data() and getTime() give stays until the next append.
     void clear() { m_position = 0; }
 
     unsigned size() const { return m_position; }

@@ -107,7 +107,10 @@ public:
     unsigned short language = 0;      ///< packed
     unsigned sampleTotal = 0;         ///< counted while segments are cut
     unsigned trackId = 0;
-    unsigned constantSampleSize = 0;  ///< 0: sizes are per sample
+    unsigned contextNumber = 0;         ///< of its context messages, see MP4File::numberContexts
+    unsigned samplesPassed = 0;         ///< of sampleTotal: all but the one that the file ends in
+    unsigned long long timePassed = 0;  ///< decode time after these, without gaps; media timescale units
+    unsigned constantSampleSize = 0;    ///< 0: sizes are per sample
     unsigned sampleCount = 0;
 
     bool hasTrackExtends = false;

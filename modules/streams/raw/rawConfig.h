@@ -8,10 +8,12 @@ namespace krx::raw {
 /// The settings of the recorded-stream reader, by the names of their keys.
 struct RawConfigStruct
 {
-    bool EnableAggMsgs = true;       ///< "Raw/EnableAggMsgs": deliver runs of messages as aggregates
-    unsigned MaxAggMsgSize = 65536;  ///< "Raw/MaxAggMsgSize": an aggregate of so many bytes is delivered
-    bool WarningsAsErrors = false;   ///< "Raw/WarningsAsErrors"
-    unsigned MaxEraseRetries = 2;    ///< "Raw/MaxEraseRetries": of the recording side
+    bool EnableAggMsgs = true;  ///< "Raw/EnableAggMsgs": deliver runs of messages as aggregates
+    /// "Raw/MaxAggMsgSize": an aggregate of so many bytes is delivered; at the latest before it becomes
+    /// larger than a message can be.
+    unsigned MaxAggMsgSize = 65536;
+    bool WarningsAsErrors = false;  ///< "Raw/WarningsAsErrors"
+    unsigned MaxEraseRetries = 2;   ///< "Raw/MaxEraseRetries": of the recording side
 };
 
 }  // namespace krx::raw

@@ -69,7 +69,7 @@ bool metaAttribute(const MediaContexts& contexts, void* out, unsigned& size)
 
 RawAdaptor::RawAdaptor(IQVStreamContext* context) : m_context(context)
 {
-    config();
+    RawAdaptor::config();
 }
 
 unsigned RawAdaptor::getVersion() const

@@ -12,10 +12,11 @@ namespace krx::raw {
 
 /// The stream module for recorded-stream directories. Every operation but close wants a handle from a
 /// successful open. The operations of the recording side are not supported: they do nothing and answer false.
-class RawAdaptor final : public IQVStreamAdaptor
+class RawAdaptor : public IQVStreamAdaptor
 {
 public:
-    /// Reads the configuration. context (null: defaults, and nothing can be opened) must outlive the adaptor.
+    /// Reads the configuration, by its own operations. context (null: defaults, and nothing can be opened)
+    /// must outlive the adaptor.
     explicit RawAdaptor(IQVStreamContext* context);
 
     unsigned getVersion() const override;
@@ -45,12 +46,14 @@ public:
     bool updateMediaContext(void* handle, ContextType_t contextType, unsigned char type, unsigned time,
                             void* data, unsigned length) override;
 
+    // Configuration, of which a derived adaptor may take other settings: it calls config() once more.
+
     /// Asks the context for every setting.
-    void config();
+    virtual void config();
     /// As krx::util::StreamConfig, asked of the adaptor's context.
-    bool readConfig(const char* key, char*& buffer, unsigned& size);
-    bool readConfigBool(const char* key, bool& value);
-    bool readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max);
+    virtual bool readConfig(const char* key, char*& buffer, unsigned& size);
+    virtual bool readConfigBool(const char* key, bool& value);
+    virtual bool readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max);
 
     const RawConfigStruct& getConfig() const { return m_config; }
 

@@ -40,8 +40,10 @@ bool isDelivered(const SRMessageHeader& header, const unsigned char* body)
 
 }  // namespace
 
-void PendingAggregate::append(unsigned char* record, unsigned length, unsigned time)
+bool PendingAggregate::append(unsigned char* record, unsigned length, unsigned time)
 {
+    if (length > kMaxMessageLength - m_length)
+        return false;
     if (m_length == 0) {
         m_data = record;
         m_time = time;
@@ -51,6 +53,7 @@ void PendingAggregate::append(unsigned char* record, unsigned length, unsigned t
         m_copy.insert(m_copy.end(), record, record + length);
     }
     m_length += length;
+    return true;
 }
 
 void PendingAggregate::clear()
@@ -103,18 +106,31 @@ unsigned SegmentReader::readRecord(unsigned char* record, unsigned remaining)
 
     if (isDelivered(header, body)) {
         // A message at time 0 does not wait: it overtakes the aggregate that is pending.
-        if (m_config.EnableAggMsgs && header.timestamp != 0) {
-            m_aggregate.append(record, recordLength, header.timestamp);
-            if (m_aggregate.length() >= m_config.MaxAggMsgSize)
-                deliverAggregate();
-        } else {
-            deliver(record[0], body, header.length, header.timestamp);
-        }
+        if (m_config.EnableAggMsgs && header.timestamp != 0)
+            aggregate(record, header);
+        else
+            deliver(header.type, body, header.length, header.timestamp);
     }
     m_maxTime = std::max(m_maxTime, header.timestamp);
     m_minTime = header.timestamp;
     ++m_count;
     return recordLength;
+}
+
+void SegmentReader::aggregate(unsigned char* record, const SRMessageHeader& header)
+{
+    const unsigned length = header.length + kRecordOverhead;
+    if (!m_aggregate.append(record, length, header.timestamp)) {
+        if (m_aggregate.length() != 0)
+            deliverAggregate();
+        if (!m_aggregate.append(record, length, header.timestamp)) {
+            // Its body fits a message, with header and footer around it they do not.
+            deliver(header.type, record + SRMessageHeader::kSize, header.length, header.timestamp);
+            return;
+        }
+    }
+    if (m_aggregate.length() >= m_config.MaxAggMsgSize)
+        deliverAggregate();
 }
 
 void SegmentReader::deliverAggregate()

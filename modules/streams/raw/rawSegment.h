@@ -11,6 +11,8 @@
 #include <optional>
 #include <vector>
 
+struct SRMessageHeader;
+
 namespace krx::raw {
 
 /// A run of records on its way to the holder. As long as the records stand together it is a span of their
@@ -18,8 +20,9 @@ namespace krx::raw {
 class PendingAggregate
 {
 public:
-    /// Appends a record. The bytes must stay until clear().
-    void append(unsigned char* record, unsigned length, unsigned time);
+    /// Appends a record. The bytes must stay until clear(). False, and unchanged, when the records would be
+    /// too many bytes for one message.
+    bool append(unsigned char* record, unsigned length, unsigned time);
     void clear();
 
     unsigned char* data() { return m_copy.empty() ? m_data : m_copy.data(); }
@@ -54,6 +57,7 @@ public:
 
 private:
     unsigned readRecord(unsigned char* record, unsigned remaining);
+    void aggregate(unsigned char* record, const SRMessageHeader& header);
     void deliverAggregate();
     void deliver(unsigned char type, unsigned char* data, unsigned length, unsigned time);
     void warnBackwardTime();

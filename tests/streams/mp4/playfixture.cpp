@@ -42,7 +42,6 @@ PlayedFile::PlayedFile(std::string bytes, bool aggregates, unsigned maxAggregate
       context(&io),
       data("dir/movie.mp4", &context, &io, 0, configOf(aggregates, maxAggregate))
 {
-    mp4::Mp4Data::resetBadSampleLog();
     data.getFile().setWarningObserver(
         [this](const streams::StreamParseError& warning) { warnings.push_back(warning.getStatus()); });
     status = data.init();

@@ -178,6 +178,26 @@ TEST(AMFMessage, TellsTheMovie)
     EXPECT_EQ(toHex(body.substr(body.size() - end.size())), toHex(end));
 }
 
+TEST(AMFMessage, TellsTheFrameRateWithoutALength)
+{
+    const auto rateOf = [](std::uint32_t duration, std::uint32_t lastOffset) {
+        TrackBoxes video;
+        video.mediaHeader = mdhd(1000, 0);
+        video.description = stsd({videoEntry("H263")});
+        video.times = tableBox("stts", 1, {3, duration});
+        video.chunks = tableBox("stsc", 1, {1, 1, 1});
+        video.sizes = stsz(10, 3);
+        video.offsets = tableBox("stco", 3, {100, 100, lastOffset});
+        video.inTrack = box("edts", elst({{500, -1}, {40, 0}, {1000, -1}, {80, 40}}));
+        const std::string text = readable(PlayedFile(trackFile(video)).metadata());
+        const std::size_t at = text.find("videoframerate");
+        return at == std::string::npos ? "" : text.substr(at, text.find(',', at) - at);
+    };
+    EXPECT_EQ(rateOf(40, 100), "videoframerate: 25");
+    EXPECT_EQ(rateOf(40, 0xFFFFFFFF), "videoframerate: 25");  // the file ends before the last one
+    EXPECT_EQ(rateOf(0, 100), "");
+}
+
 TEST(AMFMessage, LeavesOutWhatIsMissing)
 {
     // A text track, a track that was dropped, and a video track without a length.
@@ -344,7 +364,11 @@ TEST(AMFMessage, TellsTheProtection)
         const std::string header = fullBox("qhdr", fullBox("qdkm", params) + signature, 1, 5);
         const std::string sinf =
             box("sinf", box("frma", "mp4a") + fullBox("schm", Fields().raw("qdkm")) + box("schi", header));
-        return plainFile(plainTrack(audioEntry("enca", esds("\x12\x10") + sinf), 1));
+        Movie movie;
+        movie.tracks = {plainTrack(audioEntry("enca", esds("\x12\x10") + sinf), 1),
+                        plainTrack(box("amf0", Fields().zeros(6).u16(1)), 1)};
+        movie.tracks[1].id = 2;
+        return buildMovie(movie).bytes;
     };
     const std::string start =
         "|AdditionalHeader {Encryption: {Version: 1, Method: Standard, Flags: 5, Params: {Version: 3, "
@@ -369,12 +393,17 @@ TEST(AMFMessage, TellsTheProtection)
          "Wardenv2, QPRS_METADATA: {Metadata: m, License: l}}}, SigFormat: f, Signature: s}}"},
     };
     for (const Case& c : cases) {
-        PlayedFile file(protectedFile(c.keyInfo, c.signature));
-        ASSERT_EQ(file.status, mp4::kLoadOk) << c.text;
-        const auto headers = file.contexts(64 + 3);
-        ASSERT_EQ(headers.size(), 1U) << c.text;
-        EXPECT_EQ(readable(headers[0]), start + c.text);
-        EXPECT_EQ(file.contexts(64 + 5), std::vector<std::string>{hexText("002100000000")}) << c.text;
+        std::string bytes = protectedFile(c.keyInfo, c.signature);
+        for (const bool playable : {true, false}) {
+            if (!playable)
+                bytes.replace(bytes.find("stts"), 4, "free");
+            PlayedFile file(bytes);
+            ASSERT_EQ(file.status, mp4::kLoadOk) << c.text;
+            const auto headers = file.contexts(64 + 3);
+            ASSERT_EQ(headers.size(), 1U) << c.text;
+            EXPECT_EQ(readable(headers[0]), start + c.text);
+            EXPECT_EQ(file.contexts(64 + 5), std::vector<std::string>{hexText("002100000000")}) << c.text;
+        }
     }
 }
 

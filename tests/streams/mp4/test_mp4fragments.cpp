@@ -145,6 +145,14 @@ TEST(Mp4Fragments, LoadFaults)
     EXPECT_THROW(fragment.load(), streams::StreamParseError);
     EXPECT_FALSE(fragment.isLoaded());
 
+    // What it warns of has been told by the parse.
+    for (const std::string& behind : {std::string("1234567"), sizedBox(100, "mdat")}) {
+        const auto odd = parseFile(withFragment(tfhd(1) + trun(1) + behind));
+        ASSERT_EQ(odd->warnings.size(), 1U);
+        odd->track()->fragments.at(0).load();
+        EXPECT_EQ(odd->warnings.size(), 1U);
+    }
+
     AssertRecorder asserts;
     mp4::TrackFragment orphan(nullptr, {}, 0, 0);
     EXPECT_EQ(orphan.getRunCount(), 0U);

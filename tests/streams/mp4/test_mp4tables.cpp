@@ -206,8 +206,13 @@ TEST(PageableArray, Pages)
     EXPECT_THROW(table.split({4, 2}), streams::StreamParseError);
     EXPECT_THROW(table.split({11}), streams::StreamParseError);
     table.clear();
-    EXPECT_FALSE(table.isInit());
+    EXPECT_TRUE(table.isInit());
+    EXPECT_EQ(table.size(), 10U);
     EXPECT_EQ(table.reportMemorySize(), 0U);
+    EXPECT_THROW(table.setCurPage(0), streams::StreamParseError);
+    EXPECT_THROW((void)table[4], streams::StreamParseError);
+    table.split({});
+    EXPECT_EQ(table[4], 4U);
 }
 
 TEST(PageableArray, RecordsOfEveryKind)

@@ -236,6 +236,12 @@ TEST(Mp4Movie, FreeBoxes)
     EXPECT_TRUE(parsed->mp4.consumeFreeBoxInMoov(92, pos, remaining));
     EXPECT_EQ(pos, first);
     EXPECT_EQ(remaining, 8);
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_TRUE(parsed->mp4.consumeFreeBoxInMoov(0, pos, remaining));
+        EXPECT_EQ(pos, first + 92);
+        EXPECT_EQ(remaining, 8);
+    }
+    EXPECT_FALSE(parsed->mp4.consumeFreeBoxInMoov(-1, pos, remaining));
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 // Walks of random movies, compared with an expansion of the same movies that knows no tables.
 
 #include "server/KRXSyncFileIo.h"
+#include "server/SRMessage.h"
 #include "tests/streams/mp4/playfixture.h"
 #include "tests/support/tempdir.h"
 
@@ -102,7 +103,8 @@ Message headerMessage(const Codec& codec)
 Step enderStep(const Codec& codec, unsigned long long time)
 {
     const std::size_t header = codec.isAVC() ? 5 : codec.prefix.size();
-    return {time, {codec.type, codec.type == 9 ? std::string("\x17\x02\0\0\0", 5) : "", 0}, header};
+    const std::string picture = codec.isAVC() ? std::string("\x17\x02\0\0\0", 5) : codec.keyPrefix;
+    return {time, {codec.type, codec.type == 9 ? picture : "", 0}, header};
 }
 
 Step sampleStep(const Plan& plan, std::size_t t, std::size_t i, long long decode)
@@ -155,7 +157,8 @@ std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& en
             if (media >= gap) {
                 decode += static_cast<long long>(edits[edit + 1].duration) - (media - gap);
                 edit += 2;
-                if (open->ender)
+                // Also where only the samples behind the gap are of a codec that has enders.
+                if (open->ender || plan.codecs[plan.track.samples[i + 1].description - 1].ender)
                     steps.push_back(enderStep(*open, steps.back().time));
                 open = nullptr;
             }
@@ -212,15 +215,30 @@ Expected expand(const std::vector<Plan>& plans)
     }
 }
 
-/// One or two gaps, each of which some sample steps over.
-std::vector<Edit> randomEdits(Random& random, const std::vector<MovieSample>& samples)
+/// How large the random tracks are.
+struct Shape
+{
+    unsigned groups;  ///< chunks
+    unsigned samplesPerChunk;
+    unsigned sampleSize;
+    unsigned descriptions;
+    unsigned gaps;
+};
+
+constexpr Shape kSmall{15, 6, 40, 2, 2};
+constexpr Shape kLarge{15, 6, 60'000, 2, 2};
+/// Table entries and messages for several pages of tables.
+constexpr Shape kPaged{12'000, 3, 250, 5, 150};
+
+/// Gaps, each of which some sample steps over.
+std::vector<Edit> randomEdits(Random& random, const std::vector<MovieSample>& samples, unsigned gaps)
 {
     std::vector<Edit> edits;
     if (chance(random, 30))
         edits.push_back({below(random, 5000), -1});
     unsigned long long time = 0;
     unsigned long long last = 0;
-    for (std::size_t i = 0; i + 1 < samples.size() && edits.size() < 5; ++i) {
+    for (std::size_t i = 0; i + 1 < samples.size() && edits.size() < 2 * gaps + 1; ++i) {
         time += samples[i].duration;
         if (samples[i].duration == 0 || !chance(random, 4))
             continue;
@@ -233,28 +251,28 @@ std::vector<Edit> randomEdits(Random& random, const std::vector<MovieSample>& sa
     return edits;
 }
 
-Plan randomTrack(Random& random, const std::vector<Codec>& codecs, unsigned id, bool large)
+Plan randomTrack(Random& random, const std::vector<Codec>& codecs, unsigned id, const Shape& shape)
 {
     Plan plan;
     MovieTrack& track = plan.track;
     track.id = id;
     track.timescale = std::vector<unsigned>{1000, 44100, 25000, 90000, 7}[below(random, 5)];
-    track.samplesPerChunk = 1 + below(random, 6);
+    track.samplesPerChunk = 1 + below(random, shape.samplesPerChunk);
     track.syncTable = chance(random, 70);
     track.compositionTable = chance(random, 50);
     track.wideOffsets = chance(random, 50);
-    const unsigned descriptions = chance(random, 60) ? 1 : 2;
+    const unsigned descriptions = chance(random, 50) ? 1 : 1 + below(random, shape.descriptions);
     for (unsigned i = 0; i < descriptions; ++i)
         plan.codecs.push_back(codecs[below(random, static_cast<unsigned>(codecs.size()))]);
     for (const Codec& codec : plan.codecs)
         track.entries.push_back(codec.entry);
 
-    const unsigned groups = 1 + below(random, 15);
+    const unsigned groups = 1 + below(random, shape.groups);
     for (unsigned g = 0; g < groups; ++g) {
         const unsigned description = 1 + below(random, descriptions);
         for (unsigned i = 0; i < track.samplesPerChunk; ++i) {
             MovieSample sample;
-            sample.size = below(random, large ? 60'000 : 40);
+            sample.size = below(random, shape.sampleSize);
             sample.duration = chance(random, 20) ? 0 : below(random, track.timescale / 5 + 2);
             sample.compositionOffset = static_cast<int>(below(random, 200)) - 50;
             sample.sync = !track.syncTable ? false : chance(random, 30);
@@ -265,69 +283,121 @@ Plan randomTrack(Random& random, const std::vector<Codec>& codecs, unsigned id, 
     if (track.syncTable)
         track.samples[0].sync = true;  // an empty table would count as none
     if (chance(random, 30))
-        track.edits = randomEdits(random, track.samples);
+        track.edits = randomEdits(random, track.samples, shape.gaps);
     return plan;
 }
 
-std::vector<Plan> randomMovie(Random& random)
+std::vector<Plan> randomMovie(Random& random, const Shape& shape)
 {
-    const bool large = chance(random, 20);
     std::vector<Plan> plans;
     unsigned id = 1;
     const bool video = chance(random, 80);
     if (video)
-        plans.push_back(randomTrack(random, videoCodecs(), id++, large));
+        plans.push_back(randomTrack(random, videoCodecs(), id++, shape));
     if (chance(random, 30)) {
         // The parser drops a track that it does not know.
-        plans.push_back(randomTrack(random, {{box("mp4v", Fields().zeros(80)), 9, "", "", ""}}, id++, false));
+        plans.push_back(
+            randomTrack(random, {{box("mp4v", Fields().zeros(80)), 9, "", "", ""}}, id++, kSmall));
         plans.back().dropped = true;
     }
     for (unsigned i = below(random, 3); i > 0; --i)
-        plans.push_back(randomTrack(random, otherCodecs(), id++, large));
+        plans.push_back(randomTrack(random, otherCodecs(), id++, shape));
     if (!video || chance(random, 80))
-        plans.push_back(randomTrack(random, audioCodecs(), id++, large));
+        plans.push_back(randomTrack(random, audioCodecs(), id++, shape));
     return plans;
+}
+
+/// How a random movie is laid out.
+enum class Layout
+{
+    kTables,
+    kFragments,
+    kTablePages,  ///< with fragments behind the tables, or without
+};
+
+Movie randomLayout(Random& random, std::vector<Plan>& plans, Layout layout)
+{
+    Movie movie;
+    movie.movieFirst = chance(random, 50);
+    const bool paged = layout == Layout::kTablePages;
+    if (layout == Layout::kFragments || (paged && chance(random, 50))) {
+        movie.samplesPerFragment = 1 + below(random, (paged ? kPaged : kSmall).samplesPerChunk);
+        if (paged)
+            movie.samplesInTables = movie.samplesPerFragment * below(random, kPaged.groups);
+        for (Plan& plan : plans) {
+            plan.track.samplesPerChunk = movie.samplesPerFragment;
+            for (std::size_t i = 0; i < plan.track.samples.size(); ++i) {
+                // A fragment has one description, and tells of each sample whether it is a sync sample.
+                MovieSample& sample = plan.track.samples[i];
+                sample.description = plan.track.samples[i - i % movie.samplesPerFragment].description;
+            }
+        }
+    }
+    for (const Plan& plan : plans)
+        movie.tracks.push_back(plan.track);
+    return movie;
+}
+
+/// The messages of a segment, those of aggregates taken out of them.
+std::vector<Message> singleMessages(std::vector<Message> messages)
+{
+    std::vector<Message> single;
+    for (Message& message : messages) {
+        if (message.type != kMsgAggregate) {
+            single.push_back(std::move(message));
+            continue;
+        }
+        for (std::size_t at = 0; at < message.bytes.size();) {
+            const SRMessageHeader header =
+                SRMessageHeader::parse(reinterpret_cast<const unsigned char*>(message.bytes.data()) + at);
+            at += SRMessageHeader::kSize;
+            single.push_back({header.type, message.bytes.substr(at, header.length), header.timestamp});
+            at += header.length + 4;
+        }
+    }
+    return single;
 }
 
 }  // namespace
 
-class RandomMovies : public testing::TestWithParam<bool>
+class RandomMovies : public testing::TestWithParam<Layout>
 {
 };
 
 TEST_P(RandomMovies, PlayAsTheirSamplesSay)
 {
-    for (unsigned seed = 1; seed <= 40; ++seed) {
+    const bool paged = GetParam() == Layout::kTablePages;
+    std::size_t mostPages = 0;
+    for (unsigned seed = 1; seed <= (paged ? 20 : 40); ++seed) {
         Random random(seed);
-        std::vector<Plan> plans = randomMovie(random);
-        Movie movie;
-        if (GetParam()) {
-            movie.samplesPerFragment = 1 + below(random, 8);
-            for (Plan& plan : plans) {
-                plan.track.samplesPerChunk = movie.samplesPerFragment;
-                for (std::size_t i = 0; i < plan.track.samples.size(); ++i) {
-                    // A fragment has one description, and tells of each sample whether it is a sync sample.
-                    MovieSample& sample = plan.track.samples[i];
-                    sample.description = plan.track.samples[i - i % movie.samplesPerFragment].description;
-                }
-            }
-        }
-        movie.movieFirst = chance(random, 50);
-        for (const Plan& plan : plans)
-            movie.tracks.push_back(plan.track);
+        std::vector<Plan> plans = randomMovie(random, paged ? kPaged : chance(random, 20) ? kLarge : kSmall);
+        const std::string bytes = buildMovie(randomLayout(random, plans, GetParam())).bytes;
         const Expected expected = expand(plans);
-
-        PlayedFile file(buildMovie(movie).bytes);
-        ASSERT_EQ(file.segments(), expected.segments) << "seed " << seed;
-        const std::vector<Message> messages = file.messages();
-        ASSERT_EQ(messages.size(), expected.messages.size()) << "seed " << seed;
-        for (std::size_t i = 0; i < messages.size(); ++i)
-            ASSERT_EQ(messages[i], expected.messages[i]) << "seed " << seed << " message " << i;
-        EXPECT_TRUE(file.context.lines.empty()) << "seed " << seed << ": " << file.context.lines[0];
+        for (const bool aggregates : {false, true}) {
+            const std::string name = "seed " + std::to_string(seed) + (aggregates ? " aggregated" : "");
+            PlayedFile file(bytes, aggregates);
+            ASSERT_EQ(file.segments(), expected.segments) << name;
+            std::vector<SegmentBounds> order = expected.segments;
+            std::shuffle(order.begin(), order.end(), random);
+            for (const SegmentBounds& bounds : order) {
+                const std::vector<Message> messages = singleMessages(file.load(bounds));
+                const auto start = static_cast<std::size_t>(bounds.start);
+                ASSERT_EQ(messages.size(), static_cast<std::size_t>(bounds.end) + 1 - start) << name;
+                for (std::size_t i = 0; i < messages.size(); ++i)
+                    ASSERT_EQ(messages[i], expected.messages[start + i]) << name << ", message " << start + i;
+                if (chance(random, 30))
+                    file.data.clearTableSegment(below(random, 4));
+            }
+            EXPECT_TRUE(file.context.lines.empty()) << name << ": " << file.context.lines[0];
+            for (const mp4::TrackInfo* track : file.data.getFile().getTrackVec())
+                mostPages = std::max(mostPages, track->chunkOffsets.pageCount());
+        }
     }
+    EXPECT_EQ(mostPages >= 3, paged) << mostPages;
 }
 
-INSTANTIATE_TEST_SUITE_P(TablesAndFragments, RandomMovies, testing::Bool());
+INSTANTIATE_TEST_SUITE_P(OfAllLayouts, RandomMovies,
+                         testing::Values(Layout::kTables, Layout::kFragments, Layout::kTablePages));
 
 /// The same media behind a hole of 5 GiB, which takes no space on the disk.
 TEST(LargeFile, PlaysBehind4GiB)

@@ -266,4 +266,21 @@ TEST(Seekable, CutsAggregatesBehindTheMessageThatIsTooMuch)
     }
 }
 
+TEST(Seekable, KeepsAggregatesBelow16MiB)
+{
+    // Three segments: the second sample fills an aggregate to the last byte, the third one fits into none.
+    constexpr std::uint32_t kFull = AggMsg::kMaxSize - 16;
+    Movie movie;
+    movie.tracks = {plainTrack(audioEntry(".mp3"), 4)};
+    movie.tracks[0].samples[1].size = kFull;
+    movie.tracks[0].samples[2].size = kFull + 1;
+    movie.samplesPerFragment = 4;  // where samples have no limit
+    PlayedFile file(buildMovie(movie).bytes, true, 4294967295U);
+    std::vector<std::pair<unsigned, std::size_t>> found;
+    for (const auto& message : file.messages())
+        found.emplace_back(message.type, message.bytes.size());
+    EXPECT_EQ(found, (std::vector<std::pair<unsigned, std::size_t>>{
+                         {22, 26}, {22, AggMsg::kMaxSize}, {8, kFull + 2}, {22, 26 + 15}}));
+}
+
 }  // namespace krx::test

@@ -70,6 +70,23 @@ struct ContextRecorder : IContextHolder, IAllContextHolder
     }
 };
 
+TEST(RawAdaptorTest, ADerivedAdaptorMayTakeOtherSettings)
+{
+    struct Derived : RawAdaptor
+    {
+        using RawAdaptor::RawAdaptor;
+        bool readConfigUnsigned(const char*, unsigned& value, unsigned, unsigned max) override
+        {
+            value = max;
+            return true;
+        }
+    } derived(nullptr);
+    RawAdaptor& adaptor = derived;
+    EXPECT_EQ(adaptor.getConfig().MaxAggMsgSize, 65536U);
+    adaptor.config();
+    EXPECT_EQ(adaptor.getConfig().MaxAggMsgSize, 0xFFFFFFFFU);
+}
+
 TEST(RawAdaptorTest, Configuration)
 {
     const struct

@@ -213,14 +213,36 @@ Messages aggregated(const std::vector<RawMessage>& messages, unsigned maxSize)
             out.push_back({message.type, message.payload, 0});
             continue;
         }
+        const std::string record = messageBytes(message);
+        if (pending.bytes.size() + record.size() > 0xFFFFFF)
+            flush();
+        if (record.size() > 0xFFFFFF) {
+            out.push_back({message.type, message.payload, message.time});
+            continue;
+        }
         if (pending.bytes.empty())
             pending.time = message.time;
-        pending.bytes += messageBytes(message);
+        pending.bytes += record;
         if (pending.bytes.size() >= maxSize)
             flush();
     }
     flush();
     return out;
+}
+
+void expectAggregates(const std::vector<RawMessage>& row, const std::vector<unsigned>& maxSizes)
+{
+    const std::string content = records(row);
+    SegmentBounds bounds{0, static_cast<long long>(row.size()) - 1, 0, 0};
+    for (const RawMessage& message : row)
+        bounds.endTime = std::max(bounds.endTime, message.time + 1);
+    for (const unsigned maxSize : maxSizes) {
+        raw::RawConfigStruct config;
+        config.MaxAggMsgSize = maxSize;
+        const Loaded loaded = load(content, bounds, config);
+        EXPECT_EQ(loaded.result, !row.empty());
+        EXPECT_TRUE(loaded.messages == aggregated(row, maxSize)) << row.size() << " messages, " << maxSize;
+    }
 }
 
 TEST(RawSegmentTest, Aggregates)
@@ -245,18 +267,16 @@ TEST(RawSegmentTest, Aggregates)
         }
         all.push_back(row);
     }
-    for (const auto& row : all) {
-        SegmentBounds bounds{0, static_cast<long long>(row.size()) - 1, 0, 0};
-        for (const RawMessage& message : row)
-            bounds.endTime = std::max(bounds.endTime, message.time + 1);
-        for (const unsigned maxSize : {0U, 1U, 2 * one - 1, 2 * one, 2 * one + 1, 65536U, 0xFFFFFFFFU}) {
-            raw::RawConfigStruct config;
-            config.MaxAggMsgSize = maxSize;
-            const Loaded loaded = load(records(row), bounds, config);
-            EXPECT_EQ(loaded.result, !row.empty());
-            EXPECT_EQ(loaded.messages, aggregated(row, maxSize)) << &row - all.data() << ", " << maxSize;
-        }
-    }
+    const std::vector<unsigned> sizes = {0, 1, 2 * one - 1, 2 * one, 2 * one + 1, 65536, 0xFFFFFFFF};
+    for (const auto& row : all)
+        expectAggregates(row, sizes);
+}
+
+TEST(RawSegmentTest, AnAggregateIsNoLargerThanAMessage)
+{
+    const RawMessage half = rawAudio(5, std::string(0x800000 - 15, 'h'));  // its record has 2^23 bytes
+    const RawMessage whole = rawAudio(5, std::string(0xFFFFFF, 'w'));
+    expectAggregates({half, rawVideo(5, "\x05"), half, rawAudio(0), whole, rawAudio(6), whole}, {0xFFFFFFFF});
 }
 
 }  // namespace

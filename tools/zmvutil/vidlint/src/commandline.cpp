@@ -81,11 +81,30 @@ void writeHelp(std::ostream& out, const po::options_description& options)
         << options << '\n';
 }
 
-/// Whether nothing that follows the argument can belong to it: a name, a value, or an option with its value.
-bool isComplete(const std::string& argument)
+/// Whether nothing that follows the argument can belong to it: a name, a value, a switch, or an option with
+/// its value.
+bool isComplete(const std::string& argument, const po::options_description& options)
 {
-    return argument.rfind('-', 0) != 0 ||
-           (argument.rfind("--", 0) == 0 && argument.find('=') != std::string::npos);
+    const auto takesValue = [](const po::option_description& option) {
+        return option.semantic()->max_tokens() > 0;
+    };
+    if (argument.rfind("--", 0) == 0) {
+        // An option may be abbreviated.
+        const std::string name = argument.substr(2);
+        return argument.find('=') != std::string::npos ||
+               std::none_of(options.options().begin(), options.options().end(), [&](const auto& option) {
+                   return takesValue(*option) && option->long_name().rfind(name, 0) == 0;
+               });
+    }
+    if (argument.rfind('-', 0) != 0)
+        return true;
+    // Letters are switches up to one that takes the rest of the argument for its value, or the next argument.
+    for (std::size_t i = 1; i < argument.size(); ++i) {
+        const auto* const option = options.find_nothrow(std::string("-") + argument[i], false);
+        if (!option || takesValue(*option))
+            return i + 1 < argument.size() || !option;
+    }
+    return true;
 }
 
 /// Parses the arguments part by part, since the library's time grows with the square of what it is given at
@@ -99,7 +118,7 @@ po::parsed_options parse(const std::vector<std::string>& arguments, const po::op
     const auto terminator = std::find(arguments.begin(), arguments.end(), "--");
     for (auto part = arguments.begin(); part != arguments.end();) {
         auto end = part + std::min(kPart, terminator - part);
-        while (end < terminator && !isComplete(*(end - 1)))
+        while (end < terminator && !isComplete(*(end - 1), options))
             ++end;
         if (end == terminator)
             end = arguments.end();

@@ -7,7 +7,9 @@
 #include "tools/zmvutil/vidlint/src/zmvreader.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <fcntl.h>
+#include <sys/file.h>
 
 using krx::streams::StreamParseError;
 using krx::util::SRFileUtil;
@@ -21,6 +23,16 @@ void require(bool condition)
 {
     if (!condition)
         throw StreamParseError(krx::streams::kCannotCreateFile);
+}
+
+/// False when somebody else has the lock. A file system without locks is no hindrance.
+bool lockForWriting(int fd)
+{
+    int result = 0;
+    do
+        result = ::flock(fd, LOCK_EX | LOCK_NB);
+    while (result != 0 && errno == EINTR);
+    return result == 0 || errno != EWOULDBLOCK;
 }
 
 void writeAll(int fd, const unsigned char* bytes, std::size_t n)
@@ -39,6 +51,10 @@ CorrectedCopy::CorrectedCopy(const SRString& path, const ZmvReader& input)
     };
     require(m_file.get() >= 0 && ::fstat64(m_file.get(), &st) == 0);
     require(S_ISREG(st.st_mode) && !input.isSameFile(st));
+    require(lockForWriting(m_file.get()));
+    // Closing m_file has to tell whether all was written, and does not end the lock then.
+    (void)m_lock.reset(::fcntl(m_file.get(), F_DUPFD_CLOEXEC, 0));
+    require(m_lock.get() >= 0);
     require(SRFileUtil::chsize(m_file.get(), 0) == 0);
     m_buffer.reserve(kBufferSize);
 }

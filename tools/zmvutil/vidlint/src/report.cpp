@@ -114,12 +114,19 @@ void ReportWriter::writeDataArray(const SRDataArray* array, std::size_t maxBytes
     write("\n\tField ==>\tValue\n");
     const int size = array ? array->getSize() : 0;
     for (int i = 0; i < size; ++i) {
-        const SRMBString text = array->getPropertyValueConst(i).toText(maxBytes);
-        maxBytes -= std::min(maxBytes, text.size());
+        const SRData& value = array->getPropertyValueConst(i);
+        const auto writeValue = [&](std::string_view text) {
+            maxBytes -= std::min(maxBytes, text.size());
+            write(text);
+        };
         write("\t");
         write(array->getPropertyNameConst(i).view());
         write(" ==>\t");
-        write(text.view());
+        // In pieces: the text of an array can be longer than a string of the pool.
+        if (const auto* const nested = static_cast<SRDataArray*>(value))
+            nested->writeText(maxBytes, writeValue);
+        else
+            writeValue(value.toText().view());
         write("\n");
     }
     write("\n");

@@ -7,7 +7,9 @@
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
 
+#include <algorithm>
 #include <cstring>
+#include <string>
 
 using krx::streams::StreamParseError;
 using krx::util::FilePos;
@@ -16,6 +18,11 @@ namespace {
 
 /// A message that is no audio is a stall when it comes later after the last audio than this many spacings.
 constexpr unsigned kStallFactor = 4;
+
+/// The values of a message that is rewritten have at most this many bytes, and this many for each byte that
+/// it had: references can mean far more.
+constexpr unsigned kLeastReplacement = 1024;
+constexpr unsigned long long kReplacementFactor = 32;
 
 unsigned long long bigEndian(const unsigned char* bytes, unsigned n)
 {
@@ -131,6 +138,7 @@ void ZmvFile::checkZmvBody()
         setPrevTimeStamp(header);
         validateSRMessage(header, payload);
     }
+    settleSilence(std::nullopt);
     logInfo("\n---Done Scanning---\n");
 }
 
@@ -195,6 +203,7 @@ void ZmvFile::handlePlayerVideoStall(const SRMessageHeader& header)
     // Times wrap around at 32 bits, and so does their difference.
     const unsigned sinceAudio = header.timestamp - m_lastAudioTime;
     if (header.type == kMsgAudio) {
+        settleSilence(header.timestamp);
         if (header.length == 0) {
             m_audioActive = false;
             return;
@@ -213,8 +222,9 @@ void ZmvFile::handlePlayerVideoStall(const SRMessageHeader& header)
                                    m_audioSpacing)
                     .c_str());
     }
-    if (m_parameters.fixVideoStall)
-        fixAddSilenceMessage(header.timestamp);
+    // Silence must not be earlier than the audio before it, nor later than the audio after it.
+    if (m_parameters.fixVideoStall && header.timestamp >= m_prevAudioTime)
+        m_silence = {m_messagePos, header.timestamp};
     else
         logWarning(StreamParseError(krx::streams::kVideoStall));
     m_audioActive = false;
@@ -226,25 +236,37 @@ void ZmvFile::validateDataMessage(const SRMessageHeader& header, const unsigned 
     message->setType(header.type);
     if (!message->write(payload, header.length))
         throw SROutOfMemory();
+    SRCSerializer replacement;
+    const unsigned long long proportion = kLeastReplacement + kReplacementFactor * header.length;
+    replacement.setOutputLimit(
+        static_cast<unsigned>(std::min<unsigned long long>(proportion, kMaxMessageLength - 1)));
+    bool isReplaced = true;
     try {
-        const SRCommand command(message, true);
-        const char* name = static_cast<const char*>(command.getMethodName());
-        const SRData& argument = command.getArg(0);
-        const SRDataArray* list = nullptr;
-        if (argument.kind == kObjectType || argument.kind == kArrayType)
-            list = static_cast<SRDataArray*>(argument);
-        if (isShown(krx::streams::LOG_INFO)) {
-            // A name may be as long as a message, and the line longer than a string of the pool.
-            logInfo(std::string("\n\tData Message Name: ").append(name).append("\n"));
-            logDataArray(list, header.length);
-        }
-        if (isMetaDataName(name))
-            validateMetadata(header, list, list ? list->getKind() : argument.kind);
+        isReplaced = validateValues(message, replacement);
     } catch (const SRBreakConnection&) {
-        const SRCommand command(message, false);
-        if (!m_parameters.fixMetaData || !isMetaDataName(static_cast<const char*>(command.getMethodName())))
+        if (!m_parameters.fixMetaData || !isNamedMetaData(message))
             throw StreamParseError(krx::streams::kUnparsableDataMessage);
-        fixMetaData(getDefaultMetaData(), header);
+        putDefaultMetaData(replacement);
+    }
+    // The values that were read are gone by now: there is no need to hold both.
+    if (isReplaced && isSound(replacement)) {
+        fixMetaData(replacement, header);
         m_hasMetaData = true;
     }
+}
+
+bool ZmvFile::validateValues(const SRMessagePtr& message, SRCSerializer& replacement)
+{
+    const SRCommand command(message, true);
+    const char* name = static_cast<const char*>(command.getMethodName());
+    const SRData& argument = command.getArg(0);
+    SRDataArray* list = nullptr;
+    if (argument.kind == kObjectType || argument.kind == kArrayType)
+        list = static_cast<SRDataArray*>(argument);
+    if (isShown(krx::streams::LOG_INFO)) {
+        // A name may be as long as a message, and the line longer than a string of the pool.
+        logInfo(std::string("\n\tData Message Name: ").append(name).append("\n"));
+        logDataArray(list, message->getBodyLength());
+    }
+    return isMetaDataName(name) && validateMetadata(list, replacement);
 }

@@ -3,21 +3,23 @@
 
 #pragma once
 
-#include "server/SRData.h"
+#include "server/SRCSerializer.h"
 #include "server/SRMessage.h"
+#include "tools/zmvutil/vidlint/src/correctedcopy.h"
 #include "tools/zmvutil/vidlint/src/filefix.h"
 #include "tools/zmvutil/vidlint/src/videofile.h"
 #include "tools/zmvutil/vidlint/src/zmvreader.h"
 
 #include <array>
+#include <memory>
+#include <optional>
 #include <vector>
-
-class CorrectedCopy;
 
 /// A ZMV file (see zmvformat.h) as an input of a job.
 ///
 /// The file is scanned once, message by message. Repairs that the checks ask for are kept as FileFix records,
-/// by their place in the input, and spliced into the copy afterwards. The input itself is never written.
+/// by their place in the input, and spliced into the copy afterwards. The input itself is never written. A
+/// repair is requested only where the copy passes with it; any other fault is reported as without the option.
 class ZmvFile : public VideoFile
 {
 public:
@@ -57,36 +59,53 @@ private:
     void checkSRMsgIDType(unsigned type);
     void handlePlayerVideoStall(const SRMessageHeader& header);
     void validateDataMessage(const SRMessageHeader& header, const unsigned char* payload);
+    /// Checks the message's values. True when others are to replace them, which are written then.
+    bool validateValues(const SRMessagePtr& message, SRCSerializer& replacement);
 
+    // Metadata. A body has the values only, without the first byte of type 15.
     static bool isMetaDataName(const char* name);
-    // Metadata. Null is no list; argType is the kind of the list.
-    void validateMetadata(const SRMessageHeader& header, const SRDataArray* list, int argType);
-    SRMessagePtr getDefaultMetaData();
+    /// Whether the message is an onMetaData, whatever its arguments are.
+    static bool isNamedMetaData(const SRMessagePtr& message);
+    /// The same for the property list of an onMetaData, which is corrected in place; null is no list.
+    bool validateMetadata(SRDataArray* list, SRCSerializer& replacement);
+    /// Calls fault(status, index) for each examined value that is wrong, then with the index -1 for each one
+    /// that is missing.
+    template <typename Fault>
+    void findFaults(const SRDataArray& list, Fault fault) const;
+    void correct(SRDataArray& list, krx::streams::ParseStatus status, int index) const;
+    /// Reports that there is no metadata, and writes the default.
+    void putDefaultMetaData(SRCSerializer& body);
+    /// Whether a reader takes the body, and finds no fault in it.
+    bool isSound(const SRCSerializer& body) const;
     void correctFlag(unsigned flag, bool seen, krx::streams::ParseStatus notSet,
                      krx::streams::ParseStatus setWithoutMessages);
 
     // Requests for repairs.
-    void fixAddSilenceMessage(unsigned timestamp);
-    void fixMetaData(const SRMessagePtr& message, SRMessageHeader header);
-    void addMetaData(const SRMessagePtr& message, krx::util::FilePos position);
-    void addMessageFix(krx::util::FilePos position, krx::util::FilePos replaceLength,
-                       const SRMessageHeader& header, const unsigned char* payload);
+    /// Requests the silence that waits, unless audio of an earlier time follows.
+    void settleSilence(std::optional<unsigned> nextAudioTime);
+    void fixAddSilenceMessage(krx::util::FilePos position, unsigned timestamp);
+    void fixMetaData(const SRCSerializer& body, const SRMessageHeader& header);
+    void addMetaData(const SRCSerializer& body, krx::util::FilePos position);
+    /// header: its length does not count yet.
+    void addMessageFix(krx::util::FilePos position, krx::util::FilePos replaceLength, SRMessageHeader header,
+                       const SRCSerializer& body);
 
-    /// Copies from the current position.
-    void copyTo(krx::util::FilePos end, CorrectedCopy& copy);
+    /// Copies from the current position to the corrected copy.
+    void copyTo(krx::util::FilePos end);
 
     ZmvReader m_file;
     krx::util::FilePos m_fileLength;
     SRString m_newFilePath;
-    bool m_newFileWritten = false;
-    std::vector<FileFix> m_fixes;  ///< in the order of request
+    std::unique_ptr<CorrectedCopy> m_copy;  ///< once it is begun; its file is locked as long as it is here
+    std::vector<FileFix> m_fixes;           ///< in the order of request
     krx::util::FilePos m_messagePos = 0;
     std::array<unsigned char, 3> m_signature{};
     unsigned char m_version = 0;
     unsigned m_flags = 0;
     unsigned m_headerLength = 0;
-    double m_duration = 0;  ///< seconds, the start of the last message
-    bool m_hasMetaData = false;
+    double m_duration = 0;       ///< seconds, the start of the last message
+    bool m_hasMetaData = false;  ///< the last onMetaData has the right duration, or will have
+    bool m_metaDataSeen = false;
     bool m_audioSeen = false;
     bool m_videoSeen = false;
 
@@ -94,6 +113,13 @@ private:
     bool m_audioActive = false;
     unsigned m_lastAudioTime = 0;
     unsigned m_audioSpacing = 500;
+    /// Silence that is to be inserted if the audio that follows it is not earlier.
+    struct Silence
+    {
+        krx::util::FilePos position;
+        unsigned timestamp;
+    };
+    std::optional<Silence> m_silence;
 
     unsigned m_prevAudioTime = 0;
     unsigned m_prevVideoTime = 0;

@@ -5,9 +5,9 @@
 #include "tools/zmvutil/vidlint/src/zmvfile.h"
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
 
-#include <array>
 #include <cmath>
 #include <cstring>
+#include <utility>
 
 using krx::streams::ParseStatus;
 using krx::streams::StreamParseError;
@@ -18,23 +18,24 @@ constexpr const char* kMetaDataName = "onMetaData";
 constexpr const char* kDuration = "duration";
 constexpr const char* kCanSeekToEnd = "canSeekToEnd";
 
-/// A metadata command without properties.
-void beginMetaData(SRCommand& command)
+SRData newObject()
 {
-    command.setMethodName(SRMBString(kMetaDataName));
-    command.setTrxID(SRData(0.0));
+    const SRDataArrayPtr object(new SRDataArray);
+    object->setKind(kObjectType);
+    return SRData(object, kObjectType);
 }
 
-/// The command as a message. A property list that a message cannot hold is as bad as one that cannot be read.
-SRMessagePtr encodeMetaData(SRCommand& command)
+/// Writes the values of an onMetaData with that list. False when they cannot be written wholly. Throws
+/// SROutOfMemory.
+bool putMetaData(const SRData& list, SRCSerializer& body)
 {
-    const auto* list = static_cast<SRDataArray*>(command.getArg(0));
-    if (list && list->containsCircle())
-        throw StreamParseError(krx::streams::kUnparsableDataMessage);
-    SRMessagePtr message = command.getDataResponse();
-    if (!message)
-        throw StreamParseError(krx::streams::kUnparsableDataMessage);
-    return message;
+    const SRData name(kMetaDataName);
+    const bool written = body.PutVar(&name, false) && body.PutVar(&list, false);
+    if (body.hasWriteStarved())
+        throw SROutOfMemory();
+    // What it has written of is not needed any more.
+    body.CleanDirtyFlags();
+    return written;
 }
 
 }  // namespace
@@ -44,72 +45,105 @@ bool ZmvFile::isMetaDataName(const char* name)
     return std::strcmp(name, kMetaDataName) == 0;
 }
 
-void ZmvFile::validateMetadata(const SRMessageHeader& header, const SRDataArray* list, int argType)
+bool ZmvFile::isNamedMetaData(const SRMessagePtr& message)
 {
-    if (!list) {
-        fixMetaData(getDefaultMetaData(), header);
-        m_hasMetaData = true;
-        return;
+    SRCSerializer reader(message, true);
+    SRData name;
+    try {
+        reader.GetVar(&name, false);
+    } catch (const SRBreakConnection&) {
+        return false;
     }
-
-    SRCommand corrected;
-    beginMetaData(corrected);
-    bool durationFound = false;
-    bool durationCorrected = false;
-    bool canSeekFound = false;
-    bool canSeekCorrected = false;
-
-    for (int i = 0; i < list->getSize(); ++i) {
-        const SRMBString& name = list->getPropertyNameConst(i);
-        SRData value = list->getPropertyValueConst(i);
-        if (name.equalsIgnoreCase(kDuration)) {
-            durationFound = true;
-            if (std::abs(static_cast<double>(value) - m_duration) > m_parameters.durationMargin) {
-                logWarning(StreamParseError(krx::streams::kMetadataDuration));
-                value.init(m_duration);
-                durationCorrected = true;
-            }
-        } else if (name.equalsIgnoreCase(kCanSeekToEnd)) {
-            canSeekFound = true;
-            if (!static_cast<bool>(value)) {
-                logWarning(StreamParseError(krx::streams::kMetadataCanSeekToEnd));
-                value.init(true);
-                canSeekCorrected = true;
-            }
-        }
-        if (argType == kArrayType)
-            corrected.setOnMetaDataProperty(name, value);
-        else if (argType != kStrictArrayType)
-            corrected.setInfoProperty(name, value);
-    }
-    if (!durationFound) {
-        logWarning(StreamParseError(krx::streams::kMetadataDuration));
-        corrected.setInfoProperty(SRMBString(kDuration), SRData(m_duration));
-        durationCorrected = true;
-    }
-    if (!canSeekFound) {
-        logWarning(StreamParseError(krx::streams::kMetadataCanSeekToEnd));
-        corrected.setInfoProperty(SRMBString(kCanSeekToEnd), SRData(true));
-        canSeekCorrected = true;
-    }
-
-    if (m_parameters.fixMetaData) {
-        if (durationCorrected || canSeekCorrected)
-            fixMetaData(encodeMetaData(corrected), header);
-        m_hasMetaData = true;
-    } else {
-        m_hasMetaData = !durationCorrected;
-    }
+    if (reader.hasReadStarved())
+        throw SROutOfMemory();
+    return isMetaDataName(static_cast<const char*>(name));
 }
 
-SRMessagePtr ZmvFile::getDefaultMetaData()
+template <typename Fault>
+void ZmvFile::findFaults(const SRDataArray& list, Fault fault) const
+{
+    bool durationFound = false;
+    bool canSeekFound = false;
+    for (int i = 0; i < list.getSize(); ++i) {
+        const SRMBString& name = list.getPropertyNameConst(i);
+        const SRData& value = list.getPropertyValueConst(i);
+        if (name.equalsIgnoreCase(kDuration)) {
+            durationFound = true;
+            if (std::abs(static_cast<double>(value) - m_duration) > m_parameters.durationMargin)
+                fault(krx::streams::kMetadataDuration, i);
+        } else if (name.equalsIgnoreCase(kCanSeekToEnd)) {
+            canSeekFound = true;
+            if (!static_cast<bool>(value))
+                fault(krx::streams::kMetadataCanSeekToEnd, i);
+        }
+    }
+    if (!durationFound)
+        fault(krx::streams::kMetadataDuration, -1);
+    if (!canSeekFound)
+        fault(krx::streams::kMetadataCanSeekToEnd, -1);
+}
+
+void ZmvFile::correct(SRDataArray& list, ParseStatus status, int index) const
+{
+    const bool isDuration = status == krx::streams::kMetadataDuration;
+    SRData value = isDuration ? SRData(m_duration) : SRData(true);
+    if (index < 0)
+        list.append(SRMBString(isDuration ? kDuration : kCanSeekToEnd), std::move(value));
+    else
+        list.getPropertyValue(index) = std::move(value);
+}
+
+bool ZmvFile::validateMetadata(SRDataArray* list, SRCSerializer& replacement)
+{
+    if (!list) {
+        putDefaultMetaData(replacement);
+        return true;
+    }
+    // The list itself is corrected, so that references to it stay references to it. The values of a strict
+    // array have no names: none of them is kept.
+    const bool staysArray = list->getKind() == kArrayType && !list->empty();
+    const SRData corrected = list->getKind() == kStrictArrayType
+                                 ? newObject()
+                                 : SRData(SRDataArrayPtr(list), staysArray ? kArrayType : kObjectType);
+    m_metaDataSeen = true;
+    m_hasMetaData = true;
+    bool isFaulty = false;
+    findFaults(*list, [&](ParseStatus status, int index) {
+        logWarning(StreamParseError(status));
+        isFaulty = true;
+        m_hasMetaData &= status != krx::streams::kMetadataDuration;
+        if (m_parameters.fixMetaData)
+            correct(*static_cast<SRDataArray*>(corrected), status, index);
+    });
+    return m_parameters.fixMetaData && isFaulty && putMetaData(corrected, replacement);
+}
+
+void ZmvFile::putDefaultMetaData(SRCSerializer& body)
 {
     logWarning(StreamParseError(krx::streams::kMissingMetadata));
-    SRCommand command;
-    beginMetaData(command);
-    command.setInfoProperty(SRMBString(kDuration), SRData(m_duration));
-    command.setInfoProperty(SRMBString(kCanSeekToEnd), SRData(true));
-    return encodeMetaData(command);
+    SRData list = newObject();
+    correct(*static_cast<SRDataArray*>(list), krx::streams::kMetadataDuration, -1);
+    correct(*static_cast<SRDataArray*>(list), krx::streams::kMetadataCanSeekToEnd, -1);
+    if (!putMetaData(list, body))
+        throw SROutOfMemory();
+}
+
+bool ZmvFile::isSound(const SRCSerializer& body) const
+{
+    SRCSerializer reader(body.getBuffer(), static_cast<int>(body.getPosition()), true);
+    SRData name;
+    SRData list;
+    try {
+        reader.GetVar(&name, false);
+        reader.GetVar(&list, false);
+    } catch (const SRBreakConnection&) {
+        return false;
+    }
+    if (reader.hasReadStarved())
+        throw SROutOfMemory();
+    bool isSound = true;
+    findFaults(*static_cast<SRDataArray*>(list), [&](ParseStatus, int) { isSound = false; });
+    return isSound;
 }
 
 void ZmvFile::correctFlag(unsigned flag, bool seen, ParseStatus notSet, ParseStatus setWithoutMessages)
@@ -139,8 +173,10 @@ void ZmvFile::verifyHasMetaData()
 {
     if (m_hasMetaData)
         return;
-    if (!m_parameters.fixMetaData)
+    // Wrong metadata that could not be corrected is still there; none is put in front of it.
+    if (!m_parameters.fixMetaData || m_metaDataSeen)
         throw StreamParseError(krx::streams::kMissingMetadata);
-    addMetaData(getDefaultMetaData(),
-                static_cast<krx::util::FilePos>(m_headerLength) + zmv::kBackPointerSize);
+    SRCSerializer body;
+    putDefaultMetaData(body);
+    addMetaData(body, static_cast<krx::util::FilePos>(m_headerLength) + zmv::kBackPointerSize);
 }

@@ -1,14 +1,14 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "tools/zmvutil/vidlint/src/correctedcopy.h"
+#include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/zmvfile.h"
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
 
 #include <algorithm>
 #include <array>
 #include <span>
-#include <tuple>
+#include <utility>
 
 using krx::streams::StreamParseError;
 using krx::util::FilePos;
@@ -18,7 +18,7 @@ void ZmvFile::applyFixes()
     if (m_fixes.empty())
         return;
     logAlert(SRMBString::format("\tCreating new file: %s\n", m_newFilePath).c_str());
-    CorrectedCopy copy(m_newFilePath, m_file);
+    m_copy = std::make_unique<CorrectedCopy>(m_newFilePath, m_file);
     skipTo(0);
 
     // An insertion in front of a message comes before the replacement of that message, or the copy would have
@@ -27,63 +27,78 @@ void ZmvFile::applyFixes()
         return a < b || (!(b < a) && a.replaceLength == 0 && b.replaceLength != 0);
     });
     for (const FileFix& fix : m_fixes) {
-        copyTo(fix.position, copy);
-        copy.write(fix.data.get(), fix.size);
+        copyTo(fix.position);
+        m_copy->write(fix.data.get(), fix.size);
         skip(fix.replaceLength);
     }
-    copyTo(m_fileLength, copy);
-    copy.finish();
-    m_newFileWritten = true;
+    copyTo(m_fileLength);
+    m_copy->finish();
 }
 
 void ZmvFile::logSuccess()
 {
-    logPassed(m_newFileWritten ? m_newFilePath : m_path);
+    logPassed(m_copy ? m_newFilePath : m_path);
+    // The copy stays locked until the line is out.
+    if (m_copy)
+        ReportWriter::instance().flush();
 }
 
-void ZmvFile::copyTo(FilePos end, CorrectedCopy& copy)
+void ZmvFile::copyTo(FilePos end)
 {
     FilePos n = end - curPos();
     if (n > kMaxReadSize)
         throw StreamParseError(krx::streams::kBoxTooLarge);
     while (n > 0) {
         const std::span<const unsigned char> bytes = m_file.takeSome(n);
-        copy.write(bytes.data(), bytes.size());
+        m_copy->write(bytes.data(), bytes.size());
         n -= static_cast<FilePos>(bytes.size());
     }
 }
 
-void ZmvFile::fixAddSilenceMessage(unsigned timestamp)
+void ZmvFile::settleSilence(std::optional<unsigned> nextAudioTime)
+{
+    if (!m_silence)
+        return;
+    const Silence silence = *m_silence;
+    m_silence.reset();
+    if (nextAudioTime && *nextAudioTime < silence.timestamp)
+        logWarning(StreamParseError(krx::streams::kVideoStall));
+    else
+        fixAddSilenceMessage(silence.position, silence.timestamp);
+}
+
+void ZmvFile::fixAddSilenceMessage(FilePos position, unsigned timestamp)
 {
     SRMessageHeader header;
     header.type = kMsgAudio;
     header.timestamp = timestamp;
-    addMessageFix(m_messagePos, 0, header, nullptr);
+    addMessageFix(position, 0, header, SRCSerializer());
 }
 
-void ZmvFile::fixMetaData(const SRMessagePtr& message, SRMessageHeader header)
+void ZmvFile::fixMetaData(const SRCSerializer& body, const SRMessageHeader& header)
 {
-    const FilePos replaceLength = static_cast<FilePos>(header.length) + zmv::kMessageOverhead;
-    header.length = message->getMsgLen();
-    addMessageFix(m_messagePos, replaceLength, header, message->getBody());
+    addMessageFix(m_messagePos, static_cast<FilePos>(header.length) + zmv::kMessageOverhead, header, body);
 }
 
-void ZmvFile::addMetaData(const SRMessagePtr& message, FilePos position)
+void ZmvFile::addMetaData(const SRCSerializer& body, FilePos position)
 {
     SRMessageHeader header;
     header.type = kMsgData;
-    header.length = message->getMsgLen();
-    addMessageFix(position, 0, header, message->getBody());
+    addMessageFix(position, 0, header, body);
 }
 
-void ZmvFile::addMessageFix(FilePos position, FilePos replaceLength, const SRMessageHeader& header,
-                            const unsigned char* payload)
+void ZmvFile::addMessageFix(FilePos position, FilePos replaceLength, SRMessageHeader header,
+                            const SRCSerializer& body)
 {
+    const bool hasLeadingByte = header.type == kMsgDataEx;
+    header.length = body.getPosition() + (hasLeadingByte ? 1 : 0);
     std::array<unsigned char, SRMessageHeader::kSize> headerBytes{};
     header.serialize(headerBytes.data());
     FileFix fix(position, replaceLength, header.length + zmv::kMessageOverhead);
     fix.write(headerBytes.data(), SRMessageHeader::kSize);
-    fix.write(payload, header.length);
+    if (hasLeadingByte)
+        fix.writeU8(0);
+    fix.write(body.getBuffer(), body.getPosition());
     fix.writeU32(header.length + SRMessageHeader::kSize);
     m_fixes.push_back(std::move(fix));
 }

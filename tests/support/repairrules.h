@@ -1,0 +1,61 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/videovalidationparameters.h"
+#include "tests/support/tempdir.h"
+#include "tools/zmvutil/vidlint/src/report.h"
+
+#include <string>
+
+namespace krx::test {
+
+/// The rules above all checking and repairing of ZMV files, held against any bytes:
+///
+/// - An announced copy passes again, with every set of repair options; the options that made it find nothing
+///   more to repair.
+/// - What passes without a repair option is not rejected with one, unless the copy cannot be written.
+/// - What is shown or traced changes neither verdict nor copy.
+/// - The input stays as it is.
+///
+/// The process's report writer and current directory are in use during a check.
+class RepairRules
+{
+public:
+    RepairRules();
+    ~RepairRules();
+    RepairRules(const RepairRules&) = delete;
+    RepairRules& operator=(const RepairRules&) = delete;
+
+    /// Empty when the rules hold for the file under the parameters, whose log level does not matter;
+    /// otherwise a text that names the broken one.
+    std::string broken(const std::string& file, streams::VideoValidationParameters parameters);
+
+    unsigned copies = 0;  ///< that were made and checked so far
+
+private:
+    enum class Shown
+    {
+        kLittle,
+        kAll  ///< the listing, and the error trace of the directory "logs"
+    };
+    struct Outcome
+    {
+        int number = 0;  ///< of the finding that rejected the file; 0 when it passed, -1 when it has no line
+        bool hasCopy = false;
+        std::string copy;
+
+        bool operator==(const Outcome&) const = default;
+    };
+
+    Outcome check(const std::string& file, const streams::VideoValidationParameters& parameters, Shown shown);
+    std::string brokenByCopy(const std::string& copy, streams::VideoValidationParameters parameters);
+
+    TempDir m_dir;
+    std::string m_report;
+    ReportWriter::Sink m_sinkBefore;
+    std::string m_problem;  ///< of a single check
+};
+
+}  // namespace krx::test
