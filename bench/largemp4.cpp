@@ -16,7 +16,7 @@ namespace {
 constexpr std::uint64_t kHeader = 8;
 constexpr std::uint64_t kTableHeader = 16;  ///< box header, version, flags and count
 
-/// A box whose parts tell their size before they are written, so that nothing is held in memory.
+/// A box whose parts give their size before they are written, so that nothing is held in memory.
 class Box
 {
 public:

@@ -32,7 +32,7 @@ struct LargeTrack
 struct LargeMp4
 {
     std::vector<LargeTrack> tracks;
-    std::uint32_t fragments = 0;  ///< movie fragments behind the movie box, one run each, the tracks in turn
+    std::uint32_t fragments = 0;  ///< movie fragments after the movie box, one run each, the tracks in turn
     std::uint32_t samplesPerFragment = 0;
 };
 

@@ -38,7 +38,7 @@ std::uint32_t timeOf(std::uint64_t message)
     return static_cast<std::uint32_t>(time);
 }
 
-/// Ends a segment behind the messages below end.
+/// Ends a segment after the messages below end.
 void addBounds(std::vector<Bounds>& bounds, std::uint64_t end)
 {
     const Bounds last = bounds.empty() ? Bounds{0, 0, 0, 0} : bounds.back();

@@ -26,7 +26,7 @@ struct LargeRawFacts
     std::uint64_t messages = 0;
 };
 
-/// Writes the recording to a directory, which is created. Without segment files the index tells of segments
+/// Writes the recording to a directory, which is created. Without segment files the index lists segments
 /// of 100 messages. Throws std::runtime_error when a file cannot be written.
 LargeRawFacts writeLargeRaw(const std::string& directory, const LargeRaw& wanted);
 

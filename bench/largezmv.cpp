@@ -24,7 +24,7 @@ LargeZmvFacts writeLargeZmv(const std::string& path, const LargeZmv& wanted)
                (wanted.targetMessages && now.messages >= wanted.targetMessages);
     };
 
-    // The metadata in front tells the duration, which the number of messages decides.
+    // The metadata at the front states the duration, which the number of messages decides.
     for (MessageLengths lengths(wanted.minLength, wanted.maxLength); !done(facts); ++facts.messages)
         facts.bytes += lengths.next() + kMessageFrame;
     const double duration =

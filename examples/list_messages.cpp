@@ -69,7 +69,7 @@ public:
     int getProperty(const char*, const char*, char*, int) override { return -1; }
 };
 
-/// Prints the end of a line, which tells a body: "length", "head" (its first bytes) and "crc32".
+/// Prints the end of a line, which describes a body: "length", "head" (its first bytes) and "crc32".
 void printBody(const void* data, unsigned length)
 {
     constexpr unsigned kHeadBytes = 16;

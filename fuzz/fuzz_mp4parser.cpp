@@ -81,13 +81,11 @@ void readFragment(krx::mp4::TrackFragment& fragment)
 {
     for (std::size_t r = 0; r < fragment.getRunCount(); ++r) {
         const krx::mp4::TrackFragmentRun& run = fragment.getRun(r);
-        const bool perSample = run.durations || run.sizes || run.flags || run.compositionOffsets;
-        for (unsigned i = 0; perSample && i < run.sampleCount; ++i) {
-            take(run.durations ? run.durations[i] : 0);
-            take(run.sizes ? run.sizes[i] : 0);
-            take(run.flags ? run.flags[i] : 0);
-            take(run.compositionOffsets ? static_cast<unsigned>(run.compositionOffsets[i]) : 0);
-        }
+        using Run = krx::mp4::TrackFragmentRun;
+        for (const auto field : {Run::kDuration, Run::kSize, Run::kFlags, Run::kCompositionOffset})
+            if (const unsigned* column = run.column(field))
+                for (unsigned i = 0; i < run.sampleCount; ++i)
+                    take(column[i]);
     }
     fragment.unload();
 }
@@ -103,11 +101,15 @@ void readTrack(krx::mp4::TrackInfo& track)
     readTable(track.sampleFlags);
     for (krx::mp4::TrackFragment& fragment : track.fragments)
         readFragment(fragment);
-    for (const krx::mp4::SampleEntry& entry : track.sampleDescriptions) {
+    for (std::size_t d = 0; d < track.sampleDescriptions.size(); ++d) {
+        const krx::mp4::SampleEntry& entry = track.sampleDescriptions[d];
         for (unsigned i = 0; i < entry.configLength; ++i)
             take(entry.config[i]);
-        for (unsigned i = 0; i < entry.fontCount; ++i)
-            take(entry.fonts[i].name.size());
+        if (entry.style)
+            entry.style->fonts.forEach([](unsigned, std::string_view name) {
+                for (const char character : name)
+                    take(static_cast<unsigned char>(character));
+            });
     }
     take(static_cast<unsigned long long>(track.getContentLength()));
     take(track.drm.zolLicense.size() + track.drm.wdxsMetadata.size());
@@ -116,15 +118,14 @@ void readTrack(krx::mp4::TrackInfo& track)
 void readMovie(MP4File& mp4)
 {
     for (const MP4File::TagEntry& tag : mp4.getTags()) {
-        for (unsigned i = 0; i < tag.integerCount; ++i)
-            take(tag.integers[i]);
-        for (unsigned i = 0; i < tag.binaryLength; ++i)
-            take(tag.binary[i]);
-        for (unsigned i = 0; tag.text && i <= tag.textLength; ++i)
-            take(static_cast<unsigned char>(tag.text[i]));
+        for (unsigned i = 0; i < tag.integerCount(); ++i)
+            take(tag.integer(i));
+        for (const char byte : tag.content)
+            take(static_cast<unsigned char>(byte));
     }
     for (const MP4File::ChapterEntry& chapter : mp4.getChapters())
-        take(chapter.title.size());
+        for (const char byte : chapter.title)
+            take(static_cast<unsigned char>(byte));
     require(!mp4.hasXMPData() || mp4.getXMP()->data()[mp4.getXMP()->getUsed()] == 0);
     long long pos = 0;
     long long remaining = 0;

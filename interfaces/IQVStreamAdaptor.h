@@ -7,7 +7,7 @@ class IQVStreamOpenContext;
 class ISegmentHolder;
 struct SegmentBounds;
 
-/// What IQVStreamAdaptor::getAttribute can tell.
+/// What IQVStreamAdaptor::getAttribute answers.
 enum AttrType_t : unsigned
 {
     kAttrModifiedTime = 1,  ///< 4 bytes, seconds since 1970

@@ -33,7 +33,7 @@ protected:
     SRString m_message;
 };
 
-/// The peer or the data is not to be trusted any further; code tells why.
+/// The peer or the data is not to be trusted any further; code is the reason.
 class SRBreakConnection : public SRException
 {
 public:

@@ -32,7 +32,7 @@ auto retried(Call call)
     return result;
 }
 
-/// The failure of an operation that tells it by false.
+/// Sets errno and returns false.
 bool failed(int error)
 {
     errno = error;
@@ -120,11 +120,11 @@ bool makeDirs(std::string& bytes)
     for (std::size_t end = 1; end <= bytes.size(); ++end) {
         if (end != bytes.size() && bytes[end] != '/')
             continue;
-        const char behind = std::exchange(bytes[end], '\0');
+        const char next = std::exchange(bytes[end], '\0');
         struct ::stat64 st = {};
         const int error = ::mkdir(bytes.c_str(), 0777) == 0 ? 0 : errno;
         const bool isThere = error == 0 || (::stat64(bytes.c_str(), &st) == 0 && S_ISDIR(st.st_mode));
-        bytes[end] = behind;
+        bytes[end] = next;
         if (!isThere)
             return failed(error);
     }
@@ -543,8 +543,10 @@ void* SRFileUtil::dlopen(const SRString& path, int flags)
 
 nl_catd SRFileUtil::catopen(const SRString& path, int flag)
 {
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): the value by which the system says that it failed
+    const auto failure = reinterpret_cast<nl_catd>(-1);
     return withBytes(
-        path, [&](const char* name) { return ::catopen(name, flag); }, reinterpret_cast<nl_catd>(-1));
+        path, [&](const char* name) { return ::catopen(name, flag); }, failure);
 }
 
 // SRAutoFile.

@@ -24,8 +24,8 @@ using FilePos = long long;
 ///
 /// A path is handed to the system as its bytes, whatever the locale. Operations that return an int, a FilePos
 /// or an ssize_t give a negative value on failure, those that return a bool false, those that return a
-/// pointer null; errno then tells why. These do not throw: without memory they fail with ENOMEM. Descriptors
-/// and streams are closed on exec.
+/// pointer null; errno then has the reason. These do not throw: without memory they fail with ENOMEM.
+/// Descriptors and streams are closed on exec.
 class SRFileUtil
 {
 public:

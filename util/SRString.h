@@ -195,7 +195,7 @@ const T& formatArg(const T& value)
 }
 
 /// A value on its way into a formatter's stream. Without memory a stream swallows the failure and with it the
-/// text, unless it is told to pass the exception on.
+/// text, unless it is asked to pass the exception on.
 template <typename T>
 struct StreamedArg
 {

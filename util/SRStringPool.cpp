@@ -80,8 +80,8 @@ View<CharT> textOf(const CharT* block)
     return View<CharT>(block, blockLength(block));
 }
 
-// Room is told by the length alone, so a text may only fill a block whose room the text's own length tells
-// again: the last character of the room stays unused.
+// The room of a block follows from the length of its text alone. So a text may fill a block only if its own
+// length stands for that room again: the last character of the room stays unused.
 template <typename CharT>
 bool fits(const CharT* block, std::size_t length)
 {

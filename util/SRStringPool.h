@@ -12,7 +12,7 @@
 class SRString;
 
 /// The process-wide store of all string characters. A block is named by a pointer to its first character; in
-/// front of it stand 3 bytes of length in characters (big-endian) and 1 byte of type; behind the text stands
+/// front of it stand 3 bytes of length in characters (big-endian) and 1 byte of type; after the text stands
 /// a zero character. Every operation exists for narrow (char) and wide (wchar_t) blocks.
 ///
 /// Texts up to the interning limit are shared: one block a distinct text, counted. Longer texts have private
@@ -30,7 +30,7 @@ public:
         kEmpty = 3,
     };
 
-    /// Longest text that a block's header can tell.
+    /// Longest text whose length fits a block's header.
     static constexpr std::size_t kMaxLength = 0xFFFFFF;
 
     /// The one block of every empty text; never freed.
@@ -88,7 +88,8 @@ public:
     static BlockType type(const wchar_t* block) { return headerType(block); }
 
     /// Characters allocated for a private block of the given length, terminator included. A text and its
-    /// terminator use one less at most: a text that filled them all would tell more room than its block has.
+    /// terminator use one less at most: the length of a text that filled them all would stand for more room
+    /// than its block has.
     static constexpr std::size_t room(std::size_t length) { return ((length + 1) & ~std::size_t{31}) + 32; }
 
     /// The interning limit that the text of KRX_STRING_POOL asks for: 0 for a null text and for anything but

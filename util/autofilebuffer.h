@@ -27,7 +27,7 @@ public:
         kBefore,        ///< it ends at or before the start of the window
         kInside,        ///< the window holds all of it
         kPartlyInside,  ///< the window holds some of it
-        kAfter,         ///< it starts at or behind the end of the window; also of an empty window
+        kAfter,         ///< it starts at or after the end of the window; also of an empty window
     };
 
     /// cacheSize in bytes; 0 caches nothing. With a parent, all reads are done through it.

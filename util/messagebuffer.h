@@ -26,8 +26,8 @@ public:
     explicit MessageBuffer(const SRMemoryPtr& memory);
 
     void clear();
-    /// Appends a message; time in ms. A message that finds no room, or whose body a header cannot tell (above
-    /// 0xFFFFFF bytes), is reported as an assertion and not added.
+    /// Appends a message; time in ms. A message that finds no room, or whose body is too long for a header
+    /// (above 0xFFFFFF bytes), is reported as an assertion and not added.
     void addMessage(unsigned char type, const void* data, unsigned length, unsigned time);
 
     /// The packed bytes. They share the memory: a message added after clear() overwrites them.

@@ -91,7 +91,7 @@ private:
     /// A context takes a hundred bytes of a file. Far less do references to one object, and objects without
     /// these properties: as many as fit can stay.
     static constexpr std::size_t kRoomPerByte = 24;
-    static constexpr std::size_t kSpareRoom = 64 * 1024;
+    static constexpr std::size_t kSpareRoom = std::size_t{64} * 1024;
     /// What a track takes with its first context.
     static constexpr std::size_t kTrackBytes = 768;
     /// An object with more properties is searched once, however many references there are to it.
@@ -244,7 +244,7 @@ bool MediaContexts::importContexts(const SRBuffer& buffer)
     } catch (const SRBreakConnection&) {
         clear();
         if (reader.hasReadStarved())
-            throw SROutOfMemory();  // what is bad behind a value that was not read is not the data
+            throw SROutOfMemory();  // bad data after a value that was not read says nothing about the file
         return false;
     }
 }
@@ -288,10 +288,10 @@ std::size_t MediaContexts::numContexts() const
 
 std::size_t MediaContexts::reportMemorySize() const
 {
-    std::size_t bytes = m_tracks.capacity() * sizeof(TrackContexts);
+    std::size_t bytes = m_tracks.size() * sizeof(TrackContexts);
     std::unordered_set<const SRMemory*> counted;
     for (const TrackContexts& track : m_tracks) {
-        bytes += track.messages().capacity() * sizeof(ContextMessage);
+        bytes += track.messages().size() * sizeof(ContextMessage);
         for (const ContextMessage& message : track.messages())
             if (message.memory && counted.insert(message.memory.get()).second)
                 bytes += sizeof(SRMemory) + message.memory->capacity();

@@ -7,6 +7,7 @@
 #include "util/SRBuffer.h"
 
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <unordered_map>
 #include <vector>
@@ -38,11 +39,11 @@ public:
 
     unsigned getTrackID() const { return m_trackId; }
     std::size_t numContexts() const { return m_messages.size(); }
-    const std::vector<ContextMessage>& messages() const { return m_messages; }
-    std::vector<ContextMessage>& messages() { return m_messages; }
+    const std::deque<ContextMessage>& messages() const { return m_messages; }
+    std::deque<ContextMessage>& messages() { return m_messages; }
 
     /// The context in force: for kContextHeader the last message before position if it is a header, for
-    /// kContextEnder the first message behind position if it is an ender. Null when there is none.
+    /// kContextEnder the first message after position if it is an ender. Null when there is none.
     const ContextMessage* getContext(ContextType_t type, long long position) const;
     /// All contexts of the type at position: headers from the last to the first, enders from the first to the
     /// last.
@@ -52,7 +53,8 @@ public:
 
 private:
     unsigned m_trackId;
-    std::vector<ContextMessage> m_messages;
+    /// A file may have hundreds of thousands, which a vector would hold up to three times while it grows.
+    std::deque<ContextMessage> m_messages;
 };
 
 /// The context messages of a stream by track; the tracks stand in the order in which they first came.
@@ -70,7 +72,7 @@ public:
         kTimeCoordTrack = 5,  ///< and the control message that goes with the protection header
     };
 
-    /// Body of the control message that tells players of protected content.
+    /// Body of the control message that announces protected content to players.
     static constexpr unsigned char kDRMData[] = {0x00, 0x21, 0x00, 0x00, 0x00, 0x00};
 
     using Callback = std::function<void(ContextMessage&)>;
@@ -124,7 +126,7 @@ public:
     void clear();
 
 private:
-    std::vector<TrackContexts> m_tracks;
+    std::deque<TrackContexts> m_tracks;
     std::unordered_map<unsigned, std::size_t> m_trackIndex;  ///< track ID to place in m_tracks
 };
 

@@ -181,7 +181,10 @@ Outcome FaultRunner::run(const FaultRun& how, const std::vector<std::string>& op
     std::istringstream calls(dir.read("calls"));
     std::string name;
     for (unsigned long n = 0; calls >> name >> n;)
-        outcome.calls[name] = n;
+        if (name == "peak")
+            outcome.peak = n * 1024;
+        else
+            outcome.calls[name] = n;
     return outcome;
 }
 

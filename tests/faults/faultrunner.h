@@ -37,6 +37,7 @@ struct Outcome
     std::string report;
     std::string errors;                          ///< standard error
     std::map<std::string, unsigned long> calls;  ///< that a fault could have struck, by name
+    unsigned long peak = 0;                      ///< the most bytes that were resident
 };
 
 /// A directory with a victim and another valid input, and the program run over both, repairs on.

@@ -17,7 +17,9 @@
 //   FAULT_FILE   only calls on paths that begin with this text count, and on descriptors of such files;
 //                malloc counts when the shared libraries have been set up, since they need not outlive a
 //                failure.
-//   FAULT_COUNT  a file that receives the numbers of calls at the end: lines of a CALL and a number.
+//   FAULT_COUNT  a file that receives the numbers of calls at the end: lines of a CALL and a number; and one
+//   of
+//                "peak" and the most KiB that were resident.
 
 #include <cerrno>
 #include <climits>
@@ -221,17 +223,31 @@ bool fails(Call call, std::size_t* n = nullptr)
     return false;
 }
 
+/// As the system counts it for this program alone, not for what was there before it in the process.
+unsigned long peakMemory()
+{
+    char text[4096] = {};
+    const long fd = ::syscall(SYS_openat, AT_FDCWD, "/proc/self/status", O_RDONLY, 0);
+    (void)::syscall(SYS_read, fd, text, sizeof text - 1);
+    (void)::syscall(SYS_close, fd);
+    const char* const line = std::strstr(text, "VmHWM:");
+    return line ? std::strtoul(line + 6, nullptr, 10) : 0;
+}
+
 __attribute__((destructor)) void tellCounts()
 {
     const char* const path = std::getenv("FAULT_COUNT");
     if (!path)
         return;
     const long fd = ::syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    for (int i = 0; i < kCalls; ++i) {
+    const auto tell = [fd](const char* name, unsigned long n) {
         char text[64];
-        const int length = std::snprintf(text, sizeof text, "%s %lu\n", kNames[i], g_counts[i]);
+        const int length = std::snprintf(text, sizeof text, "%s %lu\n", name, n);
         (void)::syscall(SYS_write, fd, text, length);
-    }
+    };
+    for (int i = 0; i < kCalls; ++i)
+        tell(kNames[i], g_counts[i]);
+    tell("peak", peakMemory());
     (void)::syscall(SYS_close, fd);
 }
 

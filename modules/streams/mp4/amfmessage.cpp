@@ -5,12 +5,12 @@
 
 #include "modules/streams/mp4/boxheader.h"
 #include "modules/streams/mp4/mp4.h"
+#include "util/SRException.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
-#include <string>
 
 namespace krx::mp4 {
 namespace {
@@ -18,19 +18,22 @@ namespace {
 constexpr std::size_t kMaxShortString = 65535;
 constexpr unsigned char kByteArrayAMF3 = 12;
 
-/// UTF-8 of big-endian UTF-16 text up to its first zero unit.
-std::string toUTF8(std::string_view utf16)
+/// Calls function with every unit of big-endian UTF-16 text up to its first zero unit.
+template <typename Function>
+void forEachUnit(std::string_view utf16, Function function)
 {
-    std::string text;
     for (std::size_t i = 0; i + 1 < utf16.size(); i += 2) {
         const unsigned unit = static_cast<unsigned>(static_cast<unsigned char>(utf16[i])) << 8 |
                               static_cast<unsigned char>(utf16[i + 1]);
         if (unit == 0)
-            break;
-        char bytes[3];
-        text.append(bytes, AMFMessage::U16CharToUTF8(unit, bytes, std::end(bytes)));
+            return;
+        function(unit);
     }
-    return text;
+}
+
+constexpr unsigned utf8Length(unsigned unit)
+{
+    return unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
 }
 
 std::string_view untilZero(std::string_view text)
@@ -40,7 +43,20 @@ std::string_view untilZero(std::string_view text)
 
 }  // namespace
 
-AMFMessage::AMFMessage() : SRMemory(kInitialCapacity) {}
+AMFMessage::AMFMessage(MemoryBudget* budget) : SRMemory(kInitialCapacity), m_budget(budget) {}
+
+/// Calls write twice: to learn how long the body is, and to write it.
+void AMFMessage::makeWhole(const std::function<void()>& write)
+{
+    m_isCounting = true;
+    write();
+    m_isCounting = false;
+    if (!m_failed && m_budget)
+        m_budget->charge(m_length);
+    if (m_failed || (m_length > capacity() && !resize(m_length)))
+        throw SROutOfMemory();
+    write();
+}
 
 void AMFMessage::put(const void* bytes, unsigned n)
 {
@@ -48,6 +64,11 @@ void AMFMessage::put(const void* bytes, unsigned n)
         return;
     constexpr unsigned long long kMax = std::numeric_limits<unsigned>::max();
     const unsigned long long needed = static_cast<unsigned long long>(m_length) + n;
+    if (m_isCounting) {
+        m_failed = needed > kMax;
+        m_length = static_cast<unsigned>(std::min(needed, kMax));
+        return;
+    }
     if (needed > capacity()) {
         unsigned long long larger = capacity();
         while (larger < needed)
@@ -97,21 +118,22 @@ void AMFMessage::WriteAMF3Uint29(unsigned value)
 
 void AMFMessage::AddAMF0String(std::string_view text, bool withMarker)
 {
-    std::string converted;
-    if (text.starts_with("\xFE\xFF")) {
-        converted = toUTF8(text.substr(2));
-        text = converted;
-    } else if (text.starts_with("\xFF\xFF"))
-        text = {};
-    else
-        text = untilZero(text);
+    const bool isUTF16 = text.starts_with("\xFE\xFF");
+    std::size_t size = 0;
+    if (isUTF16) {
+        text.remove_prefix(2);
+        forEachUnit(text, [&](unsigned unit) { size += utf8Length(unit); });
+    } else {
+        text = text.starts_with("\xFF\xFF") ? std::string_view() : untilZero(text);
+        size = text.size();
+    }
 
-    const bool isLong = text.size() > kMaxShortString;
-    if (text.size() > std::numeric_limits<unsigned>::max())
+    const bool isLong = size > kMaxShortString;
+    if (size > std::numeric_limits<unsigned>::max())
         m_failed = true;
     if (withMarker)
         WriteAMF0Byte(isLong ? kLongString : kString);
-    const auto length = static_cast<unsigned>(text.size());
+    const auto length = static_cast<unsigned>(size);
     if (isLong)
         WriteAMF0U32(length);
     else {
@@ -119,7 +141,18 @@ void AMFMessage::AddAMF0String(std::string_view text, bool withMarker)
                                        static_cast<unsigned char>(length)};
         put(bytes, sizeof(bytes));
     }
-    put(text.data(), length);
+    if (isUTF16)
+        putUTF8(text);
+    else
+        put(text.data(), length);
+}
+
+void AMFMessage::putUTF8(std::string_view utf16)
+{
+    forEachUnit(utf16, [&](unsigned unit) {
+        char bytes[3];
+        put(bytes, U16CharToUTF8(unit, bytes, std::end(bytes)));
+    });
 }
 
 void AMFMessage::AddAMF0Number(double number)
@@ -204,11 +237,13 @@ void AMFMessage::initFromImage(unsigned trackId, bool amf3, const unsigned char*
 
 void AMFMessage::initXMP(const SRMemory& xmp)
 {
-    beginMessage("onXMPData", false);
-    beginECMAArray(0);
     const unsigned length = std::min(xmp.getUsed(), xmp.capacity());
-    addNamedText("data", {reinterpret_cast<const char*>(xmp.data()), length});
-    endObject();
+    makeWhole([&] {
+        beginMessage("onXMPData", false);
+        beginECMAArray(0);
+        addNamedText("data", {reinterpret_cast<const char*>(xmp.data()), length});
+        endObject();
+    });
 }
 
 bool AMFMessage::initDRMData(MP4File& file)
@@ -222,8 +257,12 @@ bool AMFMessage::initDRMData(MP4File& file)
     const auto found = std::find_if(tracks.begin(), tracks.end(), isProtected);
     if (found == tracks.end())
         return false;
-    const DRMTrackInfo& drm = (*found)->drm;
+    makeWhole([&] { writeDRMData((*found)->drm); });
+    return true;
+}
 
+void AMFMessage::writeDRMData(const DRMTrackInfo& drm)
+{
     beginMessage("|AdditionalHeader", false);
     WriteAMF0Byte(kObject);
     beginObject("Encryption");
@@ -266,12 +305,11 @@ bool AMFMessage::initDRMData(MP4File& file)
     }
     endObject();  // Encryption
     endObject();
-    return true;
 }
 
 unsigned AMFMessage::U16CharToUTF8(unsigned unit, char* out, const char* end)
 {
-    const unsigned n = unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+    const unsigned n = utf8Length(unit);
     if (unit > 0xFFFF || end - out < static_cast<std::ptrdiff_t>(n))
         return 0;
     if (n == 1)

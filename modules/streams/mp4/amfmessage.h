@@ -5,23 +5,29 @@
 
 #include "util/SRBuffer.h"
 
+#include <functional>
 #include <string_view>
 
 namespace krx::mp4 {
 
 class MP4File;
+class MemoryBudget;
 class TrackInfo;
+struct DRMTrackInfo;
 
 /// The body of a data message that is made from an MP4 file's facts, in AMF0. All numbers are big-endian;
 /// numbers of the file are written as doubles.
 ///
 /// When the buffer cannot grow, nothing more is written and hasFailed() is true: the body is then of no use.
+/// Bodies about the whole file may be long: they are counted before they are written, charged to the budget,
+/// and take the memory that they need at once. They throw MemoryLimitError and SROutOfMemory.
 class AMFMessage : public SRMemory
 {
 public:
     static constexpr unsigned kInitialCapacity = 2048;
 
-    AMFMessage();
+    /// budget may be null; it is not owned.
+    explicit AMFMessage(MemoryBudget* budget = nullptr);
 
     /// Bytes written.
     unsigned length() const { return m_length; }
@@ -82,7 +88,10 @@ private:
         kSwitchToAMF3 = 17,
     };
 
+    void makeWhole(const std::function<void()>& write);
     void put(const void* bytes, unsigned n);
+    void putUTF8(std::string_view utf16);
+    void writeDRMData(const DRMTrackInfo& drm);
     /// A value that has a name in front.
     void addName(std::string_view name) { AddAMF0String(name, false); }
     void addNamedText(std::string_view name, std::string_view value);
@@ -94,8 +103,10 @@ private:
     /// The AMF3 value of a run of bytes.
     void addByteArray(const unsigned char* bytes, unsigned n);
 
+    MemoryBudget* m_budget;
     unsigned m_length = 0;
     bool m_failed = false;
+    bool m_isCounting = false;  ///< nothing is written, only the length is counted
 };
 
 }  // namespace krx::mp4

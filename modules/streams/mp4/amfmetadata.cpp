@@ -4,7 +4,9 @@
 #include "modules/streams/mp4/amfmessage.h"
 #include "modules/streams/mp4/mp4.h"
 
+#include <deque>
 #include <string>
+#include <string_view>
 
 namespace krx::mp4 {
 namespace {
@@ -120,7 +122,7 @@ private:
         auto samples = static_cast<double>(track.sampleTotal);
         auto length = static_cast<double>(track.getContentLength());
         if (length <= 0) {
-            // A fragmented file tells no length; the times of its samples do.
+            // A fragmented file states no length; it follows from the times of its samples.
             samples = track.samplesPassed;
             length = static_cast<double>(track.timePassed);
         }
@@ -130,7 +132,7 @@ private:
 
     void writeTags()
     {
-        const std::vector<TagEntry>& tags = m_file.getTags();
+        const std::deque<TagEntry>& tags = m_file.getTags();
         if (tags.empty())
             return;
         m_out.addName("tags");
@@ -152,8 +154,7 @@ private:
                 writeIntegers(tag);
                 break;
             case kText:
-                if (tag.text)
-                    m_out.addNamedText(tagKey(tag), {tag.text.get(), tag.textLength});
+                m_out.addNamedText(tagKey(tag), tag.content);
                 break;
             default:
                 m_out.AddNamedAMF0Number(tagKey(tag).c_str(), 0);
@@ -163,28 +164,30 @@ private:
 
     void writeIntegers(const TagEntry& tag)
     {
-        if (tag.integerCount == 1) {
-            m_out.AddNamedAMF0Number(tagKey(tag).c_str(), tag.integers[0]);
+        const unsigned count = tag.integerCount();
+        if (count == 1) {
+            m_out.AddNamedAMF0Number(tagKey(tag).c_str(), tag.integer(0));
             return;
         }
-        m_out.beginStrictArray(tagKey(tag), tag.integerCount);
-        for (unsigned i = 0; i < tag.integerCount; ++i) {
+        m_out.beginStrictArray(tagKey(tag), count);
+        for (unsigned i = 0; i < count; ++i) {
             m_out.WriteAMF0Byte(kNumber);
-            m_out.AddAMF0Number(tag.integers[i]);
+            m_out.AddAMF0Number(tag.integer(i));
         }
     }
 
     /// Writes the run of images of one item from tag first on as one value and returns its length.
     std::size_t writeImages(std::size_t first)
     {
-        const std::vector<TagEntry>& tags = m_file.getTags();
+        const std::deque<TagEntry>& tags = m_file.getTags();
         std::size_t end = first + 1;
         while (end < tags.size() && tags[end].itemType == tags[first].itemType &&
                tags[end].dataType == tags[first].dataType)
             ++end;
         m_out.beginStrictArray(tagKey(tags[first]), countOf(end - first));
         for (std::size_t i = first; i < end; ++i)
-            m_out.addByteArray(tags[i].binary.get(), tags[i].binary ? tags[i].binaryLength : 0);
+            m_out.addByteArray(reinterpret_cast<const unsigned char*>(tags[i].content.data()),
+                               static_cast<unsigned>(tags[i].content.size()));
         return end - first;
     }
 
@@ -220,6 +223,7 @@ private:
 
     void writeTrackInfo()
     {
+        static const TextStyle kNoStyle;
         m_out.beginStrictArray("trackinfo", countOf(m_tracks.size()));
         for (const TrackInfo* track : m_tracks) {
             m_out.WriteAMF0Byte(kObject);
@@ -231,46 +235,47 @@ private:
                 m_out.AddNamedAMF0String("language", language);
             }
             m_out.beginStrictArray("sampledescription", countOf(track->sampleDescriptions.size()));
-            for (const SampleEntry& entry : track->sampleDescriptions) {
+            for (std::size_t i = 0; i < track->sampleDescriptions.size(); ++i) {
+                const SampleEntry& entry = track->sampleDescriptions[i];
                 m_out.WriteAMF0Byte(kObject);
                 m_out.addNamedText("sampletype", fourCCText(entry.type));
                 if (track->isValid() && track->isText)
-                    writeTextStyle(entry);
+                    writeTextStyle(entry.style ? *entry.style : kNoStyle);
                 m_out.endObject();
             }
             m_out.endObject();
         }
     }
 
-    void writeTextStyle(const SampleEntry& entry)
+    void writeTextStyle(const TextStyle& style)
     {
-        m_out.AddNamedAMF0Number("displayflags", entry.displayFlags);
-        m_out.AddNamedAMF0Number("horizontaljustification", entry.horizontalJustification);
-        m_out.AddNamedAMF0Number("verticaljustification", entry.verticalJustification);
-        m_out.AddNamedAMF0Number("backgroundcolor", entry.backgroundColor);
+        m_out.AddNamedAMF0Number("displayflags", style.displayFlags);
+        m_out.AddNamedAMF0Number("horizontaljustification", style.horizontalJustification);
+        m_out.AddNamedAMF0Number("verticaljustification", style.verticalJustification);
+        m_out.AddNamedAMF0Number("backgroundcolor", style.backgroundColor);
         m_out.beginObject("defaulttextbox");
-        m_out.AddNamedAMF0Number("top", entry.boxTop);
-        m_out.AddNamedAMF0Number("left", entry.boxLeft);
-        m_out.AddNamedAMF0Number("bottom", entry.boxBottom);
-        m_out.AddNamedAMF0Number("right", entry.boxRight);
+        m_out.AddNamedAMF0Number("top", style.boxTop);
+        m_out.AddNamedAMF0Number("left", style.boxLeft);
+        m_out.AddNamedAMF0Number("bottom", style.boxBottom);
+        m_out.AddNamedAMF0Number("right", style.boxRight);
         m_out.endObject();
         m_out.beginObject("defaultstyle");
-        m_out.AddNamedAMF0Number("startchar", entry.startChar);
-        m_out.AddNamedAMF0Number("endchar", entry.endChar);
-        m_out.AddNamedAMF0Number("fontid", entry.fontId);
-        m_out.AddNamedAMF0Number("facestyleflags", entry.faceStyleFlags);
-        m_out.AddNamedAMF0Number("fontsize", entry.fontSize);
-        m_out.AddNamedAMF0Number("textcolor", entry.textColor);
+        m_out.AddNamedAMF0Number("startchar", style.startChar);
+        m_out.AddNamedAMF0Number("endchar", style.endChar);
+        m_out.AddNamedAMF0Number("fontid", style.fontId);
+        m_out.AddNamedAMF0Number("facestyleflags", style.faceStyleFlags);
+        m_out.AddNamedAMF0Number("fontsize", style.fontSize);
+        m_out.AddNamedAMF0Number("textcolor", style.textColor);
         m_out.endObject();
-        if (entry.fontCount == 0)
+        if (style.fonts.size() == 0)
             return;
-        m_out.beginStrictArray("fonttable", entry.fontCount);
-        for (unsigned i = 0; i < entry.fontCount; ++i) {
+        m_out.beginStrictArray("fonttable", style.fonts.size());
+        style.fonts.forEach([&](unsigned id, std::string_view name) {
             m_out.WriteAMF0Byte(kObject);
-            m_out.AddNamedAMF0Number("fontid", entry.fonts[i].id);
-            m_out.addNamedText("fontname", entry.fonts[i].name);
+            m_out.AddNamedAMF0Number("fontid", id);
+            m_out.addNamedText("fontname", name);
             m_out.endObject();
-        }
+        });
     }
 
     AMFMessage& m_out;
@@ -281,7 +286,7 @@ private:
 
 void AMFMessage::initMetaData(MP4File& file, unsigned duration, bool amf3)
 {
-    MetaData(*this, file, amf3).write(duration);
+    makeWhole([&] { MetaData(*this, file, amf3).write(duration); });
 }
 
 }  // namespace krx::mp4

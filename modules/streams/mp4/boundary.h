@@ -6,35 +6,67 @@
 #include "modules/streams/mp4/mp4cursor.h"
 
 #include <cstddef>
+#include <deque>
 #include <memory>
+#include <vector>
 
 namespace krx::mp4 {
 
-/// The boundary between two segments as it is kept. A file has one for every 256 KiB of messages, each with a
-/// position in every track, so these are stored as numbers of variable length: about a third of their size.
-class Boundary
+/// Where a boundary stands in the stream.
+struct BoundaryPoint
+{
+    long long index = 0;  ///< of the next message
+    unsigned time = 0;    ///< ms
+};
+
+/// The boundaries between the segments of a file, in order of both index and time. A file has one for every
+/// 256 KiB of messages or for every larger message, each with a position in every track. Kept is what changed
+/// since the boundary before, so that a track that did not move takes nothing: some 10 to 15 bytes for each
+/// track that moved. Every 16th boundary is whole, and no more than 16 are read to find one.
+class BoundaryList
 {
 public:
-    Boundary() = default;
-    explicit Boundary(const CursorState& state);
+    /// Appends a state, which has as many tracks as those before. Returns the bytes that this takes.
+    std::size_t append(const CursorState& state);
 
-    CursorState unpack() const;
+    bool empty() const { return m_size == 0; }
+    std::size_t size() const { return m_size; }
+    /// The last one; 0 when there is none.
+    BoundaryPoint back() const { return {m_last.index, m_last.time}; }
+    /// Boundary i, which is below size().
+    BoundaryPoint point(std::size_t i) const;
+    CursorState state(std::size_t i) const;
+    /// The first boundary whose index or time is not below value; size() when there is none.
+    template <typename Value>
+    std::size_t lowerBound(Value BoundaryPoint::*field, Value value) const;
 
-    long long getIndex() const { return m_index; }
-    unsigned getTime() const { return m_time; }  ///< ms
-    void setIndex(long long index) { m_index = index; }
-    void setTime(unsigned time) { m_time = time; }
-    void setTablePage(unsigned page) { m_tablePage = page; }
+    /// From now on the table page of every state is 0.
+    void forgetTablePages() { m_onePage = true; }
+    void clear() { *this = BoundaryList(); }
     /// Bytes held.
-    std::size_t reportMemorySize() const { return sizeof(*this) + m_size; }
+    std::size_t reportMemorySize() const;
 
 private:
-    long long m_index = 0;
-    unsigned m_time = 0;
-    unsigned m_tablePage = 0;
-    unsigned m_trackCount = 0;
-    unsigned m_size = 0;  ///< of m_tracks
-    std::unique_ptr<unsigned char[]> m_tracks;
+    static constexpr std::size_t kBlockSize = 16;
+
+    /// kBlockSize boundaries.
+    struct Block
+    {
+        BoundaryPoint first;
+        unsigned size = 0;                       ///< of bytes
+        std::unique_ptr<unsigned char[]> bytes;  ///< null in the last block, whose bytes are m_open
+    };
+    class Reader;
+
+    CursorState emptyState() const { return {0, 0, 0, std::vector<TrackPosition>(m_last.tracks.size())}; }
+    Reader readerAt(std::size_t block) const;
+
+    std::deque<Block> m_blocks;
+    std::vector<unsigned char> m_open;
+    CursorState m_last;  ///< as it is stored
+    std::size_t m_size = 0;
+    std::size_t m_bytes = 0;  ///< of full blocks
+    bool m_onePage = false;
 };
 
 }  // namespace krx::mp4

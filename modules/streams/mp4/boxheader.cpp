@@ -8,8 +8,10 @@ namespace krx::mp4 {
 SRString BoxHeader::getBoxName() const
 {
     wchar_t name[4];
-    for (int i = 0; i < 4; ++i)
-        name[i] = static_cast<wchar_t>(type >> (24 - 8 * i) & 0xFF);
+    for (int i = 0; i < 4; ++i) {
+        const unsigned byte = type >> (24 - 8 * i) & 0xFF;
+        name[i] = byte != 0 ? static_cast<wchar_t>(byte) : L'.';
+    }
     return SRString(name, 4);
 }
 

@@ -25,7 +25,8 @@ struct BoxHeader
     krx::util::FilePos end = 0;    ///< start + size
     unsigned type = 0;             ///< four-character code
 
-    /// The four type characters in file order, each byte taken as one character.
+    /// The four type characters in file order, each byte taken as one character. A zero, which would end the
+    /// text for many readers, becomes a dot.
     SRString getBoxName() const;
     bool isFreeBox() const { return type == fourCC("free") || type == fourCC("skip"); }
 };

@@ -51,7 +51,7 @@ unsigned rateBits(unsigned rate)
     }
 }
 
-/// A description that tells a sample size of 1 has 8-bit samples.
+/// A description with a sample size of 1 has 8-bit samples.
 unsigned sampleSizeBit(const SampleEntry& entry)
 {
     return entry.sampleSize == 1 ? 0 : k16BitSamples;

@@ -9,7 +9,7 @@ namespace krx::mp4 {
 
 struct SampleEntry;
 
-/// What the codec header of a message tells.
+/// What the codec header of a message is made of.
 struct CodecHeader
 {
     SampleType type = kSampleUnsupported;

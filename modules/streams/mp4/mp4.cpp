@@ -30,12 +30,6 @@ constexpr unsigned kLargeHeaderSize = 16;
 /// Containers inside each other. Real files need about ten; each level costs stack.
 constexpr std::size_t kMaxNesting = 128;
 
-/// What all tables and runs of a file may take in memory together: this many times the file, and a floor.
-/// Boxes that all claim the same bytes would else multiply a small file. An honest file stays below twice its
-/// size.
-constexpr unsigned long long kTableBytesPerFileByte = 4;
-constexpr unsigned long long kTableBytesFloor = 65536;
-
 constexpr int kWarningsAbove = 2;
 constexpr int kInfoAbove = 4;
 
@@ -57,6 +51,7 @@ void MP4File::parse(long long start)
     root.start = start;
     root.end = m_io->Size();
     root.size = root.end - start;
+    m_memory.setFileSize(root.end);
     skipTo(start);
     parseBoxes(root);
     if (!m_movieSeen)
@@ -183,7 +178,7 @@ bool MP4File::skipToBox(unsigned type, FilePos end)
     if (end - pos < kHeaderSize)
         return false;
     while (pos < end) {
-        // A type may start at every position before end, so the last ones reach behind it.
+        // A type may start at every position before end, so the last ones reach beyond it.
         const FilePos wanted = std::min(kChunk, end - pos) + kOverlap;
         const FilePos there = std::min(wanted, m_io->Size() - pos);
         if (there <= 0)
@@ -259,15 +254,6 @@ void MP4File::logInfo(const std::string& text)
         std::cout << text;
 }
 
-void MP4File::chargeTableBytes(unsigned long long bytes)
-{
-    const unsigned long long limit =
-        static_cast<unsigned long long>(m_io->Size()) * kTableBytesPerFileByte + kTableBytesFloor;
-    if (m_tableBytes > limit || bytes > limit - m_tableBytes)
-        throw StreamParseError(krx::streams::kTableReadError);
-    m_tableBytes += bytes;
-}
-
 FilePos MP4File::curPos() const
 {
     return m_io->Tell();
@@ -314,7 +300,7 @@ unsigned long long MP4File::readU64()
     return m_io->readInt(8);
 }
 
-/// Bytes between the position and end; 0 behind it.
+/// Bytes between the position and end; 0 beyond it.
 unsigned long long MP4File::bytesLeft(FilePos end) const
 {
     return static_cast<unsigned long long>(std::max(end - curPos(), 0LL));
@@ -322,19 +308,14 @@ unsigned long long MP4File::bytesLeft(FilePos end) const
 
 std::size_t MP4File::reportMemorySize() const
 {
-    std::size_t bytes = sizeof(*this) + m_openBoxes.capacity() * sizeof(unsigned) +
-                        m_freeBoxesInMoov.capacity() * sizeof(BoxHeader) +
-                        m_tags.capacity() * sizeof(TagEntry) + m_chapters.capacity() * sizeof(ChapterEntry) +
-                        m_progressive.capacity() * sizeof(ProgressiveEntry) +
-                        m_tracks.capacity() * sizeof(m_tracks[0]) +
-                        m_tracksById.size() * sizeof(decltype(m_tracksById)::value_type);
+    std::size_t bytes =
+        sizeof(*this) + m_openBoxes.capacity() * sizeof(unsigned) +
+        m_freeBoxesInMoov.size() * kDequeElement<FreeSpace> + m_tags.size() * kDequeElement<TagEntry> +
+        m_chapters.size() * kDequeElement<ChapterEntry> + m_texts.reportMemorySize() +
+        m_progressive.capacity() * sizeof(ProgressiveEntry) + m_tracks.capacity() * sizeof(m_tracks[0]) +
+        m_tracksById.size() * sizeof(decltype(m_tracksById)::value_type);
     for (const auto& track : m_tracks)
         bytes += track->reportMemorySize();
-    for (const TagEntry& tag : m_tags)
-        bytes += tag.integerCount * sizeof(unsigned) + tag.binaryLength +
-                 (tag.text ? std::size_t{tag.textLength} + 1 : 0);
-    for (const ChapterEntry& chapter : m_chapters)
-        bytes += chapter.title.size();
     return bytes + (m_xmp ? sizeof(SRMemory) + m_xmp->capacity() : 0);
 }
 

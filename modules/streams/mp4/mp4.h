@@ -4,14 +4,18 @@
 #pragma once
 
 #include "modules/streams/mp4/boxheader.h"
+#include "modules/streams/mp4/bytestore.h"
+#include "modules/streams/mp4/memorybudget.h"
 #include "modules/streams/mp4/mp4config.h"
 #include "modules/streams/mp4/mp4errors.h"
 #include "modules/streams/mp4/trackinfo.h"
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -30,22 +34,23 @@ public:
     /// One tag of an item list, or a string tag.
     struct TagEntry
     {
-        unsigned itemType = 0;  ///< four-character code
-        unsigned dataType = 0;  ///< 0 implicit, 1 UTF-8, 13 JPEG, 14 PNG, 21 integer, others as read
-        std::shared_ptr<unsigned[]> integers;
-        unsigned integerCount = 0;
-        std::shared_ptr<char[]> text;  ///< zero-terminated; null when there is none
-        unsigned textLength =
-            0;  ///< bytes of text without its terminating zero; UTF-16 text has zeros inside
-        std::shared_ptr<unsigned char[]> binary;
-        unsigned binaryLength = 0;
-        unsigned language = 0;  ///< packed; 0 when absent
+        unsigned itemType = 0;           ///< four-character code
+        unsigned dataType = 0;           ///< 0 implicit, 1 UTF-8, 13 JPEG, 14 PNG, 21 integer, others as read
+        unsigned short language = 0;     ///< packed; 0 when absent
+        unsigned short integerSize = 0;  ///< bytes of each integer; 0 when the content is none
+        /// Text, image or integers as in the file, cut to what is supported; empty for other types. UTF-16
+        /// text has zeros inside. Valid as long as the file object.
+        std::string_view content;
+
+        unsigned integerCount() const;
+        /// Integer i, which is below integerCount(). The last one may be shorter in the file.
+        unsigned integer(unsigned i) const;
     };
 
     struct ChapterEntry
     {
         unsigned long long time = 0;  ///< movie timescale units
-        std::string title;            ///< at most 255 characters
+        std::string_view title;       ///< at most 255 characters; valid as long as the file object
     };
 
     struct ProgressiveEntry
@@ -92,7 +97,7 @@ public:
     krx::util::FilePos getMovieHeaderBoxPos() const { return m_movieHeaderPos; }
     bool getMovieExtendsBoxPos(krx::util::FilePos& pos) const;
     /// Recording path: takes size bytes from the smallest free box of the movie box that has exactly that
-    /// size or room for another box behind; pos is where they start, remaining what the free box keeps. Of
+    /// size or room for another box after it; pos is where they start, remaining what the free box keeps. Of
     /// size 0 the smallest free box is found, and keeps all. False when there is none, and for a negative
     /// size.
     bool consumeFreeBoxInMoov(long long size, krx::util::FilePos& pos, krx::util::FilePos& remaining);
@@ -102,8 +107,8 @@ public:
     unsigned getAVCProfile() const { return m_avcProfile; }
     unsigned getAVCLevel() const { return m_avcLevel; }
     unsigned getAACObjectType() const { return m_aacObjectType; }
-    const std::vector<TagEntry>& getTags() const { return m_tags; }
-    const std::vector<ChapterEntry>& getChapters() const { return m_chapters; }
+    const std::deque<TagEntry>& getTags() const { return m_tags; }
+    const std::deque<ChapterEntry>& getChapters() const { return m_chapters; }
     const std::vector<ProgressiveEntry>& getProgressiveEntries() const { return m_progressive; }
     bool hasXMPData() const;
     /// The XMP text, zero-terminated, its used length without the zero; null before there was one.
@@ -118,9 +123,11 @@ public:
     /// Called with every warning, before it is thrown or printed.
     void setWarningObserver(WarningObserver observer) { m_warningObserver = std::move(observer); }
 
-    /// Reads a 'traf' whose first byte behind the header is at payload, for TrackFragment::load.
-    void parseTrackFragment(TrackFragment& fragment, const BoxHeader& traf, krx::util::FilePos payload);
+    /// Reads the content of a 'traf', from payload to end, for TrackFragment::load.
+    void parseTrackFragment(TrackFragment& fragment, krx::util::FilePos payload, krx::util::FilePos end);
 
+    /// What the file may make the program keep; whoever keeps something because of the file charges it here.
+    MemoryBudget& memory() { return m_memory; }
     /// Bytes really held.
     std::size_t reportMemorySize() const;
 
@@ -150,7 +157,6 @@ private:
     {
         return m_reloading || (m_logLevel <= 2 && !m_warningsAsErrors && !m_warningObserver);
     }
-    void chargeTableBytes(unsigned long long bytes);
 
     // Reading; all integers are big-endian. A read where nothing is left throws TruncatedStreamError.
     krx::util::FilePos curPos() const;
@@ -163,6 +169,7 @@ private:
     unsigned readU32();
     unsigned long long readU64();
     unsigned long long bytesLeft(krx::util::FilePos end) const;
+    std::string_view readBytes(unsigned long long n);
     SRMBString readString(unsigned limit);
     unsigned parseVarLenInt(krx::util::FilePos end);
 
@@ -188,7 +195,7 @@ private:
     void parseSyncSample(const BoxHeader& box);
     void parseSampleFlags(const BoxHeader& box);
     void parseEditList(const BoxHeader& box);
-    void parseEditListEntries(EditList& list);
+    void parseEditListEntries(EditList& list, MemoryCharge& charge);
     std::optional<long long> parseTrailingFreeBox(const BoxHeader& parent);
 
     // Sample descriptions.
@@ -199,7 +206,7 @@ private:
     void parseElementaryStreamDescriptor(const BoxHeader& box, SampleEntry& entry);
     void parseAudioSpecificConfig(SampleEntry& entry);
     void parseTextDescription(const BoxHeader& box, SampleEntry& entry);
-    void parseFontTable(const BoxHeader& box, SampleEntry& entry);
+    FontTable parseFontTable(const BoxHeader& box);
     void parseDataDescription(const BoxHeader& box, SampleEntry& entry);
     void parseImageDescription(const BoxHeader& box, SampleEntry& entry);
     void readConfiguration(SampleEntry& entry, unsigned length);
@@ -222,7 +229,7 @@ private:
     void parseChapterList(const BoxHeader& box);
     void parseProgressiveDownload(const BoxHeader& box);
     void parseUniversalUniqueIDBox(const BoxHeader& box);
-    std::shared_ptr<char[]> readText(unsigned length);
+    void addTag(const TagEntry& tag);
 
     // Content protection.
     void parseOriginalFormat(const BoxHeader& box);
@@ -239,12 +246,12 @@ private:
     Mp4Config m_config;
     IQVStreamContext* m_context;
     Mp4FileIO* m_io = nullptr;
+    MemoryBudget m_memory;
     int m_logLevel = 2;
     bool m_warningsAsErrors = false;
     WarningObserver m_warningObserver;
 
     std::vector<unsigned> m_openBoxes;  ///< types of the boxes around the position, outermost first
-    unsigned long long m_tableBytes = 0;
 
     // Records are made when an ID first comes up, so that the configured maximum costs nothing.
     std::vector<std::unique_ptr<TrackInfo>> m_tracks;
@@ -256,7 +263,12 @@ private:
     unsigned long long m_duration = 0;
     krx::util::FilePos m_moviePos = 0;
     krx::util::FilePos m_movieHeaderPos = 0;
-    std::vector<BoxHeader> m_freeBoxesInMoov;
+    struct FreeSpace
+    {
+        krx::util::FilePos start;
+        krx::util::FilePos size;
+    };
+    std::deque<FreeSpace> m_freeBoxesInMoov;
 
     bool m_videoSeen = false;
     bool m_audioSeen = false;
@@ -276,8 +288,9 @@ private:
     krx::util::FilePos m_moofStart = 0;  ///< of the last 'moof'
     bool m_reloading = false;            ///< a fragment whose warnings the parse has given is read again
 
-    std::vector<TagEntry> m_tags;
-    std::vector<ChapterEntry> m_chapters;
+    ByteStore m_texts{m_memory};  ///< contents of tags, and titles
+    std::deque<TagEntry> m_tags;
+    std::deque<ChapterEntry> m_chapters;
     std::vector<ProgressiveEntry> m_progressive;
     std::unique_ptr<SRMemory> m_xmp;
 };

@@ -15,14 +15,15 @@ namespace {
 
 using krx::streams::StreamParseError;
 
-// What a walk may keep of boundaries and context messages: far more than a sound file needs, whose boundaries
-// have 256 KiB of messages between them.
-constexpr unsigned long long kKeptShare = 16;
-constexpr unsigned long long kKeptFloor = 16U << 20;
+/// What it takes to know a context by its description and kind, while the file is walked.
+constexpr std::size_t kKnownContext = 128;
+
+/// Later times are cut to this one, ms.
+constexpr unsigned kTimeLimit = std::numeric_limits<unsigned>::max();
 
 // Entries of the next page that a page holds too: its last message may be a sample whose ender is the next
 // page's first, or an ender, whose step was found by a look at the next page's first sample. That takes the
-// first entry of each table, and of the sample-to-chunk entries the one behind it, too.
+// first entry of each table, and of the sample-to-chunk entries the one after it, too.
 constexpr unsigned kOverlap = 1;
 constexpr unsigned kSampleToChunkOverlap = 2;
 
@@ -37,8 +38,10 @@ public:
 
     void cacheContextMessage(Seekable& message)
     {
-        const Key key{{message.getTrack(), message.getDescriptionIndex()}, message.isEnder()};
-        m_data.chargeKept(sizeof(ContextMessage));
+        const SampleDescriptions& descriptions = message.getTrack()->sampleDescriptions;
+        const Key key{&descriptions[message.getDescriptionIndex() - 1], message.isEnder()};
+        MemoryBudget& memory = m_data.m_file.memory();
+        memory.charge(kDequeElement<ContextMessage>);
         const auto known = m_known.find(key);
         if (known != m_known.end()) {
             ContextMessage again = known->second;
@@ -47,17 +50,17 @@ public:
             m_data.m_contexts.cacheContext(again);
             return;
         }
+        memory.charge(kKnownContext + sizeof(SRMemory) + 2 * kBlockOverhead + message.getEstimatedMsgSize());
         message.readPayload(m_data.m_io);
         ContextMessage first;
         if (message.toContextMessage(first)) {
-            m_data.chargeKept(first.length);
             m_data.m_contexts.cacheContext(first);
             m_known.emplace(key, first);
         }
     }
 
 private:
-    using Key = std::pair<std::pair<const TrackInfo*, unsigned>, bool>;
+    using Key = std::pair<const SampleEntry*, bool>;
 
     Mp4Data& m_data;
     std::map<Key, ContextMessage> m_known;
@@ -124,8 +127,7 @@ void Mp4Data::subInitPlayback(int)
     } catch (const TruncatedStreamError& error) {
         m_file.logWarning(error);
         // The tables were not cut, so that they are one page.
-        for (Boundary& boundary : m_boundaries)
-            boundary.setTablePage(0);
+        m_boundaries.forgetTablePages();
     }
     try {
         setFileContextMessages();
@@ -175,7 +177,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
         // Most samples are only counted; the others are made messages, to find what is wrong with them.
         const unsigned headerBytes = track->getHeaderBytes();
         const bool walked = cursor.walkStretch(limits, [&](unsigned size) {
-            budget.charge(size);
+            budget.charge();
             ++track->track().sampleTotal;
             segmentBytes += size + headerBytes;
             cursor.countMessage();
@@ -185,13 +187,13 @@ std::vector<std::size_t> Mp4Data::buildSegments()
             if (!track->isHeader() && !track->isEnder())
                 ++track->track().sampleTotal;
             if (message.initFromCursor(track, cursor.getIndex(), m_io)) {
-                budget.charge(message.getPayloadSize());
+                budget.charge(message.getTime() == kTimeLimit ? WalkBudget::kSingleSample : 1);
                 if (message.isHeader() || message.isEnder())
                     contexts.cacheContextMessage(message);
                 segmentBytes += message.getEstimatedMsgSize();
                 cursor.countMessage();
             } else
-                budget.charge(track->getSampleSize());
+                budget.charge(WalkBudget::kSingleSample);
             cursor.advance();
         }
 
@@ -211,7 +213,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
         [&](const TrackCursor& track) { cacheTrackEnder(track, cursor.getIndex() + 1, contexts); });
     if (cursor.getIndex() == 0)
         throw NoTracksError(krx::streams::kNoValidTracks);
-    if (cursor.getIndex() > m_boundaries.back().getIndex())
+    if (cursor.getIndex() > m_boundaries.back().index)
         appendBoundary(cursor);
     return splitPoints;
 }
@@ -228,16 +230,7 @@ void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, Context
 
 void Mp4Data::appendBoundary(const Mp4Cursor& cursor)
 {
-    m_boundaries.emplace_back(cursor.save());
-    chargeKept(m_boundaries.back().reportMemorySize());
-}
-
-/// Counts what the walk keeps. A file that makes it keep too much does not agree with its tables.
-void Mp4Data::chargeKept(std::size_t bytes)
-{
-    m_keptBytes += bytes;
-    if (m_keptBytes > kKeptFloor + static_cast<unsigned long long>(m_fileSize) / kKeptShare)
-        throw StreamParseError(krx::streams::kTableReadError);
+    m_file.memory().charge(m_boundaries.append(cursor.save()));
 }
 
 /// Cuts the tables of each track where the boundaries of the split points stand in them.
@@ -258,7 +251,7 @@ void Mp4Data::splitTables(const std::vector<std::size_t>& splitPoints)
     const std::vector<TrackInfo*> tracks = m_file.getTrackVec();
     std::vector<Cuts> cuts(tracks.size());
     for (const std::size_t point : splitPoints) {
-        const CursorState state = m_boundaries[point].unpack();
+        const CursorState state = m_boundaries.state(point);
         for (std::size_t i = 0; i < tracks.size(); ++i) {
             const TrackPosition& position = state.tracks[i];
             cuts[i].sampleToChunk.push_back(position.sampleToChunkIndex);
@@ -327,11 +320,10 @@ void Mp4Data::clearTableSegment(unsigned tablePage)
 
 unsigned Mp4Data::getMemoryOverhead() const
 {
-    std::size_t bytes = sizeof(*this) - sizeof(m_io) - sizeof(m_file) + m_io.reportMemorySize() +
-                        m_file.reportMemorySize() + m_statusMessage.reportMemorySize() +
-                        m_contexts.reportMemorySize() + m_standingFragments.capacity() * sizeof(unsigned);
-    for (const Boundary& boundary : m_boundaries)
-        bytes += boundary.reportMemorySize();
+    const std::size_t bytes = sizeof(*this) - sizeof(m_io) - sizeof(m_file) + m_io.reportMemorySize() +
+                              m_file.reportMemorySize() + m_statusMessage.reportMemorySize() +
+                              m_contexts.reportMemorySize() + m_boundaries.reportMemorySize() +
+                              m_standingFragments.capacity() * sizeof(unsigned);
     return static_cast<unsigned>(std::min<std::size_t>(bytes, std::numeric_limits<unsigned>::max()));
 }
 

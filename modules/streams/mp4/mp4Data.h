@@ -86,8 +86,8 @@ public:
     bool flushSegment(SegmentBounds*) { return false; }
 
     /// The number of messages.
-    long long getEndPosition() const { return m_boundaries.empty() ? 0 : m_boundaries.back().getIndex(); }
-    unsigned getDuration() const { return m_boundaries.empty() ? 0 : m_boundaries.back().getTime(); }  ///< ms
+    long long getEndPosition() const { return m_boundaries.back().index; }
+    unsigned getDuration() const { return m_boundaries.back().time; }    ///< ms
     long long getSize() const { return m_fileSize; }                     ///< bytes
     unsigned char getType() const { return m_type; }                     ///< TypeFlags
     unsigned getModifiedTime() const { return m_io.GetModifiedTime(); }  ///< seconds since 1970
@@ -106,23 +106,20 @@ public:
     MP4File& getFile() { return m_file; }
 
 private:
-    using Comparator = bool (*)(const Boundary& a, const Boundary& b);
     class ContextCache;
 
     // Cutting (mp4Data.cpp).
     StreamLoadStatus updateStatus(StreamLoadStatus status) const;
     std::vector<std::size_t> buildSegments();
     void appendBoundary(const Mp4Cursor& cursor);
-    void chargeKept(std::size_t bytes);
     void cacheTrackEnder(const TrackCursor& track, long long index, ContextCache& contexts);
     void splitTables(const std::vector<std::size_t>& splitPoints);
     void releaseTables();
     void setMsgTypes();
 
     // Lookup and delivery (mp4segments.cpp).
-    static bool locComparator(const Boundary& a, const Boundary& b) { return a.getIndex() < b.getIndex(); }
-    static bool timeComparator(const Boundary& a, const Boundary& b) { return a.getTime() < b.getTime(); }
-    bool findSegment(const Boundary& key, Comparator comparator, std::size_t& segment) const;
+    template <typename Value>
+    bool findSegment(Value BoundaryPoint::*field, Value value, std::size_t& segment) const;
     SegmentBounds toBounds(std::size_t segment) const;
     void deliverSegment(Mp4Cursor& cursor, ISegmentHolder& holder);
     void deliverMessages(Mp4Cursor& cursor, ISegmentHolder& holder, AggMsg& aggregate);
@@ -138,7 +135,7 @@ private:
     void setDRMHeader();
     void setXMP();
     void setATC();
-    void cacheFileMessage(const void* bytes, unsigned length, SampleType type,
+    void cacheFileMessage(const SRMemoryPtr& body, unsigned length, SampleType type,
                           MediaContexts::ContextTrack track);
     bool isTimeCoordInfo(const Seekable& message);
     void setNoSupportedTrack();
@@ -156,10 +153,8 @@ private:
     MediaContexts m_contexts;
     Seekable m_statusMessage;  ///< stands for an unplayable file; else empty
 
-    // Boundary k starts segment k and ends segment k - 1; the last one is the end of the file. In order of
-    // both index and time.
-    std::vector<Boundary> m_boundaries;
-    unsigned long long m_keptBytes = 0;  ///< that the walk keeps, see chargeKept
+    // Boundary k starts segment k and ends segment k - 1; the last one is the end of the file.
+    BoundaryList m_boundaries;
 
     // What loading left in memory: the table page, and the fragment that each track stood in.
     unsigned m_tablePage = 0;

@@ -19,7 +19,7 @@ struct MP4File::BoxRule
     };
 
     unsigned type = 0;
-    /// Starts behind the box's header and may leave the position anywhere; null: the box is passed over.
+    /// Starts after the box's header and may leave the position anywhere; null: the box is passed over.
     void (MP4File::*handler)(const BoxHeader& box) = nullptr;
     Place place = kAnywhere;
     int highestVersion = 0;  ///< for handlers that ask parseVersion

@@ -99,7 +99,7 @@ unsigned TrackCursor::stepsInStretch() const
     return m_limited ? std::min(steps, m_limit - m_pos.stepCount) : steps;
 }
 
-/// A step that may end a stretch. When it does, the ender comes first, and is told at the sample in front of
+/// A step that may end a stretch. When it does, the ender comes first, and stands at the sample before
 /// it.
 void TrackCursor::advanceSlowly()
 {
@@ -147,8 +147,9 @@ unsigned TrackCursor::timeToSampleDelta() const
 
 unsigned TrackCursor::runDelta(const TrackFragmentRun& current) const
 {
-    return current.durations ? current.durations[m_pos.sampleInRun]
-                             : m_track->fragments[m_pos.fragmentIndex].defaultDuration;
+    const unsigned* durations = current.column(TrackFragmentRun::kDuration);
+    return durations ? durations[m_pos.sampleInRun]
+                     : m_track->fragments[m_pos.fragmentIndex].header().defaultDuration;
 }
 
 /// A table of one entry holds for all samples, whatever its count.
@@ -199,7 +200,7 @@ void TrackCursor::finishMoov()
 /// From the end of a run to the next sample: past empty runs and finished fragments.
 void TrackCursor::correctCursorToValidSample()
 {
-    std::vector<TrackFragment>& fragments = m_track->fragments;
+    std::deque<TrackFragment>& fragments = m_track->fragments;
     bool entered = m_pos.runIndex == 0 && m_pos.sampleInRun == 0;
     while (m_pos.fragmentIndex < fragments.size() &&
            !correctToNextPopulatedRun(fragments[m_pos.fragmentIndex])) {
@@ -210,7 +211,7 @@ void TrackCursor::correctCursorToValidSample()
     }
     if (m_pos.fragmentIndex >= fragments.size() || m_pos.sampleInRun != 0)
         return;
-    const TrackFragment& fragment = fragments[m_pos.fragmentIndex];
+    TrackFragment& fragment = fragments[m_pos.fragmentIndex];
     m_pos.fileOffset = fragment.dataBase() + static_cast<unsigned long long>(run().dataOffset);
     if (entered)
         updateSampleEntry();
@@ -235,7 +236,7 @@ void TrackCursor::updateSampleEntry()
 {
     const unsigned index = m_pos.inMovieBox
                                ? m_track->sampleToChunk[m_pos.sampleToChunkIndex].descriptionIndex
-                               : m_track->fragments[m_pos.fragmentIndex].descriptionIndex;
+                               : m_track->fragments[m_pos.fragmentIndex].header().descriptionIndex;
     if (index < 1 || index > m_track->sampleDescriptions.size())
         throwTableError();
     if (m_pos.typeValid && index == m_pos.descriptionIndex)

@@ -15,7 +15,7 @@ namespace krx::mp4 {
 class MP4File;
 
 /// Where a track cursor stands. Plain and compact, so that the boundaries between segments can be kept; times
-/// are in the track's timescale. What lies behind the movie box's tables is told by fragment, run and sample
+/// are in the track's timescale. A sample after the movie box's tables is named by fragment, run and sample
 /// in the run.
 struct TrackPosition
 {
@@ -58,7 +58,7 @@ struct StretchLimits
 
 /// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
 /// fragments. In front of the samples of a description stands a header step where the codec needs one, and
-/// behind them an ender step. A track that is not valid has no steps.
+/// after them an ender step. A track that is not valid has no steps.
 ///
 /// What contradicts itself throws StreamParseError kTableReadError; the cursor is of no use afterwards. The
 /// file must be open where samples lie in fragments, whose runs are loaded while the cursor stands in them.
@@ -80,8 +80,8 @@ public:
     /// To the next step.
     void advance();
     /// Advances over samples for as long as the steps are plain ones: within a chunk or a run, far from a
-    /// gap, and within the limits. take(bytes of the sample) is called for each sample left behind; false
-    /// ends the walk behind that sample. What is not plain is left to advance(), with all that it finds;
+    /// gap, and within the limits. take(bytes of the sample) is called for each sample that is passed; false
+    /// ends the walk after that sample. What is not plain is left to advance(), with all that it finds;
     /// false when that is the very first step.
     template <typename Take>
     bool walkStretch(const StretchLimits& limits, Take take);
@@ -117,10 +117,10 @@ public:
     }
     /// The segment ends where end stands, a later position in the same track. The step that ends it is
     /// counted but not looked at, as only the next segment has what that may read: at the limit the position
-    /// tells no more than the count.
+    /// means no more than the count.
     void setLimit(const TrackPosition& end);
 
-    /// Bytes of the table entries that lie behind the cursor.
+    /// Bytes of the table entries that the cursor has passed.
     unsigned long long getTableSizeRead() const;
 
     /// The fragment and the run that the cursor stands in; reported when there is none.
@@ -132,7 +132,7 @@ public:
 private:
     bool atLimit() const { return m_limited && m_pos.stepCount == m_limit; }
     unsigned stepsInStretch() const;
-    template <typename Take>
+    template <bool kHasExtras, typename Take>
     void walkTables(unsigned steps, const StretchLimits& limits, Take& take);
     template <typename Take>
     void walkRun(unsigned steps, const StretchLimits& limits, Take& take);
@@ -165,6 +165,8 @@ private:
     static constexpr unsigned long long kNoGap = ~0ULL;
     static constexpr unsigned kNegativeDelta = 0x80000000U;  ///< from there on a delta counts as 0
     static constexpr long long kGapMediaTime = -1;
+    /// Of the flags in a run only these count.
+    static constexpr unsigned kFragmentFlags = 0xFFFF0000U;
 
     TrackPosition m_pos;
     TrackInfo* m_track;
@@ -229,7 +231,7 @@ public:
     void loadTables();
     /// Bytes of the table page over all tracks.
     std::size_t getSegSize() const;
-    /// Bytes of the table entries that lie behind the cursor.
+    /// Bytes of the table entries that the cursor has passed.
     unsigned long long getTableSizeRead() const;
 
     /// Calls function with every track cursor.
@@ -259,7 +261,7 @@ private:
     std::vector<TrackCursor> m_tracks;
 
     // A tournament: node n holds the smaller key of the nodes 2n and 2n + 1, the tracks' own keys are the
-    // leaves, and m_tree[1] tells the earliest track.
+    // leaves, and m_tree[1] has the earliest track.
     std::size_t m_leaves = 1;
     std::vector<Key> m_tree;
 };
@@ -270,8 +272,8 @@ inline unsigned TrackCursor::getSampleSize() const
         return m_track->constantSampleSize != 0 ? m_track->constantSampleSize
                                                 : m_track->sampleSizes[m_pos.sampleNumber];
     const TrackFragmentRun& current = run();
-    return current.sizes ? current.sizes[m_pos.sampleInRun]
-                         : m_track->fragments[m_pos.fragmentIndex].defaultSize;
+    const unsigned* sizes = current.column(TrackFragmentRun::kSize);
+    return sizes ? sizes[m_pos.sampleInRun] : m_track->fragments[m_pos.fragmentIndex].header().defaultSize;
 }
 
 inline unsigned TrackCursor::getSampleFlags() const
@@ -279,8 +281,9 @@ inline unsigned TrackCursor::getSampleFlags() const
     if (m_pos.inMovieBox)
         return m_track->sampleFlags.isInit() ? unsigned{m_track->sampleFlags[m_pos.sampleNumber]} << 20 : 0;
     const TrackFragmentRun& current = run();
-    return current.flags ? unsigned{current.flags[m_pos.sampleInRun]} << 16
-                         : m_track->fragments[m_pos.fragmentIndex].defaultFlags;
+    const unsigned* flags = current.column(TrackFragmentRun::kFlags);
+    return flags ? flags[m_pos.sampleInRun] & kFragmentFlags
+                 : m_track->fragments[m_pos.fragmentIndex].header().defaultFlags;
 }
 
 inline bool TrackCursor::atSyncSample() const
@@ -299,7 +302,8 @@ inline int TrackCursor::compositionOffset() const
                    ? 0
                    : static_cast<int>(m_track->compositionOffsets[m_pos.compositionIndex].offset);
     const TrackFragmentRun& current = run();
-    return current.compositionOffsets ? current.compositionOffsets[m_pos.sampleInRun] : 0;
+    const unsigned* offsets = current.column(TrackFragmentRun::kCompositionOffset);
+    return offsets ? static_cast<int>(offsets[m_pos.sampleInRun]) : 0;
 }
 
 template <typename Take>
@@ -309,15 +313,19 @@ bool TrackCursor::walkStretch(const StretchLimits& limits, Take take)
     if (steps == 0)
         return false;
     const unsigned before = m_pos.stepCount;
-    if (m_pos.inMovieBox)
-        walkTables(steps, limits, take);
-    else
+    if (m_pos.inMovieBox) {
+        const bool hasExtras =
+            m_track->compositionOffsets.size() != 0 || m_pos.syncIndex < m_track->syncSamples.size();
+        hasExtras ? walkTables<true>(steps, limits, take) : walkTables<false>(steps, limits, take);
+    } else
         walkRun(steps, limits, take);
     return m_pos.stepCount != before;
 }
 
 /// The tables are read past their range checks: each index is compared with what the current page holds.
-template <typename Take>
+/// Extras are composition offsets and sync samples, which most tracks do not have; where tracks take turns,
+/// all that is made ready for a single step counts.
+template <bool kHasExtras, typename Take>
 void TrackCursor::walkTables(unsigned steps, const StretchLimits& limits, Take& take)
 {
     const TableView<TimeToSample> times(m_track->timeToSample);
@@ -326,13 +334,13 @@ void TrackCursor::walkTables(unsigned steps, const StretchLimits& limits, Take& 
     const TableView<unsigned> sizes(m_track->sampleSizes);
     const unsigned constantSize = m_track->constantSampleSize;
     const bool oneTime = m_track->timeToSample.size() == 1;
-    const bool hasOffsets = m_track->compositionOffsets.size() != 0;
+    const bool hasOffsets = kHasExtras && m_track->compositionOffsets.size() != 0;
     const unsigned timescale = m_track->timescale;
 
     TrackPosition& pos = m_pos;
     for (bool more = true; more && steps > 0; --steps) {
         if (!times.holds(pos.timeToSampleIndex) || (hasOffsets && !offsets.holds(pos.compositionIndex)) ||
-            (pos.syncIndex < m_track->syncSamples.size() && !syncs.holds(pos.syncIndex)))
+            (kHasExtras && pos.syncIndex < m_track->syncSamples.size() && !syncs.holds(pos.syncIndex)))
             break;
         const TimeToSample& time = times[pos.timeToSampleIndex];
         const unsigned delta = time.delta < kNegativeDelta ? time.delta : 0;
@@ -343,7 +351,7 @@ void TrackCursor::walkTables(unsigned steps, const StretchLimits& limits, Take& 
         more = take(size);
 
         pos.fileOffset += size;
-        if (syncs.holds(pos.syncIndex) && syncs[pos.syncIndex] - 1 == pos.sampleNumber)
+        if (kHasExtras && syncs.holds(pos.syncIndex) && syncs[pos.syncIndex] - 1 == pos.sampleNumber)
             ++pos.syncIndex;
         pos.decodeTime += delta;
         pos.mediaTime += delta;
@@ -367,15 +375,15 @@ template <typename Take>
 void TrackCursor::walkRun(unsigned steps, const StretchLimits& limits, Take& take)
 {
     const TrackFragmentRun& current = run();
-    const TrackFragment& fragment = m_track->fragments[m_pos.fragmentIndex];
-    const unsigned* const durations = current.durations.get();
-    const unsigned* const sizes = current.sizes.get();
+    const TrackFragmentHeader& header = m_track->fragments[m_pos.fragmentIndex].header();
+    const unsigned* const durations = current.column(TrackFragmentRun::kDuration);
+    const unsigned* const sizes = current.column(TrackFragmentRun::kSize);
     const unsigned timescale = m_track->timescale;
 
     TrackPosition& pos = m_pos;
     for (bool more = true; more && steps > 0; --steps) {
-        const unsigned delta = durations ? durations[pos.sampleInRun] : fragment.defaultDuration;
-        const unsigned size = sizes ? sizes[pos.sampleInRun] : fragment.defaultSize;
+        const unsigned delta = durations ? durations[pos.sampleInRun] : header.defaultDuration;
+        const unsigned size = sizes ? sizes[pos.sampleInRun] : header.defaultSize;
         if (pos.mediaTime + delta >= m_gapStart || pos.fileOffset > limits.fileSize ||
             size > limits.fileSize - pos.fileOffset || size > limits.maxSampleSize)
             break;

@@ -30,7 +30,7 @@ public:
     using StreamParseError::StreamParseError;
 };
 
-/// One sample is unusable; playback goes on behind it.
+/// One sample is unusable; playback goes on after it.
 class BadSampleError : public krx::streams::StreamParseError
 {
 public:

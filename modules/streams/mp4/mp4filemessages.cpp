@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <string_view>
 
 namespace krx::mp4 {
@@ -16,10 +17,10 @@ namespace {
 constexpr long long kFilePosition = -1;
 
 constexpr std::string_view kTimeCoordName = "onTimeCoordInfo";
-/// Bytes that hold the name with the longest form of its length in front, and a zero byte behind.
+/// Bytes that hold the longest form of the name's length, the name, and a zero byte.
 constexpr unsigned kNameProbe = 24;
 
-/// The text at the start of an AMF0 body of length bytes, of which n are at hand: a string, or one behind the
+/// The text at the start of an AMF0 body of length bytes, of which n are at hand: a string, or one after the
 /// switch to AMF3. Empty for anything else.
 std::string_view leadingText(const unsigned char* bytes, unsigned n, unsigned length)
 {
@@ -53,6 +54,15 @@ std::string_view leadingText(const unsigned char* bytes, unsigned n, unsigned le
     return text.substr(0, text.find('\0'));
 }
 
+SRMemoryPtr copyOf(const void* bytes, unsigned n)
+{
+    if (n == 0)
+        return nullptr;
+    SRMemoryPtr copy(new SRMemory(n));
+    std::memcpy(copy->data(), bytes, n);
+    return copy;
+}
+
 }  // namespace
 
 void Mp4Data::setFileContextMessages()
@@ -64,43 +74,44 @@ void Mp4Data::setFileContextMessages()
     setATC();
 }
 
-void Mp4Data::cacheFileMessage(const void* bytes, unsigned length, SampleType type,
+/// Keeps a message of the file, whose memory is charged already.
+void Mp4Data::cacheFileMessage(const SRMemoryPtr& body, unsigned length, SampleType type,
                                MediaContexts::ContextTrack track)
 {
-    Seekable message;
-    message.initFromRawData(bytes, length, type, kFilePosition, getContextTrackID(track));
-    message.setIsHeader(true);
     ContextMessage context;
-    if (message.toContextMessage(context))
-        m_contexts.cacheContext(context);
+    context.contextType = kContextHeader;
+    context.messageType = Seekable::getMessageType(type);
+    context.position = kFilePosition;
+    context.trackId = getContextTrackID(track);
+    context.memory = body;
+    context.length = length;
+    m_contexts.cacheContext(context);
 }
 
 void Mp4Data::setMetadata()
 {
-    AMFMessage body;
-    body.initMetaData(m_file, getDuration(), false);
-    if (!body.hasFailed())
-        cacheFileMessage(body.data(), body.length(), kSampleDataAMF0, MediaContexts::kMetadataTrack);
+    const SRPtr<AMFMessage> body(new AMFMessage(&m_file.memory()));
+    body->initMetaData(m_file, getDuration(), false);
+    cacheFileMessage(body, body->length(), kSampleDataAMF0, MediaContexts::kMetadataTrack);
 }
 
 void Mp4Data::setDRMHeader()
 {
-    AMFMessage body;
-    if (!body.initDRMData(m_file) || body.hasFailed())
+    const SRPtr<AMFMessage> body(new AMFMessage(&m_file.memory()));
+    if (!body->initDRMData(m_file))
         return;
-    cacheFileMessage(body.data(), body.length(), kSampleDataAMF0, MediaContexts::kDRMHeaderTrack);
-    cacheFileMessage(MediaContexts::kDRMData, sizeof(MediaContexts::kDRMData), kSampleOther,
-                     MediaContexts::kTimeCoordTrack);
+    cacheFileMessage(body, body->length(), kSampleDataAMF0, MediaContexts::kDRMHeaderTrack);
+    cacheFileMessage(copyOf(MediaContexts::kDRMData, sizeof(MediaContexts::kDRMData)),
+                     sizeof(MediaContexts::kDRMData), kSampleOther, MediaContexts::kTimeCoordTrack);
 }
 
 void Mp4Data::setXMP()
 {
     if (!m_file.hasXMPData() || !m_file.getXMP())
         return;
-    AMFMessage body;
-    body.initXMP(*m_file.getXMP());
-    if (!body.hasFailed())
-        cacheFileMessage(body.data(), body.length(), kSampleDataAMF0, MediaContexts::kXMPTrack);
+    const SRPtr<AMFMessage> body(new AMFMessage(&m_file.memory()));
+    body->initXMP(*m_file.getXMP());
+    cacheFileMessage(body, body->length(), kSampleDataAMF0, MediaContexts::kXMPTrack);
 }
 
 /// The time coordination is the first sample of its name among those at time 0 of the first data track.
@@ -122,13 +133,13 @@ void Mp4Data::setATC()
     WalkBudget budget(m_fileSize);
     Seekable message;
     for (; !cursor.atEndOfTrack() && cursor.getTimeMillis() == 0; cursor.advance()) {
-        const bool made = message.initFromCursor(&cursor, kFilePosition, m_io);
-        budget.charge(made ? message.getPayloadSize() : cursor.getSampleSize());
-        if (!made || !isTimeCoordInfo(message))
+        budget.charge(WalkBudget::kProbe);
+        if (!message.initFromCursor(&cursor, kFilePosition, m_io) || !isTimeCoordInfo(message))
             continue;
+        m_file.memory().charge(message.getEstimatedMsgSize());
         message.readPayload(m_io);
-        cacheFileMessage(message.data(), message.getActualMsgSize(), kSampleDataAMF0,
-                         MediaContexts::kTimeCoordTrack);
+        cacheFileMessage(copyOf(message.data(), message.getActualMsgSize()), message.getActualMsgSize(),
+                         kSampleDataAMF0, MediaContexts::kTimeCoordTrack);
         return;
     }
 }
@@ -156,7 +167,7 @@ void Mp4Data::setFileStructureInvalid()
     setStatusMessage("NetStream.Play.FileStructureInvalid");
 }
 
-/// Makes the file one segment of one message that tells its status.
+/// Makes the file one segment of one message with its status.
 void Mp4Data::setStatusMessage(const char* code)
 {
     SRCommand command;
@@ -170,8 +181,8 @@ void Mp4Data::setStatusMessage(const char* code)
 
     releaseTables();
     m_boundaries.clear();
-    m_boundaries.resize(2);
-    m_boundaries[1].setIndex(1);
+    m_boundaries.append({0, 0, 0, {}});
+    m_boundaries.append({1, 0, 0, {}});
 }
 
 }  // namespace krx::mp4

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 #include <array>
-#include <new>
+#include <iterator>
 
 // Movie fragments. During the parse each is read once, to check it, and unloaded.
 
@@ -31,74 +31,54 @@ constexpr unsigned kSampleDuration = 0x000100;
 constexpr unsigned kSampleSize = 0x000200;
 constexpr unsigned kSampleFlags = 0x000400;
 constexpr unsigned kSampleCompositionOffset = 0x000800;
-constexpr unsigned kPerSampleFields[] = {kSampleDuration, kSampleSize, kSampleFlags,
-                                         kSampleCompositionOffset};
+/// The per-sample fields by their flags, in the order of the file.
+constexpr struct
+{
+    unsigned flag;
+    TrackFragmentRun::Field field;
+} kPerSampleFields[] = {{kSampleDuration, TrackFragmentRun::kDuration},
+                        {kSampleSize, TrackFragmentRun::kSize},
+                        {kSampleFlags, TrackFragmentRun::kFlags},
+                        {kSampleCompositionOffset, TrackFragmentRun::kCompositionOffset}};
 
 constexpr unsigned kFieldSize = 4;
-
-template <typename T>
-std::shared_ptr<T[]> makeArrayIf(bool wanted, unsigned count)
-{
-    if (!wanted)
-        return nullptr;
-    std::shared_ptr<T[]> array(new (std::nothrow) T[count]);
-    if (!array)
-        throw StreamParseError(krx::streams::kTableReadError);
-    return array;
-}
 
 /// Takes the records of one run apart, in whatever portions they come.
 class RunDecoder
 {
 public:
-    explicit RunDecoder(const TrackFragmentRun& run)
-        : m_durations(run.durations.get()),
-          m_sizes(run.sizes.get()),
-          m_flags(run.flags.get()),
-          m_compositionOffsets(run.compositionOffsets.get())
+    explicit RunDecoder(TrackFragmentRun& run)
     {
+        for (const auto& [flag, field] : kPerSampleFields)
+            if (unsigned* column = run.column(field))
+                m_columns[m_count++] = column;
     }
 
     void decode(const unsigned char* p, std::size_t samples)
     {
-        for (std::size_t i = 0; i < samples; ++i, ++m_index) {
-            if (m_durations)
-                m_durations[m_index] = next(p);
-            if (m_sizes)
-                m_sizes[m_index] = next(p);
-            if (m_flags)
-                m_flags[m_index] = static_cast<unsigned short>(next(p) >> 16);
-            if (m_compositionOffsets)
-                m_compositionOffsets[m_index] = static_cast<int>(next(p));
-        }
+        for (std::size_t i = 0; i < samples; ++i, ++m_index)
+            for (unsigned column = 0; column < m_count; ++column, p += kFieldSize)
+                m_columns[column][m_index] = loadBigEndian<unsigned>(p);
     }
 
 private:
-    static unsigned next(const unsigned char*& p)
-    {
-        const auto value = loadBigEndian<unsigned>(p);
-        p += kFieldSize;
-        return value;
-    }
-
-    unsigned* m_durations;
-    unsigned* m_sizes;
-    unsigned short* m_flags;
-    int* m_compositionOffsets;
+    std::array<unsigned*, std::size(kPerSampleFields)> m_columns{};
+    unsigned m_count = 0;
     std::size_t m_index = 0;
 };
 
 }  // namespace
 
 /// Opens the boxes around a fragment that is read again after the parse, when none is open, and keeps the
-/// warnings to the parse. What the fragment takes is counted for itself.
+/// warnings to the parse.
 class MP4File::FragmentReload
 {
 public:
-    FragmentReload(MP4File& file, unsigned type)
-        : m_file(file), m_moof(file.m_openBoxes, fourCC("moof")), m_fragment(file.m_openBoxes, type)
+    explicit FragmentReload(MP4File& file)
+        : m_file(file),
+          m_moof(file.m_openBoxes, fourCC("moof")),
+          m_fragment(file.m_openBoxes, fourCC("traf"))
     {
-        file.m_tableBytes = 0;
         file.m_reloading = true;
     }
     ~FragmentReload() { m_file.m_reloading = false; }
@@ -158,17 +138,20 @@ void MP4File::parseAndUnloadTrackFragment(const BoxHeader& box)
     fragment.load();
     fragment.unload();
     verifyCurrentTrack();
+    m_memory.charge(kDequeElement<TrackFragment>);
     m_curTrack->fragments.push_back(std::move(fragment));
     m_curTrack = nullptr;
 }
 
-void MP4File::parseTrackFragment(TrackFragment& fragment, const BoxHeader& traf, FilePos payload)
+void MP4File::parseTrackFragment(TrackFragment& fragment, FilePos payload, FilePos end)
 {
     constexpr unsigned kHeaderSize = 8;
     std::optional<FragmentReload> reload;
     if (m_openBoxes.empty())
-        reload.emplace(*this, traf.type);
+        reload.emplace(*this);
 
+    BoxHeader traf;
+    traf.end = end;
     skipTo(payload);
     bool headerSeen = false;
     while (curPos() < traf.end) {
@@ -195,22 +178,23 @@ void MP4File::parseTrackFragmentHeader(TrackFragment& fragment)
     const unsigned flags = readU32();
     setCurTrack(readU32());
     verifyCurrentTrack();
-    fragment.hasBaseDataOffset = (flags & kBaseDataOffset) != 0;
-    fragment.baseDataOffset = 0;
-    fragment.descriptionIndex = m_curTrack->defaultDescriptionIndex;
-    fragment.defaultDuration = m_curTrack->defaultSampleDuration;
-    fragment.defaultSize = m_curTrack->defaultSampleSize;
-    fragment.defaultFlags = m_curTrack->defaultSampleFlags;
+    TrackFragmentHeader header;
+    header.hasBaseDataOffset = (flags & kBaseDataOffset) != 0;
+    header.descriptionIndex = m_curTrack->defaultDescriptionIndex;
+    header.defaultDuration = m_curTrack->defaultSampleDuration;
+    header.defaultSize = m_curTrack->defaultSampleSize;
+    header.defaultFlags = m_curTrack->defaultSampleFlags;
     if (flags & kBaseDataOffset)
-        fragment.baseDataOffset = readU64();
+        header.baseDataOffset = readU64();
     if (flags & kDescriptionIndex)
-        fragment.descriptionIndex = readU32();
+        header.descriptionIndex = readU32();
     if (flags & kDefaultDuration)
-        fragment.defaultDuration = readU32();
+        header.defaultDuration = readU32();
     if (flags & kDefaultSize)
-        fragment.defaultSize = readU32();
+        header.defaultSize = readU32();
     if (flags & kDefaultFlags)
-        fragment.defaultFlags = readU32();
+        header.defaultFlags = readU32();
+    fragment.setHeader(header);
 }
 
 void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
@@ -223,19 +207,20 @@ void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
     if (flags & kFirstSampleFlags)
         skip(4);
 
+    unsigned fields = 0;
     unsigned recordSize = 0;
-    for (const unsigned field : kPerSampleFields)
-        recordSize += flags & field ? kFieldSize : 0;
-    if (recordSize != 0 && run.sampleCount != 0) {
-        // Before memory is taken: the file must hold the records.
-        if (run.sampleCount > bytesLeft(m_io->Size()) / recordSize)
+    for (const auto& [flag, field] : kPerSampleFields)
+        if ((flags & flag) != 0 && run.sampleCount != 0) {
+            fields |= field;
+            recordSize += kFieldSize;
+        }
+    // Before memory is taken: the file must hold the records.
+    if (recordSize != 0 && run.sampleCount > bytesLeft(m_io->Size()) / recordSize)
+        throw StreamParseError(krx::streams::kTableReadError);
+    fragment.charge(m_memory, TrackFragmentRun::memorySize(run.sampleCount, fields));
+    if (recordSize != 0) {
+        if (!run.allocate(fields))
             throw StreamParseError(krx::streams::kTableReadError);
-        chargeTableBytes(static_cast<unsigned long long>(run.sampleCount) * recordSize);
-        run.durations = makeArrayIf<unsigned>(flags & kSampleDuration, run.sampleCount);
-        run.sizes = makeArrayIf<unsigned>(flags & kSampleSize, run.sampleCount);
-        run.flags = makeArrayIf<unsigned short>(flags & kSampleFlags, run.sampleCount);
-        run.compositionOffsets = makeArrayIf<int>(flags & kSampleCompositionOffset, run.sampleCount);
-
         std::array<unsigned char, 16384> records;
         RunDecoder decoder(run);
         for (std::size_t left = run.sampleCount; left != 0;) {

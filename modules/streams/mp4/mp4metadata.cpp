@@ -4,6 +4,7 @@
 #include "modules/streams/mp4/mp4boxrules.h"
 #include "modules/streams/mp4/mp4fileio.h"
 #include "util/SRBuffer.h"
+#include "util/SRException.h"
 
 #include <algorithm>
 #include <array>
@@ -67,7 +68,7 @@ void MP4File::parseItunesMetadata(const BoxHeader& box)
     }
 }
 
-/// Reads one box of an item and stands behind it afterwards.
+/// Reads one box of an item and stands after it then.
 void MP4File::parseItunesDataTag(const BoxHeader& item)
 {
     const BoxHeader data = parseBoxHeader(item);
@@ -84,36 +85,41 @@ void MP4File::parseItunesDataTag(const BoxHeader& item)
     const unsigned long long length = bytesLeft(data.end);
     switch (tag.dataType) {
         case kText:
-            tag.textLength = static_cast<unsigned>(std::min<unsigned long long>(length, kMaxTextLength));
-            tag.text = readText(tag.textLength);
+            tag.content = readBytes(std::min<unsigned long long>(length, kMaxTextLength));
             break;
         case kJpeg:
         case kPng:
-            tag.binaryLength = static_cast<unsigned>(std::min<unsigned long long>(length, kMaxImageLength));
-            if (tag.binaryLength != 0) {
-                tag.binary = std::shared_ptr<unsigned char[]>(new unsigned char[tag.binaryLength]);
-                read(tag.binary.get(), tag.binaryLength);
-            }
+            tag.content = readBytes(std::min<unsigned long long>(length, kMaxImageLength));
             break;
         case kImplicit:
-        case kInteger: {
-            const unsigned width = item.type == fourCC("trkn") || item.type == fourCC("disk") ? 2 : 4;
-            tag.integerCount = static_cast<unsigned>(
-                std::min<unsigned long long>(length / width + (length % width != 0), kMaxIntegers));
-            if (tag.integerCount != 0)
-                tag.integers = std::shared_ptr<unsigned[]>(new unsigned[tag.integerCount]);
-            for (unsigned i = 0; i < tag.integerCount; ++i) {
-                const auto n =
-                    static_cast<unsigned>(std::min<unsigned long long>(width, bytesLeft(data.end)));
-                tag.integers[i] = static_cast<unsigned>(m_io->readInt(n));
-            }
+        case kInteger:
+            tag.integerSize = item.type == fourCC("trkn") || item.type == fourCC("disk") ? 2 : 4;
+            tag.content = readBytes(std::min<unsigned long long>(length, kMaxIntegers * tag.integerSize));
             break;
-        }
         default:
             break;
     }
-    m_tags.push_back(std::move(tag));
+    addTag(tag);
     skipTo(data.end);
+}
+
+void MP4File::addTag(const TagEntry& tag)
+{
+    m_memory.charge(kDequeElement<TagEntry>);
+    m_tags.push_back(tag);
+}
+
+unsigned MP4File::TagEntry::integerCount() const
+{
+    return integerSize == 0 ? 0 : static_cast<unsigned>((content.size() + integerSize - 1) / integerSize);
+}
+
+unsigned MP4File::TagEntry::integer(unsigned i) const
+{
+    unsigned value = 0;
+    for (const char byte : content.substr(std::size_t{i} * integerSize, integerSize))
+        value = value << 8 | static_cast<unsigned char>(byte);
+    return value;
 }
 
 void MP4File::parseStringTag(const BoxHeader& box)
@@ -125,9 +131,8 @@ void MP4File::parseStringTag(const BoxHeader& box)
     tag.itemType = box.type;
     tag.dataType = kText;
     tag.language = readU16();
-    tag.textLength = static_cast<unsigned>(std::min<unsigned long long>(bytesLeft(box.end), kMaxTextLength));
-    tag.text = readText(tag.textLength);
-    m_tags.push_back(std::move(tag));
+    tag.content = readBytes(std::min<unsigned long long>(bytesLeft(box.end), kMaxTextLength));
+    addTag(tag);
 }
 
 void MP4File::parseChapterList(const BoxHeader& box)
@@ -139,11 +144,12 @@ void MP4File::parseChapterList(const BoxHeader& box)
     while (bytesLeft(box.end) >= kSmallestEntry) {
         ChapterEntry chapter;
         chapter.time = readU64();
-        chapter.title.resize(readU8());
-        if (chapter.title.size() > bytesLeft(box.end))
+        const unsigned length = readU8();
+        if (length > bytesLeft(box.end))
             break;
-        read(chapter.title.data(), chapter.title.size());
-        m_chapters.push_back(std::move(chapter));
+        chapter.title = readBytes(length);
+        m_memory.charge(kDequeElement<ChapterEntry>);
+        m_chapters.push_back(chapter);
     }
 }
 
@@ -157,6 +163,8 @@ void MP4File::parseProgressiveDownload(const BoxHeader& box)
         return;
     if (length == 0)
         throw StreamParseError(krx::streams::kInvalidEntryCount);
+    m_memory.charge(length / kEntrySize * sizeof(ProgressiveEntry));
+    m_progressive.reserve(length / kEntrySize);
     for (unsigned long long i = 0; i < length / kEntrySize; ++i) {
         ProgressiveEntry entry;
         entry.rate = readU32();
@@ -170,7 +178,7 @@ void MP4File::parseUniversalUniqueIDBox(const BoxHeader& box)
     const unsigned long long high = readU64();
     const unsigned long long low = readU64();
     constexpr krx::util::FilePos kPrefixSize = 24;
-    // A packet behind a large header would not start where it is looked for.
+    // A packet after a large header would not start where it is looked for.
     const bool hasPacket = box.size > kPrefixSize && curPos() == box.start + kPrefixSize;
     const krx::util::FilePos length = box.size - kPrefixSize;
     if (high != kXmpIdHigh || low != kXmpIdLow || !hasPacket ||
@@ -179,8 +187,11 @@ void MP4File::parseUniversalUniqueIDBox(const BoxHeader& box)
     const auto used = static_cast<unsigned>(length);
     if (!m_xmp)
         m_xmp = std::make_unique<SRMemory>(0);
-    if (m_xmp->capacity() <= used && !m_xmp->resize(used + 1))
-        return;
+    if (m_xmp->capacity() <= used) {
+        m_memory.charge(used + 1 - m_xmp->capacity());
+        if (!m_xmp->resize(used + 1))
+            throw SROutOfMemory();
+    }
     read(m_xmp->data(), used);
     m_xmp->data()[used] = 0;
     m_xmp->setUsed(used);
@@ -191,13 +202,14 @@ bool MP4File::hasXMPData() const
     return m_xmp && m_xmp->capacity() != 0;
 }
 
-/// The next bytes of the file as a zero-terminated text.
-std::shared_ptr<char[]> MP4File::readText(unsigned length)
+/// The next n bytes of the file, which stay as long as the object.
+std::string_view MP4File::readBytes(unsigned long long n)
 {
-    std::shared_ptr<char[]> text(new char[length + std::size_t{1}]);
-    read(text.get(), length);
-    text[length] = '\0';
-    return text;
+    if (n == 0)
+        return {};
+    char* bytes = m_texts.add(n);
+    read(bytes, n);
+    return {bytes, n};
 }
 
 /// A text that ends with a zero, which is consumed, or after limit bytes.
@@ -205,24 +217,27 @@ SRMBString MP4File::readString(unsigned limit)
 {
     // What a string of the library can hold.
     constexpr std::size_t kMaxLength = SRStringPool::kMaxLength;
+    const krx::util::FilePos start = curPos();
     std::array<char, 256> chunk;
-    std::string text;
-    while (limit != 0) {
-        const krx::util::FilePos start = curPos();
+    std::size_t length = 0;
+    bool ended = false;
+    while (limit != 0 && !ended) {
         const auto there = std::max(bytesLeft(m_io->Size()), 1ULL);
         const auto n = static_cast<unsigned>(std::min<unsigned long long>({there, limit, chunk.size()}));
         read(chunk.data(), n);
-        const auto length =
-            static_cast<unsigned>(std::find(chunk.data(), chunk.data() + n, '\0') - chunk.data());
-        text.append(chunk.data(), length);
-        if (text.size() > kMaxLength)
+        const char* zero = std::find(chunk.data(), chunk.data() + n, '\0');
+        length += static_cast<std::size_t>(zero - chunk.data());
+        if (length > kMaxLength)
             throw StreamParseError(krx::streams::kBoxTooLarge);
-        if (length != n) {
-            skipTo(start + length + 1);
-            break;
-        }
+        ended = zero != chunk.data() + n;
         limit -= n;
     }
+    // Read again once the length is known, so that it is held no more than twice.
+    m_memory.charge(length + kBlockOverhead);
+    skipTo(start);
+    std::string text(length, '\0');
+    read(text.data(), length);
+    skip(ended ? 1 : 0);
     return SRMBString(std::string_view(text));
 }
 

@@ -63,7 +63,7 @@ Mp4Data* dataOf(void* handle)
     return static_cast<Mp4Data*>(handle);
 }
 
-/// Copies a value to out, or tells the size that it needs.
+/// Copies a value to out, or reports the size that it needs.
 template <typename T>
 bool sizeAttribute(T value, void* out, unsigned& size)
 {

@@ -58,7 +58,7 @@ void MP4File::parseTrack(const BoxHeader& box)
     if (m_tracks.size() >= m_config.MaxTracks)
         throw StreamParseError(krx::streams::kTooManyTracks);
     try {
-        // The header may stand behind the media that it is needed for.
+        // The header may come after the media that it is needed for.
         const FilePos payload = curPos();
         scanAndParse(box, fourCC("tkhd"));
         skipTo(payload);
@@ -122,8 +122,10 @@ void MP4File::parseMediaHeader(const BoxHeader& box)
 void MP4File::parseFreeSpace(const BoxHeader& box)
 {
     // The last open box is the free box itself.
-    if (m_openBoxes.size() >= 2 && m_openBoxes[m_openBoxes.size() - 2] == fourCC("moov"))
-        m_freeBoxesInMoov.push_back(box);
+    if (m_openBoxes.size() >= 2 && m_openBoxes[m_openBoxes.size() - 2] == fourCC("moov")) {
+        m_memory.charge(kDequeElement<FreeSpace>);
+        m_freeBoxesInMoov.push_back({box.start, box.size});
+    }
 }
 
 bool MP4File::consumeFreeBoxInMoov(long long size, FilePos& pos, FilePos& remaining)
@@ -162,6 +164,7 @@ void MP4File::setCurTrack(unsigned id)
     m_curTrack = id == 0 ? nullptr : getTrack(id);
     if (m_curTrack || id == 0 || m_tracks.size() >= m_config.MaxTracks)
         return;
+    m_memory.charge(sizeof(TrackInfo) + kBlockOverhead);
     m_tracks.push_back(std::make_unique<TrackInfo>());
     m_curTrack = m_tracks.back().get();
     m_curTrack->trackId = id;

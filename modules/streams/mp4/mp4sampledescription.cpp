@@ -110,7 +110,7 @@ void MP4File::parseSampleDescription(const BoxHeader& box)
         entry.type = entryBox.type;
         const OpenBox open(m_openBoxes, entryBox.type);
         (this->*rule->reader)(entryBox, entry);
-        track.sampleDescriptions.push_back(std::move(entry));
+        m_memory.charge(track.sampleDescriptions.append(std::move(entry)));
         skipTo(entryBox.end);
     }
     if (const std::optional<long long> room = parseTrailingFreeBox(box)) {
@@ -127,7 +127,7 @@ void MP4File::readConfiguration(SampleEntry& entry, unsigned length)
     entry.configPosition = curPos();
     entry.configLength = length;
     if (length != 0) {
-        entry.config = std::shared_ptr<unsigned char[]>(new unsigned char[length]);
+        entry.config = std::make_shared_for_overwrite<unsigned char[]>(length);
         read(entry.config.get(), length);
     }
     skipTo(entry.configPosition);
@@ -277,47 +277,40 @@ void MP4File::parseTextDescription(const BoxHeader& box, SampleEntry& entry)
     m_curTrack->hasSampleDescription = true;
     if (box.type != fourCC("tx3g"))
         return;
-    entry.displayFlags = readU32();
-    entry.horizontalJustification = readU8();
-    entry.verticalJustification = readU8();
-    entry.backgroundColor = readU32();
-    entry.boxTop = readU16();
-    entry.boxLeft = readU16();
-    entry.boxBottom = readU16();
-    entry.boxRight = readU16();
-    entry.startChar = readU16();
-    entry.endChar = readU16();
-    entry.fontId = readU16();
-    entry.faceStyleFlags = readU8();
-    entry.fontSize = readU8();
-    entry.textColor = readU32();
-    parseFontTable(box, entry);
+    auto style = std::make_shared<TextStyle>();
+    style->displayFlags = readU32();
+    style->horizontalJustification = readU8();
+    style->verticalJustification = readU8();
+    style->backgroundColor = readU32();
+    style->boxTop = readU16();
+    style->boxLeft = readU16();
+    style->boxBottom = readU16();
+    style->boxRight = readU16();
+    style->startChar = readU16();
+    style->endChar = readU16();
+    style->fontId = readU16();
+    style->faceStyleFlags = readU8();
+    style->fontSize = readU8();
+    style->textColor = readU32();
+    style->fonts = parseFontTable(box);
+    entry.style = std::move(style);
 }
 
-/// The fonts of a text entry; a missing table leaves none, one that ends early those before.
-void MP4File::parseFontTable(const BoxHeader& box, SampleEntry& entry)
+/// The fonts of a text entry; a missing table has none, one that ends early those before.
+FontTable MP4File::parseFontTable(const BoxHeader& box)
 {
     constexpr unsigned kHeaderSize = 8;
-    constexpr unsigned kSmallestFont = 3;
     if (bytesLeft(box.end) < kHeaderSize)
-        return;
+        return {};
     const BoxHeader table = parseBoxHeader(box);
     if (table.type != fourCC("ftab") || bytesLeft(table.end) < 2)
-        return;
+        return {};
     const unsigned announced = readU16();
-    std::vector<SampleEntry::FontRecord> fonts;
-    while (fonts.size() < announced && bytesLeft(table.end) >= kSmallestFont) {
-        SampleEntry::FontRecord font;
-        font.id = readU16();
-        font.name.resize(readU8());
-        if (font.name.size() > bytesLeft(table.end))
-            break;
-        read(font.name.data(), font.name.size());
-        fonts.push_back(std::move(font));
-    }
-    entry.fontCount = static_cast<unsigned>(fonts.size());
-    entry.fonts = std::shared_ptr<SampleEntry::FontRecord[]>(new SampleEntry::FontRecord[fonts.size()]);
-    std::move(fonts.begin(), fonts.end(), entry.fonts.get());
+    // What comes after the announced fonts may be as long as it likes.
+    std::vector<unsigned char> records(
+        std::min<unsigned long long>(bytesLeft(table.end), announced * FontTable::kLongest));
+    read(records.data(), records.size());
+    return {records, announced};
 }
 
 void MP4File::parseDataDescription(const BoxHeader&, SampleEntry&)

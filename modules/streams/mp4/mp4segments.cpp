@@ -35,36 +35,35 @@ void deliverAggregate(ISegmentHolder& holder, AggMsg& aggregate)
 
 }  // namespace
 
-/// The segment that holds key: its first boundary in segment.
-bool Mp4Data::findSegment(const Boundary& key, Comparator comparator, std::size_t& segment) const
+/// The segment that holds the index or the time.
+template <typename Value>
+bool Mp4Data::findSegment(Value BoundaryPoint::*field, Value value, std::size_t& segment) const
 {
-    if (m_boundaries.empty() || comparator(key, m_boundaries.front()) ||
-        !comparator(key, m_boundaries.back()))
+    const std::size_t count = m_boundaries.size();
+    std::size_t end = m_boundaries.lowerBound(field, value);
+    if (end == count || m_boundaries.back().*field <= value)
         return false;
-    auto end = std::lower_bound(m_boundaries.begin(), m_boundaries.end(), key, comparator);
-    if (!comparator(key, *end))
+    if (m_boundaries.point(end).*field == value)
         ++end;
-    if (end == m_boundaries.begin() || end == m_boundaries.end())
+    if (end == 0)
         return false;
-    while (end[-1].getIndex() == end[0].getIndex() && end + 1 != m_boundaries.end())
+    while (end + 1 != count && m_boundaries.point(end - 1).index == m_boundaries.point(end).index)
         ++end;
-    segment = static_cast<std::size_t>(end - m_boundaries.begin()) - 1;
+    segment = end - 1;
     return true;
 }
 
 SegmentBounds Mp4Data::toBounds(std::size_t segment) const
 {
-    const Boundary& start = m_boundaries[segment];
-    const Boundary& end = m_boundaries[segment + 1];
-    return {start.getIndex(), end.getIndex() - 1, start.getTime(), end.getTime()};
+    const BoundaryPoint start = m_boundaries.point(segment);
+    const BoundaryPoint end = m_boundaries.point(segment + 1);
+    return {start.index, end.index - 1, start.time, end.time};
 }
 
 bool Mp4Data::findSegmentByPos(long long index, SegmentBounds* bounds) const
 {
-    Boundary key;
-    key.setIndex(index);
     std::size_t segment;
-    if (!bounds || !findSegment(key, &locComparator, segment))
+    if (!bounds || !findSegment(&BoundaryPoint::index, index, segment))
         return false;
     const SegmentBounds found = toBounds(segment);
     if (found.start > index || index > found.end)
@@ -75,10 +74,8 @@ bool Mp4Data::findSegmentByPos(long long index, SegmentBounds* bounds) const
 
 bool Mp4Data::findSegmentByTime(unsigned time, SegmentBounds* bounds) const
 {
-    Boundary key;
-    key.setTime(time);
     std::size_t segment;
-    if (!bounds || !findSegment(key, &timeComparator, segment))
+    if (!bounds || !findSegment(&BoundaryPoint::time, time, segment))
         return false;
     const SegmentBounds found = toBounds(segment);
     const bool inside = found.startTime <= time && time < found.endTime;
@@ -94,10 +91,8 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
         krx::util::assertFailed(kAssertPlace, kNoHolderLine);
         return false;
     }
-    Boundary key;
-    key.setIndex(bounds->start);
     std::size_t segment;
-    if (!findSegment(key, &locComparator, segment) || toBounds(segment) != *bounds) {
+    if (!findSegment(&BoundaryPoint::index, bounds->start, segment) || toBounds(segment) != *bounds) {
         krx::util::assertFailed(kAssertPlace, kBoundsLine);
         return false;
     }
@@ -109,8 +104,8 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
         return taken;
     }
 
-    const CursorState start = m_boundaries[segment].unpack();
-    const CursorState end = m_boundaries[segment + 1].unpack();
+    const CursorState start = m_boundaries.state(segment);
+    const CursorState end = m_boundaries.state(segment + 1);
     const AutoMp4Open open(&m_io);
     if (!open.isOpen()) {
         logLoss(StreamParseError(krx::streams::kCannotOpenFile));

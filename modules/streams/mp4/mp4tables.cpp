@@ -28,7 +28,7 @@ constexpr unsigned kTopBit = 0x80000000U;
 template <typename T>
 void MP4File::initTable(PageableArray<T>& table, unsigned count, unsigned entrySize)
 {
-    chargeTableBytes(static_cast<unsigned long long>(count) * sizeof(T));
+    m_memory.charge(static_cast<unsigned long long>(count) * sizeof(T));
     table.init(count, curPos(), m_io, entrySize);
 }
 
@@ -126,9 +126,13 @@ void MP4File::parseEditList(const BoxHeader& box)
     verifyUniqueBox(m_curTrack->editList != nullptr);
     auto list = std::make_shared<EditList>();
     list->filePos = box.start;
+    MemoryCharge charge;
     try {
-        parseEditListEntries(*list);
+        parseEditListEntries(*list, charge);
         list->freeSize = parseTrailingFreeBox(box).value_or(0);
+        charge.keep();
+    } catch (const MemoryLimitError&) {
+        throw;
     } catch (const StreamParseError&) {
         list.reset();
     }
@@ -138,7 +142,7 @@ void MP4File::parseEditList(const BoxHeader& box)
 }
 
 /// Supported are gaps and media by turns, media last, and no media time before the one of an earlier entry.
-void MP4File::parseEditListEntries(EditList& list)
+void MP4File::parseEditListEntries(EditList& list, MemoryCharge& charge)
 {
     const unsigned version = readU8();
     skip(3);
@@ -148,7 +152,8 @@ void MP4File::parseEditListEntries(EditList& list)
     const unsigned entrySize = version == 1 ? 20 : 12;
     if (count > bytesLeft(m_io->Size()) / entrySize)
         refuseEditList();
-    chargeTableBytes(static_cast<unsigned long long>(count) * sizeof(EditListEntry));
+    charge.add(m_memory, static_cast<unsigned long long>(count) * sizeof(EditListEntry));
+    list.entries.reserve(count);
 
     long long mediaTime = 0;
     for (unsigned i = 0; i < count; ++i) {
@@ -170,7 +175,7 @@ void MP4File::parseEditListEntries(EditList& list)
     }
 }
 
-/// The room in a free box that stands behind what was read of its parent.
+/// The room in a free box that follows what was read of its parent.
 std::optional<long long> MP4File::parseTrailingFreeBox(const BoxHeader& parent)
 {
     if (bytesLeft(parent.end) <= 8)

@@ -66,7 +66,7 @@ public:
     void setCurPage(std::size_t n);
     /// Cuts the table before each of the given entry indices (rising; equal ones make empty pages), one page
     /// more than indices, and makes the page current that holds the start of the formerly current one. Each
-    /// page also holds the first overlap entries behind its end, as far as the table has them.
+    /// page also holds the first overlap entries after its end, as far as the table has them.
     void split(const std::vector<unsigned>& boundaries, unsigned overlap = 0);
     /// Releases the page's array; it is loaded again when next made current. Nothing when not initialised.
     void clearPage(std::size_t n);

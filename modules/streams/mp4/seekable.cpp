@@ -26,8 +26,8 @@ constexpr int kHeaderSizeLine = 171;
 constexpr int kPendingLine = 1402;
 constexpr int kNoRoomLine = 1540;
 
-// Protection of a payload is told in front of it by filters: their number, and for each its name with a zero
-// byte, the length of its parameters (24 bits), and these.
+// The protection of a payload is described before it by filters: their number, and for each its name with a
+// zero byte, the length of its parameters (24 bits), and these.
 constexpr char kEncryptionFilter[] = "Encryption";
 constexpr char kSelectiveFilter[] = "SE";
 constexpr unsigned char kEncryptedAccessUnit = 0x80;
@@ -295,7 +295,7 @@ unsigned char Seekable::readSEByte(Mp4FileIO& io, unsigned& consumed)
     return byte;
 }
 
-/// The initialisation vector stands behind the payload's first byte.
+/// The initialisation vector follows the payload's first byte.
 void Seekable::readIV(Mp4FileIO& io, unsigned char* out)
 {
     if (m_ivLength != 0 && io.ReadMessage(out, m_ivLength, static_cast<long long>(m_fileOffset + 1),

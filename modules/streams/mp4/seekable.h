@@ -39,7 +39,7 @@ public:
     static constexpr unsigned kMaxPayload = 0xDFF00000;
 
     /// The cursor's present step as message index. False for a step of an unsupported type, from which no
-    /// message is made. Throws TruncatedStreamError for a payload that lies behind the end of the file,
+    /// message is made. Throws TruncatedStreamError for a payload that lies beyond the end of the file,
     /// kInvalidSampleSize for one that is too large, and what the cursor throws.
     bool initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& io);
     /// The same for the active track and the cursor's index; false without an active track.
@@ -128,8 +128,7 @@ private:
     unsigned m_protectionVersion = 0;
 };
 
-/// An aggregate message in the making: messages one behind the other, each with its 11-byte header in front
-/// and a back pointer (header and body length, 4 bytes, big-endian) behind.
+/// An aggregate message in the making: records of messages, one after the other (see RecordHeader).
 class AggMsg
 {
 public:

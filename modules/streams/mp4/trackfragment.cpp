@@ -6,6 +6,9 @@
 #include "modules/streams/mp4/mp4.h"
 #include "util/krxassert.h"
 
+#include <new>
+#include <utility>
+
 namespace krx::mp4 {
 namespace {
 
@@ -14,60 +17,101 @@ constexpr int kNoParserLine = 202;
 
 }  // namespace
 
+bool TrackFragmentRun::allocate(unsigned fields) noexcept
+{
+    m_fields = fields;
+    const std::size_t count = static_cast<std::size_t>(std::popcount(fields)) * sampleCount;
+    try {
+        m_columns = count == 0 ? nullptr : std::make_shared_for_overwrite<unsigned[]>(count);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+    return true;
+}
+
+std::size_t TrackFragmentRun::memorySize(unsigned sampleCount, unsigned fields)
+{
+    const std::size_t columns = static_cast<std::size_t>(std::popcount(fields)) * sampleCount;
+    return kDequeElement<TrackFragmentRun> +
+           (columns == 0 ? 0 : columns * sizeof(unsigned) + 2 * kBlockOverhead);
+}
+
+TrackFragment::TrackFragment(const TrackFragment& other)
+    : m_file(other.m_file), m_payload(other.m_payload), m_end(other.m_end), m_moofStart(other.m_moofStart)
+{
+    if (other.m_content) {
+        content().header = other.m_content->header;
+        content().runs = other.m_content->runs;
+    }
+}
+
+TrackFragment& TrackFragment::operator=(TrackFragment other) noexcept
+{
+    m_file = other.m_file;
+    m_payload = other.m_payload;
+    m_end = other.m_end;
+    m_moofStart = other.m_moofStart;
+    m_content = std::move(other.m_content);
+    return *this;
+}
+
+TrackFragment::Content& TrackFragment::content()
+{
+    if (!m_content)
+        m_content = std::make_unique<Content>();
+    return *m_content;
+}
+
 void TrackFragment::load()
 {
-    if (m_loaded)
+    if (m_content)
         return;
     if (!m_file) {
         krx::util::assertFailed(kFile, kNoParserLine);
+        content();
         return;
     }
     try {
-        m_file->parseTrackFragment(*this, m_box, m_payload);
+        m_file->parseTrackFragment(*this, m_payload, m_end);
     } catch (...) {
         // The runs before the fault must not pass for the whole fragment.
         unload();
         throw;
     }
-    m_loaded = true;
-}
-
-void TrackFragment::unload()
-{
-    m_loaded = false;
-    std::vector<TrackFragmentRun>().swap(m_runs);  // gives the memory back, too
 }
 
 void TrackFragment::insertRun(TrackFragmentRun run)
 {
-    m_runs.push_back(std::move(run));
-    m_loaded = true;
+    content().runs.push_back(std::move(run));
+}
+
+const TrackFragmentHeader& TrackFragment::header()
+{
+    load();
+    return m_content->header;
 }
 
 const TrackFragmentRun& TrackFragment::getRun(std::size_t i)
 {
     load();
-    if (i >= m_runs.size())
+    if (i >= m_content->runs.size())
         throw krx::streams::StreamParseError(krx::streams::kTableReadError);
-    return m_runs[i];
+    return m_content->runs[i];
 }
 
 std::size_t TrackFragment::getRunCount()
 {
     load();
-    return m_runs.size();
+    return m_content->runs.size();
 }
 
 std::size_t TrackFragment::reportMemorySize() const
 {
-    std::size_t bytes = sizeof(*this) + (m_runs.capacity() - m_runs.size()) * sizeof(TrackFragmentRun);
-    for (const TrackFragmentRun& run : m_runs) {
-        std::size_t perSample = 0;
-        perSample += run.durations ? sizeof(unsigned) : 0;
-        perSample += run.sizes ? sizeof(unsigned) : 0;
-        perSample += run.flags ? sizeof(unsigned short) : 0;
-        perSample += run.compositionOffsets ? sizeof(int) : 0;
-        bytes += sizeof(run) + perSample * run.sampleCount;
+    std::size_t bytes = sizeof(*this);
+    if (m_content) {
+        bytes += sizeof(Content);
+        for (const TrackFragmentRun& run : m_content->runs)
+            bytes += run.reportMemorySize();
     }
     return bytes;
 }

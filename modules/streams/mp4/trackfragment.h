@@ -4,70 +4,128 @@
 #pragma once
 
 #include "modules/streams/mp4/boxheader.h"
+#include "modules/streams/mp4/memorybudget.h"
 
+#include <bit>
+#include <cstddef>
+#include <deque>
 #include <memory>
-#include <vector>
 
 namespace krx::mp4 {
 
 class MP4File;
 
-/// One 'trun': each array is null when the run's flags do not announce it.
-struct TrackFragmentRun
-{
-    int dataOffset = 0;
-    unsigned sampleCount = 0;
-    std::shared_ptr<unsigned[]> durations;
-    std::shared_ptr<unsigned[]> sizes;
-    std::shared_ptr<unsigned short[]> flags;  ///< the upper half of each 32-bit flags field
-    std::shared_ptr<int[]> compositionOffsets;
-};
-
-/// One 'traf'. Its runs are read from the file on demand.
-class TrackFragment
+/// One 'trun'. Copies share the fields of the samples.
+class TrackFragmentRun
 {
 public:
-    TrackFragment(MP4File* file, const BoxHeader& box, krx::util::FilePos payload,
-                  krx::util::FilePos moofStart)
-        : m_file(file), m_box(box), m_payload(payload), m_moofStart(moofStart)
+    /// What a run may have of each sample, in the order of the file.
+    enum Field : unsigned
     {
+        kDuration = 1,
+        kSize = 2,
+        kFlags = 4,
+        kCompositionOffset = 8,
+    };
+
+    int dataOffset = 0;
+    unsigned sampleCount = 0;
+
+    /// Makes room for sampleCount samples of the fields given (Field bits); false when there is no memory.
+    bool allocate(unsigned fields) noexcept;
+    /// The field of each sample; null when the run does not have it. Composition offsets are signed.
+    const unsigned* column(Field field) const
+    {
+        return (m_fields & field) != 0 ? m_columns.get() + columnStart(field) : nullptr;
+    }
+    unsigned* column(Field field)
+    {
+        return (m_fields & field) != 0 ? m_columns.get() + columnStart(field) : nullptr;
+    }
+    /// Bytes that a run of so many samples and fields takes in a fragment.
+    static std::size_t memorySize(unsigned sampleCount, unsigned fields);
+    std::size_t reportMemorySize() const { return memorySize(sampleCount, m_fields); }
+
+private:
+    std::size_t columnStart(Field field) const
+    {
+        return static_cast<std::size_t>(std::popcount(m_fields & (field - 1U))) * sampleCount;
     }
 
-    /// Reads the header and the runs unless they are loaded. The file must be open. Throws StreamParseError.
-    void load();
-    /// Releases the runs.
-    void unload();
-    bool isLoaded() const { return m_loaded; }
-    /// Appends a run; the fragment then counts as loaded.
-    void insertRun(TrackFragmentRun run);
-    /// Both load first. An i that is not below getRunCount() throws kTableReadError.
-    const TrackFragmentRun& getRun(std::size_t i);
-    std::size_t getRunCount();
-    std::size_t reportMemorySize() const;
+    unsigned m_fields = 0;
+    std::shared_ptr<unsigned[]> m_columns;  ///< one after the other
+};
 
-    /// First byte of the 'moof' that holds the fragment; the base of a fragment that names no base data
-    /// offset.
-    krx::util::FilePos moofStart() const { return m_moofStart; }
-    /// Where data offsets count from: the header's base data offset, else the 'moof'.
-    unsigned long long dataBase() const
-    {
-        return hasBaseDataOffset ? baseDataOffset : static_cast<unsigned long long>(m_moofStart);
-    }
-
+/// What the header of a fragment says, with the defaults of its track.
+struct TrackFragmentHeader
+{
     unsigned long long baseDataOffset = 0;
     bool hasBaseDataOffset = false;
     unsigned descriptionIndex = 0;
     unsigned defaultDuration = 0;
     unsigned defaultSize = 0;
     unsigned defaultFlags = 0;
+};
+
+/// One 'traf'. A file may have hundreds of thousands: what is kept is the place, header and runs are read
+/// from the file on demand.
+class TrackFragment
+{
+public:
+    /// payload: first byte after the header of the box. file is not owned.
+    TrackFragment(MP4File* file, const BoxHeader& box, krx::util::FilePos payload,
+                  krx::util::FilePos moofStart)
+        : m_file(file), m_payload(payload), m_end(box.end), m_moofStart(moofStart)
+    {
+    }
+    /// What is loaded is copied, too.
+    TrackFragment(const TrackFragment& other);
+    TrackFragment(TrackFragment&&) noexcept = default;
+    TrackFragment& operator=(TrackFragment other) noexcept;
+    ~TrackFragment() = default;
+
+    /// Reads the header and the runs unless they are loaded. The file must be open. Throws StreamParseError.
+    void load();
+    /// Releases header and runs.
+    void unload() { m_content.reset(); }
+    bool isLoaded() const { return m_content != nullptr; }
+    /// Appends a run; the fragment then counts as loaded.
+    void insertRun(TrackFragmentRun run);
+    /// Charges what is loaded, until it is released.
+    void charge(MemoryBudget& budget, unsigned long long bytes) { content().charge.add(budget, bytes); }
+    /// These load first. An i that is not below getRunCount() throws kTableReadError.
+    const TrackFragmentHeader& header();
+    const TrackFragmentRun& getRun(std::size_t i);
+    std::size_t getRunCount();
+    /// For the reader; the fragment then counts as loaded.
+    void setHeader(const TrackFragmentHeader& header) { content().header = header; }
+    std::size_t reportMemorySize() const;
+
+    /// First byte of the 'moof' that holds the fragment; the base of a fragment that names no base data
+    /// offset.
+    krx::util::FilePos moofStart() const { return m_moofStart; }
+    /// Where data offsets count from: the header's base data offset, else the 'moof'.
+    unsigned long long dataBase()
+    {
+        return header().hasBaseDataOffset ? header().baseDataOffset
+                                          : static_cast<unsigned long long>(m_moofStart);
+    }
 
 private:
-    bool m_loaded = false;
-    MP4File* m_file;  ///< not owned
-    BoxHeader m_box;
+    struct Content
+    {
+        TrackFragmentHeader header;
+        std::deque<TrackFragmentRun> runs;
+        MemoryCharge charge;
+    };
+
+    Content& content();
+
+    MP4File* m_file;
     krx::util::FilePos m_payload;
+    krx::util::FilePos m_end;
     krx::util::FilePos m_moofStart;
-    std::vector<TrackFragmentRun> m_runs;
+    std::unique_ptr<Content> m_content;  ///< null while it is not loaded
 };
 
 }  // namespace krx::mp4

@@ -20,14 +20,6 @@ int transformed(int x, int p, int y, int q)
     return static_cast<int>(sum) >> 16;
 }
 
-std::size_t entryMemory(const SampleEntry& entry)
-{
-    std::size_t bytes = entry.config ? entry.configLength : 0;
-    for (unsigned i = 0; i < entry.fontCount; ++i)
-        bytes += sizeof(SampleEntry::FontRecord) + entry.fonts[i].name.size();
-    return bytes;
-}
-
 std::size_t drmMemory(const DRMTrackInfo& drm)
 {
     std::size_t bytes = 0;
@@ -57,7 +49,7 @@ void VideoTransform::transform(int x, int y, int& outX, int& outY) const
 
 void TrackInfo::addSampleDescription(const SampleEntry& entry, long long size)
 {
-    sampleDescriptions.push_back(entry);
+    sampleDescriptions.append(entry);
     freeSizeInStsdBox -= size;
 }
 
@@ -77,16 +69,12 @@ long long TrackInfo::getContentLength() const
 std::size_t TrackInfo::reportMemorySize() const
 {
     std::size_t bytes = sizeof(*this) + drmMemory(drm);
-    bytes += sampleDescriptions.capacity() * sizeof(SampleEntry);
-    for (const SampleEntry& entry : sampleDescriptions)
-        bytes += entryMemory(entry);
-    bytes += sampleToChunk.reportMemorySize() + sampleSizes.reportMemorySize() +
-             chunkOffsets.reportMemorySize() + timeToSample.reportMemorySize() +
-             compositionOffsets.reportMemorySize() + syncSamples.reportMemorySize() +
-             sampleFlags.reportMemorySize();
+    bytes += sampleDescriptions.reportMemorySize() + sampleToChunk.reportMemorySize() +
+             sampleSizes.reportMemorySize() + chunkOffsets.reportMemorySize() +
+             timeToSample.reportMemorySize() + compositionOffsets.reportMemorySize() +
+             syncSamples.reportMemorySize() + sampleFlags.reportMemorySize();
     if (editList)
         bytes += sizeof(EditList) + editList->entries.capacity() * sizeof(EditListEntry);
-    bytes += (fragments.capacity() - fragments.size()) * sizeof(TrackFragment);
     for (const TrackFragment& fragment : fragments)
         bytes += fragment.reportMemorySize();
     bytes += fragmentSyncSamples.capacity() * sizeof(TrackFragmentSyncSample);

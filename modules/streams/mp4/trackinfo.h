@@ -8,6 +8,7 @@
 #include "modules/streams/mp4/trackfragment.h"
 #include "util/SRString.h"
 
+#include <deque>
 #include <memory>
 #include <vector>
 
@@ -86,7 +87,7 @@ public:
 
     VideoTransform transform;
     DRMTrackInfo drm;
-    std::vector<SampleEntry> sampleDescriptions;
+    SampleDescriptions sampleDescriptions;
     krx::util::FilePos stsdStartPos = 0;
     long long freeSizeInStsdBox = 0;
     krx::util::FilePos mdhdStartPos = 0;
@@ -118,7 +119,7 @@ public:
     unsigned defaultSampleDuration = 0;
     unsigned defaultSampleSize = 0;
     unsigned defaultSampleFlags = 0;
-    std::vector<TrackFragment> fragments;
+    std::deque<TrackFragment> fragments;
     std::vector<TrackFragmentSyncSample> fragmentSyncSamples;
 
     bool isValid() const { return valid; }

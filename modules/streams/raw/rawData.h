@@ -46,7 +46,7 @@ public:
     /// Delivers the messages of a segment. False, with the reason reported to context, when its file is
     /// faulty or the holder refuses a message; messages delivered before stay delivered.
     bool loadSegment(IQVStreamContext* context, const SegmentBounds* bounds, ISegmentHolder* holder);
-    /// The name tells the low 32 bits of the start position.
+    /// The name has the low 32 bits of the start position.
     SRString getSegFileName(const SegmentBounds* bounds) const;
 
     /// Copies out the bounds of the segment that holds the time (ms) or the position. False when none does.
@@ -56,9 +56,9 @@ public:
     /// Milliseconds.
     unsigned getDuration() const { return snapshot().index->getDuration(); }
     long long getEndPosition() const { return snapshot().index->getEndPosition(); }
-    /// Bytes, as the index tells it.
+    /// Bytes, as the index states it.
     long long getSize() const { return snapshot().index->size; }
-    /// Kinds of messages as the index tells them: 1 video, 4 audio, 8 others.
+    /// Kinds of messages as the index states them: 1 video, 4 audio, 8 others.
     unsigned char getType() const { return snapshot().index->type; }
     unsigned long long getSerializedIndexSize() const { return snapshot().index->getSerializedIndexSize(); }
     /// The present modification times of the two files; 0 when a file has none.

@@ -31,7 +31,7 @@ struct RawIndex
     long long size = 0;                   ///< bytes of the stream
     std::vector<SegmentBounds> segments;  ///< in stream order, without gaps between them
 
-    /// Takes everything from a file, which must end behind the last record. Throws StreamParseError for
+    /// Takes everything from a file, which must end after the last record. Throws StreamParseError for
     /// another version, FileReadException for a file that is too short or too long and for segments that do
     /// not line up; the object then holds what was read before.
     void read(krx::util::AutoFileLoad& loader);
@@ -41,7 +41,7 @@ struct RawIndex
 
     /// Milliseconds.
     unsigned getDuration() const { return segments.empty() ? 0 : segments.back().endTime; }
-    /// The position behind the last message.
+    /// The position after the last message.
     long long getEndPosition() const { return segments.empty() ? 0 : segments.back().end + 1; }
 
     /// Orders two bounds: a lies wholly before b.

@@ -80,7 +80,7 @@ void SegmentReader::read(unsigned char* data, unsigned length)
     if (m_aggregate.length() != 0)
         deliverAggregate();
 
-    // In 64 bits neither the number of messages nor the time behind the last one can overflow.
+    // In 64 bits neither the number of messages nor the time after the last one can overflow.
     const unsigned long long expected =
         static_cast<unsigned long long>(m_bounds.end) - static_cast<unsigned long long>(m_bounds.start) + 1;
     if (m_count != expected || m_maxTime + 1ULL != m_bounds.endTime)

@@ -69,7 +69,7 @@ private:
     ISegmentHolder& m_holder;
     const WarningSink m_warn;
     std::optional<krx::streams::StreamParseError>
-        m_backwardTime;  ///< built for the first, told for every one
+        m_backwardTime;  ///< built for the first, used for every one
 
     PendingAggregate m_aggregate;
     unsigned m_minTime;  ///< a record below it goes backward

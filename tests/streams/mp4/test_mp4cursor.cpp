@@ -8,8 +8,10 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 #include <limits>
+#include <random>
 #include <sstream>
 
 namespace krx::test {
@@ -428,36 +430,92 @@ TEST(Mp4Cursor, EndsStretchesWhereAnotherTrackGoesFirst)
     }
 }
 
-TEST(Boundary, KeepsEveryFieldOfAState)
+/// Moves some numbers of a position anywhere, and the rest nowhere.
+TrackPosition movedAnywhere(TrackPosition position, std::mt19937_64& random)
 {
-    constexpr unsigned kLarge = ~0U;
-    TrackPosition start;
-    TrackPosition far;
-    far.decodeTime = 5;
-    far.mediaTime = 1ULL << 63;  // the difference wraps
-    far.fileOffset = ~0ULL;
-    for (unsigned TrackPosition::*field :
-         {&TrackPosition::stepCount, &TrackPosition::descriptionIndex, &TrackPosition::timeToSampleIndex,
-          &TrackPosition::timeToSampleCount, &TrackPosition::compositionIndex,
-          &TrackPosition::compositionCount, &TrackPosition::syncIndex, &TrackPosition::sampleToChunkIndex,
-          &TrackPosition::samplesPerChunk, &TrackPosition::chunkIndex, &TrackPosition::sampleInChunk,
-          &TrackPosition::sampleNumber, &TrackPosition::fragmentIndex, &TrackPosition::runIndex,
-          &TrackPosition::sampleInRun})
-        far.*field = kLarge;
-    far.editIndex = 300;
-    far.sampleType = kSampleAAC;
-    far.typeValid = far.encrypted = far.headerPending = far.enderPending = true;
-    far.inMovieBox = false;
+    constexpr unsigned TrackPosition::*kFields[] = {
+        &TrackPosition::stepCount,         &TrackPosition::descriptionIndex,
+        &TrackPosition::timeToSampleIndex, &TrackPosition::timeToSampleCount,
+        &TrackPosition::compositionIndex,  &TrackPosition::compositionCount,
+        &TrackPosition::syncIndex,         &TrackPosition::sampleToChunkIndex,
+        &TrackPosition::samplesPerChunk,   &TrackPosition::chunkIndex,
+        &TrackPosition::sampleInChunk,     &TrackPosition::sampleNumber,
+        &TrackPosition::fragmentIndex,     &TrackPosition::runIndex,
+        &TrackPosition::sampleInRun};
+    const auto anything = [&] { return random() >> random() % 64; };
+    for (unsigned TrackPosition::*field : kFields)
+        if (random() % 3 == 0)
+            position.*field = static_cast<unsigned>(anything());
+    for (unsigned long long TrackPosition::*field :
+         {&TrackPosition::decodeTime, &TrackPosition::mediaTime, &TrackPosition::fileOffset})
+        if (random() % 2 == 0)
+            position.*field = anything();
+    position.editIndex = static_cast<int>(random() % 300) - 1;
+    position.sampleType = static_cast<SampleType>(random() % kSampleTypeCount);
+    for (bool TrackPosition::*field :
+         {&TrackPosition::typeValid, &TrackPosition::encrypted, &TrackPosition::inMovieBox,
+          &TrackPosition::headerPending, &TrackPosition::enderPending})
+        position.*field = random() % 2 == 0;
+    return position;
+}
 
-    const Boundary boundary(CursorState{-2, kLarge, 7, {start, far, start}});
-    const CursorState state = boundary.unpack();
-    EXPECT_EQ(state.index, -2);
-    EXPECT_EQ(state.time, kLarge);
-    EXPECT_EQ(state.tablePage, 7U);
-    ASSERT_EQ(state.tracks.size(), 3U);
-    const TrackPosition* expected[] = {&start, &far, &start};
-    for (std::size_t i = 0; i < 3; ++i)
-        EXPECT_EQ(state.tracks[i], *expected[i]) << i;
+TEST(Boundaries, GiveBackEveryState)
+{
+    std::mt19937_64 random(1);
+    std::vector<CursorState> states{{-2, 0, 0, std::vector<TrackPosition>(5)}};
+    while (states.size() < 100) {
+        CursorState next = states.back();
+        next.index += static_cast<long long>(random() % 3);  // some segments are empty
+        next.time += static_cast<unsigned>(random() % 3) * 40'000'000U;
+        next.tablePage += static_cast<unsigned>(random() % 2);
+        for (TrackPosition& position : next.tracks)
+            if (random() % 2 == 0)
+                position = movedAnywhere(position, random);
+        states.push_back(next);
+    }
+    BoundaryList list;
+    for (std::size_t count = 1; count <= states.size(); ++count) {
+        list.append(states[count - 1]);
+        ASSERT_EQ(list.size(), count);
+        for (std::size_t i = 0; i < count; ++i) {
+            const CursorState state = list.state(i);
+            EXPECT_EQ(list.point(i).index, states[i].index);
+            EXPECT_EQ(list.point(i).time, states[i].time);
+            EXPECT_EQ(state.index, states[i].index);
+            EXPECT_EQ(state.time, states[i].time);
+            EXPECT_EQ(state.tablePage, states[i].tablePage);
+            ASSERT_EQ(state.tracks, states[i].tracks) << i << " of " << count;
+            for (const long long off : {-1, 0, 1}) {
+                const auto place =
+                    std::find_if(states.begin(), states.begin() + static_cast<std::ptrdiff_t>(count),
+                                 [&](const CursorState& s) { return s.index >= states[i].index + off; });
+                EXPECT_EQ(list.lowerBound(&BoundaryPoint::index, states[i].index + off),
+                          static_cast<std::size_t>(place - states.begin()));
+            }
+        }
+    }
+    list.forgetTablePages();
+    EXPECT_EQ(list.state(99).tablePage, 0U);
+}
+
+TEST(Boundaries, TakeNothingForTracksThatStandStill)
+{
+    BoundaryList list;
+    CursorState state{0, 0, 0, std::vector<TrackPosition>(64)};
+    std::size_t charged = 0;
+    for (unsigned i = 0; i < 10'000; ++i) {
+        charged += list.append(state);
+        state.time += 40;
+        ++state.index;
+        TrackPosition& moving = state.tracks[i / 1000];
+        moving.decodeTime += 40;
+        moving.mediaTime += 40;
+        ++moving.stepCount;
+        ++moving.sampleNumber;
+        moving.fileOffset += 300'000;
+    }
+    EXPECT_LT(list.reportMemorySize(), 30 * 10'000U);
+    EXPECT_GE(charged + 64 * sizeof(TrackPosition) + 4096, list.reportMemorySize());
 }
 
 }  // namespace krx::test

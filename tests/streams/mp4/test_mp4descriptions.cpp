@@ -152,7 +152,7 @@ TEST(Mp4Descriptions, Aac)
     };
     for (const auto& c : cases) {
         const auto parsed = parseFile(aacConfigured(c.configuration));
-        const mp4::SampleEntry& entry = parsed->track()->sampleDescriptions.at(0);
+        const mp4::SampleEntry& entry = parsed->track()->sampleDescriptions[0];
         EXPECT_TRUE(parsed->mp4.hasAACAudio());
         EXPECT_EQ(parsed->mp4.getAACObjectType(), c.objectType);
         EXPECT_EQ(entry.sampleRate, c.rate);
@@ -190,17 +190,18 @@ TEST(Mp4Descriptions, TimedText)
     for (const auto& c : cases) {
         const auto parsed = parseFile(withEntry(entryWith(c.fonts)));
         EXPECT_EQ(parsed->error, 0);
-        const mp4::SampleEntry& entry = parsed->track()->sampleDescriptions.at(0);
-        EXPECT_EQ(entry.fontCount, c.count);
-        EXPECT_EQ(entry.displayFlags, 0x01020304U);
-        EXPECT_EQ(entry.verticalJustification, 6U);
-        EXPECT_EQ(entry.boxRight, 14U);
-        EXPECT_EQ(entry.fontSize, 19U);
-        EXPECT_EQ(entry.textColor, 0x14151617U);
-        if (c.count == 2) {
-            EXPECT_EQ(entry.fonts[1].id, 2U);
-            EXPECT_EQ(entry.fonts[1].name, "Sans");
-        }
+        const mp4::TextStyle& read = *parsed->track()->sampleDescriptions[0].style;
+        EXPECT_EQ(read.displayFlags, 0x01020304U);
+        EXPECT_EQ(read.verticalJustification, 6U);
+        EXPECT_EQ(read.boxRight, 14U);
+        EXPECT_EQ(read.fontSize, 19U);
+        EXPECT_EQ(read.textColor, 0x14151617U);
+        EXPECT_EQ(read.fonts.size(), c.count);
+        std::string fonts;
+        read.fonts.forEach(
+            [&](unsigned id, std::string_view name) { fonts.append(std::to_string(id)).append(name); });
+        const char* const expected[] = {"", "1Serif", "1Serif2Sans"};
+        EXPECT_EQ(fonts, expected[c.count]);
     }
 }
 

@@ -9,7 +9,7 @@
 namespace krx::test {
 namespace {
 
-using Tags = std::vector<mp4::MP4File::TagEntry>;
+using Tags = std::deque<mp4::MP4File::TagEntry>;
 
 std::string data(std::uint32_t type, std::string_view payload)
 {
@@ -86,32 +86,31 @@ TEST(Mp4Metadata, ItemTags)
     ASSERT_EQ(tags.size(), 11U);
     EXPECT_EQ(tags[0].itemType, mp4::fourCC("\xA9nam"));
     EXPECT_EQ(tags[0].dataType, 1U);
-    EXPECT_STREQ(tags[0].text.get(), "Name");
-    ASSERT_EQ(tags[1].integerCount, 4U);
-    EXPECT_EQ(tags[1].integers[2], 12U);
-    ASSERT_EQ(tags[2].integerCount, 1U);
-    EXPECT_EQ(tags[2].integers[0], 0x102U);
-    ASSERT_EQ(tags[3].integerCount, 2U);
-    EXPECT_EQ(tags[3].integers[0], 0x01020304U);
-    EXPECT_EQ(tags[3].integers[1], 5U);
-    EXPECT_EQ(tags[4].binaryLength, 4U);
-    EXPECT_EQ(tags[4].binary[3], 'g');
+    EXPECT_EQ(tags[0].content, "Name");
+    ASSERT_EQ(tags[1].integerCount(), 4U);
+    EXPECT_EQ(tags[1].integer(2), 12U);
+    ASSERT_EQ(tags[2].integerCount(), 1U);
+    EXPECT_EQ(tags[2].integer(0), 0x102U);
+    ASSERT_EQ(tags[3].integerCount(), 2U);
+    EXPECT_EQ(tags[3].integer(0), 0x01020304U);
+    EXPECT_EQ(tags[3].integer(1), 5U);
+    EXPECT_EQ(tags[4].content, "jpeg");
     EXPECT_EQ(tags[5].dataType, 14U);
     EXPECT_EQ(tags[5].itemType, mp4::fourCC("covr"));
-    EXPECT_STREQ(tags[6].text.get(), "url");
+    EXPECT_EQ(tags[6].content, "url");
     EXPECT_EQ(tags[6].dataType, 1U);
     EXPECT_EQ(tags[7].dataType, 77U);
-    EXPECT_FALSE(tags[7].text || tags[7].binary || tags[7].integers);
-    EXPECT_STREQ(tags[8].text.get(), "free form");
-    EXPECT_EQ(std::string(tags[9].text.get()).size(), 65535U);
-    EXPECT_EQ(tags[10].integerCount, 1024U);
+    EXPECT_TRUE(tags[7].content.empty());
+    EXPECT_EQ(tags[8].content, "free form");
+    EXPECT_EQ(tags[9].content, longText.substr(0, 65535));
+    EXPECT_EQ(tags[10].integerCount(), 1024U);
 }
 
 TEST(Mp4Metadata, LargestImage)
 {
     for (const std::size_t length : {std::size_t{4194304}, std::size_t{4194305}}) {
         const auto parsed = parseFile(metaWith(box("covr", data(13, std::string(length, 'i')))));
-        EXPECT_EQ(parsed->mp4.getTags().at(0).binaryLength, 4194304U);
+        EXPECT_EQ(parsed->mp4.getTags().at(0).content.size(), 4194304U);
     }
 }
 
@@ -125,9 +124,9 @@ TEST(Mp4Metadata, StringTags)
     EXPECT_EQ(tags[0].itemType, mp4::fourCC("cprt"));
     EXPECT_EQ(tags[0].dataType, 1U);
     EXPECT_EQ(tags[0].language, 0x15C7U);
-    EXPECT_STREQ(tags[0].text.get(), "mine");
-    EXPECT_STREQ(tags[1].text.get(), "");
-    EXPECT_EQ(std::string(tags[2].text.get()).size(), 65535U);
+    EXPECT_EQ(tags[0].content, "mine");
+    EXPECT_EQ(tags[1].content, "");
+    EXPECT_EQ(tags[2].content, std::string(65535, 'a'));
 }
 
 TEST(Mp4Metadata, Chapters)

@@ -424,30 +424,36 @@ TEST(Mp4Segments, KeepHeadersAndEndersAsContexts)
     }
 }
 
+/// A file of one track whose chunks all have the same samples, of one size.
+std::string sharedChunks(const std::string& entry, std::uint32_t chunks, std::uint32_t perChunk,
+                         std::uint32_t size)
+{
+    TrackBoxes boxes;
+    boxes.description = stsd({entry});
+    boxes.chunks = tableBox("stsc", 1, {1, perChunk, 1});
+    boxes.sizes = stsz(size, chunks * perChunk);
+    boxes.offsets = tableBox("stco", chunks, std::vector<std::uint32_t>(chunks, 8));
+    return trackFile(boxes) + box("mdat", std::string(std::size_t{perChunk} * size, 'x'));
+}
+
 TEST(Mp4Segments, GiveUpAWalkThatCostsTooMuch)
 {
-    WalkBudget budget(1);
-    budget.charge(1'000'000);
-    for (int i = 0; i < 8; ++i)
-        budget.charge(0);
-    EXPECT_THROW(budget.charge(0), streams::StreamParseError);
+    for (const auto& [size, steps] : {std::pair{1, 8'000'000U}, std::pair{2'000'000, 16'000'000U}}) {
+        WalkBudget budget(size);
+        budget.charge(steps);
+        EXPECT_THROW(budget.charge(), streams::StreamParseError);
+    }
 
-    // 80,000 bytes of samples, again and again: 20 times are below 8 times the file and 1,000,000, 25 times
-    // are not.
-    const auto chunks = [](std::uint32_t count) {
-        TrackBoxes boxes;
-        boxes.sizes = stsz(40, 2000 * count);
-        boxes.chunks = tableBox("stsc", 1, {1, 2000, 1});
-        boxes.offsets = tableBox("stco", count, std::vector<std::uint32_t>(count, 8));
-        return trackFile(boxes) + box("mdat", std::string(80'000, 'x'));
-    };
     // Empty samples cost nothing in the file.
     TrackBoxes tables;
-    const std::string extends = box("mvex", fullBox("trex", Fields().u32(1).u32(1).zeros(12)));
-    const std::string run = fullBox("trun", Fields().u32(0xFFFFFFFF));
-    const std::string emptySamples = movieFile(
-        tables.bytes() + extends,
-        box("moof", fullBox("mfhd", Fields().u32(1)) + box("traf", fullBox("tfhd", Fields().u32(1)) + run)));
+    const auto extends = [](unsigned track) {
+        return box("mvex", fullBox("trex", Fields().u32(track).u32(1).zeros(12)));
+    };
+    const auto endless = [](unsigned track) {
+        return box("moof", fullBox("mfhd", Fields().u32(1)) +
+                               box("traf", fullBox("tfhd", Fields().u32(track)) +
+                                               fullBox("trun", Fields().u32(0xFFFFFFFF))));
+    };
     // The walk ends at the first track's sample; the second track's are all at time 0.
     TrackBoxes cut;
     cut.offsets = tableBox("stco", 1, {0xFFFFFFFF});
@@ -455,39 +461,52 @@ TEST(Mp4Segments, GiveUpAWalkThatCostsTooMuch)
     still.header = tkhd(2);
     still.description = stsd({kAmf0});
     still.times = tableBox("stts", 1, {1, 0});
-    const std::string stillSamples = movieFile(
-        cut.bytes() + still.bytes() + box("mvex", fullBox("trex", Fields().u32(2).u32(1).zeros(12))),
-        box("moof", fullBox("mfhd", Fields().u32(1)) + box("traf", fullBox("tfhd", Fields().u32(2)) + run)));
+    // Silence is the same few bytes again and again, and so is a picture that stands still.
+    const std::string aac = aacEntry();
     struct Case
     {
         const char* name;
         std::string bytes;
         std::vector<int> warnings;
     };
-    const Case cases[] = {{"just in time", chunks(20), {}},
-                          {"overlapping chunks", chunks(25), {28}},
-                          {"empty samples", emptySamples, {28}},
-                          {"the search for the time coordination", stillSamples, {117, 28}},
-                          {"behind the end", trackFile(cut), {117}}};
-    for (const Case& c : cases)
-        EXPECT_EQ(PlayedFile(c.bytes).warnings, c.warnings) << c.name;
+    const Case cases[] = {
+        {"a picture of 50 KB for 30 s", sharedChunks(avcEntry(), 30, 1, 50'000), {124}},
+        {"a frame of 50 KB, 25 times a second for ten minutes", sharedChunks(aac, 15'000, 1, 50'000), {}},
+        {"ten hours of silence in one chunk", sharedChunks(aac, 1688, 1000, 6), {}},
+        {"four hours of a picture of 300 KB, 25 times a second",
+         sharedChunks(avcEntry(), 360'000, 1, 300'000),
+         {124}},
+        {"chunks shared without end", sharedChunks(aac, 81, 100'000, 1), {28}},
+        {"empty samples", movieFile(tables.bytes() + extends(1), endless(1)), {28}},
+        {"the search for the time coordination",
+         movieFile(cut.bytes() + still.bytes() + extends(2), endless(2)),
+         {117, 28}},
+        {"behind the end", trackFile(cut), {117}}};
+    for (const Case& c : cases) {
+        PlayedFile file(c.bytes);
+        EXPECT_EQ(file.warnings, c.warnings) << c.name;
+        const bool refused = !c.warnings.empty() && c.warnings.back() == 28;
+        EXPECT_EQ(file.status, refused ? kLoadNotPlayable : kLoadOk) << c.name;
+    }
 }
 
-TEST(Mp4Segments, KeepLittleOfAFileWithoutEnd)
+TEST(Mp4Segments, RefuseWhatPassesTheBudgetOfMemory)
 {
-    // A new description with each sample, and a header and an ender kept for each.
-    constexpr std::uint32_t kSamples = 300'000;
-    std::vector<std::uint32_t> chunks;
-    for (std::uint32_t i = 0; i < kSamples; ++i)
-        chunks.insert(chunks.end(), {i + 1, 1, 1 + i % 2});
+    // The messages of the file are charged before they are made: here the fonts of text descriptions, a font
+    // of 3 bytes with an object of 34.
     TrackBoxes boxes;
-    boxes.description = stsd({aacEntry(), aacEntry()});
-    boxes.sizes = stsz(1, kSamples);
-    boxes.chunks = tableBox("stsc", kSamples, chunks);
-    boxes.offsets = tableBox("stco", kSamples, std::vector<std::uint32_t>(kSamples, 8));
-    PlayedFile file(trackFile(boxes));
-    EXPECT_EQ(file.warnings, std::vector<int>{28});
-    EXPECT_LT(file.data.getMemoryOverhead(), 64U << 20);
+    constexpr unsigned kFonts = 60'000;
+    std::string fonts;
+    for (unsigned i = 0; i < kFonts; ++i)
+        fonts += std::string("\0\1\0", 3);
+    const std::string entry =
+        box("tx3g", std::string(38, '\0') + box("ftab", Fields().u16(kFonts).raw(fonts)));
+    for (const auto& [count, refused] : {std::pair{4, false}, std::pair{9, true}}) {
+        boxes.description = stsd(std::vector<std::string>(static_cast<std::size_t>(count), entry));
+        PlayedFile file(trackFile(boxes));
+        EXPECT_EQ(file.warnings, refused ? std::vector{28} : std::vector<int>{});
+        EXPECT_EQ(file.metadata().empty(), refused);
+    }
 }
 
 }  // namespace krx::test

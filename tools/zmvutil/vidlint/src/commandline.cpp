@@ -108,7 +108,7 @@ bool isComplete(const std::string& argument, const po::options_description& opti
 }
 
 /// Parses the arguments part by part, since the library's time grows with the square of what it is given at
-/// once. Parts end behind complete arguments; the last one begins in front of "--".
+/// once. A part ends after a complete argument; the last one begins before "--".
 po::parsed_options parse(const std::vector<std::string>& arguments, const po::options_description& options)
 {
     constexpr std::ptrdiff_t kPart = 64;

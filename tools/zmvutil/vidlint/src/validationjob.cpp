@@ -73,8 +73,8 @@ bool runInput(const SRString& path, const std::function<void()>& steps)
             VideoFile::logError(StreamParseError(krx::streams::kUnknownError), path);
         }
     } catch (...) {
-        // A standard exception ends the input without a line of its own: its source has told the reasons, or
-        // there is no memory to tell them.
+        // A standard exception ends the input without a line of its own: its source has reported the
+        // reasons, or there is no memory to report them.
     }
     return false;
 }

@@ -16,7 +16,7 @@
 
 class SRDataArray;
 
-/// What an input tells a stream module about one open request: nothing.
+/// The properties of an open request: none.
 class VideoFileOpenContext : public IQVStreamOpenContext
 {
 public:
@@ -40,8 +40,8 @@ public:
     void log(const char* text, unsigned short level, bool flag) override;
     IKrxFileIo* getFileIo() override;
 
-    /// Does all checking. Throws a standard exception when the stream module refused the input and has told
-    /// why.
+    /// Does all checking. Throws a standard exception when the stream module refused the input and has
+    /// reported why.
     virtual void parse();
     /// Writes a repaired copy when repairs were asked for and found.
     virtual void applyFixes();

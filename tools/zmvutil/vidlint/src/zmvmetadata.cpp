@@ -1,9 +1,10 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "server/SRCommand.h"
+#include "server/SRCSerializer.h"
 #include "tools/zmvutil/vidlint/src/zmvfile.h"
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
+#include "util/SRException.h"
 
 #include <cmath>
 #include <cstring>

@@ -29,7 +29,7 @@ public:
     /// Whether st is the status of the very file that is read.
     bool isSameFile(const struct stat64& st) const;
 
-    /// False, and nothing changes, for a negative offset. An offset behind the end is taken; reading there
+    /// False, and nothing changes, for a negative offset. An offset beyond the end is taken; reading there
     /// fails.
     bool seek(krx::util::FilePos offset);
     /// The next n bytes, in one piece.

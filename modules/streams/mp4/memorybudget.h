@@ -1,0 +1,107 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/streamparseerror.h"
+
+#include <cstddef>
+#include <utility>
+
+namespace krx::mp4 {
+
+/// The file wants more memory than its size allows. Never made a warning of.
+class MemoryLimitError : public krx::streams::StreamParseError
+{
+public:
+    MemoryLimitError() : StreamParseError(krx::streams::kTableReadError) {}
+};
+
+/// What an open file may make the program keep, by its size alone. All whose amount the file decides is
+/// charged: tables, edit lists, descriptions, tags, chapters, fragments, protection texts, boundaries,
+/// contexts, and the messages that are made of them. Boxes that all claim the same bytes, and a few bytes
+/// that mean many, would else multiply a small file.
+///
+/// A process keeps below 16 MiB and 8 times the file: about 5 MiB are the program itself, and what is left
+/// above the budget is for what is held for a moment only, such as a text while it is copied.
+class MemoryBudget
+{
+public:
+    /// For small files, whose share would be nothing.
+    static constexpr unsigned long long kFloor = 8U << 20;
+    /// Tables take at most twice their bytes in the file ('stco' has 4 bytes an entry and 8 in memory). The
+    /// dearest of what real files have many of, download hints and text descriptions, takes six to eight
+    /// times its bytes with the metadata made of it; but there it is a small part of the file.
+    static constexpr unsigned long long kPerFileByte = 6;
+
+    /// fileSize in bytes. What was charged stays charged.
+    void setFileSize(long long fileSize)
+    {
+        m_limit = kFloor + kPerFileByte * static_cast<unsigned long long>(fileSize);
+    }
+    /// Before the memory is taken. Throws MemoryLimitError, and charges nothing, when it is too much.
+    void charge(unsigned long long bytes)
+    {
+        if (m_charged > m_limit || bytes > m_limit - m_charged)
+            throw MemoryLimitError();
+        m_charged += bytes;
+    }
+    /// What was charged is given back.
+    void release(unsigned long long bytes) { m_charged -= bytes; }
+    unsigned long long charged() const { return m_charged; }
+
+private:
+    unsigned long long m_limit = kFloor;
+    unsigned long long m_charged = 0;
+};
+
+/// Bytes that are charged for as long as the object lives.
+class MemoryCharge
+{
+public:
+    MemoryCharge() = default;
+    ~MemoryCharge() { release(); }
+    MemoryCharge(MemoryCharge&& other) noexcept
+        : m_budget(std::exchange(other.m_budget, nullptr)), m_bytes(std::exchange(other.m_bytes, 0))
+    {
+    }
+    MemoryCharge& operator=(MemoryCharge other) noexcept
+    {
+        std::swap(m_budget, other.m_budget);
+        std::swap(m_bytes, other.m_bytes);
+        return *this;
+    }
+
+    /// The budget, which outlives the object, is the same in each call.
+    void add(MemoryBudget& budget, unsigned long long bytes)
+    {
+        budget.charge(bytes);
+        m_budget = &budget;
+        m_bytes += bytes;
+    }
+    /// The bytes stay charged.
+    void keep() { m_budget = nullptr; }
+
+private:
+    void release()
+    {
+        if (m_budget)
+            m_budget->release(m_bytes);
+    }
+
+    MemoryBudget* m_budget = nullptr;
+    unsigned long long m_bytes = 0;
+};
+
+// What things take besides their own size.
+
+/// A block of the heap: its header, and what rounding adds.
+constexpr std::size_t kBlockOverhead = 24;
+
+/// An element of a std::deque, which has blocks of 512 bytes. Long lists are deques: a vector that grows
+/// holds its elements up to three times.
+template <typename T>
+constexpr std::size_t kDequeElement = sizeof(T) < 512 ? (512 + kBlockOverhead) / (512 / sizeof(T)) + 1
+                                                      : sizeof(T) + kBlockOverhead;
+
+}  // namespace krx::mp4
