@@ -3,8 +3,6 @@
 
 #include "server/SRAMF3Parser.h"
 
-#include "util/SRException.h"
-
 #include <cstring>
 
 namespace {
@@ -62,9 +60,8 @@ int SRAMF3Parser::StringTableFind(std::string_view text) const
 void SRAMF3Parser::StringTableAdd(std::string_view text)
 {
     const auto index = static_cast<int>(m_strings.size());
-    m_strings.emplace_back(text);
-    if (isWriter())
-        m_stringIndex.emplace(m_strings.back().view(), index);
+    m_strings.push_back(SRMBString::counted(text));
+    m_stringIndex.emplace(m_strings.back().view(), index);
 }
 
 void SRAMF3Parser::shrinkStringTable(std::size_t size)
@@ -113,8 +110,6 @@ bool SRAMF3Parser::readAMF3Text(SRMBString& text)
                                            value));
             return false;
         }
-        if (!chargeExpansion(m_strings[value].size()))
-            return false;
         text = m_strings[value];
         return true;
     }
@@ -133,8 +128,10 @@ bool SRAMF3Parser::readAMF3Text(SRMBString& text)
     const unsigned char* const bytes = GetData(value);
     if (!bytes)
         return false;
-    text = SRMBString(uptoZero({reinterpret_cast<const char*>(bytes), value}));
-    StringTableAdd(text.view());
+    if (!chargeText(value) || !charge(2 * sizeof(SRMBString)))
+        return false;
+    text = SRMBString::counted(uptoZero({reinterpret_cast<const char*>(bytes), value}));
+    m_strings.push_back(text);
     return true;
 }
 
@@ -170,14 +167,25 @@ bool SRAMF3Parser::readXMLText(unsigned u29, std::string_view& text)
     return true;
 }
 
-bool SRAMF3Parser::chargeExpansion(std::size_t bytes)
+bool SRAMF3Parser::charge(std::size_t bytes)
 {
-    if (bytes <= kFreeTextBytes)
-        return true;
-    m_expanded += bytes - kFreeTextBytes;
-    if (m_expanded <= std::uint64_t{kExpansionFactor} * getLimit() + kExpansionSlack)
+    m_charged += bytes;
+    if (isWriter() || m_charged <= std::uint64_t{kMemoryFactor} * getLimit() + kMemorySlack)
         return true;
     HandleBadData(getPosition(),
-                  L"While reading the AMF3 string, references give more text than the message holds ");
+                  L"while processing script variable,values are found to take more memory than they may");
     return false;
+}
+
+bool SRAMF3Parser::chargeAllocated(std::size_t bytes)
+{
+    constexpr std::size_t kHeader = 8;
+    constexpr std::size_t kAlignment = 16;
+    return charge((bytes + kHeader + kAlignment - 1) / kAlignment * kAlignment);
+}
+
+bool SRAMF3Parser::chargeText(std::size_t length)
+{
+    constexpr std::size_t kBlockHeader = 8;
+    return length == 0 || chargeAllocated(kBlockHeader + length + 1);
 }

@@ -5,23 +5,23 @@
 
 #include "server/SRDataParser.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 /// AMF3's variable-length integers, and its texts with their reference table. The table lives as long as the
-/// parser.
+/// parser. A text that is referred to is shared with the table, however often.
 ///
-/// A reference to a text costs a byte or two but gives the whole text again. To keep memory in proportion,
-/// the references of one reader may give, beyond kFreeTextBytes each, no more than kExpansionFactor times the
-/// reader's length plus kExpansionSlack bytes; anything above is bad data.
+/// What a reader makes takes at most kMemoryFactor bytes of memory for each byte that it reads, and
+/// kMemorySlack; more than that is bad data. Data that means something takes less than half of it: only
+/// masses of objects and blobs of two or three bytes each come near.
 class SRAMF3Parser : public SRDataParser
 {
 public:
-    static constexpr unsigned kFreeTextBytes = 32;
-    static constexpr unsigned kExpansionFactor = 32;
-    static constexpr unsigned kExpansionSlack = 1U << 20;
+    static constexpr unsigned kMemoryFactor = 44;
+    static constexpr unsigned kMemorySlack = 4U << 20;
 
     using SRDataParser::SRDataParser;
     SRAMF3Parser() = default;
@@ -51,12 +51,17 @@ protected:
     bool readAMF3Text(SRMBString& text);
     /// As ReadXMLString, where the bytes lie.
     bool readXMLText(unsigned u29, std::string_view& text);
-    /// Accounts for a text given again; false after telling bad data.
-    bool chargeExpansion(std::size_t bytes);
+
+    /// Accounts for memory that a reader takes; false after bad data.
+    bool charge(std::size_t bytes);
+    /// The same for an allocation of so many bytes.
+    bool chargeAllocated(std::size_t bytes);
+    /// The same for a counted text.
+    bool chargeText(std::size_t length);
 
 private:
+    std::uint64_t m_charged = 0;
     std::vector<SRMBString> m_strings;
     // A writer's way from a text to its index; the views are of the texts in m_strings.
     std::unordered_map<std::string_view, int> m_stringIndex;
-    unsigned long long m_expanded = 0;
 };

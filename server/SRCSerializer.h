@@ -5,14 +5,12 @@
 
 #include "server/SRAMF3Parser.h"
 #include "server/SRData.h"
+#include "server/SRNameList.h"
+#include "server/chunkedtable.h"
 
+#include <cstddef>
 #include <cstdint>
-#include <map>
-#include <set>
-#include <string>
 #include <string_view>
-#include <unordered_map>
-#include <utility>
 #include <vector>
 
 /// Reads and writes values in AMF0, with AMF3 values inside after marker 17. One table holds the arrays that
@@ -34,19 +32,21 @@ public:
     ~SRCSerializer() override;
 
     /// Reads one value; with reset the tables are emptied afterwards. Returns its marker, 9 when there is
-    /// none. Throws SRBreakConnection 1029, for a marker that does not exist also when the reader does not
-    /// throw on bad data.
+    /// none, or not the memory for it (see hasReadStarved). Throws SRBreakConnection 1029, for a marker that
+    /// does not exist also when the reader does not throw on bad data.
     int GetVar(SRData* value, bool reset);
-    /// Writes one value; with reset the tables are emptied afterwards. False when it could not be written
-    /// wholly: no memory, the output limit, too deep, or an array that lies in itself where the encoding has
-    /// no references. The output then ends before the part that failed, with the objects around it closed.
+    /// Writes one value; with reset the tables are emptied afterwards. False, and the output is what it was,
+    /// when the value cannot be written wholly: no memory, the output limit, too deep, or an array that lies
+    /// in itself where the encoding has no references.
     bool PutVar(const SRData* value, bool reset);
 
     /// Reads or writes one AMF0 value, after its name when there is one. Returns the marker; 9 when the value
-    /// could not be read or written.
+    /// could not be read or written. What fails inside a value that is written ends the objects around it
+    /// early.
     int ProcessScriptVar(SRData* value, SRMBString* name = nullptr);
 
-    /// Skips one AMF0 value and returns its marker; 9 at the end of the input and after bad data.
+    /// Skips one AMF0 value and returns its marker; 9 at the end of the input and after bad data. Its objects
+    /// and strict arrays take their places in the object table, as empty arrays.
     int skipVar();
 
     /// Empties the object table and the class table.
@@ -64,16 +64,21 @@ public:
     void AddObjectToTable(SRDataArray* array, unsigned index);
 
 private:
-    /// Name of the entry with an object's class name, and the class that has none.
-    static constexpr char kClassNameEntry[] = "constructor";
+    /// Class of an object that has none.
     static constexpr char kAnonymousClass[] = "Object";
-    /// Entries that are reserved on the word of a count; more come as the values do.
-    static constexpr unsigned kTrustedCount = 256;
+    /// Hint of an entry of the object table whose values are being read: a reference to it closes a circle.
+    static constexpr unsigned char kBeingRead = 255;
 
-    struct TableEntry
+    /// What an array's entries take besides themselves, and the name that some of them have, at most.
+    static constexpr std::size_t kEntriesBytes = 24;
+
+    /// A holder has a reference to a target in which it lies itself.
+    struct Circle
     {
-        SRDataArrayPtr array;
-        bool reading = false;  ///< its values are being read: a reference to it closes a circle
+        SRDataArrayPtr holder;
+        SRDataArrayPtr target;
+
+        bool operator<(const Circle& other) const;
     };
     /// One marker: how its value is read, and the trace line of a failure inside (null: none).
     struct MarkerRow
@@ -85,26 +90,39 @@ private:
     struct Unwritable
     {
     };
-    using DateKey = std::pair<std::uint64_t, int>;  ///< the bits of the milliseconds, the time zone
     struct AMF0Markers;
     struct AMF3Markers;
     class Nesting;
     class Building;
+    class Promise;
     class WriteMark;
     struct PopOpen;
 
+    bool chargeNamed(const SRDataArray& array);
+    SRDataArrayPtr newArray(int kind, const SRNameListPtr& names = nullptr);
+
     // Tables.
+    unsigned joinTable(SRData&& value);
     unsigned joinTable(SRDataArray* array);
-    int findInTable(const SRDataArray* array) const;
+    unsigned joinTableEmpty(int kind);
+    void putInTable(SRData&& value, unsigned index);
+    SRDataArray* tableArray(unsigned index);
+    int findInTable(const SRData& value) const;
+    int findInTable(SRDataArray* array) const;
+    std::size_t slotOf(const SRData& value) const;
+    void indexTable();
+    void indexEntry(unsigned index);
     void shrinkTable(unsigned size);
     void shareTableEntry(SRData& value, unsigned index, int kind);
     void openCircles() noexcept;
-    /// A marker that does not exist is bad data, whatever the reader does with bad data.
-    const MarkerRow& existingRow(int marker);
+    /// Null after bad data for a marker that does not exist, which throws whatever the reader does with bad
+    /// data.
+    const MarkerRow* existingRow(int marker);
     void readWith(const MarkerRow& row, SRData& value, int marker);
 
     // AMF0.
     int readVar(SRData& value, SRMBString* name);
+    int readVarInside(SRData& value, SRMBString* name);
     void readName(SRMBString& name);
     void readNothing(SRData& value, int marker);
     void readNumber(SRData& value, int marker);
@@ -123,8 +141,7 @@ private:
     void readStrictArray(SRData& value, int marker);
     void readAMF3Switch(SRData& value, int marker);
     void readEntries(SRDataArray& array);
-    static SRMBString indexName(unsigned index);
-    int writeVar(const SRData& value, const SRMBString* name);
+    int writeVar(const SRData& value, const std::string_view* name);
     int markerFor(const SRData& value) const;
     int writeMarked(const SRData& value);
     /// Index of the first entry behind the class name, which is "Object" for an array without one.
@@ -134,8 +151,10 @@ private:
     void writeECMAArray(SRDataArray& array);
     void writeStrictArray(SRDataArray& array);
     void writeEntries(const SRDataArray& array, int first);
+    int skipVarInside();
     int skipMarked();
     void skipEntries();
+    void skipElements();
 
     // AMF3.
     void readAMF3Var(SRData& value);
@@ -150,39 +169,44 @@ private:
     void readAMF3ByteArray(SRData& value, int marker);
     void readAMF3Vector(SRData& value, int marker);
     void readAMF3Dictionary(SRData& value, int marker);
-    SRDataArrayPtr readTraits(unsigned header);
+    SRNameListPtr readTraits(unsigned header);
+    SRNameListPtr makeTraits(const SRMBString& className, std::vector<SRMBString>&& members, bool isDynamic);
+    bool readElement(SRDataArray& array);
     bool readNamedVar(SRDataArray& array, SRMBString&& name);
+    void readNamedVars(SRDataArray& array);
     bool isTableIndex(unsigned index, const wchar_t* what);
-    const SRData* findCarried(unsigned index, const wchar_t* what, int carrierKind);
-    void addCarrier(int carrierKind, const char* name, const SRData& value);
+    const SRData* findCarried(unsigned index, const wchar_t* what, int kind);
     void writeAMF3Var(const SRData& value);
     void writeAMF3Number(const SRData& value);
     void writeAMF3Object(SRDataArray& array);
     void writeAMF3Array(SRDataArray& array);
     void writeAMF3Vector(SRDataArray& array, int marker);
     void writeAMF3Dictionary(SRDataArray& array);
-    static DateKey dateKey(const SRData& date);
+    bool writeKnown(const SRData& value);
     void writeAMF3Date(const SRData& value);
     void writeAMF3XML(const SRData& value);
     void writeAMF3ByteArray(const SRData& value);
     void writeAMF3Entries(const SRDataArray& array, int first);
     bool writeAMF3Reference(SRDataArray& array);
 
-    std::vector<TableEntry> m_objects;
+    /// What a later value may refer to: arrays, and the AMF3 values that may be referred to as well: dates,
+    /// XML and blobs. The arrays that carry these are made when one is asked for. An array that was skipped
+    /// is a null with its kind in timeZone until then.
+    krx::ChunkedTable<SRData> m_objects;
     unsigned m_nextObject = 0;  ///< next free index of m_objects
-    /// Class descriptions. Entry names: the header as decimal text, the class name, the members' names.
-    std::vector<SRDataArrayPtr> m_traits;
-
-    // A writer's ways from what it wrote to the first index in the object table.
-    std::unordered_map<const SRDataArray*, unsigned> m_objectIndex;
-    std::map<DateKey, unsigned> m_dateIndex;
-    std::unordered_map<std::string, unsigned> m_xmlIndex;
+    krx::ChunkedTable<SRNameListPtr> m_traits;
+    /// A writer's way from a value to its first index in the object table: a hash table with linear probing
+    /// of indices + 1 (0: free). What points past the end of the object table, or at an entry that has been
+    /// replaced, is passed over.
+    std::vector<unsigned> m_slots;
+    std::size_t m_usedSlots = 0;
 
     /// Arrays whose values are being read, and ECMA arrays whose values are being written; outermost first.
     std::vector<SRDataArray*> m_open;
-    /// (holder, target): the holder has a reference to the target, in which it lies itself.
-    std::set<std::pair<SRDataArray*, SRDataArray*>> m_circles;
-    std::vector<SRDataArrayPtr> m_circleParts;  ///< keeps both alive
+    std::vector<Circle> m_circles;
+    /// Elements that the counts of the arrays being read promise, and that are yet to come. One needs a byte
+    /// at least, so that room for no more than the bytes that are left is made on the word of counts.
+    std::uint64_t m_promised = 0;
     unsigned m_depth = 0;
     bool m_readStarved = false;
     bool m_writeFailed = false;

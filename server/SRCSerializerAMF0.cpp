@@ -7,8 +7,8 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstring>
+#include <new>
 
 namespace {
 
@@ -56,35 +56,6 @@ struct SRCSerializer::AMF0Markers
     }
 };
 
-/// Where writing a value began, to go back there.
-class SRCSerializer::WriteMark
-{
-public:
-    explicit WriteMark(SRCSerializer& serializer)
-        : m_serializer(serializer),
-          m_position(serializer.getPosition()),
-          m_objects(serializer.m_nextObject),
-          m_strings(serializer.stringTableSize())
-    {
-    }
-
-    int goBack()
-    {
-        m_serializer.rewindTo(m_position);
-        m_serializer.shrinkTable(m_objects);
-        m_serializer.shrinkStringTable(m_strings);
-        m_serializer.m_writeFailed = true;
-        m_serializer.m_writeBroken = true;
-        return kObjectEndType;
-    }
-
-private:
-    SRCSerializer& m_serializer;
-    const unsigned m_position;
-    const unsigned m_objects;
-    const std::size_t m_strings;
-};
-
 struct SRCSerializer::PopOpen
 {
     std::vector<SRDataArray*>& open;
@@ -95,31 +66,40 @@ struct SRCSerializer::PopOpen
 
 int SRCSerializer::readVar(SRData& value, SRMBString* name)
 {
-    const TraceScope scope(*this, L"while processing script variable");
+    DeferredThrow deferred(*this);
     int marker = kObjectEndType;
     try {
-        if (name)
-            readName(*name);
-        marker = GetByte();
-        const Nesting nesting(*this);
-        if (nesting.isTooDeep())
-            HandleBadData(getPosition(),
-                          L"while processing script variable,values are found nested too deep");
-        if (!isBad())
-            readWith(existingRow(marker), value, marker);
+        marker = readVarInside(value, name);
     } catch (const SROutOfMemory&) {
         m_readStarved = true;
-        return kObjectEndType;
+    } catch (const std::bad_alloc&) {
+        m_readStarved = true;
     }
+    deferred.finish();
+    return marker;
+}
+
+int SRCSerializer::readVarInside(SRData& value, SRMBString* name)
+{
+    const TraceScope scope(*this, L"while processing script variable");
+    if (name)
+        readName(*name);
+    const int marker = GetByte();
+    const Nesting nesting(*this);
+    if (nesting.isTooDeep())
+        HandleBadData(getPosition(), L"while processing script variable,values are found nested too deep");
+    const MarkerRow* const row = isBad() ? nullptr : existingRow(marker);
+    if (row)
+        readWith(*row, value, marker);
     return isBad() ? static_cast<int>(kObjectEndType) : marker;
 }
 
-const SRCSerializer::MarkerRow& SRCSerializer::existingRow(int marker)
+const SRCSerializer::MarkerRow* SRCSerializer::existingRow(int marker)
 {
     const MarkerRow* const row = AMF0Markers::row(marker);
     if (!row)
-        throwBadData();
-    return *row;
+        raiseBadData();
+    return row;
 }
 
 void SRCSerializer::readName(SRMBString& name)
@@ -127,7 +107,8 @@ void SRCSerializer::readName(SRMBString& name)
     const TraceScope scope(*this, L"while processing name");
     std::string_view text;
     if (readText(kShortText, text))
-        name = SRMBString(text.substr(0, text.find('\0')));
+        name = SRMBString::counted(text.substr(0, text.find('\0')));
+    chargeText(name.size());
 }
 
 void SRCSerializer::readNothing(SRData&, int) {}
@@ -161,7 +142,7 @@ void SRCSerializer::readString(SRData& value, int marker)
 {
     const bool isLong = marker == kLongStringType || marker == kXMLType;
     std::string_view text;
-    if (readText(isLong ? kLongText : kShortText, text))
+    if (readText(isLong ? kLongText : kShortText, text) && chargeText(text.size()))
         value.initText(text.data(), text.size(), marker == kXMLType ? kXMLType : kStringType);
 }
 
@@ -191,6 +172,8 @@ void SRCSerializer::readBlobBytes(SRData& value, unsigned length)
         return;
     }
     const unsigned char* const bytes = GetData(length);
+    if (!chargeAllocated(sizeof(SRMemory)) || !chargeAllocated(length))
+        return;
     SRBuffer buffer(length);
     std::memcpy(buffer.base(), bytes, length);
     buffer.memory()->setUsed(length);
@@ -201,23 +184,24 @@ void SRCSerializer::readBlobBytes(SRData& value, unsigned length)
 void SRCSerializer::readReference(SRData& value, int)
 {
     const unsigned index = GetWord();
-    if (!isBad() && index < m_objects.size() && m_objects[index].array)
+    if (!isBad() && index < m_objects.size() && m_objects[index].kind != kUndefinedType)
         shareTableEntry(value, index, kArrayType);
 }
 
 void SRCSerializer::ProcessObjectType(SRData& value, int marker)
 {
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(marker);
+    const SRDataArrayPtr array = newArray(marker);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), marker);
     if (marker == kTypedObjectType) {
         std::string_view className;
         if (!readText(kShortText, className))
             return;
+        chargeText(className.size());
+        chargeNamed(*array);
         SRData text;
         text.initText(className.data(), className.size());
-        array->append(SRMBString(kClassNameEntry), std::move(text));
+        array->append(SRMBString::counted(SRNameList::kClassNameEntry), std::move(text));
     }
     readEntries(*array);
 }
@@ -226,8 +210,7 @@ void SRCSerializer::readECMAArray(SRData& value, int)
 {
     // The count is a hint that writers need not keep to.
     GetDWord();
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(kArrayType);
+    const SRDataArrayPtr array = newArray(kArrayType);
     const Building building(*this, array.get(), Building::Table::kLeave);
     value.init(array.get(), kArrayType);
     readEntries(*array);
@@ -242,16 +225,17 @@ void SRCSerializer::readStrictArray(SRData& value, int)
             L"while serializing the array length,length of array is found longer than remaining bytes");
         return;
     }
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(kStrictArrayType);
-    array->reserve(static_cast<int>(std::min(count, kTrustedCount)));
+    const SRDataArrayPtr array = newArray(kStrictArrayType);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kArrayType);
-    for (unsigned i = 0; i < count; ++i) {
+    Promise promise(*this, count);
+    array->reserve(promise.room());
+    charge(count > 0 ? kEntriesBytes : 0);
+    while (promise.takeOne()) {
         SRData element;
-        if (readVar(element, nullptr) == kObjectEndType)
+        if (readVar(element, nullptr) == kObjectEndType || !charge(sizeof(SRData)))
             return;
-        array->append(indexName(i), std::move(element));
+        array->append(std::move(element));
     }
 }
 
@@ -260,27 +244,40 @@ void SRCSerializer::readAMF3Switch(SRData& value, int)
     readAMF3Var(value);
 }
 
+bool SRCSerializer::chargeNamed(const SRDataArray& array)
+{
+    return charge(sizeof(SRData) + sizeof(SRMBString) + (array.empty() ? kEntriesBytes : 0));
+}
+
 void SRCSerializer::readEntries(SRDataArray& array)
 {
     for (;;) {
         SRMBString name;
         SRData value;
-        if (readVar(value, &name) == kObjectEndType)
+        if (readVar(value, &name) == kObjectEndType || !chargeNamed(array))
             return;
         array.append(std::move(name), std::move(value));
     }
 }
 
-SRMBString SRCSerializer::indexName(unsigned index)
-{
-    std::array<char, 10> digits;
-    const auto end = std::to_chars(digits.data(), digits.data() + digits.size(), index).ptr;
-    return SRMBString(digits.data(), static_cast<std::size_t>(end - digits.data()));
-}
-
 // Skipping.
 
 int SRCSerializer::skipVar()
+{
+    DeferredThrow deferred(*this);
+    int marker = kObjectEndType;
+    try {
+        marker = skipVarInside();
+    } catch (const SROutOfMemory&) {
+        m_readStarved = true;
+    } catch (const std::bad_alloc&) {
+        m_readStarved = true;
+    }
+    deferred.finish();
+    return marker;
+}
+
+int SRCSerializer::skipVarInside()
 {
     if (atEnd())
         return kObjectEndType;
@@ -296,7 +293,8 @@ int SRCSerializer::skipVar()
 int SRCSerializer::skipMarked()
 {
     const int marker = GetByte();
-    existingRow(marker);
+    if (!existingRow(marker))
+        return marker;
     switch (marker) {
         case kNumberType:
         case kInt64Type:
@@ -327,6 +325,7 @@ int SRCSerializer::skipMarked()
             break;
         }
         case kTypedObjectType:
+            joinTableEmpty(marker);
             GetData(GetWord());
             skipEntries();
             break;
@@ -335,20 +334,12 @@ int SRCSerializer::skipMarked()
             skipEntries();
             break;
         case kObjectType:
+            joinTableEmpty(marker);
             skipEntries();
             break;
-        case kStrictArrayType: {
-            const unsigned count = GetDWord();
-            if (count > getRemaining())
-                HandleBadData(getPosition(),
-                              L"while parsing the strict array type,length of array is found greater "
-                              L"than remaining bytes");
-            for (unsigned i = 0; i < count; ++i) {
-                if (skipVar() == kObjectEndType)
-                    break;
-            }
+        case kStrictArrayType:
+            skipElements();
             break;
-        }
         case kAvmPlusObjectType: {
             // Later values may refer to its texts and objects, so it takes its places in the tables.
             SRData dropped;
@@ -365,12 +356,28 @@ void SRCSerializer::skipEntries()
 {
     do
         GetData(GetWord());
-    while (!isBad() && skipVar() != kObjectEndType);
+    while (!isBad() && skipVarInside() != kObjectEndType);
+}
+
+void SRCSerializer::skipElements()
+{
+    const unsigned count = GetDWord();
+    if (count > getRemaining()) {
+        HandleBadData(
+            getPosition(),
+            L"while parsing the strict array type,length of array is found greater than remaining bytes");
+        return;
+    }
+    joinTableEmpty(kStrictArrayType);
+    for (unsigned i = 0; i < count; ++i) {
+        if (skipVarInside() == kObjectEndType)
+            return;
+    }
 }
 
 // Writing.
 
-int SRCSerializer::writeVar(const SRData& value, const SRMBString* name)
+int SRCSerializer::writeVar(const SRData& value, const std::string_view* name)
 {
     // Once something could not be written, all that is open is closed: trying on and on could take for ever.
     if (m_depth == 0)
@@ -383,14 +390,16 @@ int SRCSerializer::writeVar(const SRData& value, const SRMBString* name)
         if (nesting.isTooDeep())
             throw Unwritable();
         if (name)
-            writeName(name->view());
+            writeName(*name);
         return writeMarked(value);
     } catch (const Unwritable&) {
-        return mark.goBack();
+    } catch (const OutputLimitReached&) {
     } catch (const SROutOfMemory&) {
-        m_writeStarved |= !isOutputFull();
-        return mark.goBack();
+        m_writeStarved = true;
+    } catch (const std::bad_alloc&) {
+        m_writeStarved = true;
     }
+    return mark.goBack();
 }
 
 void SRCSerializer::writeName(std::string_view name)
@@ -404,7 +413,7 @@ int SRCSerializer::markerFor(const SRData& value) const
 {
     const bool isAMF3 = getEncoding() == kAMF3;
     const auto ownOrReference = [&]() -> int {
-        const int index = findInTable(value.payload.array);
+        const int index = findInTable(value);
         return index >= 0 && index <= kMaxReference ? static_cast<int>(kReferenceType) : value.kind;
     };
     switch (value.kind) {
@@ -450,7 +459,7 @@ int SRCSerializer::writeMarked(const SRData& value)
             PutByte(value.payload.boolean ? 1 : 0);
             break;
         case kReferenceType:
-            PutWord(static_cast<unsigned short>(findInTable(value.payload.array)));
+            PutWord(static_cast<unsigned short>(findInTable(value)));
             break;
         case kObjectType:
         case kTypedObjectType:
@@ -484,7 +493,8 @@ int SRCSerializer::writeMarked(const SRData& value)
 int SRCSerializer::classNameOf(const SRDataArray& array, std::string_view& name)
 {
     name = kAnonymousClass;
-    if (array.empty() || array.getPropertyNameConst(0) != kClassNameEntry)
+    SRDataArray::NameBuffer buffer;
+    if (array.getNameView(0, buffer) != SRNameList::kClassNameEntry)
         return 0;
     const SRData& value = array.getPropertyValueConst(0);
     name = value.kind == kStringType ? value.textView() : std::string_view();
@@ -528,8 +538,10 @@ void SRCSerializer::writeStrictArray(SRDataArray& array)
 
 void SRCSerializer::writeEntries(const SRDataArray& array, int first)
 {
+    SRDataArray::NameBuffer buffer;
     for (int i = first; i < array.getSize(); ++i) {
-        if (writeVar(array.getPropertyValueConst(i), &array.getPropertyNameConst(i)) == kObjectEndType)
+        const std::string_view name = array.getNameView(i, buffer);
+        if (writeVar(array.getPropertyValueConst(i), &name) == kObjectEndType)
             break;
     }
     PutString(std::string_view(), kShortText);

@@ -7,9 +7,7 @@
 
 #include <algorithm>
 #include <array>
-#include <bit>
 #include <cmath>
-#include <cstdlib>
 
 namespace {
 
@@ -35,13 +33,6 @@ enum AMF3Marker : unsigned char
     kDictionary3 = 17,
 };
 
-// Array kinds of the carriers by which values that are no objects take their places in the object table.
-constexpr int kArrayCarrier = 9;
-constexpr int kObjectCarrier = 10;
-constexpr int kDateCarrier = 11;
-constexpr int kByteArrayCarrier = 12;
-constexpr int kXMLCarrier = 15;
-
 // A header with this bit has its content behind it; without it, it is a reference.
 constexpr unsigned kInline = 1;
 constexpr unsigned kTraitsMask = 3;
@@ -50,13 +41,11 @@ constexpr unsigned kExternalizable = 7;
 constexpr unsigned kDynamic = 8;
 constexpr unsigned kDynamicInlineHeader = 0x0B;
 
+// What the first entries of a vector or dictionary take.
+constexpr std::size_t kCountedEntriesBytes = 3 * sizeof(SRData);
+
 constexpr int kMinInteger = -0x10000000;
 constexpr int kMaxInteger = 0x0FFFFFFF;
-
-SRMBString decimal(unsigned value)
-{
-    return SRMBString::format("%u", value);
-}
 
 unsigned elementBytes(int vectorMarker)
 {
@@ -69,6 +58,15 @@ unsigned elementBytes(int vectorMarker)
         default:
             return 1;
     }
+}
+
+// The names of a vector's or dictionary's entries.
+const SRNameListPtr& namesOf(int marker)
+{
+    static const SRNameListPtr kVector(new SRNameList({"size", "fixed", "value"}, 1));
+    static const SRNameListPtr kObjects(new SRNameList({"size", "fixed", "closure", "value"}, 1));
+    static const SRNameListPtr kDictionary(new SRNameList({"size", "weak", "key", "value"}, 2));
+    return marker == kDictionary3 ? kDictionary : marker == kObjectVector3 ? kObjects : kVector;
 }
 
 // The double is an integer that has 29 bits with its sign. (A negative zero is not: it would lose its sign.)
@@ -150,25 +148,23 @@ bool SRCSerializer::isTableIndex(unsigned index, const wchar_t* what)
     if (isBad())
         return false;
     if (index < m_objects.size())
-        return static_cast<bool>(m_objects[index].array);
+        return m_objects[index].kind != kUndefinedType;
     HandleBadData(getPosition(), SRString::format(L"%S%u is found greater than refTable size ", what, index));
     return false;
 }
 
-const SRData* SRCSerializer::findCarried(unsigned index, const wchar_t* what, int carrierKind)
+const SRData* SRCSerializer::findCarried(unsigned index, const wchar_t* what, int kind)
 {
     if (!isTableIndex(index, what))
         return nullptr;
-    const SRDataArray& array = *m_objects[index].array;
-    return array.getKind() == carrierKind && !array.empty() ? &array.getPropertyValueConst(0) : nullptr;
-}
-
-void SRCSerializer::addCarrier(int carrierKind, const char* name, const SRData& value)
-{
-    const SRDataArrayPtr carrier(new SRDataArray);
-    carrier->setKind(carrierKind);
-    carrier->append(SRMBString(name), SRData(value));
-    joinTable(carrier.get());
+    const SRData& entry = m_objects[index];
+    if (entry.kind == kind)
+        return &entry;
+    if (!entry.isArrayKind())
+        return nullptr;
+    const SRDataArray& array = *entry.payload.array;
+    const int carrier = kind == kDateType ? kDateCarrier : kind == kXMLType ? kXMLCarrier : kByteArrayCarrier;
+    return array.getKind() == carrier && !array.empty() ? &array.getPropertyValueConst(0) : nullptr;
 }
 
 void SRCSerializer::readAMF3Date(SRData& value, int)
@@ -176,29 +172,28 @@ void SRCSerializer::readAMF3Date(SRData& value, int)
     const unsigned header = ReadUint29();
     if ((header & kInline) == 0) {
         if (const SRData* date =
-                findCarried(header >> 1, L"While serializing the date atom, the object index ", kDateCarrier))
+                findCarried(header >> 1, L"While serializing the date atom, the object index ", kDateType))
             value.copy(*date);
         return;
     }
     value.setDate(GetDouble(), 0);
-    addCarrier(kDateCarrier, "time", value);
+    joinTable(SRData(value));
 }
 
 void SRCSerializer::readAMF3XML(SRData& value, int)
 {
     const unsigned header = ReadUint29();
     if ((header & kInline) == 0) {
-        const SRData* const xml =
-            findCarried(header >> 1, L"While serializing the XML atom, the object index ", kXMLCarrier);
-        if (xml && chargeExpansion(xml->textView().size()))
+        if (const SRData* xml =
+                findCarried(header >> 1, L"While serializing the XML atom, the object index ", kXMLType))
             value.copy(*xml);
         return;
     }
     std::string_view text;
-    if (!readXMLText(header, text))
+    if (!readXMLText(header, text) || !chargeText(text.size()))
         return;
     value.initText(text.data(), text.size(), kXMLType);
-    addCarrier(kXMLCarrier, "xml", value);
+    joinTable(SRData(value));
 }
 
 void SRCSerializer::readAMF3ByteArray(SRData& value, int)
@@ -206,7 +201,7 @@ void SRCSerializer::readAMF3ByteArray(SRData& value, int)
     const unsigned header = ReadUint29();
     if ((header & kInline) == 0) {
         if (const SRData* bytes = findCarried(
-                header >> 1, L"While serializing the byte array atom, the object index ", kByteArrayCarrier))
+                header >> 1, L"While serializing the byte array atom, the object index ", kBlobType))
             value.copy(*bytes);
         return;
     }
@@ -218,14 +213,24 @@ void SRCSerializer::readAMF3ByteArray(SRData& value, int)
         return;
     }
     readBlobBytes(value, length);
-    addCarrier(kByteArrayCarrier, "bytes", value);
+    joinTable(SRData(value));
+}
+
+bool SRCSerializer::readElement(SRDataArray& array)
+{
+    SRData value;
+    readAMF3Var(value);
+    if (isBad() || !charge(sizeof(SRData)))
+        return false;
+    array.append(std::move(value));
+    return true;
 }
 
 bool SRCSerializer::readNamedVar(SRDataArray& array, SRMBString&& name)
 {
     SRData value;
     readAMF3Var(value);
-    if (isBad())
+    if (isBad() || !chargeNamed(array))
         return false;
     array.append(std::move(name), std::move(value));
     return true;
@@ -245,27 +250,27 @@ void SRCSerializer::readAMF3Array(SRData& value, int)
                       L"while serializing the array atom,array length found greater than remaining bytes");
         return;
     }
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(kArrayCarrier);
+    const SRDataArrayPtr array = newArray(kArrayCarrier);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kArrayType);
 
     // The named elements come first and go behind the others.
-    SRDataArray named;
-    for (SRMBString name; readAMF3Text(name);) {
-        if (!readNamedVar(named, std::move(name)))
-            break;
+    if (count == 0) {
+        readNamedVars(*array);
+        return;
     }
-    array->reserve(static_cast<int>(std::min(count, kTrustedCount)));
-    for (unsigned i = 0; i < count; ++i) {
-        if (isBad() || !readNamedVar(*array, indexName(i)))
-            break;
+    SRDataArray named;
+    readNamedVars(named);
+    Promise promise(*this, count);
+    array->reserve(promise.room());
+    charge(kEntriesBytes);
+    while (!isBad() && promise.takeOne() && readElement(*array)) {
     }
     for (int i = 0; i < named.getSize(); ++i)
-        array->append(std::move(named.getPropertyName(i)), std::move(named.getPropertyValue(i)));
+        array->append(named.getPropertyNameConst(i), std::move(named.getPropertyValue(i)));
 }
 
-SRDataArrayPtr SRCSerializer::readTraits(unsigned header)
+SRNameListPtr SRCSerializer::readTraits(unsigned header)
 {
     if ((header & kExternalizable) == kExternalizable) {
         HandleBadData(
@@ -287,9 +292,7 @@ SRDataArrayPtr SRCSerializer::readTraits(unsigned header)
                              index));
         return nullptr;
     }
-    SRDataArrayPtr traits(new SRDataArray);
-    traits->append(decimal(header), SRData());
-    traits->append(ReadAMF3String(), SRData());
+    const SRMBString className = ReadAMF3String();
     const unsigned count = header >> 4;
     if (count > getRemaining()) {
         HandleBadData(
@@ -299,17 +302,42 @@ SRDataArrayPtr SRCSerializer::readTraits(unsigned header)
                              count));
         return nullptr;
     }
+    std::vector<SRMBString> members;
     for (unsigned i = 0; i < count && !isBad(); ++i)
-        traits->append(ReadAMF3String(), SRData());
+        members.push_back(ReadAMF3String());
     if (isBad())
         return nullptr;
-    m_traits.push_back(traits);
-    return traits;
+    m_traits.push_back(makeTraits(className, std::move(members), (header & kDynamic) != 0));
+    return isBad() ? SRNameListPtr() : m_traits[m_traits.size() - 1];
+}
+
+SRNameListPtr SRCSerializer::makeTraits(const SRMBString& className, std::vector<SRMBString>&& members,
+                                        bool isDynamic)
+{
+    charge(sizeof(SRNameListPtr));
+    // Anonymous objects describe their class each: one description serves all.
+    if (members.empty() && m_traits.size() > 0) {
+        const SRNameListPtr& last = m_traits[m_traits.size() - 1];
+        if (last->memberCount() == 0 && last->isDynamic() == isDynamic &&
+            last->firstValue().textView() == className.view())
+            return last;
+    }
+    chargeAllocated(sizeof(SRNameList));
+    if (!members.empty())
+        chargeAllocated(sizeof(std::size_t) + members.size() * sizeof(SRMBString));
+    return SRNameListPtr(new SRNameList(className, std::move(members), isDynamic));
+}
+
+void SRCSerializer::readNamedVars(SRDataArray& array)
+{
+    for (SRMBString name; readAMF3Text(name);) {
+        if (!readNamedVar(array, std::move(name)))
+            return;
+    }
 }
 
 void SRCSerializer::readAMF3Object(SRData& value, int)
 {
-    constexpr int kFirstMember = 2;
     const unsigned header = ReadUint29();
     if ((header & kInline) == 0) {
         if (isTableIndex(header >> 1, L"While serializing the object atom, the object index "))
@@ -318,32 +346,23 @@ void SRCSerializer::readAMF3Object(SRData& value, int)
     }
     if (isBad())
         return;
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(kObjectCarrier);
+    const SRNameListPtr traits = readTraits(header);
+    const SRDataArrayPtr array = newArray(kObjectCarrier, traits);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kAvmPlusObjectType);
-
-    const SRDataArrayPtr traits = readTraits(header);
     if (!traits)
         return;
-    // Names that a class description gives again are references to texts like any other.
-    const bool isReference = (header & kTraitsMask) == kTraitsReference;
-    const auto giveName = [&](int i) {
-        const SRMBString& name = traits->getPropertyNameConst(i);
-        return !isReference || chargeExpansion(name.size()) ? name : SRMBString();
-    };
-    array->append(SRMBString(kClassNameEntry), SRData(giveName(1)));
-    for (int i = kFirstMember; i < traits->getSize(); ++i) {
-        if (isBad() || !readNamedVar(*array, giveName(i)))
-            return;
+    if (const unsigned count = traits->memberCount(); count > 0) {
+        Promise promise(*this, count);
+        array->reserve(1 + promise.room());
+        charge(2 * sizeof(SRData));
+        while (promise.takeOne()) {
+            if (isBad() || !readElement(*array))
+                return;
+        }
     }
-    const unsigned long flags = std::strtoul(traits->getPropertyNameConst(0).c_str(), nullptr, 10);
-    if ((flags & kDynamic) == 0)
-        return;
-    for (SRMBString name; readAMF3Text(name);) {
-        if (!readNamedVar(*array, std::move(name)))
-            return;
-    }
+    if (traits->isDynamic())
+        readNamedVars(*array);
 }
 
 void SRCSerializer::readAMF3Vector(SRData& value, int marker)
@@ -361,16 +380,18 @@ void SRCSerializer::readAMF3Vector(SRData& value, int marker)
             L"while serializing the vector atom,length of vector is found greater than remaining bytes");
         return;
     }
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(kAvmPlusObjectType);
+    const SRDataArrayPtr array = newArray(kAvmPlusObjectType, namesOf(marker));
+    charge(kCountedEntriesBytes);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kAvmPlusObjectType);
-    array->append(SRMBString("size"), SRData(count));
-    array->append(SRMBString("fixed"), SRData(GetByte() == 1));
+    Promise promise(*this, count);
+    array->reserve(promise.room() + (marker == kObjectVector3 ? 3 : 2));
+    array->append(SRData(count));
+    array->append(SRData(GetByte() == 1));
     if (marker == kObjectVector3)
-        array->append(SRMBString("closure"), SRData(ReadAMF3String()));
+        array->append(SRData(ReadAMF3String()));
 
-    for (unsigned i = 0; i < count && !isBad(); ++i) {
+    while (!isBad() && promise.takeOne()) {
         SRData element;
         switch (marker) {
             case kIntVector3:
@@ -386,8 +407,8 @@ void SRCSerializer::readAMF3Vector(SRData& value, int marker)
                 readAMF3Var(element);
                 break;
         }
-        if (!isBad())
-            array->append(SRMBString("value"), std::move(element));
+        if (!isBad() && charge(sizeof(SRData)))
+            array->append(std::move(element));
     }
 }
 
@@ -407,15 +428,15 @@ void SRCSerializer::readAMF3Dictionary(SRData& value, int)
             L"bytes");
         return;
     }
-    const SRDataArrayPtr array(new SRDataArray);
-    array->setKind(kAvmPlusObjectType);
+    const SRDataArrayPtr array = newArray(kAvmPlusObjectType, namesOf(kDictionary3));
+    charge(kCountedEntriesBytes);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kAvmPlusObjectType);
-    array->append(SRMBString("size"), SRData(count));
-    array->append(SRMBString("weak"), SRData(GetByte() == 1));
-    for (unsigned i = 0; i < count && !isBad(); ++i) {
-        if (!readNamedVar(*array, SRMBString("key")) || !readNamedVar(*array, SRMBString("value")))
-            return;
+    Promise promise(*this, count * 2);
+    array->reserve(promise.room() + 2);
+    array->append(SRData(count));
+    array->append(SRData(GetByte() == 1));
+    while (!isBad() && promise.takeOne() && readElement(*array)) {
     }
 }
 
@@ -504,8 +525,9 @@ bool SRCSerializer::writeAMF3Reference(SRDataArray& array)
 
 void SRCSerializer::writeAMF3Entries(const SRDataArray& array, int first)
 {
+    SRDataArray::NameBuffer buffer;
     for (int i = first; i < array.getSize(); ++i) {
-        const SRMBString& name = array.getPropertyNameConst(i);
+        const std::string_view name = array.getNameView(i, buffer);
         // The empty name is the end of the list.
         if (name.empty())
             throw Unwritable();
@@ -570,43 +592,36 @@ void SRCSerializer::writeAMF3Dictionary(SRDataArray& array)
         writeAMF3Var(array.getPropertyValueConst(kFirst + static_cast<int>(i)));
 }
 
-SRCSerializer::DateKey SRCSerializer::dateKey(const SRData& date)
+// Writes a reference to an equal date or XML; the first of its sort joins the table.
+bool SRCSerializer::writeKnown(const SRData& value)
 {
-    return {std::bit_cast<std::uint64_t>(date.getDate()), date.getTimeZone()};
+    const int index = findInTable(value);
+    if (index < 0) {
+        joinTable(SRData(value));
+        return false;
+    }
+    WriteUint29(static_cast<unsigned>(index) * 2);
+    return true;
 }
 
 void SRCSerializer::writeAMF3Date(const SRData& value)
 {
-    const auto known = m_dateIndex.find(dateKey(value));
-    if (known != m_dateIndex.end()) {
-        WriteUint29(known->second * 2);
+    if (writeKnown(value))
         return;
-    }
-    const unsigned index = m_nextObject;
-    addCarrier(kDateCarrier, "time", value);
-    m_dateIndex.emplace(dateKey(value), index);
     WriteUint29(kInline);
     PutDouble(value.getDate());
 }
 
 void SRCSerializer::writeAMF3XML(const SRData& value)
 {
-    const std::string text(value.textView());
-    const auto known = m_xmlIndex.find(text);
-    if (known != m_xmlIndex.end()) {
-        WriteUint29(known->second * 2);
-        return;
-    }
-    const unsigned index = m_nextObject;
-    addCarrier(kXMLCarrier, "xml", value);
-    m_xmlIndex.emplace(text, index);
-    WriteXMLString(text);
+    if (!writeKnown(value))
+        WriteXMLString(value.textView());
 }
 
 void SRCSerializer::writeAMF3ByteArray(const SRData& value)
 {
     const SRBuffer bytes(value);
-    addCarrier(kByteArrayCarrier, "bytes", value);
+    joinTable(SRData(value));
     WriteUint29(bytes.length() * 2 + kInline);
     PutData(bytes.data(), bytes.length());
 }

@@ -12,6 +12,7 @@
 #include <array>
 #include <cstring>
 #include <iterator>
+#include <new>
 
 namespace {
 
@@ -73,6 +74,17 @@ void SRCommand::init(unsigned char type)
     const bool isCommand = type == kMsgCmd || type == kMsgCmdEx;
     if (!isCommand && type != kMsgData && type != kMsgDataEx)
         krx::util::assertFailed(kSourceFile, kTypeLine);
+    try {
+        parseOrTell(type, isCommand);
+    } catch (const std::bad_alloc&) {
+        throw SROutOfMemory();
+    }
+    // Nothing refers to them any more.
+    CleanDirtyFlags();
+}
+
+void SRCommand::parseOrTell(unsigned char type, bool isCommand)
+{
     try {
         parse(isCommand);
     } catch (const SRBreakConnection& e) {
@@ -255,14 +267,26 @@ bool SRCommand::serializeDataResponse()
 
 SRMessagePtr SRCommand::makeMessage(Response response) const
 {
+    try {
+        return tryMakeMessage(response);
+    } catch (const std::bad_alloc&) {
+        throw SROutOfMemory();
+    }
+}
+
+SRMessagePtr SRCommand::tryMakeMessage(Response response) const
+{
     const bool isAMF3 = getEncoding() == kAMF3;
     SRCSerializer out;
     out.setEncoding(getEncoding());
     out.setOutputLimit(kMaxMessageLength);
     if (isAMF3)
         out.PutByte(0);
-    if (!serializeTo(out, response))
+    if (!serializeTo(out, response)) {
+        if (out.hasWriteStarved())
+            throw SROutOfMemory();
         return nullptr;
+    }
     SRMessagePtr message = SRMessage::create(out.getPosition());
     if (!message->write(out.getBuffer(), out.getPosition()))
         return nullptr;

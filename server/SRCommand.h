@@ -123,11 +123,13 @@ private:
 
     void init(unsigned char type);
     void parse(bool isCommand);
+    void parseOrTell(unsigned char type, bool isCommand);
     void tellFailure(unsigned char type);
     void readValue(SRData& value) { GetVar(&value, false); }
     void appendToFirstArg(const SRMBString& name, const SRData& value, SRDataKind kindOfNew);
     bool serializeTo(SRCSerializer& out, Response response) const;
     SRMessagePtr makeMessage(Response response) const;
+    SRMessagePtr tryMakeMessage(Response response) const;
 
     int m_command = 0;
     SRData m_methodName;

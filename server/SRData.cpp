@@ -14,10 +14,20 @@
 #include <functional>
 #include <limits>
 #include <memory>
+#include <new>
 #include <type_traits>
 #include <utility>
 
 static_assert(std::is_trivially_copyable_v<SRDataValue> && sizeof(SRData) == sizeof(SRDataValue));
+static_assert(sizeof(SRData) == 16);
+
+/// A part of a memory that does not begin with it.
+struct SRBlobSpan : SRObject
+{
+    SRMemoryPtr memory;
+    unsigned start = 0;
+    unsigned end = 0;
+};
 
 namespace {
 
@@ -68,9 +78,7 @@ bool SRData::isArrayKind(int kind)
 
 void SRData::fieldInit()
 {
-    kind = kUndefinedType;
-    amf3Hint = kNoHint;
-    payload = Payload{};
+    static_cast<SRDataValue&>(*this) = SRDataValue();
 }
 
 void SRData::clear() noexcept
@@ -79,8 +87,10 @@ void SRData::clear() noexcept
         pool().release(payload.text);
     } else if (isArrayKind()) {
         payload.array->_release();
-    } else if (kind == kBlobType && payload.blob.memory) {
-        payload.blob.memory->_release();
+    } else if (kind == kBlobType && hasSpan) {
+        payload.span->_release();
+    } else if (kind == kBlobType && payload.memory) {
+        payload.memory->_release();
     }
     fieldInit();
 }
@@ -124,7 +134,7 @@ void SRData::initText(const char* text, std::size_t n, SRDataKind textKind)
     }
     if (n > SRStringPool::kMaxLength)
         throw SROutOfMemory();
-    char* const block = pool().get(text, static_cast<int>(n));
+    char* const block = pool().getCounted(text, static_cast<int>(n));
     clear();
     payload.text = block;
     kind = textKind;
@@ -142,7 +152,15 @@ void SRData::init(const wchar_t* text)
 
 void SRData::init(const SRMBString& text)
 {
-    initText(text.c_str(), text.size());
+    const bool isWhole = std::memchr(text.c_str(), 0, text.size()) == nullptr;
+    if (!isWhole || SRStringPool::type(text.c_str()) != SRStringPool::kCounted) {
+        initText(text.c_str(), text.size());
+        return;
+    }
+    char* const block = pool().share(const_cast<char*>(text.c_str()));
+    clear();
+    payload.text = block;
+    kind = kStringType;
 }
 
 void SRData::setAndEatString(char* text)
@@ -171,18 +189,32 @@ void SRData::init(SRDataArray* array, int arrayKind)
 void SRData::init(const SRBuffer& buffer)
 {
     SRMemory* const memory = buffer.memory().get();
-    if (memory)
+    SRBlobSpan* span = nullptr;
+    if (memory && buffer.getStart() > 0) {
+        span = new (std::nothrow) SRBlobSpan;
+        if (!span)
+            throw SROutOfMemory();
+        span->memory = buffer.memory();
+        span->start = buffer.getStart();
+        span->end = buffer.getEnd();
+        span->_use();
+    } else if (memory) {
         memory->_use();
+    }
     clear();
-    if (memory)
-        payload.blob = Blob{memory, buffer.getStart(), buffer.getEnd()};
     kind = kBlobType;
+    hasSpan = span != nullptr;
+    if (span)
+        payload.span = span;
+    else
+        payload.memory = memory;
+    blobEnd = memory && !span ? buffer.getEnd() : 0;
 }
 
-void SRData::init(const SRTime& time, int timeZone)
+void SRData::init(const SRTime& time, int zone)
 {
     constexpr double kMsPerSecond = 1000;
-    setDate(time.getSeconds() * kMsPerSecond, timeZone);
+    setDate(time.getSeconds() * kMsPerSecond, zone);
 }
 
 void SRData::initNull()
@@ -191,21 +223,24 @@ void SRData::initNull()
     kind = kNullType;
 }
 
-void SRData::setDate(double ms, int timeZone)
+void SRData::setDate(double ms, int zone)
 {
     clear();
-    payload.date = Date{ms, timeZone};
+    payload.number = ms;
+    timeZone = zone;
     kind = kDateType;
 }
 
 void SRData::acquire(SRDataValue& value)
 {
     if (value.kind == kStringType || value.kind == kXMLType)
-        value.payload.text = pool().get(value.payload.text, SRStringPool::length(value.payload.text));
+        value.payload.text = pool().share(value.payload.text);
     else if (isArrayKind(value.kind))
         value.payload.array->_use();
-    else if (value.kind == kBlobType && value.payload.blob.memory)
-        value.payload.blob.memory->_use();
+    else if (value.kind == kBlobType && value.hasSpan)
+        value.payload.span->_use();
+    else if (value.kind == kBlobType && value.payload.memory)
+        value.payload.memory->_use();
 }
 
 void SRData::copy(const SRDataValue& other)
@@ -229,7 +264,7 @@ SRData::operator double() const
         case kStringType:
             return std::strtod(payload.text, nullptr);
         case kDateType:
-            return payload.date.ms / kMsPerSecond;
+            return payload.number / kMsPerSecond;
         case kInt64Type:
             return static_cast<double>(payload.integer);
         default:
@@ -312,9 +347,9 @@ SRData::operator SRBuffer() const
         krx::util::assertFailed(kSourceFile, kBlobLine);
         return SRBuffer();
     }
-    if (!payload.blob.memory)
-        return SRBuffer();
-    return SRBuffer(SRMemoryPtr(payload.blob.memory), payload.blob.start, payload.blob.end);
+    if (hasSpan)
+        return SRBuffer(payload.span->memory, payload.span->start, payload.span->end);
+    return payload.memory ? SRBuffer(SRMemoryPtr(payload.memory), 0, blobEnd) : SRBuffer();
 }
 
 int SRData::stringLen() const
@@ -324,12 +359,14 @@ int SRData::stringLen() const
 
 void SRData::toString(SRData& out) const
 {
-    if (isTextKind()) {
-        const std::string_view text = textView();
-        out.initText(text.data(), text.size());
+    if (!isTextKind()) {
+        out.init(toText());
         return;
     }
-    out.init(toText());
+    char* const block = pool().share(payload.text);
+    out.clear();
+    out.payload.text = block;
+    out.kind = kStringType;
 }
 
 SRMBString SRData::toText(std::size_t maxBytes) const
@@ -364,9 +401,9 @@ int SRData::compare(const SRData& a, const SRData& b)
         case kInt64Type:
             return order(a.payload.integer, b.payload.integer);
         case kDateType:
-            if (a.payload.date.timeZone != b.payload.date.timeZone)
+            if (a.timeZone != b.timeZone)
                 return kIncomparable;
-            return order(a.payload.date.ms, b.payload.date.ms);
+            return order(a.payload.number, b.payload.number);
         case kNullType:
         case kUndefinedType:
             return 0;

@@ -8,10 +8,11 @@
 #include "util/SRString.h"
 #include "util/SRTime.h"
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <functional>
 #include <string_view>
-#include <vector>
 
 /// Kinds of values. The codes are those of the AMF0 type markers, with extensions from 32 on. A value never
 /// has the kinds 4, 7, 9, 12 and 13: these are markers only.
@@ -40,40 +41,37 @@ enum SRDataKind : unsigned char
 
 class SRDataArray;
 using SRDataArrayPtr = SRPtr<SRDataArray>;
+struct SRBlobSpan;
+class SRNameList;
 
-/// The plain part of a value: it owns nothing by itself and can be moved about byte by byte.
+/// The plain part of a value: it owns nothing by itself and can be moved about byte by byte. Data that is
+/// read has as many of these as it has bytes, at worst: it has 16 bytes.
 struct SRDataValue
 {
-    struct Date
-    {
-        double ms;  ///< since 1970
-        int timeZone;
-    };
-    struct Blob
-    {
-        SRMemory* memory;
-        unsigned start;
-        unsigned end;
-    };
     union Payload {
-        Date date;
-        Blob blob;
         bool boolean;
-        double number;
+        double number;  ///< of a date: milliseconds since 1970
         long long integer;
         char* text;  ///< block of the string pool
         SRDataArray* array;
+        SRMemory* memory;  ///< of a blob that begins with its memory; null for a blob without memory
+        SRBlobSpan* span;  ///< of any other blob
     };
 
     static constexpr unsigned char kNoHint = 6;
 
     unsigned char kind = kUndefinedType;
     unsigned char amf3Hint = kNoHint;  ///< AMF3 marker that the value was read with or shall be written with
+    bool hasSpan = false;              ///< a blob's payload is a span
+    union {
+        int timeZone = 0;  ///< of a date
+        unsigned blobEnd;  ///< of a blob that begins with its memory
+    };
     Payload payload{};
 };
 
-/// A dynamically typed value. It owns its text, and one reference on its array or on its blob's memory; a
-/// copy has its own text and shares the array and the memory.
+/// A dynamically typed value. It owns one reference on its text, its array or its blob's memory, which a copy
+/// shares. Texts never change.
 class SRData : public SRDataValue
 {
 public:
@@ -87,7 +85,7 @@ public:
     explicit SRData(const wchar_t* text) { init(text); }
     explicit SRData(const SRMBString& text) { init(text); }
     explicit SRData(const SRBuffer& buffer) { init(buffer); }
-    SRData(const SRTime& time, int timeZone) { init(time, timeZone); }
+    SRData(const SRTime& time, int zone) { init(time, zone); }
     SRData(const SRDataArrayPtr& array, int arrayKind) { init(array.get(), arrayKind); }
     SRData(const SRData& other) : SRDataValue(other) { acquire(*this); }
     SRData(SRData&& other) noexcept { swap(other); }
@@ -114,16 +112,16 @@ public:
     void init(long long value);
     void init(const char* text);
     void init(const wchar_t* text);
-    void init(const SRMBString& text);
+    void init(const SRMBString& text);  ///< shares a text that is counted
     void init(const SRBuffer& buffer);
-    void init(const SRTime& time, int timeZone);
+    void init(const SRTime& time, int zone);
     /// Takes a reference on the array. A null array, and a kind that is no array kind (reported), leave the
     /// value undefined.
     void init(SRDataArray* array, int arrayKind);
     void initNull();
     /// A string (or, with kXMLType, XML) of the first n bytes, up to their first zero byte.
     void initText(const char* text, std::size_t n, SRDataKind textKind = kStringType);
-    void setDate(double ms, int timeZone);
+    void setDate(double ms, int zone);
     /// Takes over a text that was allocated as an array.
     void setAndEatString(char* text);
 
@@ -154,16 +152,15 @@ public:
     /// The blob, sharing its memory; for other kinds reported and empty.
     explicit operator SRBuffer() const;
     /// Milliseconds since 1970; 0 for kinds that are no dates.
-    double getDate() const { return kind == kDateType ? payload.date.ms : 0; }
-    int getTimeZone() const { return kind == kDateType ? payload.date.timeZone : 0; }
+    double getDate() const { return kind == kDateType ? payload.number : 0; }
+    int getTimeZone() const { return kind == kDateType ? timeZone : 0; }
     /// Length of a string in bytes; -1 for other kinds.
     int stringLen() const;
 
     /// Makes out a string: the readable form of this value.
     void toString(SRData& out) const;
     /// The same as a string. Arrays are rendered as "{name: value, name: value}", to at most maxBytes and
-    /// with
-    /// "{...}" where an array lies in itself or too deep.
+    /// with "{...}" where an array lies in itself or too deep.
     SRMBString toText(std::size_t maxBytes = kMaxTextBytes) const;
 
     /// Longest rendering of an array: references can make its full form exponentially long.
@@ -176,32 +173,45 @@ public:
     static int compare(const SRData& a, const SRData& b);
 
 private:
-    /// Gives a bytewise copy of a value its own text or reference. On failure (SROutOfMemory) the copy owns
-    /// nothing.
+    /// Gives a bytewise copy of a value its own reference. On failure (SROutOfMemory) the copy owns nothing.
     static void acquire(SRDataValue& value);
 };
 
 /// An ordered list of named values: objects and arrays of every sort. Duplicate names are kept; names are
-/// looked up ignoring the case of ASCII letters.
+/// looked up ignoring the case of ASCII letters. Several threads may read one array; nobody may read what
+/// another one changes.
+///
+/// Data that is read may mean an array for every two bytes, and a value for each, so an array without entries
+/// has 40 bytes, and names take none while they are implied: the first entries may be named by their index in
+/// decimal, or by a list that many arrays share. All functions that allocate throw SROutOfMemory and leave
+/// the array as it was.
 ///
 /// Releasing an array never recurses, however deep its values are nested. Arrays that lie in themselves keep
 /// themselves alive: whoever builds such a circle breaks it (a reader of serialized data does so at its end).
 class SRDataArray : public SRObject
 {
 public:
+    /// Room for the name of an index.
+    using NameBuffer = std::array<char, 12>;
+
     SRDataArray() = default;
     /// Empty, with room for capacity entries; a capacity below 1 is reported.
     explicit SRDataArray(int capacity);
-    /// New vectors; the values in them are copied as values are, so nested arrays are shared.
+    /// Empty. The first entries that are appended without a name have those of the list; its first value,
+    /// when it has one, is the array's.
+    explicit SRDataArray(const SRPtr<SRNameList>& names);
+    /// New entries; the values in them are copied as values are, so nested arrays are shared.
     SRDataArray(const SRDataArray& other);
+    ~SRDataArray() override;
     /// Takes the kind and sets every entry of other by index; surplus entries of this array stay.
     SRDataArray& operator=(const SRDataArray& other);
 
     int _release() const override;
 
+    /// Makes room for n entries in all.
     void reserve(int n);
-    int getSize() const;
-    bool empty() const { return m_values.empty(); }
+    int getSize() const { return static_cast<int>(m_size); }
+    bool empty() const { return m_size == 0; }
 
     /// The kind that the array stands for. For a carrier of an AMF3 value: 9 array, 10 object, 11 date, 12
     /// byte array, 15 XML. 6 on construction.
@@ -210,21 +220,27 @@ public:
 
     /// First index from start on with that name; -1 when there is none or name is null.
     int indexOf(const char* name, int start = 0) const;
-    /// The value under that name; an undefined value, not part of the array, when there is none.
+    /// The value under that name. When there is none: an undefined value that is not part of the array; the
+    /// next miss on the same thread makes it undefined again.
     SRData& operator[](const char* name);
     const SRData& operator[](const char* name) const;
 
-    /// Entry i, for which the array grows when needed. A negative index gives a value that is not part of it.
+    /// Entry i, for which the array grows when needed. A negative index gives a value that is not part of it,
+    /// as above. Asking for a name, by which it could be changed, is a change where names are implied.
     SRMBString& getPropertyName(int i);
     SRData& getPropertyValue(int i);
     /// Entry i; the empty name and the undefined value when there is none.
-    const SRMBString& getPropertyNameConst(int i) const;
+    SRMBString getPropertyNameConst(int i) const;
     const SRData& getPropertyValueConst(int i) const;
+    /// The name without a copy: the array's own or in buffer.
+    std::string_view getNameView(int i, NameBuffer& buffer) const;
 
     /// Sets entry i, for which the array grows when needed (a negative index: nothing happens). Returns 1.
     int setValue(int i, const SRMBString& name, const SRData& value);
     /// Appends an entry.
     void append(SRMBString&& name, SRData&& value);
+    /// Appends an entry under its implied name: the list's next, or its index.
+    void append(SRData&& value);
     void erase(int i);
 
     /// Same kind and same names in the same order; values are not looked at.
@@ -239,15 +255,43 @@ public:
     bool containsCircle() const;
 
 private:
-    bool isEntry(int i) const { return i >= 0 && static_cast<std::size_t>(i) < m_values.size(); }
+    /// What stands in front of the values. They are followed, after as many as there is room for, by the
+    /// names when names is set: those of the first m_implied entries are not there.
+    struct Block
+    {
+        unsigned capacity;
+        bool names;
+
+        SRData* values() { return reinterpret_cast<SRData*>(this + 1); }
+        SRMBString* nameSlots() { return reinterpret_cast<SRMBString*>(values() + capacity); }
+    };
+    union Link {
+        SRNameList* names;              ///< counted; null: implied names are indices
+        const SRDataArray* nextToFree;  ///< once nobody holds the array
+    };
+
+    bool isEntry(int i) const { return i >= 0 && static_cast<unsigned>(i) < m_size; }
+    Block* block() const { return m_block.load(std::memory_order_acquire); }
+    void setBlock(Block* block) { m_block.store(block, std::memory_order_release); }
+    const SRData& valueAt(unsigned i) const;
+    std::string_view impliedName(unsigned i, NameBuffer& buffer) const;
+    bool isImpliedName(unsigned i, std::string_view name) const;
+    Block& ownBlock();
+    /// Room for exactly capacity entries, unless there is more; with names also for these.
+    Block& makeRoom(unsigned capacity, bool names);
+    /// With room to grow.
+    Block& makeRoomFor(unsigned size, bool names);
+    void makeNamesExplicit();
+    void dropNames() const noexcept;
+    void releaseEntries() noexcept;
     /// False for a negative index.
     bool growTo(int i);
     SRData& getPropertyOrUndefined(int i);
 
-    std::vector<SRMBString> m_names;
-    std::vector<SRData> m_values;
-    SRData m_undefined;  ///< handed out where there is no entry
-    SRMBString m_noName;
     int m_kind = kUndefinedType;
-    mutable const SRDataArray* m_nextToFree = nullptr;
+    unsigned m_size = 0;
+    unsigned m_implied = 0;  ///< so many entries from the first on have no name of their own
+    /// Null while there are no entries, or only the one that the list gives.
+    mutable std::atomic<Block*> m_block{nullptr};
+    mutable Link m_link{nullptr};
 };

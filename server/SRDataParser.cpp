@@ -3,7 +3,6 @@
 
 #include "server/SRDataParser.h"
 
-#include "util/SRException.h"
 #include "util/SRFileUtil.h"
 #include "util/SRStringPool.h"
 #include "util/krxassert.h"
@@ -76,12 +75,25 @@ SRDataParser::SRDataParser(const unsigned char* data, int length, bool throwOnBa
 {
 }
 
-void SRDataParser::throwBadData()
+void SRDataParser::raiseBadData()
 {
     for (const TraceScope* scope = m_traceScope; scope; scope = scope->m_outer) {
         if (scope->m_line)
             m_trace.emplace_back(scope->m_line);
     }
+    m_raisedAt = m_position;
+    if (!m_deferring)
+        throwPending();
+    m_throwPending = true;
+    m_bad = true;
+    m_position = m_limit;
+}
+
+void SRDataParser::throwPending()
+{
+    m_throwPending = false;
+    m_bad = false;
+    m_position = m_raisedAt;
     throw SRBreakConnection(SRBreakConnection::kMalformedData);
 }
 
@@ -93,8 +105,10 @@ void SRDataParser::HandleBadData(unsigned position, const SRString& detail)
         SRString::format(L"Error occured in serializing message buffer at position %x:\nMessage Buffer: (%S)",
                          position, SRStrUtil::formatBuffer(m_buffer, m_limit)));
     m_trace.push_back(detail);
-    if (m_throwOnBad)
-        throwBadData();
+    if (m_throwOnBad) {
+        raiseBadData();
+        return;
+    }
     logErrorTrace();
     m_bad = true;
     m_position = m_limit;
@@ -236,9 +250,8 @@ void SRDataParser::CheckBufferSize(unsigned n)
     capacity = std::max(capacity, kMinCapacity);
     if (capacity < needed)
         capacity = needed + kExtra;
-    m_outputFull = needed > m_outputLimit;
-    if (m_outputFull || capacity > UINT32_MAX)
-        throw SROutOfMemory();
+    if (needed > m_outputLimit || capacity > UINT32_MAX)
+        throw OutputLimitReached();
     capacity = std::min(capacity, std::uint64_t{m_outputLimit});
     auto* const grown = static_cast<unsigned char*>(std::realloc(m_ownBuffer.get(), capacity));
     if (!grown)

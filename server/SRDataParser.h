@@ -4,10 +4,12 @@
 #pragma once
 
 #include "server/SRMessage.h"
+#include "util/SRException.h"
 #include "util/SRString.h"
 
 #include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 /// A cursor over serialized bytes: a reader over bytes that it does not own, or a writer with a growing
@@ -85,8 +87,6 @@ public:
     void setEncoding(int encoding) { m_encoding = encoding; }
     /// Bytes beyond which a writer's growth fails like a lack of memory.
     void setOutputLimit(unsigned bytes) { m_outputLimit = bytes; }
-    /// A writer could not grow because of its limit.
-    bool isOutputFull() const { return m_outputFull; }
 
     /// The error trace, from the innermost failure outwards.
     const std::vector<SRString>& getErrorTrace() const { return m_trace; }
@@ -133,14 +133,51 @@ protected:
         const TraceScope* const m_outer;
     };
 
+    /// While one lives, bad data does not throw where it is met: the reader is bad and at its end, so that
+    /// all that is being read returns. The outermost one throws in finish(). That is one exception that
+    /// passes no level, where unwinding hundreds of them costs a millisecond.
+    class DeferredThrow
+    {
+    public:
+        explicit DeferredThrow(SRDataParser& parser)
+            : m_parser(parser), m_isOutermost(!std::exchange(parser.m_deferring, true))
+        {
+        }
+        ~DeferredThrow()
+        {
+            if (m_isOutermost)
+                m_parser.m_deferring = false;
+        }
+        DeferredThrow(const DeferredThrow&) = delete;
+        DeferredThrow& operator=(const DeferredThrow&) = delete;
+
+        /// Throws SRBreakConnection 1029, with the reader at the bad data and not bad, when there was any.
+        void finish()
+        {
+            if (m_isOutermost && m_parser.m_throwPending)
+                m_parser.throwPending();
+        }
+
+    private:
+        SRDataParser& m_parser;
+        const bool m_isOutermost;
+    };
+
     /// Adds the lines of all that is being read to the trace, from the inside outwards, and throws
-    /// SRBreakConnection 1029.
-    [[noreturn]] void throwBadData();
+    /// SRBreakConnection 1029, or has it thrown.
+    void raiseBadData();
+
+    /// A writer would pass its output limit.
+    class OutputLimitReached : public SROutOfMemory
+    {
+    };
 
     /// A writer goes back to an earlier position.
     void rewindTo(unsigned position) { m_position = position; }
 
 private:
+    [[noreturn]] void throwPending();
+
     struct FreeBuffer
     {
         void operator()(unsigned char* buffer) const;
@@ -163,8 +200,10 @@ private:
     int m_encoding = kAMF0;
     std::vector<SRString> m_trace;
     const TraceScope* m_traceScope = nullptr;  ///< the innermost
+    bool m_deferring = false;
+    bool m_throwPending = false;
+    unsigned m_raisedAt = 0;  ///< the position to go back to before the pending exception is thrown
     unsigned m_outputLimit = kDefaultOutputLimit;
-    bool m_outputFull = false;
     std::unique_ptr<unsigned char, FreeBuffer> m_ownBuffer;
     krx::SingleMessagePtr m_message;
 };

@@ -1,9 +1,9 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
+#include "server/datatext.h"
 #include "server/messagedump.h"
 
-#include <algorithm>
 #include <ostream>
 #include <string>
 
@@ -11,38 +11,14 @@ namespace krx {
 
 namespace {
 
-// Collects text up to a length; what comes after it is dropped, and the cut is marked.
-class BoundedText
+constexpr std::size_t kMaxBytes = SRData::kMaxTextBytes;
+
+DataText::Write into(std::ostream& out)
 {
-public:
-    explicit BoundedText(std::size_t maxBytes = SRData::kMaxTextBytes) : m_maxBytes(maxBytes) {}
+    return [&out](std::string_view piece) { out << piece; };
+}
 
-    BoundedText& add(std::string_view piece)
-    {
-        const std::size_t left = room();
-        m_text.append(piece.substr(0, left));
-        if (piece.size() > left && !m_cut) {
-            m_text.append("...");
-            m_cut = true;
-        }
-        return *this;
-    }
-    BoundedText& add(const SRData& value)
-    {
-        return value.isTextKind() ? add(value.textView()) : add(value.toText(room()).view());
-    }
-    bool isFull() const { return m_cut; }
-    const std::string& text() const { return m_text; }
-
-private:
-    std::size_t room() const { return m_cut ? 0 : m_maxBytes - m_text.size(); }
-
-    const std::size_t m_maxBytes;
-    std::string m_text;
-    bool m_cut = false;
-};
-
-void addCommand(BoundedText& out, const SRCommand& command)
+void addCommand(DataText& out, const SRCommand& command)
 {
     out.add(std::to_string(static_cast<unsigned>(command.getTrxID()))).add(": ");
     out.add(command.getMethodName().textView()).add("[").add(std::to_string(command.getCmd())).add("](");
@@ -51,7 +27,7 @@ void addCommand(BoundedText& out, const SRCommand& command)
     out.add(")");
 }
 
-void addData(BoundedText& out, const SRData& value, unsigned indent)
+void addData(DataText& out, const SRData& value, unsigned indent)
 {
     const std::string margin(std::size_t{indent} * 2, ' ');
     const SRDataArray* const array = static_cast<SRDataArray*>(value);
@@ -65,7 +41,7 @@ void addData(BoundedText& out, const SRData& value, unsigned indent)
     }
 }
 
-void addOneArg(BoundedText& out, int index, const SRData& value)
+void addOneArg(DataText& out, int index, const SRData& value)
 {
     out.add("arg ").add(std::to_string(index)).add(":\n");
     addData(out, value, 1);
@@ -85,9 +61,8 @@ void streamSRDataArray(std::ostream& out, const SRDataArray& array)
 
 void streamSRCommand(std::ostream& out, const SRCommand& command)
 {
-    BoundedText text;
+    DataText text(kMaxBytes, into(out));
     addCommand(text, command);
-    out << text.text();
 }
 
 SRMBString stringizeSRData(const SRData& value)
@@ -97,28 +72,28 @@ SRMBString stringizeSRData(const SRData& value)
 
 SRMBString stringizeSRCommand(const SRCommand& command)
 {
-    BoundedText text;
-    addCommand(text, command);
-    return SRMBString(text.text());
+    std::string text;
+    DataText out(kMaxBytes, DataText::into(text));
+    addCommand(out, command);
+    return SRMBString(text);
 }
 
 void dumpData(std::ostream& out, const SRData& value, unsigned indent)
 {
-    BoundedText text;
+    DataText text(kMaxBytes, into(out));
     addData(text, value, indent);
-    out << text.text();
 }
 
 void dumpOneArg(std::ostream& out, int index, const SRData& value)
 {
-    BoundedText text;
+    DataText text(kMaxBytes, into(out));
     addOneArg(text, index, value);
-    out << text.text();
 }
 
 SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes)
 {
-    BoundedText out(maxBytes);
+    std::string text;
+    DataText out(maxBytes, DataText::into(text));
     out.add(command.getMethodName().textView()).add("[").add(std::to_string(command.getCmd())).add("] id ");
     out.add(std::to_string(static_cast<unsigned>(command.getTrxID()))).add(" (Command data\n");
     addData(out, command.getCommandData(), 1);
@@ -126,7 +101,7 @@ SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes)
     for (int i = 0; i < command.argCount() && !out.isFull(); ++i)
         addOneArg(out, i, command.getArg(i));
     out.add(")\n");
-    return SRMBString(out.text());
+    return SRMBString(text);
 }
 
 }  // namespace krx

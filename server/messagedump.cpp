@@ -3,6 +3,7 @@
 
 #include "server/messagedump.h"
 
+#include "server/datatext.h"
 #include "util/SRException.h"
 #include "util/bigendian.h"
 
@@ -83,28 +84,6 @@ constexpr std::array kUserControlEvents{
     "kMsgRtmfpSetKeepalives",
 };
 
-constexpr std::array kValueKinds{
-    NumberName{kNumberType, "kNumberType"},
-    NumberName{kInt64Type, "kInt64Type"},
-    NumberName{kBoolType, "kboolType"},
-    NumberName{kStringType, "kStringType"},
-    NumberName{kObjectType, "kObjectType"},
-    NumberName{kMovieClipType, "kMovieClipType"},
-    NumberName{kNullType, "kNullType"},
-    NumberName{kUndefinedType, "kUndefinedType"},
-    NumberName{kReferenceType, "kReferenceType"},
-    NumberName{kArrayType, "kArrayType"},
-    NumberName{kObjectEndType, "kObjectEndType"},
-    NumberName{kStrictArrayType, "kStrictArrayTyp"},
-    NumberName{kDateType, "kDateType"},
-    NumberName{kLongStringType, "kLongStringType"},
-    NumberName{kUnsupportedType, "kUnsupportedTyp"},
-    NumberName{kXMLType, "kXMLType"},
-    NumberName{kTypedObjectType, "kTypedObjectTyp"},
-    NumberName{kAvmPlusObjectType, "kAvmPlusObjectType"},
-    NumberName{kBlobType, "kBlobType"},
-};
-
 constexpr std::array kEncodings{
     NumberName{SRDataParser::kAMF0, "kEncodingAMF0"},
     NumberName{SRDataParser::kAMF3, "kEncodingAMF3"},
@@ -149,30 +128,6 @@ const char* nameOf(const std::array<const char*, N>& names, unsigned number)
     return number < N ? names[number] : kNoName;
 }
 
-std::string quoted(std::string_view text)
-{
-    return std::string("\"").append(text).append("\"");
-}
-
-std::string valueText(const SRData& value)
-{
-    std::string text = std::string("dataType=") + nameOf(kValueKinds, value.kind);
-    switch (value.kind) {
-        case kNumberType:
-        case kInt64Type:
-            return text + " " + std::to_string(static_cast<long long>(value));
-        case kBoolType:
-            return text + (static_cast<bool>(value) ? " true" : " false");
-        case kStringType:
-        case kXMLType:
-            return text + " " + quoted(value.textView());
-        default:
-            if (value.isArrayKind())
-                text.append(" ").append(value.toText().view());
-            return text;
-    }
-}
-
 std::string controlText(const SRMessagePtr& message)
 {
     constexpr unsigned kEventBytes = 2;
@@ -190,11 +145,13 @@ std::string commandText(const SRMessagePtr& message)
     try {
         const SRCommand command(message, true);
         const int encoding = message->getPlainType() == kMsgCmdEx ? SRDataParser::kAMF3 : SRDataParser::kAMF0;
-        std::string text = " trxId=" + std::to_string(static_cast<int>(command.getTrxID()));
-        text += std::string(" encoding=") + nameOf(kEncodings, encoding);
-        text += " cmdData=(" + valueText(command.getCommandData()) + ")";
-        for (int i = 0; i < command.argCount() && text.size() < SRData::kMaxTextBytes; ++i)
-            text += " arg" + std::to_string(i) + "=(" + valueText(command.getArg(i)) + ")";
+        std::string text;
+        DataText out(SRData::kMaxTextBytes, DataText::into(text), DataText::Style::kTyped);
+        out.add(" trxId=").add(std::to_string(static_cast<int>(command.getTrxID())));
+        out.add(" encoding=").add(nameOf(kEncodings, encoding));
+        out.add(" cmdData=(").add(command.getCommandData()).add(")");
+        for (int i = 0; i < command.argCount() && !out.isFull(); ++i)
+            out.add(" arg").add(std::to_string(i)).add("=(").add(command.getArg(i)).add(")");
         return text;
     } catch (const SRBreakConnection&) {
         return " BAD_PARSE";
@@ -234,7 +191,7 @@ SRMBString messageToString(const SRMessagePtr& message)
     std::string text = std::string("dataType=") + nameOf(kMessageTypes, message->getPlainType());
     text += " idByte=" + std::to_string(message->getType());
     text += " streamId=" + std::to_string(message->getStreamId());
-    text += " time=" + std::to_string(message->getTime());
+    text += " time=" + std::to_string(static_cast<int>(message->getTime()));
     return SRMBString(text + contentText(message));
 }
 

@@ -32,7 +32,9 @@ SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes = SRData::
 
 namespace util {
 
-/// One-line description of a message: its header, and the content by type.
+/// One-line description of a message: its header, with the time as a signed number, and the content by type.
+/// Every value of a command or data message, inside arrays too, is "dataType=" with the name of its kind, and
+/// the value: dates in ms since 1970.
 SRMBString messageToString(const SRMessagePtr& message);
 
 }  // namespace util

@@ -124,7 +124,7 @@ SRPooledText<CharT>::SRPooledText(const CharT* text, std::size_t n)
 
 template <typename CharT>
 SRPooledText<CharT>::SRPooledText(const SRPooledText& other)
-    : m_text(SRStrUtil::poolInstance().get(other.m_text, other.length()))
+    : m_text(SRStrUtil::poolInstance().share(other.m_text))
 {
 }
 
@@ -143,8 +143,11 @@ SRPooledText<CharT>::~SRPooledText()
 template <typename CharT>
 SRPooledText<CharT>& SRPooledText<CharT>::operator=(const SRPooledText& other)
 {
-    if (this != &other)
-        m_text = SRStrUtil::poolInstance().copy(m_text, other.m_text, other.length());
+    if (this == &other)
+        return *this;
+    if (SRStringPool::type(other.m_text) == SRStringPool::kCounted)
+        return *this = SRPooledText(other);
+    m_text = SRStrUtil::poolInstance().copy(m_text, other.m_text, other.length());
     return *this;
 }
 
@@ -195,6 +198,11 @@ SRMBString SRString::toMultiByte() const
     for (const wchar_t character : view())
         appendEncoded(bytes, character);
     return SRMBString(std::string_view(bytes));
+}
+
+SRMBString SRMBString::counted(std::string_view text)
+{
+    return SRMBString(Adopted{SRStrUtil::poolInstance().getCounted(text.data(), checkedLength(text.size()))});
 }
 
 SRMBString SRMBString::toString(double value)

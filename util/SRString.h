@@ -15,7 +15,7 @@
 #include <type_traits>
 
 /// What the wide and the multibyte string share: one pointer to the characters of a pool block. Copies are
-/// deep, or one more use of an interned block.
+/// deep, or one more use of an interned or counted block.
 template <typename CharT>
 class SRPooledText
 {
@@ -64,6 +64,14 @@ public:
         return a.view().compare(b) <=> 0;
     }
 
+protected:
+    struct Adopted
+    {
+        CharT* block;
+    };
+    /// Takes over one use of a block.
+    explicit SRPooledText(Adopted adopted) noexcept : m_text(adopted.block) {}
+
 private:
     CharT* m_text;
 };
@@ -102,6 +110,9 @@ public:
     using SRPooledText::SRPooledText;
     SRMBString() = default;
     explicit SRMBString(const SRString& text) : SRMBString(text.toMultiByte()) {}
+
+    /// A text of which copies take no memory.
+    static SRMBString counted(std::string_view text);
 
     bool equalsIgnoreCase(const char* other) const { return SRStrUtil::compareNoCase(c_str(), other) == 0; }
 

@@ -12,6 +12,7 @@
 #include <atomic>
 #include <bit>
 #include <charconv>
+#include <cstdint>
 #include <cstdlib>
 #include <functional>
 #include <map>
@@ -125,6 +126,38 @@ CharT* makePrivate(View<CharT> text)
     Traits<CharT>::copy(block, text.data(), text.size());
     setBlockLength(block, text.size());
     return block;
+}
+
+// In front of a counted block's header.
+using HolderCount = std::atomic<std::uint32_t>;
+
+template <typename CharT>
+HolderCount* countOf(CharT* block)
+{
+    return reinterpret_cast<HolderCount*>(headerOf(block) - sizeof(HolderCount));
+}
+
+template <typename CharT>
+CharT* makeCounted(View<CharT> text)
+{
+    void* const raw = std::malloc(sizeof(HolderCount) + kHeaderSize + (text.size() + 1) * sizeof(CharT));
+    if (raw == nullptr)
+        throw SROutOfMemory();
+    auto* const header = reinterpret_cast<unsigned char*>(new (raw) HolderCount(1)) + sizeof(HolderCount);
+    header[3] = SRStringPool::kCounted;
+    auto* const block = reinterpret_cast<CharT*>(header + kHeaderSize);
+    Traits<CharT>::copy(block, text.data(), text.size());
+    setBlockLength(block, text.size());
+    return block;
+}
+
+template <typename CharT>
+void dropCounted(CharT* block)
+{
+    // Release what this holder read, acquire what the others read before the block goes.
+    HolderCount* const count = countOf(block);
+    if (count->fetch_sub(1, std::memory_order_acq_rel) == 1)
+        std::free(count);
 }
 
 // The interned texts of one character width, one bucket a length. Buckets come into being with their first
@@ -298,12 +331,12 @@ private:
 };
 
 template <typename CharT>
-CharT* getBlock(Store<CharT>& store, View<CharT> text)
+CharT* getBlock(Store<CharT>& store, View<CharT> text, CharT* (*make)(View<CharT>) = makePrivate<CharT>)
 {
     if (text.empty())
         return emptyBlock<CharT>();
     if (text.size() > store.limit())
-        return makePrivate(text);
+        return make(text);
     try {
         return store.intern(text);
     } catch (const std::bad_alloc&) {
@@ -312,11 +345,23 @@ CharT* getBlock(Store<CharT>& store, View<CharT> text)
 }
 
 template <typename CharT>
+CharT* shareBlock(Store<CharT>& store, CharT* block)
+{
+    if (SRStringPool::type(block) != SRStringPool::kCounted)
+        return getBlock(store, textOf<CharT>(block));
+    countOf(block)->fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+template <typename CharT>
 void releaseBlock(Store<CharT>& store, CharT* block)
 {
     switch (SRStringPool::type(block)) {
         case SRStringPool::kPrivate:
             freeBlock(block);
+            break;
+        case SRStringPool::kCounted:
+            dropCounted(block);
             break;
         case SRStringPool::kInterned:
             if (!store.drop(textOf<CharT>(block)))
@@ -438,6 +483,21 @@ char* SRStringPool::get(const char* text, int n)
 wchar_t* SRStringPool::get(const wchar_t* text, int n)
 {
     return getBlock(m_impl->wide, View<wchar_t>(text, givenLength(text, n)));
+}
+
+char* SRStringPool::getCounted(const char* text, int n)
+{
+    return getBlock(m_impl->narrow, View<char>(text, givenLength(text, n)), makeCounted<char>);
+}
+
+char* SRStringPool::share(char* block)
+{
+    return shareBlock(m_impl->narrow, block);
+}
+
+wchar_t* SRStringPool::share(wchar_t* block)
+{
+    return shareBlock(m_impl->wide, block);
 }
 
 void SRStringPool::release(char* block) noexcept

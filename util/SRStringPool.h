@@ -16,8 +16,9 @@ class SRString;
 /// a zero character. Every operation exists for narrow (char) and wide (wchar_t) blocks.
 ///
 /// Texts up to the interning limit are shared: one block a distinct text, counted. Longer texts have private
-/// blocks with room to grow. Interning and releasing are safe from any thread; a private block belongs to the
-/// one string that holds it.
+/// blocks with room to grow, or, where a text is made for many holders, counted blocks without such room: 4
+/// bytes of count stand in front of the header. Interning, counting and releasing are safe from any thread; a
+/// private block belongs to the one string that holds it.
 class SRStringPool
 {
 public:
@@ -25,6 +26,7 @@ public:
     {
         kInterned = 0,
         kPrivate = 1,
+        kCounted = 2,
         kEmpty = 3,
     };
 
@@ -50,6 +52,12 @@ public:
     /// gives the empty block. Throws SROutOfMemory when there is no memory or the text is above kMaxLength.
     char* get(const char* text, int n = -1);
     wchar_t* get(const wchar_t* text, int n = -1);
+
+    /// As get(), with a counted block in place of a private one.
+    char* getCounted(const char* text, int n = -1);
+    /// The text of block for one more holder: block itself, unless it is private. Throws SROutOfMemory.
+    char* share(char* block);
+    wchar_t* share(wchar_t* block);
 
     /// Gives a block back. An interned block stays until collectGarbage().
     void release(char* block) noexcept;

@@ -218,7 +218,7 @@ TEST(Amf3, ReferencesShareValues)
         const SRData& again = array.getPropertyValueConst(i + 7);
         EXPECT_EQ(again.kind, first.kind) << i;
         if (first.kind == kBlobType)
-            EXPECT_EQ(again.payload.blob.memory, first.payload.blob.memory);
+            EXPECT_EQ(SRBuffer(again).memory(), SRBuffer(first).memory());
         else
             EXPECT_EQ(SRData::compare(first, again), 0) << i;
     }
