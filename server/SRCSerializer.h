@@ -60,7 +60,7 @@ public:
     /// input holds.
     bool hasReadStarved() const { return m_readStarved; }
 
-    /// Puts an array into the object table, which grows with empty slots when the index lies behind its end.
+    /// Puts an array into the object table, which grows with empty slots when the index lies past its end.
     void AddObjectToTable(SRDataArray* array, unsigned index);
 
 private:
@@ -144,7 +144,7 @@ private:
     int writeVar(const SRData& value, const std::string_view* name);
     int markerFor(const SRData& value) const;
     int writeMarked(const SRData& value);
-    /// Index of the first entry behind the class name, which is "Object" for an array without one.
+    /// Index of the first entry after the class name, which is "Object" for an array without one.
     static int classNameOf(const SRDataArray& array, std::string_view& name);
     void writeName(std::string_view name);
     void writeObject(SRDataArray& array, int marker);

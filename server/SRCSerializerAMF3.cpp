@@ -33,7 +33,7 @@ enum AMF3Marker : unsigned char
     kDictionary3 = 17,
 };
 
-// A header with this bit has its content behind it; without it, it is a reference.
+// A header with this bit has its content after it; without it, it is a reference.
 constexpr unsigned kInline = 1;
 constexpr unsigned kTraitsMask = 3;
 constexpr unsigned kTraitsReference = 1;
@@ -254,7 +254,7 @@ void SRCSerializer::readAMF3Array(SRData& value, int)
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kArrayType);
 
-    // The named elements come first and go behind the others.
+    // The named elements come first and go after the others.
     if (count == 0) {
         readNamedVars(*array);
         return;

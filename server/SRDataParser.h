@@ -15,7 +15,7 @@
 /// A cursor over serialized bytes: a reader over bytes that it does not own, or a writer with a growing
 /// buffer of its own. All integers and doubles are big-endian.
 ///
-/// Bad data in reading is told in the error trace. Then a reader that throws throws SRBreakConnection 1029;
+/// Bad data in reading is put into the error trace. Then a reader that throws throws SRBreakConnection 1029;
 /// any other one writes the trace out, is marked bad and jumps to its end, so that every further read quietly
 /// gives 0. A primitive of the wrong direction is reported and does nothing (a read gives 0).
 class SRDataParser
@@ -27,7 +27,7 @@ public:
     static constexpr unsigned kMaxShortText = 65535;
     static constexpr int kAMF0 = 0;
     static constexpr int kAMF3 = 3;
-    /// Most bytes that a writer collects unless it is told otherwise.
+    /// Most bytes that a writer collects unless it is set otherwise.
     static constexpr unsigned kDefaultOutputLimit = 64U << 20;
 
     /// A writer without a buffer.
@@ -111,7 +111,7 @@ protected:
     /// Whether logErrorTrace() would find its directory.
     static bool hasTraceDirectory();
 
-    /// Something that is being read: as long as it lives, failures inside it are told with its trace line.
+    /// Something that is being read: as long as it lives, failures inside it have its line in the trace.
     class TraceScope
     {
     public:

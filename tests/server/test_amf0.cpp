@@ -120,7 +120,7 @@ TEST(Amf0, ReadsReferencesByTheSameTable)
         SRData::compare(
             reference, SRData(SRDataArrayPtr(&arrayOf(arrayOf(value).getPropertyValueConst(2))), kArrayType)),
         0);
-    // An index behind the table leaves the value as it was.
+    // An index past the table leaves the value as it was.
     Reader reader(hexText("07 0005"));
     SRData kept("before");
     EXPECT_EQ(reader->GetVar(&kept, true), 7);
@@ -153,7 +153,7 @@ TEST(Amf0, NamesTravelInFrontOfValues)
     EXPECT_TRUE(static_cast<bool>(readValue));
 }
 
-TEST(Amf0, WriterKeepsWhatFitsItsLimit)
+TEST(Amf0, WriterGoesBackBeforeWhatDoesNotFitItsLimit)
 {
     const SRData outer = makeArray(kObjectType);
     arrayOf(outer).setValue(0, "small", SRData(true));
@@ -161,11 +161,17 @@ TEST(Amf0, WriterKeepsWhatFitsItsLimit)
     arrayOf(outer).setValue(2, "never", SRData(true));
     SRCSerializer writer;
     writer.setOutputLimit(300);
-    EXPECT_FALSE(writer.PutVar(&outer, true));
+    writer.PutByte(kNullType);
+    EXPECT_FALSE(writer.PutVar(&outer, false));
     EXPECT_TRUE(writer.hasWriteFailed());
-    EXPECT_EQ(toHex(written(writer)), toHex(hexText("03 0005 'small' 01 01 0000 09")));
+    EXPECT_FALSE(writer.hasWriteStarved());
+    EXPECT_EQ(toHex(written(writer)), "05");
+    // Written as one of several values, the object ends early.
+    SRData value(outer);
+    EXPECT_EQ(writer.ProcessScriptVar(&value), 3);
+    EXPECT_EQ(toHex(written(writer)), toHex(hexText("05 03 0005 'small' 01 01 0000 09")));
 
-    // A strict array has told its count, so it goes as a whole, and its place in the table with it.
+    // A strict array has its count in front, so it goes as a whole, and its place in the table with it.
     const SRData strict = makeArray(kStrictArrayType);
     arrayOf(strict).setValue(0, "", SRData(std::string(1000, 'x').c_str()));
     SRCSerializer second;

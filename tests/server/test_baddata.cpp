@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <ctime>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -17,7 +18,7 @@ namespace {
 
 const char kVar[] = "while processing script variable";
 
-// Each line: the bytes, the detail ('~' for a line end in it), and the trace lines behind it up to the
+// Each line: the bytes, the detail ('~' for a line end in it), and the trace lines after it up to the
 // outermost.
 const char kBadData[] = R"(
 |Message data is not complete
@@ -154,10 +155,51 @@ TEST(BadData, SkippingRefusesLengthsBehindTheEnd)
         EXPECT_TRUE(reader->isBad());
         EXPECT_EQ(reader.trace().at(1), c.detail);
     }
-    // Texts and objects of an AMF3 value count for the values behind it.
-    Reader reader(hexText("11 06 03 'a' 11 06 00"));
-    EXPECT_EQ(reader->skipVar(), 17);
-    EXPECT_EQ(textOf(reader.get()), "a");
+}
+
+TEST(BadData, SkippedValuesKeepTheirPlacesInTheTables)
+{
+    const struct
+    {
+        const char* skipped;
+        int marker;
+        const char* next;  ///< refers to what stands in the tables
+        const char* text;
+    } cases[] = {
+        {"11 06 03 'a'", 17, "11 06 00", "a"},
+        {"03 0001 'a' 05 0000 09", 3, "11 0A 00", "{}"},
+        {"10 0001 'C' 0000 09", 16, "0A 00000001 07 0000", "{0: {}}"},
+        {"0A 00000002 05 0A 00000000", 10, "0A 00000002 07 0001 07 0002", "{0: {}, 1: {...}}"},
+        {"08 00000000 0001 'a' 03 0000 09 0000 09", 8, "11 09 05 01 0A 00 09 02", "{0: {}, 1: {...}}"},
+        {"11 09 03 01 08 01 3FF0000000000000", 17, "11 09 05 01 0A 02 08 02", "{0: {time: }, 1: }"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.skipped);
+        Reader reader(hexText(std::string(c.skipped) + c.next), true);
+        EXPECT_EQ(reader->skipVar(), c.marker);
+        EXPECT_EQ(textOf(reader.get()), c.text);
+        EXPECT_TRUE(reader->atEnd());
+    }
+}
+
+TEST(BadData, DeepInsideCostsNoMoreToThrowThanToReport)
+{
+    std::string bytes;
+    for (unsigned i = 0; i < SRCSerializer::kMaxNesting - 1; ++i)
+        bytes += hexText("03 0001 'a'");
+    const auto ticks = [&bytes](bool throwOnBad) {
+        constexpr int kRuns = 300;
+        const std::clock_t start = std::clock();
+        for (int i = 0; i < kRuns; ++i) {
+            Reader reader(bytes, throwOnBad);
+            try {
+                reader.get();
+            } catch (const SRBreakConnection&) {
+            }
+        }
+        return std::clock() - start;
+    };
+    EXPECT_LT(ticks(true), 3 * ticks(false));
 }
 
 }  // namespace

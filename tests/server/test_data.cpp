@@ -10,6 +10,7 @@
 #include <cmath>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace krx::test;
@@ -279,6 +280,63 @@ TEST(DataArray, CopiesAndCompares)
     longer.erase(2);
     longer.getPropertyName(0) = SRMBString("A");
     EXPECT_FALSE(longer.equals(array));
+}
+
+TEST(DataArray, ImpliedNamesAreLikeGivenOnes)
+{
+    // "0", "1", "2" without and with a name of their own.
+    SRDataArray implied;
+    SRDataArray given;
+    for (int i = 0; i < 3; ++i) {
+        implied.append(SRData(double(i)));
+        given.append("x", SRData(double(i)));
+        given.getPropertyName(i) = SRMBString(std::to_string(i).c_str());
+    }
+    EXPECT_TRUE(implied.equals(given));
+    const struct
+    {
+        void (*change)(SRDataArray&);
+        const char* text;
+    } cases[] = {
+        {[](SRDataArray& a) { a.setValue(1, "1", SRData(5.0)); }, "{0: 0, 1: 5, 2: 2}"},
+        {[](SRDataArray& a) { a.setValue(1, "n", SRData(5.0)); }, "{0: 0, n: 5, 2: 2}"},
+        {[](SRDataArray& a) { a.getPropertyName(0) = SRMBString("n"); }, "{n: 0, 1: 1, 2: 2}"},
+        {[](SRDataArray& a) { a.erase(2); }, "{0: 0, 1: 1}"},
+        {[](SRDataArray& a) { a.erase(0); }, "{1: 1, 2: 2}"},
+        {[](SRDataArray& a) { a.append("n", SRData(3.0)), a.erase(2), a.erase(2); }, "{0: 0, 1: 1}"},
+        {[](SRDataArray& a) { a.append("n", SRData()), a.append("4", SRData()); },
+         "{0: 0, 1: 1, 2: 2, n: , 4: }"},
+        {[](SRDataArray& a) { a.getPropertyValue(4).init(true); }, "{0: 0, 1: 1, 2: 2, : , : true}"},
+        {[](SRDataArray& a) { a.reserve(100), a.append(SRData()); }, "{0: 0, 1: 1, 2: 2, 3: }"},
+        {[](SRDataArray& a) { a = SRDataArray(a), a["2"].init(9.0); }, "{0: 0, 1: 1, 2: 9}"},
+    };
+    for (const auto& c : cases) {
+        for (const SRDataArray* const array : {&implied, &given}) {
+            SRDataArray changed(*array);
+            c.change(changed);
+            EXPECT_EQ(changed.toText(), c.text);
+            for (int i = 0; i < changed.getSize(); ++i)
+                EXPECT_EQ(changed.indexOf(changed.getPropertyNameConst(i).c_str(), i), i) << c.text;
+        }
+    }
+    EXPECT_EQ(implied.indexOf("02"), -1);
+    EXPECT_EQ(implied.indexOf("0", 1), -1);
+}
+
+TEST(DataArray, ThreadsMayReadTogether)
+{
+    // The object has no entry of its own, only what its class gives it.
+    const SRData object = Reader(hexText("11 0A 03 03 'C'")).get();
+    SRDataArray& array = arrayOf(object);
+    SRData* missed = nullptr;
+    std::thread other([&] {
+        missed = &array["absent"];
+        EXPECT_STREQ(static_cast<const char*>(array["constructor"]), "C");
+    });
+    EXPECT_STREQ(static_cast<const char*>(array.getPropertyValue(0)), "C");
+    SRData& here = array["absent"];
+    other.join();
+    EXPECT_NE(&here, missed) << "two threads were given the same value to write to";
 }
 
 TEST(DataArray, CutsItsTextBetweenCharacters)

@@ -261,10 +261,13 @@ TEST(MessageDump, TellsEachSort)
          "dataType=kMsgCmd idByte=20 streamId=7 time=5 trxId=2 encoding=kEncodingAMF0 "
          "cmdData=(dataType=kNullType) "
          "arg0=(dataType=kStringType \"x\") arg1=(dataType=kboolType true)"},
-        {18, "02 0001 'm' 08 00000000 0001 'a' 00 3FF8000000000000 0000 09 22 0000000000000009",
+        {18,
+         "02 0001 'm' 08 00000000 0001 'a' 00 3FF8000000000000 0001 'o' 0A 00000002 02 0001 'x' 05 0000 09 "
+         "22 0000000000000009 0B C097700000000000 0000",
          "dataType=kMsgData idByte=18 streamId=7 time=5 trxId=0 encoding=kEncodingAMF0 "
-         "cmdData=(dataType=kUndefinedType) arg0=(dataType=kArrayType {a: 1.5}) arg1=(dataType=kInt64Type "
-         "9)"},
+         "cmdData=(dataType=kUndefinedType) arg0=(dataType=kArrayType {a: dataType=kNumberType 1, "
+         "o: dataType=kArrayType {0: dataType=kStringType \"x\", 1: dataType=kNullType}}) "
+         "arg1=(dataType=kInt64Type 9) arg2=(dataType=kDateType -1500)"},
         {49, "00 02 0001 'm' 00 0000000000000000 06",
          "dataType=kMsgCmdEx idByte=49 streamId=7 time=5 trxId=0 encoding=kEncodingAMF3 "
          "cmdData=(dataType=kUndefinedType)"},
@@ -276,6 +279,9 @@ TEST(MessageDump, TellsEachSort)
         message->setTime(5);
         EXPECT_EQ(krx::util::messageToString(message), c.text);
     }
+    const SRMessagePtr early = messageOf(9, "");
+    early->setTime(0xFFFFFFFE);
+    EXPECT_EQ(krx::util::messageToString(early), "dataType=kMsgVideo idByte=9 streamId=0 time=-2");
 }
 
 }  // namespace

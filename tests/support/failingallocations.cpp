@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <new>
 
+extern "C" void* __real_malloc(std::size_t bytes);
+
 namespace {
 
 thread_local unsigned t_untilFailure = 0;  ///< allocations up to the one that fails; 0: none does
@@ -22,7 +24,7 @@ bool isToFail()
 
 void* allocate(std::size_t bytes) noexcept
 {
-    return isToFail() ? nullptr : std::malloc(bytes != 0 ? bytes : 1);
+    return isToFail() ? nullptr : __real_malloc(bytes != 0 ? bytes : 1);
 }
 
 void* allocateOrThrow(std::size_t bytes)
@@ -55,7 +57,12 @@ bool FailingAllocation::hasFailed() const
 
 }  // namespace krx::test
 
-// The linker sends the project's calls of realloc here (--wrap=realloc).
+// The linker sends the project's calls of malloc and realloc here (--wrap).
+extern "C" void* __wrap_malloc(std::size_t bytes)
+{
+    return isToFail() ? nullptr : __real_malloc(bytes);
+}
+
 extern "C" void* __real_realloc(void* memory, std::size_t bytes);
 extern "C" void* __wrap_realloc(void* memory, std::size_t bytes)
 {

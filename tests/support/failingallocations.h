@@ -6,8 +6,8 @@
 namespace krx::test {
 
 /// Makes one allocation of the calling thread fail while it lives: its n-th, counted from 1. Operators new
-/// count, those of the standard library included, and what the project's own code asks of realloc. One at a
-/// time; for programs that link krx_failing_allocations.
+/// count, those of the standard library included, and what the project's own code asks of malloc and realloc.
+/// One at a time; for programs that link krx_failing_allocations.
 class FailingAllocation
 {
 public:
