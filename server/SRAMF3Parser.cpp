@@ -15,30 +15,6 @@ std::string_view uptoZero(std::string_view text)
 
 }  // namespace
 
-void SRAMF3Parser::WriteUint29(unsigned value)
-{
-    constexpr unsigned kMore = 0x80;
-    const auto put = [this](unsigned byte) { PutByte(static_cast<unsigned char>(byte & 0xFF)); };
-    const auto putMore = [&put](unsigned bits) { put(bits | kMore); };
-    if (value < 0x80) {
-        put(value);
-    } else if (value < 0x4000) {
-        putMore(value >> 7);
-        put(value & 0x7F);
-    } else if (value < 0x200000) {
-        putMore(value >> 14);
-        putMore(value >> 7);
-        put(value & 0x7F);
-    } else if (value < 0x40000000) {
-        putMore(value >> 22);
-        putMore(value >> 15);
-        putMore(value >> 8);
-        put(value);
-    } else {
-        put(0);
-    }
-}
-
 unsigned SRAMF3Parser::ReadUint29()
 {
     unsigned value = 0;

@@ -28,7 +28,7 @@ public:
 
     /// 1 to 4 bytes, 7 bits each with the high bit for more, the fourth byte 8 bits. A value of 0x40000000 or
     /// more is written as the byte 0.
-    void WriteUint29(unsigned value);
+    void WriteUint29(unsigned value) { putUint29(value); }
     unsigned ReadUint29();
 
     void WriteAMF3String(std::string_view text);

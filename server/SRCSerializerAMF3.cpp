@@ -11,30 +11,6 @@
 
 namespace {
 
-enum AMF3Marker : unsigned char
-{
-    kUndefined3 = 0,
-    kNull3 = 1,
-    kFalse3 = 2,
-    kTrue3 = 3,
-    kInteger3 = 4,
-    kDouble3 = 5,
-    kString3 = 6,
-    kXMLDocument3 = 7,
-    kDate3 = 8,
-    kArray3 = 9,
-    kObject3 = 10,
-    kXML3 = 11,
-    kByteArray3 = 12,
-    kIntVector3 = 13,
-    kUintVector3 = 14,
-    kDoubleVector3 = 15,
-    kObjectVector3 = 16,
-    kDictionary3 = 17,
-};
-
-// A header with this bit has its content after it; without it, it is a reference.
-constexpr unsigned kInline = 1;
 constexpr unsigned kTraitsMask = 3;
 constexpr unsigned kTraitsReference = 1;
 constexpr unsigned kExternalizable = 7;
@@ -50,10 +26,10 @@ constexpr int kMaxInteger = 0x0FFFFFFF;
 unsigned elementBytes(int vectorMarker)
 {
     switch (vectorMarker) {
-        case kIntVector3:
-        case kUintVector3:
+        case kAMF3IntVector:
+        case kAMF3UintVector:
             return sizeof(unsigned);
-        case kDoubleVector3:
+        case kAMF3DoubleVector:
             return sizeof(double);
         default:
             return 1;
@@ -66,7 +42,7 @@ const SRNameListPtr& namesOf(int marker)
     static const SRNameListPtr kVector(new SRNameList({"size", "fixed", "value"}, 1));
     static const SRNameListPtr kObjects(new SRNameList({"size", "fixed", "closure", "value"}, 1));
     static const SRNameListPtr kDictionary(new SRNameList({"size", "weak", "key", "value"}, 2));
-    return marker == kDictionary3 ? kDictionary : marker == kObjectVector3 ? kObjects : kVector;
+    return marker == kAMF3Dictionary ? kDictionary : marker == kAMF3ObjectVector ? kObjects : kVector;
 }
 
 // The double is an integer that has 29 bits with its sign. (A negative zero is not: it would lose its sign.)
@@ -81,7 +57,7 @@ bool isInteger29(double value)
 struct SRCSerializer::AMF3Markers
 {
     using S = SRCSerializer;
-    static constexpr std::array<MarkerRow, kDictionary3 + 1> kRows{{
+    static constexpr std::array<MarkerRow, kAMF3Dictionary + 1> kRows{{
         {&S::readAMF3Undefined, nullptr},
         {&S::readNull, nullptr},
         {&S::readAMF3Boolean, nullptr},
@@ -123,7 +99,7 @@ void SRCSerializer::readAMF3Undefined(SRData&, int) {}
 
 void SRCSerializer::readAMF3Boolean(SRData& value, int marker)
 {
-    value.init(marker == kTrue3);
+    value.init(marker == kAMF3True);
 }
 
 void SRCSerializer::readAMF3Integer(SRData& value, int)
@@ -170,7 +146,7 @@ const SRData* SRCSerializer::findCarried(unsigned index, const wchar_t* what, in
 void SRCSerializer::readAMF3Date(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (const SRData* date =
                 findCarried(header >> 1, L"While serializing the date atom, the object index ", kDateType))
             value.copy(*date);
@@ -183,7 +159,7 @@ void SRCSerializer::readAMF3Date(SRData& value, int)
 void SRCSerializer::readAMF3XML(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (const SRData* xml =
                 findCarried(header >> 1, L"While serializing the XML atom, the object index ", kXMLType))
             value.copy(*xml);
@@ -199,7 +175,7 @@ void SRCSerializer::readAMF3XML(SRData& value, int)
 void SRCSerializer::readAMF3ByteArray(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (const SRData* bytes = findCarried(
                 header >> 1, L"While serializing the byte array atom, the object index ", kBlobType))
             value.copy(*bytes);
@@ -240,7 +216,7 @@ void SRCSerializer::readAMF3Array(SRData& value, int)
 {
     const unsigned header = ReadUint29();
     const unsigned count = header >> 1;
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (isTableIndex(count, L"While serializing the array atom, the object index "))
             shareTableEntry(value, count, kArrayType);
         return;
@@ -339,7 +315,7 @@ void SRCSerializer::readNamedVars(SRDataArray& array)
 void SRCSerializer::readAMF3Object(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (isTableIndex(header >> 1, L"While serializing the object atom, the object index "))
             shareTableEntry(value, header >> 1, kAvmPlusObjectType);
         return;
@@ -369,7 +345,7 @@ void SRCSerializer::readAMF3Vector(SRData& value, int marker)
 {
     const unsigned header = ReadUint29();
     const unsigned count = header >> 1;
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (isTableIndex(count, L"While reading the object from reference table, the object index "))
             shareTableEntry(value, count, kAvmPlusObjectType);
         return;
@@ -385,22 +361,22 @@ void SRCSerializer::readAMF3Vector(SRData& value, int marker)
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kAvmPlusObjectType);
     Promise promise(*this, count);
-    array->reserve(promise.room() + (marker == kObjectVector3 ? 3 : 2));
+    array->reserve(promise.room() + (marker == kAMF3ObjectVector ? 3 : 2));
     array->append(SRData(count));
     array->append(SRData(GetByte() == 1));
-    if (marker == kObjectVector3)
+    if (marker == kAMF3ObjectVector)
         array->append(SRData(ReadAMF3String()));
 
     while (!isBad() && promise.takeOne()) {
         SRData element;
         switch (marker) {
-            case kIntVector3:
+            case kAMF3IntVector:
                 element.init(static_cast<double>(static_cast<int>(GetDWord())));
                 break;
-            case kUintVector3:
+            case kAMF3UintVector:
                 element.init(GetDWord());
                 break;
-            case kDoubleVector3:
+            case kAMF3DoubleVector:
                 element.init(GetDouble());
                 break;
             default:
@@ -416,7 +392,7 @@ void SRCSerializer::readAMF3Dictionary(SRData& value, int)
 {
     const unsigned header = ReadUint29();
     const unsigned count = header >> 1;
-    if ((header & kInline) == 0) {
+    if ((header & kAMF3Inline) == 0) {
         if (isTableIndex(count, L"While reading the object from reference table, the object index "))
             shareTableEntry(value, count, kAvmPlusObjectType);
         return;
@@ -428,7 +404,7 @@ void SRCSerializer::readAMF3Dictionary(SRData& value, int)
             L"bytes");
         return;
     }
-    const SRDataArrayPtr array = newArray(kAvmPlusObjectType, namesOf(kDictionary3));
+    const SRDataArrayPtr array = newArray(kAvmPlusObjectType, namesOf(kAMF3Dictionary));
     charge(kCountedEntriesBytes);
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kAvmPlusObjectType);
@@ -453,24 +429,24 @@ void SRCSerializer::writeAMF3Var(const SRData& value)
             writeAMF3Number(value);
             break;
         case kBoolType:
-            put(value.payload.boolean ? kTrue3 : kFalse3);
+            put(value.payload.boolean ? kAMF3True : kAMF3False);
             break;
         case kStringType:
-            put(kString3);
+            put(kAMF3String);
             WriteAMF3String(value.textView());
             break;
         case kNullType:
-            put(kNull3);
+            put(kAMF3Null);
             break;
         case kObjectType:
         case kTypedObjectType:
         case kAvmPlusObjectType: {
-            const bool isSpecial = value.amf3Hint >= kIntVector3 && value.amf3Hint <= kDictionary3;
-            const int marker = isSpecial ? static_cast<int>(value.amf3Hint) : static_cast<int>(kObject3);
+            const bool isSpecial = value.amf3Hint >= kAMF3IntVector && value.amf3Hint <= kAMF3Dictionary;
+            const int marker = isSpecial ? static_cast<int>(value.amf3Hint) : static_cast<int>(kAMF3Object);
             put(marker);
-            if (marker == kObject3)
+            if (marker == kAMF3Object)
                 writeAMF3Object(*value.payload.array);
-            else if (marker == kDictionary3)
+            else if (marker == kAMF3Dictionary)
                 writeAMF3Dictionary(*value.payload.array);
             else
                 writeAMF3Vector(*value.payload.array, marker);
@@ -478,23 +454,23 @@ void SRCSerializer::writeAMF3Var(const SRData& value)
         }
         case kArrayType:
         case kStrictArrayType:
-            put(kArray3);
+            put(kAMF3Array);
             writeAMF3Array(*value.payload.array);
             break;
         case kDateType:
-            put(kDate3);
+            put(kAMF3Date);
             writeAMF3Date(value);
             break;
         case kXMLType:
-            put(value.amf3Hint == kXML3 ? kXML3 : kXMLDocument3);
+            put(value.amf3Hint == kAMF3XML ? kAMF3XML : kAMF3XMLDocument);
             writeAMF3XML(value);
             break;
         case kBlobType:
-            put(kByteArray3);
+            put(kAMF3ByteArray);
             writeAMF3ByteArray(value);
             break;
         default:
-            put(kUndefined3);
+            put(kAMF3Undefined);
             break;
     }
 }
@@ -503,12 +479,12 @@ void SRCSerializer::writeAMF3Number(const SRData& value)
 {
     constexpr unsigned kAllBits = 0x1FFFFFFF;
     const double number = value.payload.number;
-    if (value.amf3Hint == kDouble3 || !isInteger29(number)) {
-        PutByte(kDouble3);
+    if (value.amf3Hint == kAMF3Double || !isInteger29(number)) {
+        PutByte(kAMF3Double);
         PutDouble(number);
         return;
     }
-    PutByte(kInteger3);
+    PutByte(kAMF3Integer);
     WriteUint29(static_cast<unsigned>(static_cast<int>(number)) & kAllBits);
 }
 
@@ -552,7 +528,7 @@ void SRCSerializer::writeAMF3Array(SRDataArray& array)
 {
     if (writeAMF3Reference(array))
         return;
-    WriteUint29(kInline);
+    WriteUint29(kAMF3Inline);
     writeAMF3Entries(array, 0);
 }
 
@@ -560,19 +536,19 @@ void SRCSerializer::writeAMF3Vector(SRDataArray& array, int marker)
 {
     if (writeAMF3Reference(array))
         return;
-    const int first = marker == kObjectVector3 ? 3 : 2;
+    const int first = marker == kAMF3ObjectVector ? 3 : 2;
     // The array may have been changed since: no more elements than it has.
     const auto present = static_cast<unsigned>(std::max(array.getSize() - first, 0));
     const unsigned count = std::min(static_cast<unsigned>(array.getPropertyValueConst(0)), present);
-    WriteUint29(count * 2 + kInline);
+    WriteUint29(count * 2 + kAMF3Inline);
     PutByte(static_cast<bool>(array.getPropertyValueConst(1)) ? 1 : 0);
-    if (marker == kObjectVector3)
+    if (marker == kAMF3ObjectVector)
         WriteAMF3String(array.getPropertyValueConst(2).textView());
     for (unsigned i = 0; i < count; ++i) {
         const SRData& element = array.getPropertyValueConst(first + static_cast<int>(i));
-        if (marker == kDoubleVector3)
+        if (marker == kAMF3DoubleVector)
             PutDouble(static_cast<double>(element));
-        else if (marker == kObjectVector3)
+        else if (marker == kAMF3ObjectVector)
             writeAMF3Var(element);
         else
             PutDWord(static_cast<unsigned>(element));
@@ -586,7 +562,7 @@ void SRCSerializer::writeAMF3Dictionary(SRDataArray& array)
         return;
     const auto present = static_cast<unsigned>(std::max(array.getSize() - kFirst, 0)) / 2;
     const unsigned count = std::min(static_cast<unsigned>(array.getPropertyValueConst(0)), present);
-    WriteUint29(count * 2 + kInline);
+    WriteUint29(count * 2 + kAMF3Inline);
     PutByte(static_cast<bool>(array.getPropertyValueConst(1)) ? 1 : 0);
     for (unsigned i = 0; i < count * 2; ++i)
         writeAMF3Var(array.getPropertyValueConst(kFirst + static_cast<int>(i)));
@@ -608,7 +584,7 @@ void SRCSerializer::writeAMF3Date(const SRData& value)
 {
     if (writeKnown(value))
         return;
-    WriteUint29(kInline);
+    WriteUint29(kAMF3Inline);
     PutDouble(value.getDate());
 }
 
@@ -622,6 +598,6 @@ void SRCSerializer::writeAMF3ByteArray(const SRData& value)
 {
     const SRBuffer bytes(value);
     joinTable(SRData(value));
-    WriteUint29(bytes.length() * 2 + kInline);
+    WriteUint29(bytes.length() * 2 + kAMF3Inline);
     PutData(bytes.data(), bytes.length());
 }

@@ -5,6 +5,7 @@
 
 #include "server/messagedump.h"
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 #include "util/SRStringPool.h"
 #include "util/krxassert.h"
 

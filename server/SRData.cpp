@@ -4,6 +4,7 @@
 #include "server/SRData.h"
 
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 #include "util/SRStringPool.h"
 #include "util/krxassert.h"
 #include "util/typeconvertor.h"

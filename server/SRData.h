@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "server/amfmarkers.h"
 #include "util/SRBuffer.h"
 #include "util/SRObject.h"
 #include "util/SRString.h"
@@ -18,23 +19,23 @@
 /// has the kinds 4, 7, 9, 12 and 13: these are markers only.
 enum SRDataKind : unsigned char
 {
-    kNumberType = 0,
-    kBoolType = 1,
-    kStringType = 2,
-    kObjectType = 3,
-    kMovieClipType = 4,
-    kNullType = 5,
-    kUndefinedType = 6,
-    kReferenceType = 7,
-    kArrayType = 8,  ///< ECMA array
-    kObjectEndType = 9,
-    kStrictArrayType = 10,
-    kDateType = 11,
-    kLongStringType = 12,
-    kUnsupportedType = 13,
-    kXMLType = 15,
-    kTypedObjectType = 16,    ///< entry 0, "constructor", holds the class name
-    kAvmPlusObjectType = 17,  ///< an AMF3 value that is carried in an array
+    kNumberType = kAMF0Number,
+    kBoolType = kAMF0Boolean,
+    kStringType = kAMF0String,
+    kObjectType = kAMF0Object,
+    kMovieClipType = kAMF0MovieClip,
+    kNullType = kAMF0Null,
+    kUndefinedType = kAMF0Undefined,
+    kReferenceType = kAMF0Reference,
+    kArrayType = kAMF0ECMAArray,  ///< ECMA array
+    kObjectEndType = kAMF0ObjectEnd,
+    kStrictArrayType = kAMF0StrictArray,
+    kDateType = kAMF0Date,
+    kLongStringType = kAMF0LongString,
+    kUnsupportedType = kAMF0Unsupported,
+    kXMLType = kAMF0XMLDocument,
+    kTypedObjectType = kAMF0TypedObject,     ///< entry 0, "constructor", holds the class name
+    kAvmPlusObjectType = kAMF0SwitchToAMF3,  ///< an AMF3 value that is carried in an array
     kBlobType = 32,
     kInt64Type = 34,
 };

@@ -5,6 +5,7 @@
 #include "server/SRNameList.h"
 #include "server/datatext.h"
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 #include "util/krxassert.h"
 
 #include <algorithm>

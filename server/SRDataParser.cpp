@@ -4,10 +4,10 @@
 #include "server/SRDataParser.h"
 
 #include "util/SRFileUtil.h"
+#include "util/SRStrUtil.h"
 #include "util/SRStringPool.h"
+#include "util/bigendian.h"
 #include "util/krxassert.h"
-
-#include <boost/endian/conversion.hpp>
 
 #include <algorithm>
 #include <bit>
@@ -18,7 +18,6 @@
 #include <string>
 #include <sys/stat.h>
 
-namespace endian = boost::endian;
 using krx::util::SRFileUtil;
 
 namespace {
@@ -169,25 +168,25 @@ unsigned char SRDataParser::GetByte()
 unsigned short SRDataParser::GetWord()
 {
     const unsigned char* const bytes = take(sizeof(unsigned short));
-    return bytes ? endian::load_big_u16(bytes) : static_cast<unsigned short>(0);
+    return bytes ? krx::util::loadBig16(bytes) : static_cast<unsigned short>(0);
 }
 
 unsigned SRDataParser::GetDWord()
 {
     const unsigned char* const bytes = take(sizeof(unsigned));
-    return bytes ? endian::load_big_u32(bytes) : 0;
+    return bytes ? krx::util::loadBig32(bytes) : 0;
 }
 
 long long SRDataParser::GetINT64()
 {
     const unsigned char* const bytes = take(sizeof(long long));
-    return bytes ? endian::load_big_s64(bytes) : 0;
+    return bytes ? static_cast<long long>(krx::util::loadBig64(bytes)) : 0;
 }
 
 double SRDataParser::GetDouble()
 {
     const unsigned char* const bytes = take(sizeof(double));
-    return bytes ? std::bit_cast<double>(endian::load_big_u64(bytes)) : 0;
+    return bytes ? std::bit_cast<double>(krx::util::loadBig64(bytes)) : 0;
 }
 
 bool SRDataParser::readText(int type, std::string_view& text)
@@ -274,44 +273,6 @@ unsigned char* SRDataParser::make(unsigned n)
     return out;
 }
 
-void SRDataParser::PutByte(unsigned char value)
-{
-    if (unsigned char* const out = make(1))
-        *out = value;
-}
-
-void SRDataParser::PutWord(unsigned short value)
-{
-    if (unsigned char* const out = make(sizeof value))
-        endian::store_big_u16(out, value);
-}
-
-void SRDataParser::PutDWord(unsigned value)
-{
-    if (unsigned char* const out = make(sizeof value))
-        endian::store_big_u32(out, value);
-}
-
-void SRDataParser::PutINT64(long long value)
-{
-    if (unsigned char* const out = make(sizeof value))
-        endian::store_big_s64(out, value);
-}
-
-void SRDataParser::PutDouble(double value)
-{
-    if (unsigned char* const out = make(sizeof value))
-        endian::store_big_u64(out, std::bit_cast<std::uint64_t>(value));
-}
-
-void SRDataParser::PutData(const void* bytes, unsigned n)
-{
-    if (n == 0)
-        return;
-    if (unsigned char* const out = make(n))
-        std::memcpy(out, bytes, n);
-}
-
 void SRDataParser::PutString(const char* text, int type)
 {
     PutString(std::string_view(text ? text : ""), type);
@@ -327,12 +288,10 @@ void SRDataParser::PutString(std::string_view text, int type)
         krx::util::assertFailed(kSourceFile, kTextTooLongLine);
         return;
     }
-    const auto length = static_cast<unsigned>(text.size());
     if (type == kShortText)
-        PutWord(static_cast<unsigned short>(length));
+        putShortText(text);
     else
-        PutDWord(length);
-    PutData(text.data(), length);
+        putLongText(text);
 }
 
 void SRDataParser::StartTag(int type, bool isLong)
@@ -363,10 +322,10 @@ void SRDataParser::FinishTag()
     const unsigned length = m_position - m_tagStart - (m_tagLong ? kTagLongBytes : kTagWordBytes);
     m_tagType = -1;
     if (m_tagLong) {
-        endian::store_big_u16(header, static_cast<std::uint16_t>(type + kTagLongForm));
-        endian::store_big_u32(header + kTagWordBytes, length);
+        krx::util::storeBig16(header, static_cast<unsigned short>(type + kTagLongForm));
+        krx::util::storeBig32(header + kTagWordBytes, length);
     } else if (length <= kTagMaxShort) {
-        endian::store_big_u16(header, static_cast<std::uint16_t>(type + length));
+        krx::util::storeBig16(header, static_cast<unsigned short>(type + length));
     } else {
         krx::util::assertFailed(kSourceFile, kTagTooLongLine);
     }

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "server/SRMessage.h"
+#include "server/amfwriter.h"
 #include "util/SRException.h"
 #include "util/SRString.h"
 
@@ -18,13 +19,13 @@
 /// Bad data in reading is put into the error trace. Then a reader that throws throws SRBreakConnection 1029;
 /// any other one writes the trace out, is marked bad and jumps to its end, so that every further read quietly
 /// gives 0. A primitive of the wrong direction is reported and does nothing (a read gives 0).
-class SRDataParser
+class SRDataParser : protected AMFWriter
 {
 public:
     /// Text forms: a u16 or a u32 length in front of the bytes.
     static constexpr int kShortText = 2;
     static constexpr int kLongText = 12;
-    static constexpr unsigned kMaxShortText = 65535;
+    static constexpr unsigned kMaxShortText = kAMF0MaxShortText;
     static constexpr int kAMF0 = 0;
     static constexpr int kAMF3 = 3;
     /// Most bytes that a writer collects unless it is set otherwise.
@@ -53,14 +54,14 @@ public:
     const unsigned char* GetData(unsigned n);
 
     // Writing throws SROutOfMemory when the buffer cannot grow.
-    void PutByte(unsigned char value);
-    void PutWord(unsigned short value);
-    void PutDWord(unsigned value);
-    void PutINT64(long long value);
-    void PutDouble(double value);
+    void PutByte(unsigned char value) { putByte(value); }
+    void PutWord(unsigned short value) { putU16(value); }
+    void PutDWord(unsigned value) { putU32(value); }
+    void PutINT64(long long value) { putU64(static_cast<unsigned long long>(value)); }
+    void PutDouble(double value) { putDouble(value); }
     void PutString(const char* text, int type);
     void PutString(std::string_view text, int type);
-    void PutData(const void* bytes, unsigned n);
+    void PutData(const void* bytes, unsigned n) { putBytes(bytes, n); }
     /// Makes room for n more bytes: doubles up to 64 KiB, then grows by 64 KiB, from 256 bytes on.
     void CheckBufferSize(unsigned n);
 
@@ -186,7 +187,7 @@ private:
     // n more bytes to read, else null after telling bad data.
     const unsigned char* take(unsigned n);
     // Room for n more bytes to write, else null after the report.
-    unsigned char* make(unsigned n);
+    unsigned char* make(unsigned n) override;
 
     bool m_bad = false;
     const bool m_writing = true;

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "server/MultiMsgCounter.h"
+#include "server/multimsgcounter.h"
 #include "util/SRBuffer.h"
 #include "util/SRObject.h"
 #include "util/SRPool.h"

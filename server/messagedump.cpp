@@ -5,6 +5,7 @@
 
 #include "server/datatext.h"
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 #include "util/bigendian.h"
 
 #include <algorithm>

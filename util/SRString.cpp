@@ -4,6 +4,7 @@
 #include "util/SRString.h"
 
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 
 #include <charconv>
 #include <cmath>

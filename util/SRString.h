@@ -4,6 +4,7 @@
 #pragma once
 
 #include "util/SRStringPool.h"
+#include "util/comparenocase.h"
 
 #include <boost/format.hpp>
 
@@ -114,7 +115,7 @@ public:
     /// A text of which copies take no memory.
     static SRMBString counted(std::string_view text);
 
-    bool equalsIgnoreCase(const char* other) const { return SRStrUtil::compareNoCase(c_str(), other) == 0; }
+    bool equalsIgnoreCase(const char* other) const { return krx::util::compareNoCase(c_str(), other) == 0; }
 
     /// As SRString::format.
     template <typename... Args>

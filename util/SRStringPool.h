@@ -9,8 +9,6 @@
 #include <iosfwd>
 #include <memory>
 
-class SRString;
-
 /// The process-wide store of all string characters. A block is named by a pointer to its first character; in
 /// front of it stand 3 bytes of length in characters (big-endian) and 1 byte of type; after the text stands
 /// a zero character. Every operation exists for narrow (char) and wide (wchar_t) blocks.
@@ -120,22 +118,4 @@ private:
 
     struct Impl;
     std::unique_ptr<Impl> m_impl;
-};
-
-/// String helpers that are no part of a string class.
-class SRStrUtil
-{
-public:
-    /// The pool, created on first use, from whatever thread.
-    static SRStringPool& poolInstance();
-    static int collectGarbage();
-    static void shutdown();
-
-    /// Readable form of bytes for diagnostics: two hex digits a byte, separated by blanks; no more than the
-    /// first maxBytes, then "...".
-    static SRString formatBuffer(const unsigned char* bytes, std::size_t n, std::size_t maxBytes = 1024);
-
-    /// Order of two texts ignoring the case of ASCII letters only, whatever the locale: negative, 0 or
-    /// positive.
-    static int compareNoCase(const char* a, const char* b);
 };

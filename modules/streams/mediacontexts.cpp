@@ -305,4 +305,16 @@ void MediaContexts::clear()
     m_trackIndex.clear();
 }
 
+bool metaAttribute(const ContextMessage* message, void* out, unsigned& size)
+{
+    if (!message || !out || message->length > size) {
+        size = 0;
+        return false;
+    }
+    size = message->length;
+    if (size != 0)
+        std::memcpy(out, message->data(), size);
+    return true;
+}
+
 }  // namespace krx

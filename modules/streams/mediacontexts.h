@@ -7,6 +7,7 @@
 #include "util/SRBuffer.h"
 
 #include <cstddef>
+#include <cstring>
 #include <deque>
 #include <functional>
 #include <unordered_map>
@@ -129,5 +130,20 @@ private:
     std::deque<TrackContexts> m_tracks;
     std::unordered_map<unsigned, std::size_t> m_trackIndex;  ///< track ID to place in m_tracks
 };
+
+/// What IQVStreamAdaptor::getAttribute answers with a number of fixed width: copies it to out where size is
+/// room enough, and sets size to its bytes.
+template <typename T>
+bool sizeAttribute(T value, void* out, unsigned& size)
+{
+    const bool fits = out && size >= sizeof(T);
+    if (fits)
+        std::memcpy(out, &value, sizeof(T));
+    size = sizeof(T);
+    return fits;
+}
+
+/// The same with the body of a message (null: there is none); sets size to 0 where it does not fit.
+bool metaAttribute(const ContextMessage* message, void* out, unsigned& size);
 
 }  // namespace krx

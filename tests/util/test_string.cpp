@@ -2,6 +2,7 @@
 // All rights reserved.
 
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 #include "util/SRString.h"
 
 #include <gtest/gtest.h>

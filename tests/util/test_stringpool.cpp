@@ -2,6 +2,7 @@
 // All rights reserved.
 
 #include "util/SRException.h"
+#include "util/SRStrUtil.h"
 #include "util/SRString.h"
 #include "util/SRStringPool.h"
 #include "util/krxassert.h"

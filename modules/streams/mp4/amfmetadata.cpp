@@ -13,16 +13,9 @@ namespace {
 
 using TagEntry = MP4File::TagEntry;
 
-// Well-known types of tags.
-constexpr unsigned kImplicit = 0;
-constexpr unsigned kText = 1;
-constexpr unsigned kJPEG = 13;
-constexpr unsigned kPNG = 14;
-constexpr unsigned kInteger = 21;
-
 bool isImage(const TagEntry& tag)
 {
-    return tag.dataType == kJPEG || tag.dataType == kPNG;
+    return tag.dataType == TagEntry::kJPEG || tag.dataType == TagEntry::kPNG;
 }
 
 std::string fourCCText(unsigned code)
@@ -149,11 +142,11 @@ private:
     void writeTag(const TagEntry& tag)
     {
         switch (tag.dataType) {
-            case kImplicit:
-            case kInteger:
+            case TagEntry::kImplicit:
+            case TagEntry::kInteger:
                 writeIntegers(tag);
                 break;
-            case kText:
+            case TagEntry::kText:
                 m_out.addNamedText(tagKey(tag), tag.content);
                 break;
             default:

@@ -17,6 +17,10 @@ constexpr unsigned fourCC(const char (&code)[5])
     return value;
 }
 
+/// Bytes of a box header: a size and a type of 4 bytes each. With a size of 1 a size of 8 bytes follows.
+constexpr unsigned kBoxHeaderSize = 8;
+constexpr unsigned kLargeBoxHeaderSize = 16;
+
 /// One box as read from the file. Cheap to copy: it knows its own type, not the boxes around it.
 struct BoxHeader
 {

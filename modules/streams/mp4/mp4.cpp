@@ -24,9 +24,6 @@ using krx::util::FilePos;
 constexpr const char* kFile = "modules/streams/mp4/mp4";
 constexpr int kNoReaderLine = 412;
 
-constexpr unsigned kHeaderSize = 8;
-constexpr unsigned kLargeHeaderSize = 16;
-
 /// Containers inside each other. Real files need about ten; each level costs stack.
 constexpr std::size_t kMaxNesting = 128;
 
@@ -74,7 +71,7 @@ void MP4File::parseBoxes(const BoxHeader& parent)
     if (m_openBoxes.size() > kMaxNesting)
         throw StreamParseError(krx::streams::kTruncatedBox);
     while (curPos() < parent.end) {
-        if (bytesLeft(parent.end) < kHeaderSize) {
+        if (bytesLeft(parent.end) < kBoxHeaderSize) {
             warn(krx::streams::kExtraneousBytes);
             skipTo(parent.end);
             return;
@@ -93,13 +90,13 @@ BoxHeader MP4File::parseBoxHeader(const BoxHeader& parent, ParseStatus notPositi
     box.start = curPos();
     const auto start = static_cast<unsigned long long>(box.start);
     unsigned long long size = readU32();
-    unsigned headerSize = kHeaderSize;
+    unsigned headerSize = kBoxHeaderSize;
     box.type = readU32();
     if (size == 1) {
         size = readU64();
-        headerSize = kLargeHeaderSize;
+        headerSize = kLargeBoxHeaderSize;
     } else if (size == 0) {
-        size = bytesLeft(m_io->Size()) + kHeaderSize;
+        size = bytesLeft(m_io->Size()) + kBoxHeaderSize;
     }
     if (size == 0 || size > kMaxSize)
         throw StreamParseError(notPositive);
@@ -152,7 +149,7 @@ void MP4File::parseBox(const BoxHeader& box)
 /// Dispatches the first child of that type; false when there is none.
 bool MP4File::scanAndParse(const BoxHeader& parent, unsigned type)
 {
-    while (curPos() < parent.end && bytesLeft(parent.end) >= kHeaderSize) {
+    while (curPos() < parent.end && bytesLeft(parent.end) >= kBoxHeaderSize) {
         const BoxHeader box = parseBoxHeader(parent);
         if (box.type == type) {
             tryParseBox(box);
@@ -175,7 +172,7 @@ bool MP4File::skipToBox(unsigned type, FilePos end)
         code[i] = static_cast<char>(type >> (24 - 8 * i));
 
     FilePos pos = curPos();
-    if (end - pos < kHeaderSize)
+    if (end - pos < kBoxHeaderSize)
         return false;
     while (pos < end) {
         // A type may start at every position before end, so the last ones reach beyond it.

@@ -34,8 +34,18 @@ public:
     /// One tag of an item list, or a string tag.
     struct TagEntry
     {
+        /// Well-known types of a 'data' box; others are kept as read.
+        enum DataType : unsigned
+        {
+            kImplicit = 0,
+            kText = 1,  ///< UTF-8
+            kJPEG = 13,
+            kPNG = 14,
+            kInteger = 21,
+        };
+
         unsigned itemType = 0;           ///< four-character code
-        unsigned dataType = 0;           ///< 0 implicit, 1 UTF-8, 13 JPEG, 14 PNG, 21 integer, others as read
+        unsigned dataType = 0;           ///< DataType
         unsigned short language = 0;     ///< packed; 0 when absent
         unsigned short integerSize = 0;  ///< bytes of each integer; 0 when the content is none
         /// Text, image or integers as in the file, cut to what is supported; empty for other types. UTF-16

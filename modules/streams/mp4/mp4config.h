@@ -26,7 +26,8 @@ struct Mp4Config
     unsigned MaxAudioSampleDescriptions = 10;  ///< Mp4/Recording/MaxAudioSampleDescriptions
     unsigned MaxVideoSampleDescriptions = 10;  ///< Mp4/Recording/MaxVideoSampleDescriptions
 
-    krx::streams::VideoValidationParameters validation;  ///< set by no key
+    /// Set by no key, and not read: MP4File has its own switch, setWarningsAsErrors.
+    krx::streams::VideoValidationParameters validation;
 };
 
 }  // namespace krx::mp4

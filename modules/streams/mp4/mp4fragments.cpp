@@ -143,7 +143,6 @@ void MP4File::parseAndUnloadTrackFragment(const BoxHeader& box)
 
 void MP4File::parseTrackFragment(TrackFragment& fragment, FilePos payload, FilePos end)
 {
-    constexpr unsigned kHeaderSize = 8;
     std::optional<FragmentReload> reload;
     if (m_openBoxes.empty())
         reload.emplace(*this);
@@ -153,7 +152,7 @@ void MP4File::parseTrackFragment(TrackFragment& fragment, FilePos payload, FileP
     skipTo(payload);
     bool headerSeen = false;
     while (curPos() < traf.end) {
-        if (bytesLeft(traf.end) < kHeaderSize) {
+        if (bytesLeft(traf.end) < kBoxHeaderSize) {
             warn(krx::streams::kExtraneousBytes);
             break;
         }

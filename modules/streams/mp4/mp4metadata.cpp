@@ -18,15 +18,6 @@ namespace {
 
 using krx::streams::StreamParseError;
 
-constexpr unsigned kHeaderSize = 8;
-
-// Well-known types of a 'data' box.
-constexpr unsigned kImplicit = 0;
-constexpr unsigned kText = 1;
-constexpr unsigned kJpeg = 13;
-constexpr unsigned kPng = 14;
-constexpr unsigned kInteger = 21;
-
 constexpr unsigned kMaxTextLength = 65535;
 constexpr unsigned kMaxImageLength = 4194304;
 constexpr unsigned kMaxIntegers = 1024;
@@ -57,11 +48,11 @@ void MP4File::parseMetadata(const BoxHeader& box)
 
 void MP4File::parseItunesMetadata(const BoxHeader& box)
 {
-    while (bytesLeft(box.end) >= kHeaderSize) {
+    while (bytesLeft(box.end) >= kBoxHeaderSize) {
         const BoxHeader item = parseBoxHeader(box, krx::streams::kInvalidEntryCount);
         if (!item.isFreeBox()) {
             const OpenBox open(m_openBoxes, item.type);
-            while (bytesLeft(item.end) >= kHeaderSize)
+            while (bytesLeft(item.end) >= kBoxHeaderSize)
                 parseItunesDataTag(item);
         }
         skipTo(item.end);
@@ -72,7 +63,7 @@ void MP4File::parseItunesMetadata(const BoxHeader& box)
 void MP4File::parseItunesDataTag(const BoxHeader& item)
 {
     const BoxHeader data = parseBoxHeader(item);
-    if (data.type != fourCC("data") || bytesLeft(data.end) < kHeaderSize) {
+    if (data.type != fourCC("data") || bytesLeft(data.end) < kBoxHeaderSize) {
         skipTo(data.end);
         return;
     }
@@ -80,19 +71,19 @@ void MP4File::parseItunesDataTag(const BoxHeader& item)
     tag.itemType = item.type;
     tag.dataType = readU32();
     if (item.type == fourCC("purl") || item.type == fourCC("egid"))
-        tag.dataType = kText;
+        tag.dataType = TagEntry::kText;
     skip(4);  // locale
     const unsigned long long length = bytesLeft(data.end);
     switch (tag.dataType) {
-        case kText:
+        case TagEntry::kText:
             tag.content = readBytes(std::min<unsigned long long>(length, kMaxTextLength));
             break;
-        case kJpeg:
-        case kPng:
+        case TagEntry::kJPEG:
+        case TagEntry::kPNG:
             tag.content = readBytes(std::min<unsigned long long>(length, kMaxImageLength));
             break;
-        case kImplicit:
-        case kInteger:
+        case TagEntry::kImplicit:
+        case TagEntry::kInteger:
             tag.integerSize = item.type == fourCC("trkn") || item.type == fourCC("disk") ? 2 : 4;
             tag.content = readBytes(std::min<unsigned long long>(length, kMaxIntegers * tag.integerSize));
             break;
@@ -129,7 +120,7 @@ void MP4File::parseStringTag(const BoxHeader& box)
     parseVersion(box);
     TagEntry tag;
     tag.itemType = box.type;
-    tag.dataType = kText;
+    tag.dataType = TagEntry::kText;
     tag.language = readU16();
     tag.content = readBytes(std::min<unsigned long long>(bytesLeft(box.end), kMaxTextLength));
     addTag(tag);

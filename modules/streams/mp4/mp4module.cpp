@@ -63,28 +63,6 @@ Mp4Data* dataOf(void* handle)
     return static_cast<Mp4Data*>(handle);
 }
 
-/// Copies a value to out, or reports the size that it needs.
-template <typename T>
-bool sizeAttribute(T value, void* out, unsigned& size)
-{
-    const bool fits = out && size >= sizeof(value);
-    if (fits)
-        std::memcpy(out, &value, sizeof(value));
-    size = sizeof(value);
-    return fits;
-}
-
-bool metaAttribute(const ContextMessage* message, void* out, unsigned& size)
-{
-    if (!message || !out || message->length > size) {
-        size = 0;
-        return false;
-    }
-    std::memcpy(out, message->data(), message->length);
-    size = message->length;
-    return true;
-}
-
 }  // namespace
 
 Mp4Module::Mp4Module(IQVStreamContext* context) : m_context(context)

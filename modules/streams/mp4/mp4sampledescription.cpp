@@ -299,8 +299,7 @@ void MP4File::parseTextDescription(const BoxHeader& box, SampleEntry& entry)
 /// The fonts of a text entry; a missing table has none, one that ends early those before.
 FontTable MP4File::parseFontTable(const BoxHeader& box)
 {
-    constexpr unsigned kHeaderSize = 8;
-    if (bytesLeft(box.end) < kHeaderSize)
+    if (bytesLeft(box.end) < kBoxHeaderSize)
         return {};
     const BoxHeader table = parseBoxHeader(box);
     if (table.type != fourCC("ftab") || bytesLeft(table.end) < 2)

@@ -24,45 +24,29 @@ constexpr unsigned kPermission = 6;
 constexpr int kOpened = 0;
 constexpr int kNotOpened = 1;
 
-/// The recording side keeps the first "onMetaData" of a stream in front of this position, on this track.
+/// The recording side keeps the first "onMetaData" of a stream before this position.
 constexpr long long kMetadataPosition = -1;
-constexpr unsigned kMetadataTrack = 2;
 
 RawData& stream(void* handle)
 {
     return *static_cast<RawData*>(handle);
 }
 
-/// Hands out a number of fixed width.
-template <typename T>
-bool sizeAttribute(T value, void* out, unsigned& size)
-{
-    const bool fits = size >= sizeof(T);
-    if (fits)
-        std::memcpy(out, &value, sizeof(T));
-    size = sizeof(T);
-    return fits;
-}
-
-/// Hands out the body of the stream's "onMetaData".
-bool metaAttribute(const MediaContexts& contexts, void* out, unsigned& size)
+/// The stream's "onMetaData"; null when there is none.
+const ContextMessage* findMetadata(const MediaContexts& contexts)
 {
     const ContextMessage* metadata = nullptr;
     contexts.getMediaContextsConst(
         kContextHeader, kMetadataPosition,
         [&metadata](const ContextMessage& message) {
-            if (message.trackId != kMetadataTrack)
+            if (message.trackId != MediaContexts::kMetadataTrack)
                 return;
             if (metadata)
                 krx::util::assertFailed(kFile, kTwoMetadataLine);
             metadata = &message;
         },
         false);
-    const bool fits = metadata && metadata->length <= size;
-    size = fits ? metadata->length : 0;
-    if (size != 0)
-        std::memcpy(out, metadata->data(), size);
-    return fits;
+    return metadata;
 }
 
 }  // namespace
@@ -156,7 +140,7 @@ bool RawAdaptor::getAttribute(void* handle, AttrType_t type, void* out, unsigned
         case kAttrSize:
             return sizeAttribute(data.getSize(), out, size);
         case kAttrMetadata:
-            return metaAttribute(*data.getContexts(), out, size);
+            return metaAttribute(findMetadata(*data.getContexts()), out, size);
     }
     return false;
 }

@@ -8,6 +8,7 @@
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/videofile.h"
 #include "tools/zmvutil/vidlint/src/zmvfile.h"
+#include "util/SRStrUtil.h"
 
 #include <boost/filesystem.hpp>
 

@@ -7,6 +7,7 @@
 #include "server/SRCommand.h"
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "util/SRFileUtil.h"
+#include "util/SRStrUtil.h"
 #include "util/krxassert.h"
 
 #include <array>
