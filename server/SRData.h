@@ -75,7 +75,7 @@ struct SRDataValue
 class SRData : public SRDataValue
 {
 public:
-    SRData() = default;
+    SRData() {}
     explicit SRData(bool value) { init(value); }
     explicit SRData(double value) { init(value); }
     explicit SRData(int value) { init(value); }
