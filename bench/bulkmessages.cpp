@@ -4,6 +4,7 @@
 #include "bench/bulkmessages.h"
 
 #include "bench/bulkwriter.h"
+#include "util/messagerecord.h"
 
 #include <bit>
 
@@ -32,14 +33,12 @@ std::string metadataBody(double duration)
 void putMessage(BulkWriter& out, std::uint8_t type, std::uint32_t length, std::uint32_t time,
                 std::string_view body)
 {
-    out.u8(type);
-    out.u24(length);
-    out.u24(time & 0xFFFFFF);
-    out.u8(static_cast<std::uint8_t>(time >> 24));
-    out.u24(0);
+    unsigned char header[krx::util::RecordHeader::kSize];
+    krx::util::RecordHeader{type, length, time, 0}.store(header);
+    out.bytes(header, sizeof header);
     out.bytes(body.data(), body.size());
     out.fill(length - body.size());
-    out.u32(length + 11);
+    out.u32(krx::util::backPointerOf(length));
 }
 
 }  // namespace krx::bench

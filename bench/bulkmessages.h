@@ -12,7 +12,6 @@ namespace krx::bench {
 class BulkWriter;
 
 constexpr std::uint32_t kMessageSpacing = 20;  ///< ms between two messages
-constexpr std::uint32_t kMessageFrame = 15;    ///< bytes of a stored message besides its body
 
 /// Lengths that are spread evenly over [min, max]; the same arguments give the same sequence.
 class MessageLengths

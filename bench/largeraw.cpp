@@ -5,6 +5,7 @@
 
 #include "bench/bulkmessages.h"
 #include "bench/bulkwriter.h"
+#include "util/messagerecord.h"
 
 #include <array>
 #include <bit>
@@ -124,7 +125,7 @@ std::vector<Bounds> writeSegments(const std::string& directory, const LargeRaw& 
             const bool video = facts.messages % 2 != 0;
             putMessage(out, video ? 9 : 8, length, timeOf(facts.messages), video ? "\x27" : "\xAF");
             ++facts.messages;
-            facts.bytes += length + kMessageFrame;
+            facts.bytes += length + krx::util::kRecordOverhead;
         } while (facts.bytes < share);
         out.finish();
         addBounds(bounds, facts.messages);

@@ -5,6 +5,7 @@
 
 #include "bench/bulkmessages.h"
 #include "bench/bulkwriter.h"
+#include "util/messagerecord.h"
 
 #include <stdexcept>
 
@@ -18,7 +19,7 @@ LargeZmvFacts writeLargeZmv(const std::string& path, const LargeZmv& wanted)
 
     const std::size_t metadataLength = metadataBody(0).size();
     LargeZmvFacts facts;
-    facts.bytes = 9 + 4 + metadataLength + kMessageFrame;
+    facts.bytes = 9 + 4 + metadataLength + krx::util::kRecordOverhead;
     const auto done = [&wanted](const LargeZmvFacts& now) {
         return (wanted.targetBytes && now.bytes >= wanted.targetBytes) ||
                (wanted.targetMessages && now.messages >= wanted.targetMessages);
@@ -26,7 +27,7 @@ LargeZmvFacts writeLargeZmv(const std::string& path, const LargeZmv& wanted)
 
     // The metadata at the front states the duration, which the number of messages decides.
     for (MessageLengths lengths(wanted.minLength, wanted.maxLength); !done(facts); ++facts.messages)
-        facts.bytes += lengths.next() + kMessageFrame;
+        facts.bytes += lengths.next() + krx::util::kRecordOverhead;
     const double duration =
         facts.messages ? static_cast<double>(facts.messages - 1) * kMessageSpacing / 1000.0 : 0;
 

@@ -8,8 +8,8 @@
 #include "modules/streams/mp4/mp4module.h"
 #include "modules/streams/raw/rawModule.h"
 #include "server/KRXSyncFileIo.h"
-#include "server/SRMessage.h"
 #include "util/SRBuffer.h"
+#include "util/messagerecord.h"
 
 #include <boost/crc.hpp>
 
@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr unsigned kRecordOverhead = 15;  ///< bytes of a record in an aggregate besides its body
+using krx::util::RecordState;
 
 /// What is listed.
 enum class Listing
@@ -108,8 +108,10 @@ private:
     static long long recordCount(const unsigned char* body, unsigned length)
     {
         long long count = 0;
-        for (unsigned long long at = 0; at + kRecordOverhead <= length; ++count)
-            at += SRMessageHeader::parse(body + at).length + kRecordOverhead;
+        krx::util::MessageRecord record;
+        for (unsigned at = 0; krx::util::readRecord(body + at, length - at, record) == RecordState::kWhole;
+             ++count)
+            at += record.size();
         return count;
     }
 

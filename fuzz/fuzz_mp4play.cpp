@@ -8,6 +8,7 @@
 
 #include "modules/streams/mp4/mp4Data.h"
 #include "tests/support/memoryfileio.h"
+#include "util/messagerecord.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -40,15 +41,15 @@ public:
         const auto* bytes = static_cast<const unsigned char*>(data);
         for (unsigned i = 0; i < length; ++i)
             sum += bytes[i];
-        constexpr unsigned char kAggregate = 22;
-        if (type != kAggregate) {
+        if (type != kMsgAggregate) {
             ++messages;
             return true;
         }
-        unsigned long long at = 0;
-        for (; at < length; ++messages)
-            at += 15 + (unsigned{bytes[at + 1]} << 16 | unsigned{bytes[at + 2]} << 8 | bytes[at + 3]);
-        require(at == length);
+        krx::util::MessageRecord record;
+        for (unsigned at = 0; at < length; at += record.size()) {
+            require(krx::util::readRecord(bytes + at, length - at, record) == krx::util::RecordState::kWhole);
+            ++messages;
+        }
         return true;
     }
     void addDep(unsigned, unsigned) override {}

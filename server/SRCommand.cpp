@@ -31,7 +31,7 @@ constexpr std::array<const char*, SRCommand::kCmdStopTransmit + 1> kCommandTable
 
 const SRData& undefinedValue()
 {
-    static const SRData value;
+    static const SRData value{};
     return value;
 }
 

@@ -313,7 +313,7 @@ SRData& SRDataArray::getPropertyValue(int i)
 
 const SRData& SRDataArray::getPropertyValueConst(int i) const
 {
-    static const SRData undefined;
+    static const SRData undefined{};
     return isEntry(i) ? valueAt(static_cast<unsigned>(i)) : undefined;
 }
 

@@ -4,11 +4,15 @@
 #include "server/compositemessage.h"
 
 #include "util/krxassert.h"
+#include "util/messagerecord.h"
 
 #include <algorithm>
 #include <utility>
 
 namespace krx {
+
+using util::MessageRecord;
+using util::RecordHeader;
 
 namespace {
 
@@ -19,8 +23,6 @@ constexpr int kNoRecordLine = 129;
 constexpr int kCutOffLine = 355;
 
 constexpr unsigned char kFlagMask = 0xA0;
-constexpr unsigned kBackPointerBytes = 4;
-constexpr unsigned kMinRecord = SRMessageHeader::kSize + 1;
 
 unsigned char* dataAt(const SRMemoryPtr& memory, unsigned offset)
 {
@@ -109,25 +111,27 @@ void CompositeMessage::initialize(unsigned char* body, unsigned length)
 {
     for (unsigned offset = 0; offset < length;) {
         const unsigned remaining = length - offset;
-        HeaderBytes header{};
-        if (remaining >= kMinRecord)
-            std::copy_n(body + offset, header.size(), header.begin());
-        const unsigned innerLength = SRMessageHeader::parse(header.data()).length;
-        if (remaining < kMinRecord || innerLength > remaining - SRMessageHeader::kSize) {
+        MessageRecord record;
+        readRecord(body + offset, remaining, record);
+        // The back-pointer is not looked at, but a header alone is no record.
+        if (!record.body || remaining == RecordHeader::kSize) {
             util::assertFailed(kSourceFile, kCutOffLine);
             break;
         }
         auto message = std::make_unique<SubMessage>(this, static_cast<unsigned>(m_messages.size()), offset);
+        HeaderBytes header{};
+        std::copy_n(body + offset, header.size(), header.begin());
         message->setFlag(0, header[0] & kEncryptedFlag);
         header[0] = static_cast<unsigned char>(header[0] & ~kEncryptedFlag);
         message->setHeader(header);
+        const unsigned innerLength = record.header.length;
         message->setMemory(
-            SRMemoryPtr(new ProxyMemory(getMemory(), body + offset + SRMessageHeader::kSize, innerLength)));
-        const int firstByte = innerLength != 0 ? body[offset + SRMessageHeader::kSize] : -1;
+            SRMemoryPtr(new ProxyMemory(getMemory(), body + offset + RecordHeader::kSize, innerLength)));
+        const int firstByte = innerLength != 0 ? record.body[0] : -1;
         m_kinds.push_back({message->getPlainType(), static_cast<short>(firstByte)});
         m_messages.push_back(std::move(message));
         // The last record may lack its back-pointer.
-        offset += std::min(remaining, SRMessageHeader::kSize + innerLength + kBackPointerBytes);
+        offset += std::min(remaining, record.size());
     }
     m_bodyLength = length;
     m_range = std::make_shared<Range>(count(0, static_cast<unsigned>(m_messages.size())));

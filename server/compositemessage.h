@@ -37,7 +37,7 @@ private:
 
 /// An aggregate message: a body of records, presented as a list of messages. No byte of it is copied.
 ///
-/// A record is an encoded message header, the inner body and the size of both (u32, not read). Bit 0x20 of a
+/// A record is a stored message (see util::RecordHeader) whose back-pointer is not read. Bit 0x20 of a
 /// record's type is a flag: it is cleared in the message's type and kept in its first flag byte.
 class CompositeMessage : public Message
 {

@@ -3,6 +3,8 @@
 
 #include "tests/support/zmvbuilder.h"
 
+#include "util/messagerecord.h"
+
 #include <bit>
 
 namespace krx::test {
@@ -109,14 +111,13 @@ std::string messageBytes(const ZmvBuilder::Message& message)
 {
     const auto length =
         message.length >= 0 ? static_cast<std::uint64_t>(message.length) : message.payload.size();
-    std::string out;
-    putBigEndian(out, message.type, 1);
-    putBigEndian(out, length, 3);
-    putBigEndian(out, message.time, 3);
-    putBigEndian(out, message.time >> 24, 1);
-    putBigEndian(out, message.streamId, 3);
+    unsigned char header[krx::util::RecordHeader::kSize];
+    krx::util::RecordHeader{message.type, static_cast<unsigned>(length), message.time, message.streamId}
+        .store(header);
+    std::string out(std::begin(header), std::end(header));
     out += message.payload;
-    putBigEndian(out, message.footer >= 0 ? static_cast<std::uint64_t>(message.footer) : length + 11, 4);
+    const unsigned size = krx::util::backPointerOf(static_cast<unsigned>(length));
+    putBigEndian(out, message.footer >= 0 ? static_cast<std::uint64_t>(message.footer) : size, 4);
     return out;
 }
 

@@ -15,9 +15,6 @@
 namespace krx::mp4 {
 namespace {
 
-constexpr std::size_t kMaxShortString = 65535;
-constexpr unsigned char kByteArrayAMF3 = 12;
-
 /// Calls function with every unit of big-endian UTF-16 text up to its first zero unit.
 template <typename Function>
 void forEachUnit(std::string_view utf16, Function function)
@@ -58,62 +55,29 @@ void AMFMessage::makeWhole(const std::function<void()>& write)
     write();
 }
 
-void AMFMessage::put(const void* bytes, unsigned n)
+/// Counts n bytes. Returns room for them, or null where they are only counted, or have no room.
+unsigned char* AMFMessage::make(unsigned n)
 {
-    if (m_failed || n == 0)
-        return;
+    if (m_failed)
+        return nullptr;
     constexpr unsigned long long kMax = std::numeric_limits<unsigned>::max();
     const unsigned long long needed = static_cast<unsigned long long>(m_length) + n;
-    if (m_isCounting) {
-        m_failed = needed > kMax;
-        m_length = static_cast<unsigned>(std::min(needed, kMax));
-        return;
+    if (needed > kMax) {
+        m_failed = true;
+        return nullptr;
     }
-    if (needed > capacity()) {
+    if (!m_isCounting && needed > capacity()) {
         unsigned long long larger = capacity();
         while (larger < needed)
             larger *= 2;
-        if (needed > kMax || !resize(static_cast<unsigned>(std::min(larger, kMax)))) {
+        if (!resize(static_cast<unsigned>(std::min(larger, kMax)))) {
             m_failed = true;
-            return;
+            return nullptr;
         }
     }
-    std::memcpy(data() + m_length, bytes, n);
-    m_length += n;
-}
-
-void AMFMessage::WriteAMF0Byte(unsigned char byte)
-{
-    put(&byte, 1);
-}
-
-void AMFMessage::WriteAMF0U32(unsigned value)
-{
-    const unsigned char bytes[] = {static_cast<unsigned char>(value >> 24),
-                                   static_cast<unsigned char>(value >> 16),
-                                   static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)};
-    put(bytes, sizeof(bytes));
-}
-
-void AMFMessage::WriteAMF3Uint29(unsigned value)
-{
-    const auto part = [&](unsigned shift, unsigned mask) {
-        return static_cast<unsigned char>((value >> shift & mask) | (0x80 & ~mask));
-    };
-    if (value < 0x80)
-        WriteAMF0Byte(static_cast<unsigned char>(value));
-    else if (value < 0x4000) {
-        const unsigned char bytes[] = {part(7, 0x7F), static_cast<unsigned char>(value & 0x7F)};
-        put(bytes, sizeof(bytes));
-    } else if (value < 0x200000) {
-        const unsigned char bytes[] = {part(14, 0x7F), part(7, 0x7F),
-                                       static_cast<unsigned char>(value & 0x7F)};
-        put(bytes, sizeof(bytes));
-    } else if (value < 0x40000000) {
-        const unsigned char bytes[] = {part(22, 0x7F), part(15, 0x7F), part(8, 0x7F), part(0, 0xFF)};
-        put(bytes, sizeof(bytes));
-    } else
-        WriteAMF0Byte(0);
+    unsigned char* const out = m_isCounting ? nullptr : data() + m_length;
+    m_length = static_cast<unsigned>(needed);
+    return out;
 }
 
 void AMFMessage::AddAMF0String(std::string_view text, bool withMarker)
@@ -128,45 +92,28 @@ void AMFMessage::AddAMF0String(std::string_view text, bool withMarker)
         size = text.size();
     }
 
-    const bool isLong = size > kMaxShortString;
     if (size > std::numeric_limits<unsigned>::max())
         m_failed = true;
-    if (withMarker)
-        WriteAMF0Byte(isLong ? kLongString : kString);
     const auto length = static_cast<unsigned>(size);
-    if (isLong)
-        WriteAMF0U32(length);
-    else {
-        const unsigned char bytes[] = {static_cast<unsigned char>(length >> 8),
-                                       static_cast<unsigned char>(length)};
-        put(bytes, sizeof(bytes));
-    }
+    putTextStart(length, withMarker);
     if (isUTF16)
         putUTF8(text);
     else
-        put(text.data(), length);
+        putBytes(text.data(), length);
 }
 
 void AMFMessage::putUTF8(std::string_view utf16)
 {
     forEachUnit(utf16, [&](unsigned unit) {
         char bytes[3];
-        put(bytes, U16CharToUTF8(unit, bytes, std::end(bytes)));
+        putBytes(bytes, U16CharToUTF8(unit, bytes, std::end(bytes)));
     });
-}
-
-void AMFMessage::AddAMF0Number(double number)
-{
-    const auto bits = std::bit_cast<unsigned long long>(number);
-    WriteAMF0U32(static_cast<unsigned>(bits >> 32));
-    WriteAMF0U32(static_cast<unsigned>(bits));
 }
 
 void AMFMessage::AddNamedAMF0Number(const char* name, double number)
 {
     addName(name);
-    WriteAMF0Byte(kNumber);
-    AddAMF0Number(number);
+    putNumber(number);
 }
 
 void AMFMessage::AddNamedAMF0String(const char* name, const char* value)
@@ -184,20 +131,18 @@ void AMFMessage::addNamedText(std::string_view name, std::string_view value)
 void AMFMessage::beginObject(std::string_view name)
 {
     addName(name);
-    WriteAMF0Byte(kObject);
+    beginObject();
 }
 
 void AMFMessage::beginECMAArray(unsigned count)
 {
-    WriteAMF0Byte(kECMAArray);
-    WriteAMF0U32(count);
+    putArrayStart(kAMF0ECMAArray, count);
 }
 
 void AMFMessage::beginStrictArray(std::string_view name, unsigned count)
 {
     addName(name);
-    WriteAMF0Byte(kStrictArray);
-    WriteAMF0U32(count);
+    putArrayStart(kAMF0StrictArray, count);
 }
 
 void AMFMessage::beginMessage(std::string_view name, bool amf3)
@@ -211,16 +156,15 @@ void AMFMessage::beginMessage(std::string_view name, bool amf3)
 
 void AMFMessage::endObject()
 {
-    addName({});
-    WriteAMF0Byte(kObjectEnd);
+    putObjectEnd();
 }
 
 void AMFMessage::addByteArray(const unsigned char* bytes, unsigned n)
 {
-    WriteAMF0Byte(kSwitchToAMF3);
-    WriteAMF0Byte(kByteArrayAMF3);
-    WriteAMF3Uint29(n * 2 + 1);
-    put(bytes, n);
+    putByte(kAMF0SwitchToAMF3);
+    putByte(kAMF3ByteArray);
+    putUint29(n * 2 + kAMF3Inline);
+    putBytes(bytes, n);
 }
 
 void AMFMessage::initFromImage(unsigned trackId, bool amf3, const unsigned char* data, unsigned length)
@@ -264,7 +208,7 @@ bool AMFMessage::initDRMData(MP4File& file)
 void AMFMessage::writeDRMData(const DRMTrackInfo& drm)
 {
     beginMessage("|AdditionalHeader", false);
-    WriteAMF0Byte(kObject);
+    beginObject();
     beginObject("Encryption");
     AddNamedAMF0Number("Version", drm.headerVersion);
     AddNamedAMF0String("Method", "Standard");

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "server/amfwriter.h"
 #include "util/SRBuffer.h"
 
 #include <functional>
@@ -21,7 +22,7 @@ struct DRMTrackInfo;
 /// When the buffer cannot grow, nothing more is written and hasFailed() is true: the body is then of no use.
 /// Bodies about the whole file may be long: they are counted before they are written, charged to the budget,
 /// and take the memory that they need at once. They throw MemoryLimitError and SROutOfMemory.
-class AMFMessage : public SRMemory
+class AMFMessage : public SRMemory, private AMFWriter
 {
 public:
     static constexpr unsigned kInitialCapacity = 2048;
@@ -49,16 +50,16 @@ public:
 
     // What they are made of.
 
-    void WriteAMF0Byte(unsigned char byte);
-    void WriteAMF0U32(unsigned value);
+    void WriteAMF0Byte(unsigned char byte) { putByte(byte); }
+    void WriteAMF0U32(unsigned value) { putU32(value); }
     /// 1 to 4 bytes; a value from 2^30 on is written as a zero byte.
-    void WriteAMF3Uint29(unsigned value);
+    void WriteAMF3Uint29(unsigned value) { putUint29(value); }
     /// The text with its length in front (2 bytes, 4 above 65,535 bytes), and the marker if wanted. Text ends
     /// at its first zero byte. Text that begins with FE FF is UTF-16 (ending at its first zero unit) and
     /// becomes UTF-8; text that begins with FF FF counts as empty.
     void AddAMF0String(std::string_view text, bool withMarker);
     /// Without a marker.
-    void AddAMF0Number(double number);
+    void AddAMF0Number(double number) { putDouble(number); }
     void AddNamedAMF0Number(const char* name, double number);
     /// Nothing when either is null.
     void AddNamedAMF0String(const char* name, const char* value);
@@ -76,25 +77,14 @@ private:
     class MetaData;
     class TimedText;
 
-    enum Marker : unsigned char
-    {
-        kNumber = 0,
-        kString = 2,
-        kObject = 3,
-        kECMAArray = 8,
-        kObjectEnd = 9,
-        kStrictArray = 10,
-        kLongString = 12,
-        kSwitchToAMF3 = 17,
-    };
-
     void makeWhole(const std::function<void()>& write);
-    void put(const void* bytes, unsigned n);
+    unsigned char* make(unsigned n) override;
     void putUTF8(std::string_view utf16);
     void writeDRMData(const DRMTrackInfo& drm);
     /// A value that has a name in front.
     void addName(std::string_view name) { AddAMF0String(name, false); }
     void addNamedText(std::string_view name, std::string_view value);
+    void beginObject() { putByte(kAMF0Object); }
     void beginObject(std::string_view name);
     void beginECMAArray(unsigned count);
     void beginStrictArray(std::string_view name, unsigned count);

@@ -171,8 +171,7 @@ private:
         }
         m_out.beginStrictArray(tagKey(tag), count);
         for (unsigned i = 0; i < count; ++i) {
-            m_out.WriteAMF0Byte(kNumber);
-            m_out.AddAMF0Number(tag.integer(i));
+            m_out.putNumber(tag.integer(i));
         }
     }
 
@@ -199,7 +198,7 @@ private:
         const double timescale = m_file.getMovieTimescale();
         m_out.beginStrictArray("chapters", countOf(chapters.size()));
         for (const MP4File::ChapterEntry& chapter : chapters) {
-            m_out.WriteAMF0Byte(kObject);
+            m_out.beginObject();
             m_out.AddNamedAMF0Number("time",
                                      timescale > 0 ? static_cast<double>(chapter.time) / timescale : 0);
             m_out.addNamedText("title", chapter.title);
@@ -214,7 +213,7 @@ private:
             return;
         m_out.beginStrictArray("progressivedownloadinfo", countOf(entries.size()));
         for (const MP4File::ProgressiveEntry& entry : entries) {
-            m_out.WriteAMF0Byte(kObject);
+            m_out.beginObject();
             m_out.AddNamedAMF0Number("rate", entry.rate);
             m_out.AddNamedAMF0Number("initialdelay", entry.initialDelay);
             m_out.endObject();
@@ -226,7 +225,7 @@ private:
         static const TextStyle kNoStyle;
         m_out.beginStrictArray("trackinfo", countOf(m_tracks.size()));
         for (const TrackInfo* track : m_tracks) {
-            m_out.WriteAMF0Byte(kObject);
+            m_out.beginObject();
             m_out.AddNamedAMF0Number("length", static_cast<double>(track->duration));
             m_out.AddNamedAMF0Number("timescale", track->timescale);
             if (track->language != 0) {
@@ -237,7 +236,7 @@ private:
             m_out.beginStrictArray("sampledescription", countOf(track->sampleDescriptions.size()));
             for (std::size_t i = 0; i < track->sampleDescriptions.size(); ++i) {
                 const SampleEntry& entry = track->sampleDescriptions[i];
-                m_out.WriteAMF0Byte(kObject);
+                m_out.beginObject();
                 m_out.addNamedText("sampletype", fourCCText(entry.type));
                 if (track->isValid() && track->isText)
                     writeTextStyle(entry.style ? *entry.style : kNoStyle);
@@ -271,7 +270,7 @@ private:
             return;
         m_out.beginStrictArray("fonttable", style.fonts.size());
         style.fonts.forEach([&](unsigned id, std::string_view name) {
-            m_out.WriteAMF0Byte(kObject);
+            m_out.beginObject();
             m_out.AddNamedAMF0Number("fontid", id);
             m_out.addNamedText("fontname", name);
             m_out.endObject();

@@ -154,7 +154,7 @@ private:
         const unsigned entries = std::min(declared, present);
         m_out.beginStrictArray(name, entries);
         for (unsigned i = 0; i < entries; ++i) {
-            m_out.WriteAMF0Byte(kObject);
+            m_out.beginObject();
             writeFields(fields, count);
             m_out.endObject();
         }

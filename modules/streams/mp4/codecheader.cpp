@@ -5,6 +5,7 @@
 
 #include "modules/streams/mp4/mp4errors.h"
 #include "modules/streams/mp4/sampleentry.h"
+#include "util/bigendian.h"
 
 #include <algorithm>
 #include <array>
@@ -148,8 +149,7 @@ unsigned writePreamble(const CodecHeader& header, unsigned char* out)
 
 void WriteUnsigned(unsigned char* dest, unsigned long long value, unsigned n)
 {
-    for (unsigned i = n; i > 0; --i, value >>= 8)
-        dest[i - 1] = static_cast<unsigned char>(value);
+    krx::util::storeBigEndian(dest, value, n);
 }
 
 bool isAVCCMsg(const unsigned char* bytes, unsigned length)

@@ -4,8 +4,8 @@
 #include "modules/streams/mp4/mp4fileio.h"
 
 #include "interfaces/IKrxFileIo.h"
-#include "modules/streams/mp4/bigendian.h"
 #include "modules/streams/mp4/mp4errors.h"
+#include "util/bigendian.h"
 #include "util/krxassert.h"
 
 #include <algorithm>
@@ -145,7 +145,7 @@ unsigned long long Mp4FileIO::readInt(unsigned n)
     unsigned char bytes[8] = {};
     if (Read(bytes + 8 - n, n) == 0)
         throw TruncatedStreamError(krx::streams::kTruncatedFile);
-    return loadBigEndian<unsigned long long>(bytes);
+    return krx::util::loadBigEndian<unsigned long long>(bytes);
 }
 
 unsigned Mp4FileIO::GetModifiedTime() const

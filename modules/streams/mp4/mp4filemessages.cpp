@@ -28,18 +28,17 @@ std::string_view leadingText(const unsigned char* bytes, unsigned n, unsigned le
     const unsigned char* end = bytes + n;
     unsigned long long textLength = 0;
     switch (AMFMessage::SaveReadUnsigned(&at, 1, end)) {
-        case 2:
-        case 4:
+        case kAMF0String:
+        case kAMF0MovieClip:
             textLength = AMFMessage::SaveReadUnsigned(&at, 2, end);
             break;
-        case 12:
+        case kAMF0LongString:
             textLength = AMFMessage::SaveReadUnsigned(&at, 4, end);
             break;
-        case 17: {
-            constexpr unsigned kString = 6;
+        case kAMF0SwitchToAMF3: {
             const unsigned marker = AMFMessage::SaveReadUnsigned(&at, 1, end);
             const unsigned inlineLength = AMFMessage::SaveReadUnsigned(&at, 1, end);
-            if (marker != kString || inlineLength >= 0x80 || (inlineLength & 1) == 0)
+            if (marker != kAMF3String || inlineLength >= 0x80 || (inlineLength & kAMF3Inline) == 0)
                 return {};
             textLength = inlineLength >> 1;
             break;

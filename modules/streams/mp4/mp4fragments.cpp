@@ -1,9 +1,9 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "modules/streams/mp4/bigendian.h"
 #include "modules/streams/mp4/mp4boxrules.h"
 #include "modules/streams/mp4/mp4fileio.h"
+#include "util/bigendian.h"
 
 #include <algorithm>
 #include <array>
@@ -58,7 +58,7 @@ public:
     {
         for (std::size_t i = 0; i < samples; ++i, ++m_index)
             for (unsigned column = 0; column < m_count; ++column, p += kFieldSize)
-                m_columns[column][m_index] = loadBigEndian<unsigned>(p);
+                m_columns[column][m_index] = krx::util::loadBigEndian<unsigned>(p);
     }
 
 private:
@@ -75,9 +75,7 @@ class MP4File::FragmentReload
 {
 public:
     explicit FragmentReload(MP4File& file)
-        : m_file(file),
-          m_moof(file.m_openBoxes, fourCC("moof")),
-          m_fragment(file.m_openBoxes, fourCC("traf"))
+        : m_file(file), m_moof(file.m_openBoxes, fourCC("moof")), m_fragment(file.m_openBoxes, fourCC("traf"))
     {
         file.m_reloading = true;
     }

@@ -3,9 +3,9 @@
 
 #include "modules/streams/mp4/pageablearray.h"
 
-#include "modules/streams/mp4/bigendian.h"
 #include "modules/streams/mp4/mp4errors.h"
 #include "modules/streams/mp4/mp4fileio.h"
+#include "util/bigendian.h"
 
 #include <algorithm>
 #include <limits>
@@ -55,7 +55,7 @@ void readEntries(Mp4FileIO& io, T* entries, std::size_t count)
         auto* bytes = reinterpret_cast<unsigned char*>(entries + done);
         readBytes(io, bytes, part * sizeof(T));
         if constexpr (sizeof(T) > 1)
-            toNativeInPlace<Word>(bytes, part * sizeof(T) / sizeof(Word));
+            krx::util::toNativeInPlace<Word>(bytes, part * sizeof(T) / sizeof(Word));
         done += part;
     }
 }
@@ -70,7 +70,7 @@ void readNarrowEntries(Mp4FileIO& io, T* entries, std::size_t count)
         const std::size_t part = std::min(count - done, kPortion / sizeof(unsigned));
         readBytes(io, narrow.get(), part * sizeof(unsigned));
         for (std::size_t i = 0; i < part; ++i)
-            entries[done + i] = loadBigEndian<unsigned>(narrow.get() + i * sizeof(unsigned));
+            entries[done + i] = krx::util::loadBigEndian<unsigned>(narrow.get() + i * sizeof(unsigned));
         done += part;
     }
 }

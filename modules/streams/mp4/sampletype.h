@@ -3,6 +3,8 @@
 
 #pragma once
 
+#include "util/messagerecord.h"
+
 namespace krx::mp4 {
 
 /// What a sample holds, and with it how its message begins.
@@ -47,25 +49,25 @@ struct SampleTypeInfo
 
 /// By sample type.
 inline constexpr SampleTypeInfo kSampleTypes[] = {
-    {0, 0},              // unsupported
-    {9, 2},              // VP6
-    {9, 2},              // VP6 with alpha
-    {9, 5},              // AVC
-    {9, 1},              // H.263
-    {9, 1},              // screen video 1
-    {9, 1},              // screen video 2
-    {8, 1},              // MP3
-    {8, 2},              // AAC
-    {8, 1},              // Speex
-    {8, 1},              // Nellymoser
-    {18, 0},             // timed text
-    {18, 0},             // image
-    {18, 0},             // AMF0 data
-    {15, 0},             // AMF3 data
-    {20, 0},             // AMF0 command
-    {9, kNoHeaderSize},  // encrypted video
-    {8, kNoHeaderSize},  // encrypted audio
-    {4, 0},              // other
+    {0, 0},                      // unsupported
+    {kMsgVideo, 2},              // VP6
+    {kMsgVideo, 2},              // VP6 with alpha
+    {kMsgVideo, 5},              // AVC
+    {kMsgVideo, 1},              // H.263
+    {kMsgVideo, 1},              // screen video 1
+    {kMsgVideo, 1},              // screen video 2
+    {kMsgAudio, 1},              // MP3
+    {kMsgAudio, 2},              // AAC
+    {kMsgAudio, 1},              // Speex
+    {kMsgAudio, 1},              // Nellymoser
+    {kMsgData, 0},               // timed text
+    {kMsgData, 0},               // image
+    {kMsgData, 0},               // AMF0 data
+    {kMsgDataEx, 0},             // AMF3 data
+    {kMsgCmd, 0},                // AMF0 command
+    {kMsgVideo, kNoHeaderSize},  // encrypted video
+    {kMsgAudio, kNoHeaderSize},  // encrypted audio
+    {kMsgUserCtrl, 0},           // other
 };
 
 inline constexpr unsigned kSampleTypeCount = sizeof(kSampleTypes) / sizeof(kSampleTypes[0]);

@@ -10,6 +10,7 @@
 #include "modules/streams/mp4/mp4fileio.h"
 #include "server/SRMessage.h"
 #include "util/krxassert.h"
+#include "util/messagerecord.h"
 
 #include <algorithm>
 #include <cstring>
@@ -19,6 +20,8 @@ namespace krx::mp4 {
 namespace {
 
 using krx::streams::StreamParseError;
+using krx::util::kRecordOverhead;
+using krx::util::RecordHeader;
 
 constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kMessageTypeLine = 142;
@@ -36,7 +39,6 @@ constexpr unsigned kVersionWithWholeFilter = 1;
 constexpr unsigned kVersionWithSelectiveFilter = 2;
 
 constexpr unsigned kMinBuffer = 1024;
-constexpr unsigned kRecordOverhead = SRMessageHeader::kSize + 4;
 
 /// Grows memory to at least size bytes and keeps what it holds; false when there is none.
 bool provide(SRMemory& memory, unsigned long long size)
@@ -370,21 +372,16 @@ bool AggMsg::appendSeekable(Mp4FileIO& io, Seekable& message)
     if (!provide(*m_buffer, needed))
         throw SROutOfMemory();
 
-    const unsigned length = message.readPayloadToBuffer(io, *m_buffer, m_position + SRMessageHeader::kSize);
+    const unsigned length = message.readPayloadToBuffer(io, *m_buffer, m_position + RecordHeader::kSize);
     // Timed text becomes longer than its sample.
     if (length > kMaxSize - kRecordOverhead || m_position > kMaxSize - kRecordOverhead - length)
         return false;
-    const unsigned recordLength = SRMessageHeader::kSize + length;
-    if (!provide(*m_buffer, static_cast<unsigned long long>(m_position) + recordLength + 4))
+    const unsigned recordLength = length + kRecordOverhead;
+    if (!provide(*m_buffer, static_cast<unsigned long long>(m_position) + recordLength))
         throw SROutOfMemory();
-    unsigned char* record = m_buffer->data() + m_position;
-    SRMessageHeader header;
-    header.type = message.getMessageType();
-    header.length = length;
-    header.timestamp = message.getTime();
-    header.serialize(record);
-    WriteUnsigned(record + recordLength, recordLength, 4);
-    m_position += recordLength + 4;
+    const RecordHeader header{message.getMessageType(), length, message.getTime(), 0};
+    krx::util::writeRecord(m_buffer->data() + m_position, header, nullptr);
+    m_position += recordLength;
     return true;
 }
 

@@ -3,7 +3,7 @@
 
 #include "modules/streams/raw/rawSegment.h"
 
-#include "server/SRMessage.h"
+#include "util/messagerecord.h"
 
 #include <algorithm>
 #include <utility>
@@ -13,29 +13,21 @@ namespace {
 
 using namespace krx::streams;
 
-constexpr unsigned kFooterSize = 4;
-constexpr unsigned kRecordOverhead = SRMessageHeader::kSize + kFooterSize;
-
 constexpr unsigned char kReservedFlag = 0x80;
 constexpr unsigned char kMaxType = 23;
 
 /// Video bodies below it have frame type 0: they are no pictures.
 constexpr unsigned char kFirstFrameType = 0x10;
 
-unsigned loadU32(const unsigned char* in)
-{
-    return static_cast<unsigned>(in[0]) << 24 | static_cast<unsigned>(in[1]) << 16 |
-           static_cast<unsigned>(in[2]) << 8 | in[3];
-}
-
 bool isTypeValid(unsigned char type)
 {
     return (type & kReservedFlag) == 0 && (type & kTypeMask) <= kMaxType;
 }
 
-bool isDelivered(const SRMessageHeader& header, const unsigned char* body)
+bool isDelivered(const util::MessageRecord& record)
 {
-    return (header.type & kTypeMask) != kMsgVideo || header.length == 0 || body[0] >= kFirstFrameType;
+    return (record.header.type & kTypeMask) != kMsgVideo || record.header.length == 0 ||
+           record.body[0] >= kFirstFrameType;
 }
 
 }  // namespace
@@ -90,42 +82,42 @@ void SegmentReader::read(unsigned char* data, unsigned length)
 /// Returns the length of the record.
 unsigned SegmentReader::readRecord(unsigned char* record, unsigned remaining)
 {
-    if (remaining < SRMessageHeader::kSize)
+    util::MessageRecord found;
+    const util::RecordState state = util::readRecord(record, remaining, found);
+    if (remaining < util::RecordHeader::kSize)
         throw fault(kSegmentTruncatedMessage);
-    if (!isTypeValid(record[0]))
+    const util::RecordHeader& header = found.header;
+    if (!isTypeValid(header.type))
         throw fault(kSegmentUnrecognizedType);
-    const SRMessageHeader header = SRMessageHeader::parse(record);
     if (header.timestamp < m_minTime)
         warnBackwardTime();
-    const unsigned recordLength = header.length + kRecordOverhead;
-    if (recordLength > remaining)
+    if (state == util::RecordState::kCutShort)
         throw fault(kSegmentTruncatedMessage);
-    unsigned char* const body = record + SRMessageHeader::kSize;
-    if (loadU32(body + header.length) != header.length + SRMessageHeader::kSize)
+    if (state == util::RecordState::kWrongSize)
         throw fault(kSegmentInvalidFooter);
 
-    if (isDelivered(header, body)) {
+    if (isDelivered(found)) {
         // A message at time 0 does not wait: it overtakes the aggregate that is pending.
         if (m_config.EnableAggMsgs && header.timestamp != 0)
             aggregate(record, header);
         else
-            deliver(header.type, body, header.length, header.timestamp);
+            deliver(header.type, record + util::RecordHeader::kSize, header.length, header.timestamp);
     }
     m_maxTime = std::max(m_maxTime, header.timestamp);
     m_minTime = header.timestamp;
     ++m_count;
-    return recordLength;
+    return found.size();
 }
 
-void SegmentReader::aggregate(unsigned char* record, const SRMessageHeader& header)
+void SegmentReader::aggregate(unsigned char* record, const util::RecordHeader& header)
 {
-    const unsigned length = header.length + kRecordOverhead;
+    const unsigned length = header.length + util::kRecordOverhead;
     if (!m_aggregate.append(record, length, header.timestamp)) {
         if (m_aggregate.length() != 0)
             deliverAggregate();
         if (!m_aggregate.append(record, length, header.timestamp)) {
             // Its body fits a message, with header and footer around it they do not.
-            deliver(header.type, record + SRMessageHeader::kSize, header.length, header.timestamp);
+            deliver(header.type, record + util::RecordHeader::kSize, header.length, header.timestamp);
             return;
         }
     }

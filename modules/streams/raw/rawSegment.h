@@ -11,7 +11,9 @@
 #include <optional>
 #include <vector>
 
-struct SRMessageHeader;
+namespace krx::util {
+struct RecordHeader;
+}
 
 namespace krx::raw {
 
@@ -40,7 +42,7 @@ private:
 /// Checks the bytes of one segment file against the layout of records and against the index, and delivers the
 /// messages on the way.
 ///
-/// A record is an 11-byte message header, the body, and the length of both (4 bytes, big-endian).
+/// A record is a stored message, see util::RecordHeader.
 class SegmentReader
 {
 public:
@@ -57,7 +59,7 @@ public:
 
 private:
     unsigned readRecord(unsigned char* record, unsigned remaining);
-    void aggregate(unsigned char* record, const SRMessageHeader& header);
+    void aggregate(unsigned char* record, const util::RecordHeader& header);
     void deliverAggregate();
     void deliver(unsigned char type, unsigned char* data, unsigned length, unsigned time);
     void warnBackwardTime();

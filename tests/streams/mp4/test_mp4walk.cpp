@@ -66,8 +66,8 @@ TEST(Mp4Walk, Faults)
 
 TEST(Mp4Walk, WarningNamesTheBox)
 {
-    const auto parsed = parseFile(box("\xA9nam") + box("moov", mvhd(1, 1, 2)) +
-                                  box(std::string_view("\0a\0b", 4)));
+    const auto parsed =
+        parseFile(box("\xA9nam") + box("moov", mvhd(1, 1, 2)) + box(std::string_view("\0a\0b", 4)));
     ASSERT_EQ(parsed->texts.size(), 3U);
     EXPECT_STREQ(parsed->texts[2].toMultiByte().c_str(), "-102\tUnrecognized box: .a.b");
     EXPECT_EQ(parsed->texts[0], SRString(L"-102\tUnrecognized box: \u00A9nam"));

@@ -7,6 +7,7 @@
 #include "server/SRMessage.h"
 #include "tests/streams/mp4/playfixture.h"
 #include "tests/support/tempdir.h"
+#include "util/messagerecord.h"
 
 #include <boost/endian/conversion.hpp>
 #include <gtest/gtest.h>
@@ -347,12 +348,14 @@ std::vector<Message> singleMessages(std::vector<Message> messages)
             single.push_back(std::move(message));
             continue;
         }
-        for (std::size_t at = 0; at < message.bytes.size();) {
-            const SRMessageHeader header =
-                SRMessageHeader::parse(reinterpret_cast<const unsigned char*>(message.bytes.data()) + at);
-            at += SRMessageHeader::kSize;
-            single.push_back({header.type, message.bytes.substr(at, header.length), header.timestamp});
-            at += header.length + 4;
+        const auto* bytes = reinterpret_cast<const unsigned char*>(message.bytes.data());
+        util::MessageRecord record;
+        for (std::size_t at = 0; at < message.bytes.size(); at += record.size()) {
+            EXPECT_EQ(util::readRecord(bytes + at, message.bytes.size() - at, record),
+                      util::RecordState::kWhole);
+            single.push_back({record.header.type,
+                              message.bytes.substr(at + util::RecordHeader::kSize, record.header.length),
+                              record.header.timestamp});
         }
     }
     return single;

@@ -3,6 +3,8 @@
 
 #include "tools/zmvutil/vidlint/src/filefix.h"
 
+#include "util/bigendian.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -32,12 +34,14 @@ void FileFix::writeU8(unsigned char value)
 
 void FileFix::writeU32(unsigned value)
 {
-    for (int shift = 24; shift >= 0; shift -= 8)
-        writeU8(static_cast<unsigned char>(value >> shift));
+    unsigned char bytes[sizeof value];
+    krx::util::storeBig32(bytes, value);
+    write(bytes, sizeof bytes);
 }
 
 void FileFix::writeU64(unsigned long long value)
 {
-    writeU32(static_cast<unsigned>(value >> 32));
-    writeU32(static_cast<unsigned>(value));
+    unsigned char bytes[sizeof value];
+    krx::util::storeBig64(bytes, value);
+    write(bytes, sizeof bytes);
 }

@@ -13,6 +13,7 @@
 
 using krx::streams::StreamParseError;
 using krx::util::FilePos;
+using krx::util::kBackPointerSize;
 
 namespace {
 
@@ -23,14 +24,6 @@ constexpr unsigned kStallFactor = 4;
 /// it had: references can mean far more.
 constexpr unsigned kLeastReplacement = 1024;
 constexpr unsigned long long kReplacementFactor = 32;
-
-unsigned long long bigEndian(const unsigned char* bytes, unsigned n)
-{
-    unsigned long long value = 0;
-    for (unsigned i = 0; i < n; ++i)
-        value = value << 8 | bytes[i];
-    return value;
-}
 
 bool isDataType(unsigned type)
 {
@@ -69,7 +62,7 @@ void ZmvFile::read(void* buffer, FilePos size)
 
 unsigned long long ZmvFile::readUnsigned(unsigned n)
 {
-    return bigEndian(m_file.take(n), n);
+    return krx::util::loadBigEndian(m_file.take(n), n);
 }
 
 SRMessageHeader ZmvFile::readMessageHeader()
@@ -94,9 +87,9 @@ void ZmvFile::computeDuration()
 {
     logInfo("\n---Checking Last Message---\n");
     // The header has been read, so the file is longer than a back-pointer.
-    const FilePos lastBackPointer = m_fileLength - zmv::kBackPointerSize;
+    const FilePos lastBackPointer = m_fileLength - kBackPointerSize;
     skipTo(lastBackPointer);
-    const FilePos lastMessage = lastBackPointer - static_cast<FilePos>(readUnsigned(zmv::kBackPointerSize));
+    const FilePos lastMessage = lastBackPointer - static_cast<FilePos>(readUnsigned(kBackPointerSize));
     if (lastMessage < static_cast<FilePos>(m_headerLength))
         throw StreamParseError(krx::streams::kInvalidZmvFooter);
     skipTo(lastMessage);
@@ -111,7 +104,7 @@ void ZmvFile::checkZmvBody()
     logInfo("\n---Scanning ZMV Body---\n");
     logInfo("\nMessage Pos\tTimestamp\tLength\tType\n\n");
     skipTo(m_headerLength);
-    compareMsgSize(static_cast<unsigned>(readUnsigned(zmv::kBackPointerSize)), zmv::kFirstBackPointer);
+    compareMsgSize(static_cast<unsigned>(readUnsigned(kBackPointerSize)), zmv::kFirstBackPointer);
 
     const bool listing = isShown(krx::streams::LOG_INFO);
     ReportWriter& report = ReportWriter::instance();
@@ -125,14 +118,13 @@ void ZmvFile::checkZmvBody()
         const unsigned char* payload = nullptr;
         const unsigned char* backPointer = nullptr;
         if (isDataType(header.type)) {
-            payload = m_file.take(header.length + zmv::kBackPointerSize);
+            payload = m_file.take(header.length + kBackPointerSize);
             backPointer = payload + header.length;
         } else {
             m_file.pass(header.length);
-            backPointer = m_file.take(zmv::kBackPointerSize);
+            backPointer = m_file.take(kBackPointerSize);
         }
-        compareMsgSize(static_cast<unsigned>(bigEndian(backPointer, zmv::kBackPointerSize)),
-                       header.length + SRMessageHeader::kSize);
+        compareMsgSize(krx::util::loadBig32(backPointer), krx::util::backPointerOf(header.length));
         if (getPrevTimeStamp(header) > header.timestamp)
             throw StreamParseError(krx::streams::kBackwardTimestamp);
         setPrevTimeStamp(header);

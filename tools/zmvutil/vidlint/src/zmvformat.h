@@ -11,8 +11,7 @@
 ///
 /// A file begins with a header: the signature (3 bytes), the version (1), the flags (1) and the header length
 /// (4), which is the offset of the body. The body is a back-pointer of 0 (4 bytes) and then messages up to
-/// the end of the file: each a message header (see SRMessageHeader), the payload, and a back-pointer (4) that
-/// counts both.
+/// the end of the file, each a record (see krx::util::RecordHeader).
 namespace zmv {
 
 constexpr std::array<unsigned char, 3> kSignature{'Z', 'M', 'V'};
@@ -24,10 +23,6 @@ constexpr unsigned kAudioFlag = 4;
 /// A body cannot begin inside the first bytes of the header.
 constexpr unsigned kMinHeaderLength = 5;
 
-constexpr unsigned kBackPointerSize = 4;
 constexpr unsigned kFirstBackPointer = 0;
-
-/// Bytes of a message besides its payload.
-constexpr unsigned kMessageOverhead = SRMessageHeader::kSize + kBackPointerSize;
 
 }  // namespace zmv

@@ -179,5 +179,5 @@ void ZmvFile::verifyHasMetaData()
         throw StreamParseError(krx::streams::kMissingMetadata);
     SRCSerializer body;
     putDefaultMetaData(body);
-    addMetaData(body, static_cast<krx::util::FilePos>(m_headerLength) + zmv::kBackPointerSize);
+    addMetaData(body, static_cast<krx::util::FilePos>(m_headerLength) + krx::util::kBackPointerSize);
 }

@@ -6,7 +6,6 @@
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
 
 #include <algorithm>
-#include <array>
 #include <span>
 #include <utility>
 
@@ -77,7 +76,8 @@ void ZmvFile::fixAddSilenceMessage(FilePos position, unsigned timestamp)
 
 void ZmvFile::fixMetaData(const SRCSerializer& body, const SRMessageHeader& header)
 {
-    addMessageFix(m_messagePos, static_cast<FilePos>(header.length) + zmv::kMessageOverhead, header, body);
+    addMessageFix(m_messagePos, static_cast<FilePos>(header.length) + krx::util::kRecordOverhead, header,
+                  body);
 }
 
 void ZmvFile::addMetaData(const SRCSerializer& body, FilePos position)
@@ -92,13 +92,11 @@ void ZmvFile::addMessageFix(FilePos position, FilePos replaceLength, SRMessageHe
 {
     const bool hasLeadingByte = header.type == kMsgDataEx;
     header.length = body.getPosition() + (hasLeadingByte ? 1 : 0);
-    std::array<unsigned char, SRMessageHeader::kSize> headerBytes{};
-    header.serialize(headerBytes.data());
-    FileFix fix(position, replaceLength, header.length + zmv::kMessageOverhead);
-    fix.write(headerBytes.data(), SRMessageHeader::kSize);
+    FileFix fix(position, replaceLength, header.length + krx::util::kRecordOverhead);
+    krx::util::writeRecord(fix.data.get(), header, nullptr);
+    unsigned char* out = fix.data.get() + SRMessageHeader::kSize;
     if (hasLeadingByte)
-        fix.writeU8(0);
-    fix.write(body.getBuffer(), body.getPosition());
-    fix.writeU32(header.length + SRMessageHeader::kSize);
+        *out++ = 0;
+    std::copy_n(body.getBuffer(), body.getPosition(), out);
     m_fixes.push_back(std::move(fix));
 }
