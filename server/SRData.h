@@ -237,6 +237,11 @@ public:
 
     /// Sets entry i, for which the array grows when needed (a negative index: nothing happens). Returns 1.
     int setValue(int i, const SRMBString& name, const SRData& value);
+    /// An entry that is appended under that name would have it as its implied one.
+    bool impliesNext(std::string_view name) const
+    {
+        return m_implied == m_size && !m_link.names && isImpliedName(m_size, name);
+    }
     /// Appends an entry.
     void append(SRMBString&& name, SRData&& value);
     /// Appends an entry under its implied name: the list's next, or its index.
