@@ -3,7 +3,7 @@
 
 #include "server/SRAMF3Parser.h"
 
-#include <cstring>
+#include <functional>
 
 namespace {
 
@@ -27,25 +27,27 @@ unsigned SRAMF3Parser::ReadUint29()
     return value << 8 | GetByte();
 }
 
+std::string_view SRAMF3Parser::writtenText(std::size_t index) const
+{
+    const Written& text = m_written[index];
+    return {reinterpret_cast<const char*>(getBuffer()) + text.position, text.length};
+}
+
 int SRAMF3Parser::StringTableFind(std::string_view text) const
 {
-    const auto found = m_stringIndex.find(text);
-    return found == m_stringIndex.end() ? -1 : found->second;
+    return m_writtenIndex.find(std::hash<std::string_view>()(text), [&](unsigned index) {
+        return index < m_written.size() && writtenText(index) == text;
+    });
 }
 
 void SRAMF3Parser::StringTableAdd(std::string_view text)
 {
-    const auto index = static_cast<int>(m_strings.size());
-    m_strings.push_back(SRMBString::counted(text));
-    m_stringIndex.emplace(m_strings.back().view(), index);
-}
-
-void SRAMF3Parser::shrinkStringTable(std::size_t size)
-{
-    while (m_strings.size() > size) {
-        m_stringIndex.erase(m_strings.back().view());
-        m_strings.pop_back();
-    }
+    const auto length = static_cast<unsigned>(text.size());
+    charge(2 * sizeof(Written));
+    m_written.push_back({getPosition() - length, length});
+    m_writtenIndex.add(m_written.size() - 1, m_written.size(), [this](std::size_t index) {
+        return std::hash<std::string_view>()(writtenText(index));
+    });
 }
 
 void SRAMF3Parser::WriteAMF3String(std::string_view text)
@@ -146,7 +148,12 @@ bool SRAMF3Parser::readXMLText(unsigned u29, std::string_view& text)
 bool SRAMF3Parser::charge(std::size_t bytes)
 {
     m_charged += bytes;
-    if (isWriter() || m_charged <= std::uint64_t{kMemoryFactor} * getLimit() + kMemorySlack)
+    if (isWriter()) {
+        if (m_charged + getLimit() > m_memoryLimit)
+            throw OutputLimitReached();
+        return true;
+    }
+    if (m_charged <= std::min(memoryLimitFor(getLimit()), m_memoryLimit))
         return true;
     HandleBadData(getPosition(),
                   L"while processing script variable,values are found to take more memory than they may");

@@ -4,11 +4,12 @@
 #pragma once
 
 #include "server/SRDataParser.h"
+#include "server/hashindex.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
 /// AMF3's variable-length integers, and its texts with their reference table. The table lives as long as the
@@ -22,6 +23,17 @@ class SRAMF3Parser : public SRDataParser
 public:
     static constexpr unsigned kMemoryFactor = 44;
     static constexpr unsigned kMemorySlack = 4U << 20;
+    /// What a reader of so many bytes may take.
+    static constexpr std::uint64_t memoryLimitFor(unsigned bytes)
+    {
+        return std::uint64_t{kMemoryFactor} * bytes + kMemorySlack;
+    }
+
+    /// Makes the limit of a reader's memory smaller than that. A writer, which has none otherwise, fails as at
+    /// its output limit when its buffer and its tables would take more.
+    void setMemoryLimit(std::uint64_t bytes) { m_memoryLimit = bytes; }
+    /// What has been made took so much, at most.
+    std::uint64_t memoryCharged() const { return m_charged; }
 
     using SRDataParser::SRDataParser;
     SRAMF3Parser() = default;
@@ -40,19 +52,21 @@ public:
     SRMBString ReadXMLString(unsigned u29);
 
 protected:
-    /// Index of a text in the table; -1 when it is not there.
+    /// Index of a text in a writer's table; -1 when it is not there.
     int StringTableFind(std::string_view text) const;
+    /// Adds the text that was written last.
     void StringTableAdd(std::string_view text);
-    std::size_t stringTableSize() const { return m_strings.size(); }
-    /// Drops what was added since the table had that size.
-    void shrinkStringTable(std::size_t size);
+    std::size_t stringTableSize() const { return m_written.size(); }
+    /// Drops what was added since a writer's table had that size.
+    void shrinkStringTable(std::size_t size) { m_written.resize(std::min(size, m_written.size())); }
 
     /// As ReadAMF3String; true unless the text was encoded as the empty one (which ends a list of names).
     bool readAMF3Text(SRMBString& text);
     /// As ReadXMLString, where the bytes lie.
     bool readXMLText(unsigned u29, std::string_view& text);
 
-    /// Accounts for memory that a reader takes; false after bad data.
+    /// Accounts for memory that is taken. Beyond the limit it is false after bad data, and a writer throws
+    /// OutputLimitReached.
     bool charge(std::size_t bytes);
     /// The same for an allocation of so many bytes.
     bool chargeAllocated(std::size_t bytes);
@@ -60,8 +74,17 @@ protected:
     bool chargeText(std::size_t length);
 
 private:
+    /// A text in a writer's output.
+    struct Written
+    {
+        unsigned position;
+        unsigned length;
+    };
+    std::string_view writtenText(std::size_t index) const;
+
     std::uint64_t m_charged = 0;
-    std::vector<SRMBString> m_strings;
-    // A writer's way from a text to its index; the views are of the texts in m_strings.
-    std::unordered_map<std::string_view, int> m_stringIndex;
+    std::uint64_t m_memoryLimit = UINT64_MAX;
+    std::vector<SRMBString> m_strings;  ///< a reader's table
+    std::vector<Written> m_written;     ///< a writer's
+    krx::HashIndex m_writtenIndex;
 };

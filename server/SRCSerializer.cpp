@@ -10,6 +10,38 @@
 #include <functional>
 #include <utility>
 
+namespace {
+
+// A writer may refer to the values of these kinds once more.
+bool isSearched(const SRData& value)
+{
+    return value.isArrayKind() || value.kind == kDateType || value.kind == kXMLType;
+}
+
+std::uint64_t hashOf(const SRData& value)
+{
+    if (value.isArrayKind())
+        return reinterpret_cast<std::uintptr_t>(value.payload.array);
+    if (value.kind == kDateType)
+        return std::bit_cast<std::uint64_t>(value.getDate()) ^ static_cast<unsigned>(value.getTimeZone());
+    return std::hash<std::string_view>()(value.textView());
+}
+
+// What is written as one value: one array, equal dates to the bit, equal XML.
+bool isSame(const SRData& a, const SRData& b)
+{
+    if (a.isArrayKind())
+        return b.isArrayKind() && a.payload.array == b.payload.array;
+    if (a.kind != b.kind)
+        return false;
+    if (a.kind != kDateType)
+        return a.textView() == b.textView();
+    return a.getTimeZone() == b.getTimeZone() &&
+           std::bit_cast<std::uint64_t>(a.getDate()) == std::bit_cast<std::uint64_t>(b.getDate());
+}
+
+}  // namespace
+
 SRCSerializer::~SRCSerializer()
 {
     openCircles();
@@ -36,10 +68,13 @@ bool SRCSerializer::PutVar(const SRData* value, bool reset)
 
 int SRCSerializer::ProcessScriptVar(SRData* value, SRMBString* name)
 {
-    if (!isWriter())
-        return readVar(*value, name);
-    const std::string_view text = name ? name->view() : std::string_view();
-    return writeVar(*value, name ? &text : nullptr);
+    std::string_view text = name ? name->view() : std::string_view();
+    if (isWriter())
+        return writeVar(*value, name ? &text : nullptr);
+    const int marker = readVar(*value, name ? &text : nullptr);
+    if (name)
+        *name = SRMBString(text);
+    return marker;
 }
 
 SRDataArrayPtr SRCSerializer::newArray(int kind, const SRNameListPtr& names)
@@ -57,8 +92,7 @@ void SRCSerializer::CleanDirtyFlags()
     m_objects.clear();
     m_nextObject = 0;
     m_traits.clear();
-    m_slots.clear();
-    m_usedSlots = 0;
+    m_objectIndex.clear();
 }
 
 void SRCSerializer::AddObjectToTable(SRDataArray* array, unsigned index)
@@ -70,11 +104,15 @@ void SRCSerializer::putInTable(SRData&& value, unsigned index)
 {
     while (m_objects.size() <= index) {
         m_objects.push_back(SRData());
-        charge(sizeof(SRData));
+        charge(sizeof(SRData) + (isWriter() ? kIndexBytes : 0));
     }
     m_objects[index] = std::move(value);
-    if (isWriter())
-        indexEntry(index);
+    if (isWriter()) {
+        m_objectIndex.add(index, m_objects.size(), [this](std::size_t i) {
+            // What is never looked for lies anywhere.
+            return isSearched(m_objects[i]) ? hashOf(m_objects[i]) : i;
+        });
+    }
 }
 
 unsigned SRCSerializer::joinTable(SRData&& value)
@@ -124,66 +162,11 @@ SRDataArray* SRCSerializer::tableArray(unsigned index)
     return entry.payload.array;
 }
 
-std::size_t SRCSerializer::slotOf(const SRData& value) const
-{
-    std::uint64_t key = 0;
-    if (value.isArrayKind())
-        key = reinterpret_cast<std::uintptr_t>(value.payload.array) >> 3;
-    else if (value.kind == kDateType)
-        key = std::bit_cast<std::uint64_t>(value.getDate()) ^ static_cast<unsigned>(value.getTimeZone());
-    else
-        key = std::hash<std::string_view>()(value.textView());
-    constexpr std::uint64_t kSpread = 0x9E3779B97F4A7C15;  // Fibonacci hashing: the high bits depend on all
-    return static_cast<std::size_t>((key * kSpread) >> 32) & (m_slots.size() - 1);
-}
-
-void SRCSerializer::indexEntry(unsigned index)
-{
-    const SRData& value = m_objects[index];
-    if (!value.isArrayKind() && value.kind != kDateType && value.kind != kXMLType)
-        return;
-    // At most three quarters of the slots are used.
-    if ((m_usedSlots + 1) * 4 > m_slots.size() * 3) {
-        indexTable();
-        return;
-    }
-    std::size_t slot = slotOf(value);
-    while (m_slots[slot] != 0)
-        slot = (slot + 1) & (m_slots.size() - 1);
-    m_slots[slot] = index + 1;
-    ++m_usedSlots;
-}
-
-void SRCSerializer::indexTable()
-{
-    constexpr std::size_t kLeast = 16;
-    std::vector<unsigned> slots(std::max(kLeast, std::bit_ceil(m_objects.size() * 2)));
-    m_slots.swap(slots);
-    m_usedSlots = 0;
-    for (unsigned i = 0; i < m_objects.size(); ++i)
-        indexEntry(i);
-}
-
 int SRCSerializer::findInTable(const SRData& value) const
 {
-    const auto isSame = [&value](const SRData& entry) {
-        if (value.isArrayKind())
-            return entry.isArrayKind() && entry.payload.array == value.payload.array;
-        if (entry.kind != value.kind)
-            return false;
-        if (value.kind != kDateType)
-            return entry.textView() == value.textView();
-        return entry.getTimeZone() == value.getTimeZone() &&
-               std::bit_cast<std::uint64_t>(entry.getDate()) == std::bit_cast<std::uint64_t>(value.getDate());
-    };
-    if (m_slots.empty())
-        return -1;
-    for (std::size_t slot = slotOf(value); m_slots[slot] != 0; slot = (slot + 1) & (m_slots.size() - 1)) {
-        const unsigned index = m_slots[slot] - 1;
-        if (index < m_objects.size() && isSame(m_objects[index]))
-            return static_cast<int>(index);
-    }
-    return -1;
+    return m_objectIndex.find(hashOf(value), [&](unsigned index) {
+        return index < m_objects.size() && isSame(m_objects[index], value);
+    });
 }
 
 int SRCSerializer::findInTable(SRDataArray* array) const

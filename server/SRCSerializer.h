@@ -7,6 +7,7 @@
 #include "server/SRData.h"
 #include "server/SRNameList.h"
 #include "server/chunkedtable.h"
+#include "server/hashindex.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -72,6 +73,9 @@ private:
     /// What an array's entries take besides themselves, and the name that some of them have, at most.
     static constexpr std::size_t kEntriesBytes = 24;
 
+    /// What the index of a writer's object takes.
+    static constexpr std::size_t kIndexBytes = 8;
+
     /// A holder has a reference to a target in which it lies itself.
     struct Circle
     {
@@ -109,9 +113,6 @@ private:
     SRDataArray* tableArray(unsigned index);
     int findInTable(const SRData& value) const;
     int findInTable(SRDataArray* array) const;
-    std::size_t slotOf(const SRData& value) const;
-    void indexTable();
-    void indexEntry(unsigned index);
     void shrinkTable(unsigned size);
     void shareTableEntry(SRData& value, unsigned index, int kind);
     void openCircles() noexcept;
@@ -121,9 +122,9 @@ private:
     void readWith(const MarkerRow& row, SRData& value, int marker);
 
     // AMF0.
-    int readVar(SRData& value, SRMBString* name);
-    int readVarInside(SRData& value, SRMBString* name);
-    void readName(SRMBString& name);
+    int readVar(SRData& value, std::string_view* name);
+    int readVarInside(SRData& value, std::string_view* name);
+    void readName(std::string_view& name);
     void readNothing(SRData& value, int marker);
     void readNumber(SRData& value, int marker);
     void readBoolean(SRData& value, int marker);
@@ -195,11 +196,7 @@ private:
     krx::ChunkedTable<SRData> m_objects;
     unsigned m_nextObject = 0;  ///< next free index of m_objects
     krx::ChunkedTable<SRNameListPtr> m_traits;
-    /// A writer's way from a value to its first index in the object table: a hash table with linear probing
-    /// of indices + 1 (0: free). What points past the end of the object table, or at an entry that has been
-    /// replaced, is passed over.
-    std::vector<unsigned> m_slots;
-    std::size_t m_usedSlots = 0;
+    krx::HashIndex m_objectIndex;  ///< a writer's way from a value to its first index in m_objects
 
     /// Arrays whose values are being read, and ECMA arrays whose values are being written; outermost first.
     std::vector<SRDataArray*> m_open;

@@ -64,7 +64,7 @@ struct SRCSerializer::PopOpen
 
 // Reading.
 
-int SRCSerializer::readVar(SRData& value, SRMBString* name)
+int SRCSerializer::readVar(SRData& value, std::string_view* name)
 {
     DeferredThrow deferred(*this);
     int marker = kObjectEndType;
@@ -79,7 +79,7 @@ int SRCSerializer::readVar(SRData& value, SRMBString* name)
     return marker;
 }
 
-int SRCSerializer::readVarInside(SRData& value, SRMBString* name)
+int SRCSerializer::readVarInside(SRData& value, std::string_view* name)
 {
     const TraceScope scope(*this, L"while processing script variable");
     if (name)
@@ -102,13 +102,12 @@ const SRCSerializer::MarkerRow* SRCSerializer::existingRow(int marker)
     return row;
 }
 
-void SRCSerializer::readName(SRMBString& name)
+void SRCSerializer::readName(std::string_view& name)
 {
     const TraceScope scope(*this, L"while processing name");
     std::string_view text;
     if (readText(kShortText, text))
-        name = SRMBString::counted(text.substr(0, text.find('\0')));
-    chargeText(name.size());
+        name = text.substr(0, text.find('\0'));
 }
 
 void SRCSerializer::readNothing(SRData&, int) {}
@@ -252,11 +251,14 @@ bool SRCSerializer::chargeNamed(const SRDataArray& array)
 void SRCSerializer::readEntries(SRDataArray& array)
 {
     for (;;) {
-        SRMBString name;
+        std::string_view name;
         SRData value;
         if (readVar(value, &name) == kObjectEndType || !chargeNamed(array))
             return;
-        array.append(std::move(name), std::move(value));
+        if (array.impliesNext(name))
+            array.append(std::move(value));
+        else if (chargeText(name.size()))
+            array.append(SRMBString::counted(name), std::move(value));
     }
 }
 

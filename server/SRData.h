@@ -76,7 +76,7 @@ struct SRDataValue
 class SRData : public SRDataValue
 {
 public:
-    SRData() = default;
+    SRData() {}
     explicit SRData(bool value) { init(value); }
     explicit SRData(double value) { init(value); }
     explicit SRData(int value) { init(value); }
@@ -238,6 +238,11 @@ public:
 
     /// Sets entry i, for which the array grows when needed (a negative index: nothing happens). Returns 1.
     int setValue(int i, const SRMBString& name, const SRData& value);
+    /// An entry that is appended under that name would have it as its implied one.
+    bool impliesNext(std::string_view name) const
+    {
+        return m_implied == m_size && !m_link.names && isImpliedName(m_size, name);
+    }
     /// Appends an entry.
     void append(SRMBString&& name, SRData&& value);
     /// Appends an entry under its implied name: the list's next, or its index.

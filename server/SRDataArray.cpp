@@ -338,7 +338,7 @@ int SRDataArray::setValue(int i, const SRMBString& name, const SRData& value)
 
 void SRDataArray::append(SRMBString&& name, SRData&& value)
 {
-    if (m_implied == m_size && !m_link.names && isImpliedName(m_size, name.view())) {
+    if (impliesNext(name.view())) {
         append(std::move(value));
         return;
     }

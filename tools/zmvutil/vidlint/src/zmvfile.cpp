@@ -241,7 +241,7 @@ void ZmvFile::validateDataMessage(const SRMessageHeader& header, const unsigned 
         putDefaultMetaData(replacement);
     }
     // The values that were read are gone by now: there is no need to hold both.
-    if (isReplaced && isSound(replacement)) {
+    if (isReplaced && isSound(replacement, header.length)) {
         fixMetaData(replacement, header);
         m_hasMetaData = true;
     }
@@ -260,5 +260,8 @@ bool ZmvFile::validateValues(const SRMessagePtr& message, SRCSerializer& replace
         logInfo(std::string("\n\tData Message Name: ").append(name).append("\n"));
         logDataArray(list, message->getBodyLength());
     }
+    // The values and what is written of them are in memory together.
+    const std::uint64_t limit = SRCSerializer::memoryLimitFor(message->getBodyLength());
+    replacement.setMemoryLimit(limit - std::min(limit, command.memoryCharged()));
     return isMetaDataName(name) && validateMetadata(list, replacement);
 }

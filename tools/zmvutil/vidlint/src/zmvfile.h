@@ -75,8 +75,9 @@ private:
     void correct(SRDataArray& list, krx::streams::ParseStatus status, int index) const;
     /// Reports that there is no metadata, and writes the default.
     void putDefaultMetaData(SRCSerializer& body);
-    /// Whether a reader takes the body, and finds no fault in it.
-    bool isSound(const SRCSerializer& body) const;
+    /// Whether a reader takes the body, in the memory that the replaced message may take, and finds no fault
+    /// in it.
+    bool isSound(const SRCSerializer& body, unsigned replacedLength) const;
     void correctFlag(unsigned flag, bool seen, krx::streams::ParseStatus notSet,
                      krx::streams::ParseStatus setWithoutMessages);
 

@@ -6,7 +6,9 @@
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
 #include "util/SRException.h"
 
+#include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <utility>
 
@@ -129,9 +131,12 @@ void ZmvFile::putDefaultMetaData(SRCSerializer& body)
         throw SROutOfMemory();
 }
 
-bool ZmvFile::isSound(const SRCSerializer& body) const
+bool ZmvFile::isSound(const SRCSerializer& body, unsigned replacedLength) const
 {
     SRCSerializer reader(body.getBuffer(), static_cast<int>(body.getPosition()), true);
+    // Together with the body, and the holes that the values of the message left, no more than these could take.
+    const std::uint64_t memory = SRCSerializer::memoryLimitFor(replacedLength) / 4 * 3;
+    reader.setMemoryLimit(memory - std::min<std::uint64_t>(memory, body.getPosition()));
     SRData name;
     SRData list;
     try {
