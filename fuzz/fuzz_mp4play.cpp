@@ -6,11 +6,10 @@
 // one behind the other, each load that succeeds delivers every position, and the contexts survive their file
 // form.
 
+#include "fuzz/fuzzing.h"
 #include "modules/streams/mp4/mp4Data.h"
 #include "tests/support/memoryfileio.h"
 
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
 namespace {
@@ -24,12 +23,6 @@ constexpr std::size_t kMemoryFloor = 400'000;
 
 /// Tables can claim many samples; a few segments show what there is.
 constexpr int kMaxLoads = 12;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 /// Counts positions, and reads every byte.
 class CountingHolder : public ISegmentHolder

@@ -5,50 +5,18 @@
 // that nothing crashes, the input must stay as it is, and a corrected copy must pass the same check without
 // another correction.
 
+#include "fuzz/fuzzing.h"
+#include "tests/support/tempdir.h"
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/validationjob.h"
-#include "util/SRString.h"
 
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 
 namespace {
 
 namespace fs = std::filesystem;
-
-class Workplace
-{
-public:
-    Workplace()
-    {
-        if (!::mkdtemp(m_path.data()))
-            std::abort();
-        ReportWriter::instance().setSink([](std::string_view) { return true; });
-    }
-    ~Workplace()
-    {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    Workplace(const Workplace&) = delete;
-    Workplace& operator=(const Workplace&) = delete;
-
-    std::string file(const char* name) const { return m_path + "/" + name; }
-
-private:
-    std::string m_path = (fs::temp_directory_path() / "fuzz-zmv-XXXXXX").string();
-};
-
-std::string readFile(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 unsigned bigEndian(std::string_view bytes, std::size_t at, unsigned n)
 {
@@ -76,21 +44,16 @@ bool mayStayFaulty(std::string_view file)
     return false;
 }
 
-void require(bool condition)
-{
-    if (!condition)
-        std::abort();
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    static const Workplace workplace;
-    static const std::string input = workplace.file("in.zmv");
-    static const std::string copy = workplace.file("copy.zmv");
+    static const krx::test::TempDir dir;
+    static const std::string input = dir.bytes("in.zmv");
+    static const std::string copy = dir.bytes("copy.zmv");
     if (size == 0)
         return 0;
+    ReportWriter::instance().setSink([](std::string_view) { return true; });
 
     constexpr krx::streams::LogLevel_t levels[] = {krx::streams::LOG_ERROR, krx::streams::LOG_WARNING,
                                                    krx::streams::LOG_INFO, krx::streams::LOG_INFO};
@@ -103,16 +66,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     job.parameters.durationMargin = mode >> 5;
 
     const std::string bytes(data + 1, data + size);
-    std::ofstream(input, std::ios::binary) << bytes;
-    const bool passed = job.validateFile(SRString::fromMultiByte(input));
-    require(readFile(input) == bytes);
+    const bool passed = job.validateFile(dir.write("in.zmv", bytes));
+    require(dir.read("in.zmv") == bytes);
     const bool corrected = fs::exists(input + ".new");
     require(passed || !corrected);
     if (!corrected)
         return 0;
 
     fs::rename(input + ".new", copy);
-    if (!mayStayFaulty(readFile(copy))) {
+    if (!mayStayFaulty(dir.read("copy.zmv"))) {
         require(job.validateFile(SRString::fromMultiByte(copy)));
         require(!fs::exists(copy + ".new"));
     }
