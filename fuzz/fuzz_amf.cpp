@@ -4,26 +4,18 @@
 // Reads values, skips them, parses commands. The first byte chooses what is done with the rest. What was read
 // is shown, copied and compared; what can be written is read back and must show the same text.
 
+#include "fuzz/fuzzing.h"
 #include "server/SRCommand.h"
 #include "server/messagedump.h"
 #include "util/SRException.h"
 
 #include <array>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <vector>
 
 namespace {
 
 // Enough for what the largest input holds; references that are written out in full end here.
 constexpr unsigned kOutputLimit = 1U << 18;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 // Writes a value and reads it back; false when it cannot be written. Circles are open in what comes back.
 bool writeAndRead(const SRData& value, int encoding, SRData& back)

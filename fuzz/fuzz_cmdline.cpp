@@ -4,9 +4,11 @@
 // Runs a whole command line, whose arguments are separated by line ends, over a directory with a few inputs
 // of each kind. Names with a slash are left out, so that nothing outside the directory is opened or written.
 
+#include "fuzz/fuzzing.h"
 #include "tests/support/mp4samples.h"
 #include "tests/support/rawbuilder.h"
 #include "tests/support/rawsamples.h"
+#include "tests/support/tempdir.h"
 #include "tests/support/zmvbuilder.h"
 #include "tests/support/zmvsamples.h"
 #include "tools/zmvutil/vidlint/src/commandline.h"
@@ -14,26 +16,15 @@
 #include "tools/zmvutil/vidlint/src/validationjob.h"
 
 #include <algorithm>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <string_view>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
 namespace fs = std::filesystem;
 using namespace krx::test;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 /// The current directory while one input runs, with one-letter names that are easily hit. Fuzzers name their
 /// own files relative to the directory where they began.
@@ -42,23 +33,13 @@ class Workplace
 public:
     Workplace()
     {
-        require(::mkdtemp(m_path.data()) != nullptr);
-        enter();
-        std::ofstream("a.zmv", std::ios::binary) << find(zmvSamples(), "sound.zmv").bytes;
-        std::ofstream("b.zmv", std::ios::binary) << ZmvBuilder().video(0).audio(40).bytes();
-        std::ofstream("c", std::ios::binary) << find(mp4Samples(), "sound.mp4").bytes;
-        RawBuilder::write(find(rawSamples(), "recording").files, "d");
-        leave();
+        m_dir.write("a.zmv", find(zmvSamples(), "sound.zmv").bytes);
+        m_dir.write("b.zmv", ZmvBuilder().video(0).audio(40).bytes());
+        m_dir.write("c", find(mp4Samples(), "sound.mp4").bytes);
+        RawBuilder::write(find(rawSamples(), "recording").files, m_dir.bytes("d"));
     }
-    ~Workplace()
-    {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    Workplace(const Workplace&) = delete;
-    Workplace& operator=(const Workplace&) = delete;
 
-    void enter() const { fs::current_path(m_path); }
+    void enter() const { fs::current_path(m_dir.path()); }
     void leave() const { fs::current_path(m_home); }
 
 private:
@@ -72,7 +53,7 @@ private:
     }
 
     const fs::path m_home = fs::current_path();
-    std::string m_path = (fs::temp_directory_path() / "fuzz-cmdline-XXXXXX").string();
+    const TempDir m_dir;
 };
 
 std::vector<std::string> splitLines(std::string_view text)

@@ -6,14 +6,13 @@
 // proportion to the file, the size of the read-ahead changes nothing, and a warning that counts as an error
 // ends the parse.
 
+#include "fuzz/fuzzing.h"
 #include "modules/streams/mp4/mp4.h"
 #include "modules/streams/mp4/mp4fileio.h"
 #include "tests/support/memoryfileio.h"
 #include "util/SRBuffer.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -27,12 +26,6 @@ using krx::streams::StreamParseError;
 /// largest ones in memory.
 constexpr std::size_t kMemoryPerByte = 48;
 constexpr std::size_t kMemoryFloor = 200000;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 bool inCatalogue(int status)
 {

@@ -6,12 +6,11 @@
 // one behind the other, each load that succeeds delivers every position, and the contexts survive their file
 // form.
 
+#include "fuzz/fuzzing.h"
 #include "modules/streams/mp4/mp4Data.h"
 #include "tests/support/memoryfileio.h"
 #include "util/messagerecord.h"
 
-#include <cstdint>
-#include <cstdlib>
 #include <string>
 
 namespace {
@@ -26,12 +25,6 @@ constexpr std::size_t kMemoryFloor = 400'000;
 /// Tables can claim many samples; a few segments show what there is.
 constexpr int kMaxLoads = 12;
 constexpr long long kMaxMessages = 100000;
-
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
 
 /// Counts positions, and reads every byte.
 class CountingHolder : public ISegmentHolder

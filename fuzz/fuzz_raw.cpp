@@ -1,71 +1,44 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "interfaces/IQVStreamContext.h"
+#include "fuzz/fuzzing.h"
 #include "modules/streams/mediacontexts.h"
 #include "modules/streams/raw/rawModule.h"
 #include "modules/streams/streamparseerror.h"
-#include "tests/support/memorydirio.h"
+#include "tests/support/memoryfileio.h"
 #include "tests/support/rawbuilder.h"
+#include "tests/support/recordingcontext.h"
 
+#include <algorithm>
 #include <array>
-#include <cstddef>
-#include <cstdint>
-#include <cstdlib>
 #include <cstring>
+#include <set>
 #include <string>
-#include <vector>
+#include <tuple>
 
 namespace {
 
 using krx::raw::RawAdaptor;
 
-/// Ends the run: what must hold does not.
-void require(bool holds)
-{
-    if (!holds)
-        std::abort();
-}
-
-/// Answers the adaptor's questions and counts its findings, whose numbers must be in the catalogue.
-class Context : public IQVStreamContext
+/// Keeps the adaptor's findings, whose numbers must be in the catalogue.
+class Context : public krx::test::RecordingContext
 {
 public:
-    Context(IKrxFileIo* io, bool aggregates, bool strict, const std::string& maxSize)
-        : m_io(io), m_aggregates(aggregates), m_strict(strict), m_maxSize(maxSize)
-    {
-    }
+    using RecordingContext::RecordingContext;
 
-    unsigned errors = 0;
-    unsigned warnings = 0;
-
-    unsigned getVersion() const override { return 1; }
-    int getConfig(const char* key, char** value, int size) override
+    /// Of level 2 the errors, of level 3 the warnings.
+    auto count(int level) const
     {
-        const std::string name = key;
-        const std::string text = name == "Raw/EnableAggMsgs"      ? (m_aggregates ? "true" : "false")
-                                 : name == "Raw/WarningsAsErrors" ? (m_strict ? "true" : "false")
-                                 : name == "Raw/MaxAggMsgSize"    ? m_maxSize
-                                                                  : "?";
-        require(static_cast<int>(text.size()) <= size);
-        std::memcpy(*value, text.data(), text.size());
-        return 0;
+        return std::count_if(lines.begin(), lines.end(),
+                             [&](const Line& line) { return line.level == level; });
     }
-    void log(const char* text, unsigned short level, bool) override
+    void log(const char* text, unsigned short level, bool isFormed) override
     {
-        errors += level == 2;
-        warnings += level == 3;
+        RecordingContext::log(text, level, isFormed);
         if (*text == '-')
             require(krx::streams::catalogueText(static_cast<krx::streams::ParseStatus>(-std::atoi(text))) !=
                     nullptr);
     }
-    IKrxFileIo* getFileIo() override { return m_io; }
-
-private:
-    IKrxFileIo* m_io;
-    bool m_aggregates;
-    bool m_strict;
-    std::string m_maxSize;
 };
 
 /// Takes messages and reads every byte of them.
@@ -142,7 +115,7 @@ void checkContexts(const RawAdaptor& adaptor, void* handle, Holder& holder)
 
 /// Walks the stream as a validator does; whether all of it is sound. The bytes of at most two segment files
 /// are given.
-bool walk(RawAdaptor& adaptor, void* handle, const Context& context, krx::test::MemoryDirIo& io,
+bool walk(RawAdaptor& adaptor, void* handle, const Context& context, krx::test::MemoryFileIo& io,
           const std::array<std::string, 2>& content, Holder& holder)
 {
     const long long end = adaptor.getEndPosition(handle);
@@ -154,9 +127,9 @@ bool walk(RawAdaptor& adaptor, void* handle, const Context& context, krx::test::
         SegmentBounds other;
         adaptor.findSegmentByTime(handle, bounds.startTime, &other);
         io.files["r/" + krx::test::RawBuilder::fileName(bounds.start)] = content[segment % 2];
-        const unsigned errors = context.errors;
+        const auto errors = context.count(2);
         const bool sound = adaptor.loadSegment(handle, &bounds, &holder);
-        require(sound == (context.errors == errors));
+        require(sound == (context.count(2) == errors));
         if (!sound)
             return false;
         i = bounds.end + 1;
@@ -178,35 +151,30 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         length = input.byte() << 8;
         length += input.byte();
     }
-    krx::test::MemoryDirIo io;
+    krx::test::MemoryFileIo io;
     io.files["r/index"] = input.piece(lengths[0]);
     io.files["r/contexts"] = input.piece(lengths[1]);
     const std::string first = input.piece(lengths[2]);
     const std::array<std::string, 2> segments{first, input.rest()};
 
     // Whether messages are packed into aggregates must not change what is found.
-    struct Result
-    {
-        bool sound;
-        unsigned errors;
-        unsigned warnings;
-    };
-    std::vector<Result> results;
+    std::set<std::tuple<bool, long, long>> results;
     for (const bool aggregates : {false, true}) {
-        Context context(&io, aggregates, (mode & 1) != 0, std::to_string((mode >> 1) * 16));
+        Context context(&io, {{"Raw/EnableAggMsgs", aggregates ? "true" : "false"},
+                              {"Raw/WarningsAsErrors", (mode & 1) != 0 ? "true" : "false"},
+                              {"Raw/MaxAggMsgSize", std::to_string((mode >> 1) * 16)}});
         RawAdaptor adaptor(&context);
         void* handle = nullptr;
         bool sound = adaptor.open(nullptr, "r", 0, nullptr, handle) == 0;
-        require(sound == (context.errors == 0));
+        require(sound == (context.count(2) == 0));
         if (sound) {
             Holder holder;
             checkContexts(adaptor, handle, holder);
             sound = walk(adaptor, handle, context, io, segments, holder);
         }
         adaptor.close(handle);
-        results.push_back({sound, context.errors, context.warnings});
+        results.emplace(sound, context.count(2), context.count(3));
     }
-    require(results[0].sound == results[1].sound && results[0].errors == results[1].errors &&
-            results[0].warnings == results[1].warnings);
+    require(results.size() == 1);
     return 0;
 }

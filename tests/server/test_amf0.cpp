@@ -40,6 +40,12 @@ TEST(Amf0, ReadsEveryMarkerAndWritesItAgain)
         {"08 00000000 0000 05 0004 'name' 09", 8, kArrayType, "{: }", "08 00000000 0000 05 0000 09"},
         {"0A 00000002 05 02 0001 'x'", 10, kArrayType, "{0: , 1: x}",
          "08 00000000 0001 '0' 05 0001 '1' 02 0001 'x' 0000 09"},
+        // The ECMA array is no entry of the table of references.
+        {"0A 00000004 03 0001 'a' 05 0000 09 08 00000000 0000 09 10 0001 'C' 0000 09 07 0002", 10, kArrayType,
+         "{0: {a: }, 1: {}, 2: {constructor: C}, 3: {constructor: C}}",
+         "08 00000000 0001 '0' 03 0001 'a' 05 0000 09 0001 '1' 08 00000000 0000 09 "
+         "0001 '2' 10 0001 'C' 0000 09 0001 '3' 07 0001 0000 09"},
+        {"07 0005", 7, kUndefinedType, "", "06"},
         {"0B 4097700000000000 FFC4", 11, kDateType, ""},
         {"0C 00000003 'abc'", 12, kStringType, "abc", "02 0003 'abc'"},
         {"0D", 13, kUndefinedType, "", "06"},
@@ -69,88 +75,6 @@ TEST(Amf0, ReadsEveryMarkerAndWritesItAgain)
         EXPECT_EQ(skipper->skipVar(), 9);
         EXPECT_FALSE(skipper->isBad());
     }
-}
-
-TEST(Amf0, LongTextsChangeTheMarker)
-{
-    for (const std::size_t n : {std::size_t{65535}, std::size_t{65536}}) {
-        SRCSerializer writer;
-        const SRData value(std::string(n, 'x').c_str());
-        ASSERT_TRUE(writer.PutVar(&value, true));
-        EXPECT_EQ(writer.getBuffer()[0], n == 65535 ? 2 : 12);
-        EXPECT_EQ(writer.getPosition(), n + (n == 65535 ? 3 : 5));
-        EXPECT_EQ(Reader(written(writer)).get().stringLen(), static_cast<int>(n));
-    }
-    // A name has no long form.
-    const SRData object = makeArray(kObjectType);
-    arrayOf(object).setValue(0, SRMBString(std::string(65536, 'n')), SRData(true));
-    EXPECT_EQ(encoded(object), "failed");
-}
-
-TEST(Amf0, WritesReferencesToWhatTheTableHolds)
-{
-    const SRData object = makeArray(kObjectType);
-    SRCSerializer writer;
-    EXPECT_TRUE(writer.PutVar(&object, false));
-    EXPECT_TRUE(writer.PutVar(&object, true));
-    EXPECT_TRUE(writer.PutVar(&object, true));
-    EXPECT_EQ(toHex(written(writer)), "03 00 00 09 07 00 00 03 00 00 09");
-
-    // A strict array joins the table, an ECMA array does not.
-    const SRData strict = makeArray(kStrictArrayType);
-    const SRData ecma = makeArray(kArrayType);
-    const SRData outer = makeArray(kStrictArrayType);
-    for (const SRData* value : {&strict, &strict, &ecma, &ecma})
-        arrayOf(outer).setValue(arrayOf(outer).getSize(), "", *value);
-    EXPECT_EQ(encoded(outer),
-              toHex(hexText("0A 00000004 0A 00000000 07 0001 08 00000000 0000 09 08 00000000 0000 09")));
-}
-
-TEST(Amf0, ReadsReferencesByTheSameTable)
-{
-    // Index 0 is the strict array itself, 1 the object; the ECMA array has none.
-    const SRData value =
-        Reader(hexText("0A 00000004 03 0001 'a' 05 0000 09 08 00000000 0000 09 10 0001 'C' 0000 09 07 0002"))
-            .get();
-    ASSERT_EQ(arrayOf(value).getSize(), 4);
-    EXPECT_EQ(textOf(value), "{0: {a: }, 1: {}, 2: {constructor: C}, 3: {constructor: C}}");
-    const SRData& reference = arrayOf(value).getPropertyValueConst(3);
-    EXPECT_EQ(reference.kind, kArrayType);
-    EXPECT_EQ(
-        SRData::compare(
-            reference, SRData(SRDataArrayPtr(&arrayOf(arrayOf(value).getPropertyValueConst(2))), kArrayType)),
-        0);
-    // An index past the table leaves the value as it was.
-    Reader reader(hexText("07 0005"));
-    SRData kept("before");
-    EXPECT_EQ(reader->GetVar(&kept, true), 7);
-    EXPECT_EQ(textOf(kept), "before");
-    EXPECT_FALSE(reader->isBad());
-}
-
-TEST(Amf0, TypedObjectsTakeTheirClassFromTheFirstEntry)
-{
-    const SRData typed = makeArray(kTypedObjectType);
-    EXPECT_EQ(encoded(typed), toHex(hexText("10 0006 'Object' 0000 09")));
-    arrayOf(typed).setValue(0, "a", SRData(true));
-    EXPECT_EQ(encoded(typed), toHex(hexText("10 0006 'Object' 0001 'a' 01 01 0000 09")));
-    arrayOf(typed).setValue(0, "constructor", SRData("Cls"));
-    EXPECT_EQ(encoded(typed), toHex(hexText("10 0003 'Cls' 0000 09")));
-}
-
-TEST(Amf0, NamesTravelInFrontOfValues)
-{
-    SRCSerializer writer;
-    SRData value(true);
-    SRMBString name("on");
-    EXPECT_EQ(writer.ProcessScriptVar(&value, &name), 1);
-    EXPECT_EQ(toHex(written(writer)), toHex(hexText("0002 'on' 01 01")));
-    Reader reader(written(writer));
-    SRMBString readName;
-    SRData readValue;
-    EXPECT_EQ(reader->ProcessScriptVar(&readValue, &readName), 1);
-    EXPECT_EQ(readName, "on");
-    EXPECT_TRUE(static_cast<bool>(readValue));
 }
 
 TEST(Amf0, WriterGoesBackBeforeWhatDoesNotFitItsLimit)

@@ -11,7 +11,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -32,11 +31,6 @@ struct Parsed
     const std::string bytes;
     const SRCommand command;
 };
-
-std::string bodyOf(const SRMessagePtr& message)
-{
-    return toHex({reinterpret_cast<const char*>(message->getBody()), message->getBodyLength()});
-}
 
 TEST(Command, ParsesByType)
 {
@@ -64,37 +58,16 @@ TEST(Command, ParsesByType)
         const Parsed parsed(c.type, c.body, true);
         EXPECT_EQ(krx::stringizeSRCommand(parsed.command), c.text);
         EXPECT_EQ(parsed.command.getCommandData().kind, c.dataKind);
-        std::ostringstream out;
-        krx::streamSRCommand(out, parsed.command);
-        EXPECT_EQ(out.str(), c.text);
     }
     const Parsed play(20, "02 0004 'play' 00 3FF0000000000000 03 0001 'a' 01 01 0000 09 05", true);
     EXPECT_EQ(krx::dumpCommand(play.command),
               "play[12] id 1 (Command data\n  a: true\n)( Command args\narg 0:\n  \n)\n");
-    EXPECT_EQ(Parsed(15, "02 0001 'm' 05", true).command.argCount(), 1);
     for (const int outside : {-1, 2})
         EXPECT_EQ(Parsed(18, "02 0001 'm' 05 05", true).command.getArg(outside).kind, kUndefinedType);
-    EXPECT_EQ(Parsed(18, "02 0001 'm'", true).command.getTrxID().kind, kNumberType);
 
     AssertRecorder asserts;
     EXPECT_EQ(krx::stringizeSRCommand(Parsed(22, "02 0001 'm' 01 01", true).command), "0: m[0](true)");
     EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in server/SRCommand line 178"});
-}
-
-TEST(Command, TableIgnoresCase)
-{
-    for (int number = 1; number <= SRCommand::kCmdStopTransmit; ++number) {
-        const std::string name = SRCommand::commandName(number);
-        EXPECT_EQ(SRCommand::mapCommand(name.c_str()), number) << name;
-        EXPECT_EQ(SRCommand::mapCommand((name + "x").c_str()), 0) << name;
-    }
-    EXPECT_EQ(SRCommand::mapCommand("PLAY"), SRCommand::kCmdPlay);
-    EXPECT_EQ(SRCommand::mapCommand("@GETSTATS"), 1);
-    EXPECT_EQ(SRCommand::kCmdStopTransmit, 22);
-    EXPECT_EQ(SRCommand::mapCommand(""), 0);
-    EXPECT_EQ(SRCommand::mapCommand(nullptr), 0);
-    EXPECT_STREQ(SRCommand::commandName(23), "");
-    EXPECT_STREQ(SRCommand::commandName(-1), "");
 }
 
 TEST(Command, FailuresAreTracedAndPassedOnAsAsked)
@@ -142,88 +115,6 @@ TEST(Command, FailuresAreTracedAndPassedOnAsAsked)
     EXPECT_EQ(krx::stringizeSRCommand(Parsed(18, cut, false).command), "0: onMetaData[0]()");
     SRCommand::gLogCommandParserError = false;
     std::filesystem::current_path(before);
-}
-
-TEST(Command, BuildsMessages)
-{
-    SRCommand command;
-    command.setMethodName("m");
-    command.setTrxID(SRData(2.0));
-    command.setResponseData("a", SRData(true));
-    command.setUserArg(SRData("x"));
-    const struct
-    {
-        int encoding;
-        unsigned char commandType, dataType;
-        const char* lead;
-    } cases[] = {{0, 20, 18, ""}, {3, 17, 15, "00"}};
-    for (const auto& c : cases) {
-        command.setEncoding(c.encoding);
-        const SRMessagePtr response = command.getCommandResponse();
-        EXPECT_EQ(response->getType(), c.commandType);
-        EXPECT_EQ(response->getStreamId(), 0U);
-        EXPECT_EQ(bodyOf(response),
-                  toHex(hexText(std::string(c.lead) + "02 0001 'm' 00 4000000000000000 "
-                                                      "03 0001 'a' 01 01 0000 09 02 0001 'x'")));
-        const SRMessagePtr data = command.getDataResponse();
-        EXPECT_EQ(data->getType(), c.dataType);
-        EXPECT_EQ(bodyOf(data), toHex(hexText(std::string(c.lead) + "02 0001 'm' 02 0001 'x'")));
-        EXPECT_EQ(bodyOf(SRCommand(command).getDataResponse()), bodyOf(data));
-    }
-    EXPECT_TRUE(command.serializeDataResponse());
-    command.clearUserArgs();
-    command.setResponseFailure();
-    EXPECT_TRUE(command.serializeCommandResponse());
-    EXPECT_EQ(toHex(written(command)),
-              toHex(hexText("02 0001 'm' 02 0001 'x' 02 0006 '_error' 00 4000000000000000 "
-                            "03 0001 'a' 01 01 0000 09")));
-    command.setResponseSuccess();
-    EXPECT_STREQ(static_cast<const char*>(command.getMethodName()), "_result");
-    // A body has 24 bits of length.
-    command.setUserArg(SRData(std::string(0xFFFFF0, 'x').c_str()));
-    EXPECT_EQ(command.getDataResponse(), nullptr);
-}
-
-TEST(Command, BuildsTheFirstArgumentByTheFirstProperty)
-{
-    SRCommand info;
-    info.setInfoObj("status", "code", "", nullptr);
-    info.setOnMetaDataProperty("later", SRData(true));
-    EXPECT_EQ(info.getArg(0).kind, kObjectType);
-    EXPECT_EQ(krx::stringizeSRData(info.getArg(0)), "{level: status, code: code, later: true}");
-    SRCommand full;
-    const SRData details(5.0);
-    full.setInfoObj("a", "b", "c", &details);
-    EXPECT_EQ(krx::stringizeSRData(full.getArg(0)), "{level: a, code: b, description: c, details: 5}");
-    SRCommand meta;
-    meta.setOnMetaDataProperty("duration", SRData(1.0));
-    meta.setInfoProperty("duration", SRData(2.0));
-    EXPECT_EQ(meta.getArg(0).kind, kArrayType);
-    EXPECT_EQ(arrayOf(meta.getArg(0)).getKind(), kArrayType);
-    EXPECT_EQ(krx::stringizeSRData(meta.getArg(0)), "{duration: 1, duration: 2}");
-    AssertRecorder asserts;
-    SRCommand text;
-    text.setUserArg(SRData("text"));
-    text.setInfoProperty("a", SRData(1.0));
-    EXPECT_EQ(asserts.take(), std::vector<std::string>{"Assert failed in server/SRCommand line 392"});
-    EXPECT_EQ(krx::stringizeSRCommand(text), "0: [0](text)");
-}
-
-TEST(Command, MovesBlobsToAndFromMessages)
-{
-    SRCommand command;
-    const SRMessagePtr message(new SRMessage(0));
-    message->write("body", 4);
-    command.setUserArgToMessage(message);
-    command.setUserArgToMessage(SRMessagePtr(new SRMessage(0)));
-    command.setUserArg(SRData(1.0));
-    message->getBody()[0] = 'B';
-    int index = 0;
-    EXPECT_EQ(bodyOf(command.getArgAsMessage(index)), toHex("body"));
-    EXPECT_EQ(index, 1);
-    EXPECT_EQ(command.getArgAsMessage(index)->getMsgLen(), 0U);
-    EXPECT_EQ(command.getArgAsMessage(index), nullptr);
-    EXPECT_EQ(index, 2);
 }
 
 }  // namespace

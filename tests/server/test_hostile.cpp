@@ -15,6 +15,7 @@
 #include <memory>
 #include <string>
 #include <sys/resource.h>
+#include <utility>
 
 using namespace krx::test;
 
@@ -40,21 +41,17 @@ long peakKilobytes()
 
 TEST(Nesting, IsBoundedInReadingSkippingAndWriting)
 {
-    const struct
-    {
-        const char* level;  ///< one level in AMF0
-        const char* end;
-        unsigned cost;  ///< levels that it counts
-    } cases[] = {
-        {"03 0001 'a'", "0000 09", 1},
-        {"08 00000000 0001 'a'", "0000 09", 1},
-        {"0A 00000001", "", 1},
-        {"10 0000 0001 'a'", "0000 09", 1},
+    const std::pair<const char*, const char*> cases[] = {
+        // one level in AMF0, and its end
+        {"03 0001 'a'", "0000 09"},
+        {"08 00000000 0001 'a'", "0000 09"},
+        {"0A 00000001", ""},
+        {"10 0000 0001 'a'", "0000 09"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.level);
-        const std::string level = hexText(c.level);
-        const std::string end = hexText(c.end);
+    for (const auto& [start, close] : cases) {
+        SCOPED_TRACE(start);
+        const std::string level = hexText(start);
+        const std::string end = hexText(close);
         const unsigned most = SRCSerializer::kMaxNesting - 1;
         Reader fits(repeated(level, most) + '\x05' + repeated(end, most));
         const SRData value = fits.get();
@@ -277,9 +274,6 @@ TEST(Circles, AreReadShownWrittenAndFreed)
          "{a: {b: {...}, c: {...}}, d: {b: {...}, c: {...}}}", "{a: {b: , c: }, d: {b: , c: }}", nullptr},
         {"03 0001 'e' 08 00000000 0001 'b' 07 0000 0000 09 0001 'x' 05 0000 09", "{e: {b: {...}}, x: }",
          "{e: {b: }, x: }", nullptr},
-        {"10 0001 'C' 0001 'a' 0A 00000002 07 0000 07 0001 0000 09",
-         "{constructor: C, a: {0: {...}, 1: {...}}}", "{constructor: C, a: {0: , 1: }}", ""},
-        {"11 0A 0B 01 03 'a' 0A 00 01", "{constructor: , a: {...}}", "{constructor: , a: }", nullptr},
         {"11 0A 0B 01 03 'a' 09 03 01 0A 00 01", "{constructor: , a: {0: {...}}}",
          "{constructor: , a: {0: }}", "11 0A 0B 01 03 'a' 09 01 03 '0' 0A 00 01 01"},
         {"11 0A 0B 01 03 'v' 10 03 00 01 0A 00 01",
@@ -301,9 +295,7 @@ TEST(Circles, AreReadShownWrittenAndFreed)
             EXPECT_TRUE(SRDataArray(arrayOf(value)).containsCircle());
             EXPECT_EQ(SRData::compare(value, SRData(value)), 0);
             EXPECT_TRUE(arrayOf(value).equals(SRDataArray(arrayOf(value))));
-            if (c.again == nullptr || *c.again != '\0') {
-                EXPECT_EQ(encoded(value), toHex(hexText(c.again ? c.again : c.bytes)));
-            }
+            EXPECT_EQ(encoded(value), toHex(hexText(c.again ? c.again : c.bytes)));
             copy = value;
         }
         EXPECT_EQ(textOf(copy), c.opened);
@@ -324,21 +316,6 @@ TEST(Circles, LeaveNoLeakWhenReadingBreaksOff)
         } catch (const SRBreakConnection&) {
         }
     }
-    // Also when the tables are emptied in between, and with a command as the reader.
-    const std::string bytes = hexText("02 0001 'm' 03 0001 'a' 07 0000 0000 09");
-    SRData arg;
-    {
-        const SRCommand command(kMsgData, reinterpret_cast<const unsigned char*>(bytes.data()),
-                                static_cast<int>(bytes.size()), true);
-        arg = command.getArg(0);
-        EXPECT_EQ(krx::stringizeSRCommand(command), "0: m[0]({a: {...}})");
-        const SRCommand second(command);
-        EXPECT_EQ(second.getArg(0).payload.array, arg.payload.array);
-    }
-    EXPECT_EQ(textOf(arg), "{a: }");
-    Reader reader(bytes.substr(4));
-    reader->GetVar(&arg, true);
-    EXPECT_EQ(textOf(arg), "{a: {...}}");
 }
 
 TEST(Circles, OfEcmaArraysCannotBeWritten)

@@ -2,7 +2,6 @@
 // All rights reserved.
 
 #include "modules/streams/mediacontexts.h"
-#include "tests/support/assertrecorder.h"
 #include "tests/support/hextext.h"
 
 #include <gtest/gtest.h>
@@ -113,48 +112,6 @@ TEST(MediaContexts, FindsContextsByPosition)
     EXPECT_EQ(contexts.findTrack(3)->messages()[0].time, 41U);
 }
 
-TEST(MediaContexts, OrdersTheSamePositionByType)
-{
-    TrackContexts track(1);
-    for (const unsigned time : {1U, 2U})
-        for (const ContextType_t type : {kContextHeader, kContextEnder}) {
-            track.messages().push_back(message(1, type, 5));
-            track.messages().back().time = time;
-        }
-    EXPECT_EQ(track.getContextsAtPos(kContextHeader, 5)[0]->time, 2U);
-    EXPECT_EQ(track.getContextsAtPos(kContextEnder, 5)[0]->time, 1U);
-    track.prepForAppend();
-    EXPECT_EQ(track.numContexts(), 3U);
-    track.prepForAppend();
-    EXPECT_EQ(track.numContexts(), 3U);
-}
-
-TEST(MediaContexts, ErasesAndKeepsTheTracks)
-{
-    MediaContexts contexts = twoTracks();
-    contexts.erase([](const ContextMessage& m) { return m.position == -1; });
-    EXPECT_EQ(contexts.numContexts(), 5U);
-    ASSERT_NE(contexts.findTrack(3), nullptr);
-    EXPECT_EQ(contexts.findTrack(3)->numContexts(), 0U);
-    unsigned tracks = 0;
-    contexts.applyTracks([&](const TrackContexts&) { ++tracks; });
-    EXPECT_EQ(tracks, 2U);
-
-    contexts.clear();
-    EXPECT_EQ(contexts.numContexts(), 0U);
-    EXPECT_EQ(contexts.findTrack(7), nullptr);
-}
-
-TEST(MediaContexts, CountsSharedBytesOnce)
-{
-    MediaContexts contexts;
-    const ContextMessage first = message(1, kContextHeader, 0, std::string(10'000, 'x'));
-    for (int i = 0; i < 100; ++i)
-        contexts.cacheContext(first);
-    EXPECT_GT(contexts.reportMemorySize(), 10'000U);
-    EXPECT_LT(contexts.reportMemorySize(), 30'000U);
-}
-
 TEST(MediaContexts, ImportsOrRefusesForeignFiles)
 {
     struct Case
@@ -225,18 +182,6 @@ TEST(MediaContexts, ImportsManyContextsInProportion)
         EXPECT_LT(std::clock() - start, 5 * CLOCKS_PER_SEC);
         EXPECT_EQ(contexts.numContexts(), c.contexts);
     }
-}
-
-TEST(MediaContexts, ReportsAMissingHolder)
-{
-    AssertRecorder asserts;
-    const MediaContexts contexts = twoTracks();
-    EXPECT_FALSE(contexts.tellContexts(kContextHeader, 1, nullptr, false));
-    EXPECT_FALSE(contexts.tellAllContexts(nullptr));
-    EXPECT_EQ(asserts.take().size(), 2U);
-    NoteHolder holder;
-    EXPECT_FALSE(MediaContexts().tellAllContexts(&holder));
-    EXPECT_TRUE(holder.notes.empty());
 }
 
 }  // namespace krx

@@ -7,75 +7,101 @@
 #include "util/SRString.h"
 
 #include <algorithm>
-#include <cstring>
+#include <climits>
+#include <map>
 #include <string>
+#include <sys/stat.h>
+#include <utility>
 #include <vector>
 
 namespace krx::test {
 
-/// One file in memory, under any path. Counts the reads and can let one of them fail.
+/// Reading access to files that lie in memory. A path that others begin with, up to a '/', is a directory.
+/// Reads are counted, can be short, and can fail.
 class MemoryFileIo : public IKrxFileIo
 {
 public:
-    explicit MemoryFileIo(std::string bytes = {}) : m_bytes(std::move(bytes)) {}
+    MemoryFileIo() = default;
+    /// One file under any path.
+    explicit MemoryFileIo(std::string bytes) : files{{kAnyPath, std::move(bytes)}} {}
 
-    std::string& bytes() { return m_bytes; }
-    int readCount() const { return m_readCount; }
-    bool isOpen() const { return m_openCount != 0; }
+    std::map<std::string, std::string> files;              ///< content by path
+    std::map<std::string, struct timespec> modifiedTimes;  ///< by path; others have 1 s
+    std::vector<std::string> opened;                       ///< the paths that were opened, in order
+    std::vector<unsigned> reads;                           ///< the bytes asked of each read
+    unsigned maxRead = INT_MAX;                            ///< bytes that one read gives at most
+    long long pretendedSize = -1;                          ///< told for every file; negative: the truth
+
+    /// The file under any path.
+    std::string& bytes() { return files.at(kAnyPath); }
+    bool isOpen() const { return m_openFiles != 0; }
     /// The n-th read from now on (1-based) fails with -1, as do those behind it.
-    void failReadsFrom(int n) { m_failFrom = m_readCount + n; }
-    /// Whether it can be opened from now on.
+    void failReadsFrom(std::size_t n) { m_failFrom = reads.size() + n; }
+    /// Whether a file can be opened from now on.
     void allowOpen(bool allowed) { m_mayOpen = allowed; }
 
-    int open(const SRString&, int, int, struct stat64* st) override
+    int open(const SRString& path, int, int, struct stat64* st) override
     {
-        if (!m_mayOpen)
+        const auto file = find(path);
+        if (file == files.end() || !m_mayOpen)
             return -1;
-        ++m_openCount;
+        ++m_openFiles;
+        opened.push_back(file->first);
         if (st)
-            fill(*st);
-        return kDescriptor;
+            (void)stat(path, st, kAny);
+        return static_cast<int>(opened.size()) - 1;
     }
     int close(int, bool) override
     {
-        --m_openCount;
+        --m_openFiles;
         return 0;
     }
     int read(int fd, long long offset, void* buf, unsigned n) override
     {
-        ++m_readCount;
-        if (fd != kDescriptor || offset < 0 || (m_failFrom != 0 && m_readCount >= m_failFrom))
+        reads.push_back(n);
+        if (offset < 0 || (m_failFrom != 0 && reads.size() >= m_failFrom))
             return -1;
-        const auto start = std::min(static_cast<std::size_t>(offset), m_bytes.size());
-        const std::size_t count = std::min<std::size_t>(n, m_bytes.size() - start);
-        std::memcpy(buf, m_bytes.data() + start, count);
-        return static_cast<int>(count);
+        const std::string& content = files.at(opened.at(static_cast<std::size_t>(fd)));
+        const std::size_t from = std::min(static_cast<std::size_t>(offset), content.size());
+        return static_cast<int>(content.copy(static_cast<char*>(buf), std::min(n, maxRead), from));
+    }
+    int fstat(int fd, struct stat64* st, Mode mode) override
+    {
+        return stat(SRString::fromMultiByte(opened.at(static_cast<std::size_t>(fd))), st, mode);
+    }
+    int stat(const SRString& path, struct stat64* st, Mode mode) override
+    {
+        const std::string name(path.toMultiByte().view());
+        const auto file = find(path);
+        const auto entry = files.lower_bound(name + '/');
+        const bool isDirectory = entry != files.end() && entry->first.starts_with(name + '/');
+        if ((file == files.end() && !isDirectory) || (mode != kAny && isDirectory != (mode == kDirectory)))
+            return -1;
+        *st = {};
+        st->st_mode = isDirectory ? S_IFDIR : S_IFREG;
+        st->st_size = isDirectory          ? 0
+                      : pretendedSize >= 0 ? pretendedSize
+                                           : static_cast<off64_t>(file->second.size());
+        const auto time = modifiedTimes.find(name);
+        st->st_mtim = time == modifiedTimes.end() ? timespec{1, 0} : time->second;
+        return 0;
     }
     int write(int, long long, void*, unsigned) override { return -1; }
-    int fstat(int, struct stat64* st, Mode mode) override { return stat(SRString(), st, mode); }
-    int stat(const SRString&, struct stat64* st, Mode mode) override
-    {
-        fill(*st);
-        return mode == kDirectory ? -1 : 0;
-    }
     int remove(const SRString&, IKrxFileAdaptor::RemoveFlags, bool) override { return -1; }
-    int createDir(const SRString&) override { return -1; }
+    int createDir(const SRString&) override { return 0; }
     int readDir(const SRString&, std::vector<SRString>&) override { return -1; }
 
 private:
-    static constexpr int kDescriptor = 3;
+    static constexpr const char* kAnyPath = "";
 
-    void fill(struct stat64& st) const
+    std::map<std::string, std::string>::iterator find(const SRString& path)
     {
-        st = {};
-        st.st_mode = S_IFREG | 0644;
-        st.st_size = static_cast<off64_t>(m_bytes.size());
+        const auto file = files.find(std::string(path.toMultiByte().view()));
+        return file == files.end() ? files.find(kAnyPath) : file;
     }
 
-    std::string m_bytes;
-    int m_openCount = 0;
-    int m_readCount = 0;
-    int m_failFrom = 0;
+    int m_openFiles = 0;
+    std::size_t m_failFrom = 0;
     bool m_mayOpen = true;
 };
 

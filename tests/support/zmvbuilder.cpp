@@ -5,98 +5,12 @@
 
 #include "util/messagerecord.h"
 
-#include <bit>
-
 namespace krx::test {
 
 void putBigEndian(std::string& out, std::uint64_t value, int n)
 {
     while (n-- > 0)
         out += static_cast<char>(value >> (8 * n));
-}
-
-Amf& Amf::number(double value)
-{
-    m_bytes += '\0';
-    putBigEndian(m_bytes, std::bit_cast<std::uint64_t>(value), 8);
-    return *this;
-}
-
-Amf& Amf::boolean(bool value)
-{
-    m_bytes += '\1';
-    m_bytes += static_cast<char>(value);
-    return *this;
-}
-
-Amf& Amf::string(std::string_view text)
-{
-    m_bytes += '\2';
-    return name(text);
-}
-
-Amf& Amf::null()
-{
-    m_bytes += '\5';
-    return *this;
-}
-
-Amf& Amf::object()
-{
-    m_bytes += '\3';
-    return *this;
-}
-
-Amf& Amf::ecmaArray(std::uint32_t count)
-{
-    m_bytes += '\x08';
-    putBigEndian(m_bytes, count, 4);
-    return *this;
-}
-
-Amf& Amf::strictArray(std::uint32_t count)
-{
-    m_bytes += '\x0A';
-    putBigEndian(m_bytes, count, 4);
-    return *this;
-}
-
-Amf& Amf::typedObject(std::string_view className)
-{
-    m_bytes += '\x10';
-    return name(className);
-}
-
-Amf& Amf::reference(std::uint16_t index)
-{
-    m_bytes += '\7';
-    putBigEndian(m_bytes, index, 2);
-    return *this;
-}
-
-Amf& Amf::date(double ms, std::int16_t zone)
-{
-    m_bytes += '\x0B';
-    putBigEndian(m_bytes, std::bit_cast<std::uint64_t>(ms), 8);
-    putBigEndian(m_bytes, static_cast<std::uint16_t>(zone), 2);
-    return *this;
-}
-
-Amf& Amf::name(std::string_view text)
-{
-    putBigEndian(m_bytes, text.size(), 2);
-    return raw(text);
-}
-
-Amf& Amf::end()
-{
-    return raw(std::string_view("\0\0\x09", 3));
-}
-
-Amf& Amf::raw(std::string_view bytes)
-{
-    m_bytes += bytes;
-    return *this;
 }
 
 std::string metaData(double duration, bool canSeekToEnd)

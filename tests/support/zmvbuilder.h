@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <bit>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -16,23 +17,37 @@ void putBigEndian(std::string& out, std::uint64_t value, int n);
 class Amf
 {
 public:
-    Amf& number(double value);
-    Amf& boolean(bool value);
-    Amf& string(std::string_view text);
-    Amf& null();
-    Amf& object();                            ///< marker; properties and end() follow
-    Amf& ecmaArray(std::uint32_t count = 0);  ///< marker and count; properties and end() follow
-    Amf& strictArray(std::uint32_t count);    ///< marker and count; count values follow
-    Amf& typedObject(std::string_view className);
-    Amf& reference(std::uint16_t index);
-    Amf& date(double ms, std::int16_t zone = 0);
-    Amf& name(std::string_view text);  ///< a property's name; its value follows
-    Amf& end();                        ///< of an object or ECMA array
-    Amf& raw(std::string_view bytes);
+    Amf& number(double value) { return put(0, 1).put(std::bit_cast<std::uint64_t>(value), 8); }
+    Amf& boolean(bool value) { return put(1, 1).put(value ? 1 : 0, 1); }
+    Amf& string(std::string_view text) { return put(2, 1).name(text); }
+    Amf& null() { return put(5, 1); }
+    /// Marker; properties and end() follow.
+    Amf& object() { return put(3, 1); }
+    /// Marker and count; properties and end() follow.
+    Amf& ecmaArray(std::uint32_t count = 0) { return put(8, 1).put(count, 4); }
+    /// Marker and count; count values follow.
+    Amf& strictArray(std::uint32_t count) { return put(10, 1).put(count, 4); }
+    Amf& typedObject(std::string_view className) { return put(16, 1).name(className); }
+    Amf& reference(std::uint16_t index) { return put(7, 1).put(index, 2); }
+    /// A property's name; its value follows.
+    Amf& name(std::string_view text) { return put(text.size(), 2).raw(text); }
+    /// Of an object or ECMA array.
+    Amf& end() { return put(9, 3); }
+    Amf& raw(std::string_view bytes)
+    {
+        m_bytes += bytes;
+        return *this;
+    }
 
     const std::string& bytes() const { return m_bytes; }
 
 private:
+    Amf& put(std::uint64_t value, int n)
+    {
+        putBigEndian(m_bytes, value, n);
+        return *this;
+    }
+
     std::string m_bytes;
 };
 

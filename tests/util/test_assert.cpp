@@ -21,14 +21,3 @@ TEST(Assert, NothingThatASinkDoesStopsTheProgram)
     EXPECT_EQ(calls, 1);
     krx::util::setAssertSink(before);
 }
-
-TEST(Assert, EnsureThrowsTheText)
-{
-    try {
-        krx::util::ensureFailed("util/SRBuffer", 7);
-    } catch (const SRException& e) {
-        EXPECT_EQ(e.getMessage(), L"Ensure failed in util/SRBuffer line 7");
-        return;
-    }
-    FAIL() << "nothing was thrown";
-}

@@ -7,68 +7,6 @@
 
 #include <cstring>
 #include <limits>
-#include <sstream>
-
-namespace {
-
-int g_freed = 0;
-
-void countFree(unsigned char* data)
-{
-    ++g_freed;
-    delete[] data;
-}
-
-}  // namespace
-
-TEST(Object, CountDecidesItsLife)
-{
-    struct Probe : SRObject
-    {
-        explicit Probe(bool& flag) : gone(flag) {}
-        ~Probe() override { gone = true; }
-        bool& gone;
-    };
-    bool gone = false;
-    {
-        SRPtr<Probe> a(new Probe(gone));
-        SRPtr<Probe> b = a;
-        SRPtr<SRObject> base = b;
-        EXPECT_EQ(a->_get(), 3);
-        a = nullptr;
-        b = std::move(a);
-        EXPECT_EQ(base->_get(), 1);
-        EXPECT_FALSE(gone);
-        std::ostringstream out;
-        base->print(out);
-        EXPECT_NE(out.str().find("count=1"), std::string::npos) << out.str();
-    }
-    EXPECT_TRUE(gone);
-}
-
-TEST(Memory, ResizeUsesTheMemorysOwnFreeFunctionOnce)
-{
-    g_freed = 0;
-    auto* data = new unsigned char[4]{1, 2, 3, 4};
-    SRMemoryPtr memory(new SRMemory(data, 4, countFree));
-    memory->setUsed(4);
-    EXPECT_TRUE(memory->resize(4));
-    EXPECT_EQ(memory->data(), data);
-    EXPECT_TRUE(memory->resize(100));
-    EXPECT_EQ(g_freed, 1);
-    EXPECT_EQ(std::memcmp(memory->data(), "\1\2\3\4", 4), 0);
-    EXPECT_TRUE(memory->resize(2));
-    EXPECT_EQ(memory->getUsed(), 2U) << "no more is used than there is";
-    EXPECT_TRUE(memory->resize(0));
-    EXPECT_EQ(memory->data(), nullptr);
-    memory.reset();
-    EXPECT_EQ(g_freed, 1) << "its own array was freed by its own function";
-
-    unsigned char borrowed[2] = {7, 8};
-    SRMemoryPtr view(new SRMemory(borrowed, 2, nullptr));
-    EXPECT_TRUE(view->resize(3));
-    EXPECT_EQ(view->data()[1], 8);
-}
 
 TEST(Buffer, OffsetsStayInsideTheMemory)
 {

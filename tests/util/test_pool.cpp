@@ -103,67 +103,6 @@ TEST(Pool, KeepsNoMoreThanItsAllowances)
     EXPECT_EQ(Item::s_alive, 0) << "the end of a pool destroys what lies idle";
 }
 
-TEST(Pool, ThreadsDivideTheAllowance)
-{
-    SRPool<Item> pool(8, 1 << 20);
-    acquireMany(pool, 8, 1);
-    EXPECT_EQ(pool.stats().threadObjects, 8U);
-
-    std::promise<void> entered;
-    std::promise<void> leave;
-    std::thread other([&] {
-        acquireMany(pool, 8, 1);
-        EXPECT_EQ(pool.stats().threadObjects, 4U);
-        EXPECT_EQ(pool.stats().threads, 2U);
-        entered.set_value();
-        leave.get_future().wait();
-    });
-    entered.get_future().wait();
-    acquireMany(pool, 1, 1);
-    EXPECT_EQ(pool.stats().threadObjects, 4U) << "a list is trimmed to the new share";
-    leave.set_value();
-    other.join();
-    EXPECT_EQ(pool.stats().threads, 1U);
-    EXPECT_EQ(pool.stats().sharedObjects, 4U);
-    EXPECT_EQ(pool.stats().sharedBytes, 4U);
-    acquireMany(pool, 8, 1);
-    EXPECT_EQ(pool.stats().threadObjects, 8U) << "the share of the other thread is free again";
-}
-
-TEST(Pool, EndingThreadsFillTheSharedListUpToItsLimit)
-{
-    SRPool<Item> pool(4, 1 << 20);
-    for (int i = 0; i < 3; ++i)
-        std::thread([&] { acquireMany(pool, 3 + static_cast<std::size_t>(i), 1); }).join();
-    EXPECT_LE(pool.stats().sharedObjects, 4U);
-    EXPECT_EQ(Item::s_alive, static_cast<int>(pool.stats().sharedObjects));
-
-    const int before = Item::s_alive;
-    const SRPtr<Item> item = pool.acquire(1);
-    EXPECT_EQ(Item::s_alive, before) << "refilled from the shared list";
-    EXPECT_EQ(pool.stats().sharedObjects, 0U);
-    EXPECT_EQ(pool.stats().threadObjects, static_cast<std::size_t>(before) - 1);
-}
-
-TEST(Pool, ClearReachesOtherThreadsAtTheirNextUse)
-{
-    SRPool<Item> pool;
-    std::promise<void> filled;
-    std::promise<void> cleared;
-    std::thread other([&] {
-        acquireMany(pool, 5, 1);
-        filled.set_value();
-        cleared.get_future().wait();
-        pool.acquire(1);
-        EXPECT_EQ(pool.stats().threadObjects, 1U);
-    });
-    filled.get_future().wait();
-    pool.clear();
-    cleared.set_value();
-    other.join();
-    EXPECT_EQ(Item::s_alive, 1);
-}
-
 TEST(Pool, AThreadMayOutliveThePool)
 {
     auto pool = std::make_unique<SRPool<Item>>();
@@ -184,22 +123,6 @@ TEST(Pool, AThreadMayOutliveThePool)
     EXPECT_EQ(Item::s_alive, 0) << "what other threads keep goes with the pool";
     gone.set_value();
     other.join();
-    EXPECT_EQ(Item::s_alive, 0);
-}
-
-TEST(Pool, ThreadEndAndPoolEndMeet)
-{
-    for (int round = 0; round < 200; ++round) {
-        auto pool = std::make_unique<SRPool<Item>>(4, 1 << 20);
-        std::promise<void> done;
-        std::thread other([&] {
-            acquireMany(*pool, 6, 1);
-            done.set_value();
-        });
-        done.get_future().wait();
-        pool.reset();
-        other.join();
-    }
     EXPECT_EQ(Item::s_alive, 0);
 }
 

@@ -97,47 +97,6 @@ TEST(StringConversion, WhatCannotBeEncodedIsReplaced)
         EXPECT_EQ(SRString(&c, 1).toMultiByte(), "\xEF\xBF\xBD") << std::hex << static_cast<std::uint32_t>(c);
 }
 
-TEST(String, CopiesMovesAndAppends)
-{
-    SRString a(L"path");
-    const SRString b = a;
-    SRString c = std::move(a);
-    a = b;
-    a += L'/';
-    a += L"file";
-    a += SRString(L".zmv");
-    EXPECT_EQ(a, L"path/file.zmv");
-    EXPECT_EQ(b, L"path");
-    EXPECT_EQ(c, b);
-    EXPECT_EQ(b + L"/" + c, L"path/path");
-
-    const SRString& same = a;
-    a = same;
-    EXPECT_EQ(a, L"path/file.zmv");
-    for (int i = 0; i < 6; ++i)
-        a += a;
-    EXPECT_EQ(a.size(), std::size_t{13} * 64);
-    EXPECT_EQ(a.view().substr(std::size_t{13} * 63), L"path/file.zmv");
-    a.append(a.view().substr(0, 4));
-    EXPECT_EQ(a.view().substr(std::size_t{13} * 64), L"path");
-    a.clear();
-    EXPECT_EQ(a.c_str(), SRStringPool::g_wchNull);
-    EXPECT_EQ(SRMBString(nullptr), "");
-    EXPECT_EQ(SRMBString("a\0b", 3).size(), 3U);
-}
-
-TEST(String, ComparesByCharacters)
-{
-    EXPECT_LT(SRMBString("a"), SRMBString("b"));
-    EXPECT_LT(SRMBString("a"), "ab"sv);
-    EXPECT_LT(SRMBString("a"), SRMBString("\xC3\xA9")) << "bytes count as unsigned";
-    EXPECT_GT(SRString(L"b"), SRString(L"aa"));
-    EXPECT_NE(SRMBString("a\0b", 3), "a");
-    EXPECT_EQ(SRMBString(), static_cast<const char*>(nullptr));
-    const std::map<SRMBString, int> ordered{{"b", 2}, {"a", 1}};
-    EXPECT_EQ(ordered.begin()->second, 1);
-}
-
 TEST(String, TextBeyondTheLongestIsRefused)
 {
     const std::string longest(SRStringPool::kMaxLength, 'x');
@@ -160,14 +119,6 @@ TEST(String, IgnoresCaseOfAsciiLettersOnly)
         EXPECT_EQ((order > 0) - (order < 0), sign) << (a ? a : "null") << " " << b;
     }
     EXPECT_TRUE(SRMBString("onMetaData").equalsIgnoreCase("ONMETADATA"));
-}
-
-TEST(String, FormatsBytesForReading)
-{
-    const unsigned char bytes[] = {0x00, 0x9A, 0xFF};
-    EXPECT_EQ(SRStrUtil::formatBuffer(bytes, 3), L"00 9a ff");
-    EXPECT_EQ(SRStrUtil::formatBuffer(bytes, 3, 2), L"00 9a...");
-    EXPECT_EQ(SRStrUtil::formatBuffer(nullptr, 0), L"");
 }
 
 TEST(String, NumbersReadBackAsTheSameDouble)

@@ -101,37 +101,6 @@ TEST(ZmvBody, FramingAndOrder)
     });
 }
 
-TEST(ZmvBody, Listing)
-{
-    InputRunner runner;
-    const std::string report =
-        runner.report(ZmvBuilder()
-                          .data(0, metaData(0x01000000 / 1000.0))
-                          .message({ZmvBuilder::kAudio | ZmvBuilder::kEncrypted, 7, "ab", 0xFFFFFF})
-                          .video(0x01000000, 0)
-                          .bytes(),
-                      "v");
-    const std::string path = runner.dir.bytes("in.zmv");
-    EXPECT_EQ(report, "\n\nFile: " + path +
-                          "\n"
-                          "\n---Checking Header---\n"
-                          "\n---Checking Last Message---\n"
-                          "\nZMV duration:16777216\n"
-                          "\n---Scanning ZMV Body---\n"
-                          "\nMessage Pos\tTimestamp\tLength\tType\n\n"
-                          "13\t0\t56\tDATA\n"
-                          "\n\tData Message Name: onMetaData\n"
-                          "\n\tField ==>\tValue\n"
-                          "\tduration ==>\t16777.216\n"
-                          "\tcanSeekToEnd ==>\ttrue\n"
-                          "\n"
-                          "84\t7\t2\tENCRYPTED AUDIO\n"
-                          "101\t16777216\t0\tVIDEO\n"
-                          "\nAdding silence message at time: 16777216  ASR: 500\n"
-                          "Warning:\t-110\tVideo may appear stalled due to lack of audio data.\t" +
-                          path + "\n\n" + "\n---Done Scanning---\n" + "TIME \t" + path + " passed\n\n");
-}
-
 TEST(ZmvStall, Limits)
 {
     const auto meta = [](double seconds) { return ZmvBuilder().data(0, metaData(seconds)); };
@@ -219,25 +188,6 @@ TEST(ZmvMetaData, UnparsableMessages)
         {"second argument", film(metaData(1) + unknown), "wm", "w119 new ok"},
         {"empty message", film(""), "", "e119"},
         {"empty AMF3 message", filmOf(1000, "", 15), "", "e119"},
-    });
-}
-
-TEST(ZmvFlags, MustMatchTheMessages)
-{
-    const auto audio = [](std::uint8_t flags) {
-        return ZmvBuilder(flags).data(0, metaData(0)).audio(0).bytes();
-    };
-    const auto video = [](std::uint8_t flags) {
-        return ZmvBuilder(flags).data(0, metaData(0)).video(0).bytes();
-    };
-    check({
-        {"audio", audio(4), "w", "ok"},
-        {"video", video(1), "w", "ok"},
-        {"video flag too many", audio(5), "w", "w115 ok"},
-        {"audio flag too many", video(5), "w", "w116 ok"},
-        {"both missing", filmOf(0, metaData(0)).replace(4, 1, 1, '\0'), "w", "w113 w114 ok"},
-        {"wrong way round", audio(1), "w", "w115 w114 ok"},
-        {"as an error", audio(5), "W", "e115"},
     });
 }
 

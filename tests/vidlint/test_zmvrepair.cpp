@@ -43,20 +43,6 @@ std::string withFlags(std::string bytes, char flags)
     return bytes;
 }
 
-TEST(FileFix, HoldsItsBytesBigEndian)
-{
-    FileFix fix(7, 2, 14);
-    fix.writeU8(1);
-    fix.writeU32(0x02030405);
-    fix.writeU64(0x060708090A0B0C0D);
-    fix.writeU32(0x0EFFFFFF);  // only the room that is left is written
-    EXPECT_EQ(fix.writePos, 14U);
-    EXPECT_EQ(std::string(fix.data.get(), fix.data.get() + fix.size),
-              "\1\2\3\4\5\6\7\x08\x09\x0A\x0B\x0C\x0D\x0E");
-    EXPECT_LT(FileFix(-1, 9, 0), FileFix(0, 0, 0));
-    EXPECT_FALSE(FileFix(1, 0, 0) < FileFix(1, 9, 0));
-}
-
 TEST(ZmvRepair, CorrectedCopies)
 {
     // Properties besides the examined ones are kept, in order and in the list's kind.

@@ -73,15 +73,6 @@ std::vector<RecordingHolder::Message> PlayedFile::messages()
     return all;
 }
 
-RecordingHolder::Message PlayedFile::firstMessage(unsigned type)
-{
-    for (RecordingHolder::Message& message : messages())
-        if (message.type == type)
-            return std::move(message);
-    ADD_FAILURE() << "no message of type " << type;
-    return {};
-}
-
 std::vector<std::string> PlayedFile::contexts(unsigned track) const
 {
     BodyHolder holder(track);

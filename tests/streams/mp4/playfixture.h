@@ -26,8 +26,6 @@ public:
     std::vector<RecordingHolder::Message> messages();
     /// The segment's messages; loaded: what loadSegment said.
     std::vector<RecordingHolder::Message> load(const SegmentBounds& bounds, bool loaded = true);
-    /// The first message of that type.
-    RecordingHolder::Message firstMessage(unsigned type);
     /// The bodies of the contexts of a track.
     std::vector<std::string> contexts(unsigned track) const;
     std::string metadata() const;

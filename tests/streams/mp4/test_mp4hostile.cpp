@@ -56,24 +56,6 @@ TEST(Mp4Hostile, EditListsThatReadEachOther)
     EXPECT_EQ(parsed->warnings.size(), 10001U);
 }
 
-TEST(Mp4Hostile, EveryReadFails)
-{
-    for (const Movie& movie : {soundMovie(), fragmentedMovie()}) {
-        const std::string bytes = buildMovie(movie).bytes;
-        const int reads = parseFile(bytes)->io.readCount();
-        for (int n = 1; n <= reads; ++n) {
-            MemoryFileIo io(bytes);
-            const mp4::Mp4Config config;
-            mp4::Mp4FileIO file("movie.mp4", &io, 0, config);
-            mp4::MP4File mp4(config, nullptr);
-            mp4.setIO(&file);
-            file.Open();
-            io.failReadsFrom(n);
-            EXPECT_THROW(mp4.parse(0), streams::StreamParseError) << n;
-        }
-    }
-}
-
 TEST(Mp4Hostile, DamagedMovies)
 {
     // Cut at every place, and with every byte changed: a finding of the catalogue, or none. A file that is

@@ -106,58 +106,6 @@ TEST(Mp4Metadata, ItemTags)
     EXPECT_EQ(tags[10].integerCount(), 1024U);
 }
 
-TEST(Mp4Metadata, LargestImage)
-{
-    for (const std::size_t length : {std::size_t{4194304}, std::size_t{4194305}}) {
-        const auto parsed = parseFile(metaWith(box("covr", data(13, std::string(length, 'i')))));
-        EXPECT_EQ(parsed->mp4.getTags().at(0).content.size(), 4194304U);
-    }
-}
-
-TEST(Mp4Metadata, StringTags)
-{
-    const auto parsed = parseFile(movieFile(
-        box("udta", fullBox("cprt", Fields().u16(0x15C7).raw("mine")) + fullBox("dscp", Fields().u16(0)) +
-                        fullBox("auth", Fields().u16(1).raw(std::string(65536, 'a'))))));
-    const Tags& tags = parsed->mp4.getTags();
-    ASSERT_EQ(tags.size(), 3U);
-    EXPECT_EQ(tags[0].itemType, mp4::fourCC("cprt"));
-    EXPECT_EQ(tags[0].dataType, 1U);
-    EXPECT_EQ(tags[0].language, 0x15C7U);
-    EXPECT_EQ(tags[0].content, "mine");
-    EXPECT_EQ(tags[1].content, "");
-    EXPECT_EQ(tags[2].content, std::string(65535, 'a'));
-}
-
-TEST(Mp4Metadata, Chapters)
-{
-    const std::string title(255, 'c');
-    for (const unsigned version : {0U, 1U}) {
-        const std::string entries = chapter(0, "Start") + chapter(7, "") + chapter(2000, title);
-        for (const std::string& cut :
-             {std::string(), std::string("12345678"), chapter(1, "cut").substr(0, 11)}) {
-            const auto parsed = parseFile(movieFile(chpl(entries + cut, version)));
-            EXPECT_EQ(parsed->error, 0);
-            const auto& chapters = parsed->mp4.getChapters();
-            ASSERT_EQ(chapters.size(), 3U);
-            EXPECT_EQ(chapters[0].title, "Start");
-            EXPECT_EQ(chapters[1].time, 7U);
-            EXPECT_EQ(chapters[2].title, title);
-        }
-    }
-}
-
-TEST(Mp4Metadata, ProgressiveDownload)
-{
-    const auto two = parseFile(movieFile({}, fullBox("pdin", Fields().u32(1).u32(2).u32(3).u32(4))));
-    ASSERT_EQ(two->mp4.getProgressiveEntries().size(), 2U);
-    EXPECT_EQ(two->mp4.getProgressiveEntries()[1].rate, 3U);
-    EXPECT_EQ(two->mp4.getProgressiveEntries()[1].initialDelay, 4U);
-    const auto odd = parseFile(movieFile({}, fullBox("pdin", Fields().u64(1).u32(3))));
-    EXPECT_EQ(odd->error, 0);
-    EXPECT_TRUE(odd->mp4.getProgressiveEntries().empty());
-}
-
 TEST(Mp4Metadata, Xmp)
 {
     struct

@@ -4,7 +4,6 @@
 #include "modules/streams/mp4/walkbudget.h"
 #include "tests/streams/mp4/parserfixture.h"
 #include "tests/streams/mp4/playfixture.h"
-#include "tests/support/assertrecorder.h"
 #include "tests/support/hextext.h"
 
 #include <gtest/gtest.h>
@@ -95,53 +94,24 @@ TEST(Mp4Segments, AreFoundByPositionAndTime)
 {
     // Segments 0-1 0-20, 2-3 20-30, 4-4 30-40 as above.
     PlayedFile file(plainFile(plainTrack(kMp3, 4, 131072)));
-    const auto find = [&](bool byTime, long long key) {
-        SegmentBounds bounds{-7, -7, 7, 7};
-        const bool found = byTime ? file.data.findSegmentByTime(static_cast<unsigned>(key), &bounds)
-                                  : file.data.findSegmentByPos(key, &bounds);
-        EXPECT_EQ(found, bounds.start != -7);
-        return bounds.start;
-    };
-    const std::pair<long long, long long> positions[] = {{-1, -7}, {0, 0}, {1, 0}, {2, 2},
-                                                         {3, 2},   {4, 4}, {5, -7}};
-    for (const auto& [key, start] : positions)
-        EXPECT_EQ(find(false, key), start) << key;
-    const std::pair<long long, long long> times[] = {{0, 0},  {19, 0}, {20, 2},  {29, 2},
-                                                     {30, 4}, {39, 4}, {40, -7}, {4294967295, -7}};
-    for (const auto& [key, start] : times)
-        EXPECT_EQ(find(true, key), start) << key;
+    SegmentBounds bounds;
+    const auto startOf = [&](bool found) { return found ? bounds.start : -7; };
+    const long long byPosition[] = {0, 0, 2, 2, 4, -7};
+    for (int i = -1; i < 6; ++i)
+        EXPECT_EQ(startOf(file.data.findSegmentByPos(i, &bounds)), i < 0 ? -7 : byPosition[i]) << i;
+    const std::pair<unsigned, long long> times[] = {{0, 0},  {19, 0}, {20, 2},  {29, 2},
+                                                    {30, 4}, {39, 4}, {40, -7}, {4294967295, -7}};
+    for (const auto& [time, start] : times)
+        EXPECT_EQ(startOf(file.data.findSegmentByTime(time, &bounds)), start) << time;
 
     // Segments 0-0 0-10, 1-1 10-20, 2-2 20-20, 3-3 20-30: one without length is found at its time.
     PlayedFile still(plainFile(plainTrack(kMp3, 3, 300'000)));
-    SegmentBounds bounds;
     ASSERT_TRUE(still.data.findSegmentByTime(20, &bounds));
     EXPECT_EQ(bounds.start, 2);
     ASSERT_TRUE(still.data.findSegmentByTime(21, &bounds));
     EXPECT_EQ(bounds.start, 3);
     EXPECT_FALSE(still.data.findSegmentByPos(0, nullptr));
     EXPECT_FALSE(still.data.findSegmentByTime(0, nullptr));
-}
-
-TEST(Mp4Segments, LoadOnlyWithTheirOwnBounds)
-{
-    PlayedFile file(plainFile(plainTrack(kMp3, 4, 131072)));
-    const SegmentBounds sound = file.segments().at(1);
-    SegmentBounds wrong[] = {sound, sound, sound, sound, sound};
-    wrong[0].start = 3;
-    ++wrong[1].end;
-    ++wrong[2].startTime;
-    ++wrong[3].endTime;
-    wrong[4].start = 99;
-    AssertRecorder asserts;
-    for (const SegmentBounds& bounds : wrong)
-        EXPECT_TRUE(file.load(bounds, false).empty());
-    EXPECT_EQ(asserts.take(),
-              std::vector<std::string>(5, "Assert failed in modules/streams/mp4/mp4Data line 3086"));
-    RecordingHolder holder;
-    EXPECT_FALSE(file.data.loadSegment(nullptr, &holder));
-    EXPECT_FALSE(file.data.loadSegment(&sound, nullptr));
-    EXPECT_EQ(asserts.take().size(), 2U);
-    EXPECT_EQ(file.load(sound).size(), 2U);
 }
 
 TEST(Mp4Segments, ReportBadSamplesOnceAndEveryEarlyEnd)
@@ -206,24 +176,6 @@ TEST(Mp4Segments, UseOneTablePageEach)
     file.data.clearTableSegment(pages.back());
     EXPECT_LT(file.data.getMemoryOverhead(), held);
     file.data.clearTableSegment(4'000'000);  // does not exist
-}
-
-TEST(Mp4Segments, ReloadFragmentsInAnyOrder)
-{
-    Movie movie;
-    movie.tracks = {plainTrack(kMp3, 60, 30'000)};
-    movie.samplesPerFragment = 25;  // segments of nine messages begin and end inside fragments
-    PlayedFile file(buildMovie(movie).bytes);
-    const auto segments = file.segments();
-    ASSERT_EQ(segments.size(), 7U);
-    const std::vector<Message> all = file.messages();
-    for (const std::size_t i : {6U, 0U, 3U, 2U, 2U, 5U}) {
-        EXPECT_EQ(file.load(segments[i]).front(), all[static_cast<std::size_t>(segments[i].start)]);
-        std::size_t loaded = 0;
-        for (const auto& fragment : file.data.getFile().getTrackVec()[0]->fragments)
-            loaded += fragment.isLoaded();
-        EXPECT_LE(loaded, 1U);
-    }
 }
 
 TEST(Mp4Segments, StandForAFileThatCannotBePlayed)

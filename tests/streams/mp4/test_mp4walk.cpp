@@ -74,56 +74,6 @@ TEST(Mp4Walk, WarningNamesTheBox)
     EXPECT_EQ(parsed->texts[1], SRString(L"-123\tUnrecognized box version: mvhd"));
 }
 
-TEST(Mp4Walk, StartBehindTheFrontSkipsTheSignatureTest)
-{
-    ParsedFile parsed("ZMV\1" + box("moov", mvhd(1, 1)), {}, 4);
-    EXPECT_EQ(parsed.error, 0);
-    EXPECT_EQ(parsed.mp4.getMoviePos(), 12);
-}
-
-TEST(Mp4Walk, WarningsAsErrorsAndPrinting)
-{
-    MemoryFileIo io(box("moov", mvhd(1, 1) + box("abcd")));
-    const mp4::Mp4Config config;
-    mp4::Mp4FileIO file("movie.mp4", &io, 0, config);
-    file.Open();
-    const auto run = [&](int level, bool asErrors) {
-        mp4::MP4File mp4(config, nullptr);
-        mp4.setIO(&file);
-        mp4.setLogLevel(level);
-        mp4.setWarningsAsErrors(asErrors);
-        testing::internal::CaptureStdout();
-        int status = 0;
-        try {
-            mp4.parse(0);
-        } catch (const streams::StreamParseError& e) {
-            status = e.getStatus();
-        }
-        return std::to_string(status) + ":" + testing::internal::GetCapturedStdout();
-    };
-    const std::string warning = "Warning:\t-102\tUnrecognized box: abcd\tmovie.mp4\n\n";
-    EXPECT_EQ(run(2, false), "0:");
-    EXPECT_EQ(run(3, false), "0:" + warning);
-    EXPECT_EQ(run(2, true), "102:");
-    EXPECT_EQ(run(5, false), "0:moov/\t124\nmoov/mvhd/\t108\nmoov/abcd/\t8\n" + warning);
-}
-
-TEST(Mp4Movie, Header)
-{
-    unsigned timescale = 0;
-    const auto wide = parseFile(box("moov", mvhd(90000, 1ULL << 40, 1)));
-    EXPECT_EQ(wide->mp4.getMovieDuration(timescale), 1ULL << 40);
-    EXPECT_EQ(timescale, 90000U);
-    EXPECT_EQ(wide->mp4.getMovieHeaderBoxPos(), 8);
-    expectFaults({
-        {"second header", box("moov", mvhd(1, 1) + mvhd(1, 1)), 19},
-        {"second header behind one without duration", box("moov", mvhd(1, 0) + mvhd(1, 1))},
-        {"no timescale", box("moov", mvhd(0, 1)), 21},
-        {"version 2", box("moov", mvhd(0, 1, 2)), 0, {123}},
-        {"media header in the movie", box("moov", mdhd(1, 1)), 31},
-    });
-}
-
 TEST(Mp4Movie, Tracks)
 {
     const auto with = [](auto change) {
@@ -192,32 +142,6 @@ TEST(Mp4Movie, TrackFacts)
     EXPECT_EQ(track.sampleDescriptions[0].width, -480);
     EXPECT_EQ(track.sampleDescriptions[0].height, 640);
     EXPECT_EQ(parsed->mp4.getCurTrack(), nullptr);
-}
-
-TEST(Mp4Movie, RecordsStayInPlace)
-{
-    mp4::Mp4Config config;
-    config.MaxTracks = std::numeric_limits<unsigned>::max();
-    mp4::MP4File mp4(config, nullptr);
-    mp4.setCurTrack(5);
-    mp4::TrackInfo* first = mp4.getCurTrack();
-    for (unsigned id = 100; id < 1100; ++id)
-        mp4.setCurTrack(id);
-    mp4.setCurTrack(5);
-    EXPECT_EQ(mp4.getCurTrack(), first);
-    mp4.setCurTrack(0);
-    EXPECT_EQ(mp4.getCurTrack(), nullptr);
-    EXPECT_EQ(mp4.getTrackCount(), 1001U);
-
-    const auto parsed = parseFile(trackFile({}));
-    mp4::TrackInfo copy = *parsed->track();
-    copy.trackId = 9;
-    EXPECT_TRUE(mp4.addNewTrack(copy));
-    EXPECT_EQ(mp4.getTrack(9)->timeToSample[0].delta, 1000U);
-    EXPECT_THROW(mp4.addNewTrack(mp4::TrackInfo()), mp4::Mp4TrackError);
-    mp4::Mp4Config full;
-    full.MaxTracks = 0;
-    EXPECT_FALSE(mp4::MP4File(full, nullptr).addNewTrack(copy));
 }
 
 TEST(Mp4Movie, FreeBoxes)

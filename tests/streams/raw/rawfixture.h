@@ -4,7 +4,7 @@
 #pragma once
 
 #include "modules/streams/raw/rawData.h"
-#include "tests/support/memorydirio.h"
+#include "tests/support/memoryfileio.h"
 #include "tests/support/rawbuilder.h"
 #include "tests/support/recordingcontext.h"
 
@@ -29,7 +29,7 @@ struct RawFixture
             io.files[std::string(kDir) + '/' + name] = content;
     }
 
-    MemoryDirIo io;
+    MemoryFileIo io;
     RecordingContext context{&io};
     RecordingHolder holder;
     raw::RawData data;

@@ -3,7 +3,6 @@
 
 #include "server/KRXSyncFileIo.h"
 #include "tests/streams/raw/rawfixture.h"
-#include "tests/support/faultyfileio.h"
 #include "tests/support/tempdir.h"
 
 #include <gtest/gtest.h>
@@ -92,30 +91,6 @@ TEST(RawDataTest, FaultyFilesAreReportedAndLeaveTheStreamEmpty)
     }
 }
 
-TEST(RawDataTest, MissingFilesAndOtherVersions)
-{
-    for (const char* const name : {"index", "contexts"}) {
-        Files files = smallRecording().files();
-        files.erase(name);
-        RawFixture raw(files);
-        EXPECT_FALSE(raw.data.load());
-        EXPECT_EQ(raw.context.takeFindings(),
-                  (Lines{errorLine(std::string("Could not open file:rec/") + name), errorLine(kCorrupted)}));
-    }
-    // A directory that is not there is a stream that is yet to be recorded.
-    RawFixture nothing(Files{});
-    EXPECT_FALSE(nothing.data.load());
-    EXPECT_TRUE(nothing.context.lines.empty());
-
-    RawBuilder other = smallRecording();
-    other.version = 0x20000;
-    RawFixture raw(other.files());
-    EXPECT_FALSE(raw.data.load());
-    EXPECT_EQ(
-        raw.context.takeFindings(),
-        (Lines{errorLine("-33\tIndex File Version 20000 Not Supported.  KRX Requires Version 10000.")}));
-}
-
 TEST(RawDataTest, SoundFiles)
 {
     const auto wide = [](long long position) {
@@ -151,56 +126,6 @@ TEST(RawDataTest, SoundFiles)
         EXPECT_EQ(raw.data.getSerializedIndexSize(), c.index.size());
         EXPECT_GT(raw.data.reportMemorySize(), c.index.size());
     }
-}
-
-TEST(RawDataTest, TheIndexIsLogged)
-{
-    RawBuilder builder = smallRecording();
-    builder.size = -5;
-    builder.bounds.back().endTime = 4294967295;
-    RawFixture raw(builder.files());
-    EXPECT_TRUE(raw.data.load());
-    EXPECT_EQ(raw.context.lines, (Lines{{5, "\nIndex File:\n"},
-                                        {5, "File Format Version:\t10000\n"},
-                                        {5, "File Size in Bytes:\t-5\n"},
-                                        {5, "File Length in Seconds:\t4294967.295\n"},
-                                        {5, "Number of Segments:\t2\n\n"}}));
-}
-
-TEST(RawDataTest, AFileIsReadAgainOnlyWhenItWasModified)
-{
-    using Paths = std::vector<std::string>;
-    RawFixture raw(smallRecording().files());
-    const auto load = [&raw](bool loads) {
-        raw.io.opened.clear();
-        EXPECT_EQ(raw.data.load(), loads);
-        return raw.io.opened;
-    };
-    const Paths both{"rec/index", "rec/contexts"};
-    EXPECT_EQ(load(true), both);
-    EXPECT_EQ(load(true), Paths());
-    raw.io.modifiedTimes["rec/index"] = {1, 7};
-    EXPECT_EQ(load(true), Paths{"rec/index"});
-    raw.io.modifiedTimes["rec/contexts"] = {2, 0};
-    raw.io.files["rec/contexts"] = "";
-    EXPECT_EQ(load(true), Paths{"rec/contexts"});
-    EXPECT_EQ(raw.data.getContexts()->numContexts(), 0U);
-    EXPECT_EQ(raw.data.getEndPosition(), 6);
-    EXPECT_EQ(raw.data.getContextsModifiedTime(), 2);
-
-    // What a failed load emptied has to be read again, although only the other file changes.
-    raw.io.modifiedTimes["rec/contexts"] = {3, 0};
-    raw.io.files["rec/contexts"] = "?";
-    EXPECT_EQ(load(false), Paths{"rec/contexts"});
-    raw.io.modifiedTimes["rec/contexts"] = {4, 0};
-    raw.io.files["rec/contexts"] = "";
-    EXPECT_EQ(load(true), both);
-    EXPECT_EQ(raw.data.getEndPosition(), 6);
-
-    // Without a modification time nothing is known to be unchanged.
-    raw.io.modifiedTimes["rec/index"] = raw.io.modifiedTimes["rec/contexts"] = {0, 0};
-    EXPECT_EQ(load(true), both);
-    EXPECT_EQ(load(true), both);
 }
 
 TEST(RawDataTest, FindsSegments)
@@ -261,31 +186,6 @@ TEST(RawDataTest, SaveWritesWhatWasLoaded)
     EXPECT_FALSE(failing.save());
     EXPECT_EQ(context.takeFindings(), (Lines{{2, "FileIO write failed, errorCode = -1\t" + blocked},
                                              {2, "Couldn't write Index or Contexts file.\t" + blocked}}));
-}
-
-TEST(RawDataTest, EveryFailingOperationIsReported)
-{
-    const TempDir temp;
-    const std::string path = temp.bytes("odd %s \xFF name/");
-    RawBuilder::write(smallRecording().files(), path);
-    const SegmentBounds first{0, 2, 0, 21};
-    for (unsigned n = 1;; ++n) {
-        FaultyFileIo io;
-        io.failAt = n;
-        RecordingContext context(&io);
-        RecordingHolder holder;
-        RawData data(SRString::fromMultiByte(path), {}, &context, &io);
-        const bool works = data.load() && data.loadSegment(&context, &first, &holder);
-        EXPECT_EQ(io.openFiles, 0);
-        const Lines findings = context.takeFindings();
-        EXPECT_EQ(findings.empty(), works) << n;
-        for (const auto& line : findings)
-            EXPECT_EQ(line.text.substr(line.text.rfind('\t')), '\t' + path);
-        if (io.operations < n) {
-            EXPECT_TRUE(works);
-            break;
-        }
-    }
 }
 
 }  // namespace

@@ -114,18 +114,6 @@ TEST(RawSegmentTest, RecordsAreChecked)
     }
 }
 
-TEST(RawSegmentTest, AFileThatCannotBeReadIsNamedTwice)
-{
-    RawFixture raw(smallRecording().files());
-    const SegmentBounds bounds{0x1234567ABLL, 0x1234567ABLL, 0, 1};
-    EXPECT_FALSE(raw.data.loadSegment(&raw.context, &bounds, &raw.holder));
-    const std::string path = "rec/00000000234567AB";  // the low 32 bits of the position
-    EXPECT_EQ(
-        raw.context.takeFindings(),
-        (Lines{errorLine("Could not open file:" + path),
-               errorLine("-34\tFailed read in segment file " + path + ".  File missing or corrupted.")}));
-}
-
 TEST(RawSegmentTest, SegmentsOfAnySizeFollowEachOther)
 {
     RawBuilder builder;
@@ -171,29 +159,6 @@ TEST(RawSegmentTest, BackwardTimes)
         EXPECT_EQ(refused.result, c.warnings == 0);
         EXPECT_EQ(refused.findings, c.warnings == 0 ? Lines() : Lines{errorLine(text)});
         EXPECT_EQ(refused.messages.size(), c.deliveredBefore);
-    }
-}
-
-TEST(RawSegmentTest, MessagesAloneAreDeliveredAsTheyStand)
-{
-    const Loaded loaded = load(records({ofType(0x29), rawVideo(5, "\x0A!"), rawVideo(6, ""),
-                                        rawVideo(7, "\x10?"), ofType(0x12, 0x12345678)}),
-                               {0, 4, 5, 0x12345679}, singly());
-    EXPECT_TRUE(loaded.result);
-    EXPECT_EQ(loaded.messages,
-              (Messages{{0x29, "****", 5}, {9, "", 6}, {9, "\x10?", 7}, {0x12, "****", 0x12345678}}));
-}
-
-TEST(RawSegmentTest, AHolderThatRefusesEndsTheLoad)
-{
-    for (const bool aggregates : {false, true}) {
-        raw::RawConfigStruct config = singly();
-        config.EnableAggMsgs = aggregates;
-        config.MaxAggMsgSize = 0;
-        const Loaded loaded = load(records({rawAudio(5), rawAudio(5), rawAudio(5)}), {0, 2, 5, 6}, config, 2);
-        EXPECT_FALSE(loaded.result);
-        EXPECT_EQ(loaded.findings, Lines{errorLine("-1\tUnknown Error.")});
-        EXPECT_EQ(loaded.messages.size(), 2U);
     }
 }
 
