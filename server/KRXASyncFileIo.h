@@ -10,7 +10,7 @@
 
 namespace krx::util {
 
-/// How much a service tells on standard error.
+/// How much a service prints to the standard error.
 enum VerboseLevel_
 {
     kVerboseNone = 0,

@@ -38,7 +38,7 @@ public:
     void setType(unsigned char type) { m_header[0] = type; }
     /// The type without its flags.
     unsigned char getPlainType() const { return m_header[0] & kTypeMask; }
-    /// The body length as the header tells it.
+    /// The body length that the header states.
     unsigned getMsgLen() const;
     unsigned getTime() const;  ///< ms
     void setTime(unsigned time);
