@@ -11,6 +11,7 @@
 #include <cstring>
 #include <functional>
 #include <limits>
+#include <memory>
 #include <new>
 
 namespace {
@@ -140,8 +141,10 @@ SRPool<SRMessage>& SRMessage::messagePool()
 {
     // Messages may be released while the process ends, so the pools are never destroyed.
     static SRPool<SRMessage>* const pool = [] {
-        m_defaultMemPool.store(new SRPool<SRMemory>, std::memory_order_release);
-        return new SRPool<SRMessage>;
+        auto bodies = std::make_unique<SRPool<SRMemory>>();
+        auto messages = std::make_unique<SRPool<SRMessage>>();
+        m_defaultMemPool.store(bodies.release(), std::memory_order_release);
+        return messages.release();
     }();
     return *pool;
 }
