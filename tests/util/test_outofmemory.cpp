@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "tests/support/failingallocations.h"
 #include "interfaces/IKrxFileIo.h"
+#include "tests/support/failingallocations.h"
 #include "tests/support/tempdir.h"
 #include "util/SRException.h"
 #include "util/SRFileUtil.h"

@@ -134,7 +134,8 @@ void ZmvFile::putDefaultMetaData(SRCSerializer& body)
 bool ZmvFile::isSound(const SRCSerializer& body, unsigned replacedLength) const
 {
     SRCSerializer reader(body.getBuffer(), static_cast<int>(body.getPosition()), true);
-    // Together with the body, and the holes that the values of the message left, no more than these could take.
+    // Together with the body, and the holes that the values of the message left, no more than these could
+    // take.
     const std::uint64_t memory = SRCSerializer::memoryLimitFor(replacedLength) / 4 * 3;
     reader.setMemoryLimit(memory - std::min<std::uint64_t>(memory, body.getPosition()));
     SRData name;
