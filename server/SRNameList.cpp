@@ -16,6 +16,7 @@ SRNameList::SRNameList(std::initializer_list<const char*> names, unsigned repeat
 SRNameList::SRNameList(const SRMBString& className, std::vector<SRMBString>&& members, bool isDynamic)
     : m_count(static_cast<unsigned>(members.size())),
       m_className(className),
+      m_repeated(0),
       m_isClass(true),
       m_isDynamic(isDynamic),
       m_names(members.empty() ? nullptr : new SRMBString[members.size()])

@@ -49,7 +49,7 @@ private:
     mutable std::atomic<int> m_uses{0};
     unsigned m_count;
     const SRData m_className{};
-    const unsigned short m_repeated = 0;
+    const unsigned short m_repeated;
     const bool m_isClass = false;
     const bool m_isDynamic = false;
     std::unique_ptr<SRMBString[]> m_names;

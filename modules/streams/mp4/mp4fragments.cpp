@@ -57,8 +57,10 @@ public:
     void decode(const unsigned char* p, std::size_t samples)
     {
         for (std::size_t i = 0; i < samples; ++i, ++m_index)
-            for (unsigned column = 0; column < m_count; ++column, p += kFieldSize)
-                m_columns[column][m_index] = krx::util::loadBigEndian<unsigned>(p);
+            for (unsigned column = 0; column < m_count; ++column, p += kFieldSize) {
+                unsigned* const values = m_columns[column];
+                values[m_index] = krx::util::loadBig32(p);
+            }
     }
 
 private:
