@@ -257,6 +257,7 @@ int SRDataArray::indexOf(const char* name, int start) const
 const SRData& SRDataArray::valueAt(unsigned i) const
 {
     Block* const own = block();
+    // NOLINTNEXTLINE(clang-analyzer-core.CallAndMessage): without a block the one entry is the list's
     return own ? own->values()[i] : m_link.names->firstValue();
 }
 

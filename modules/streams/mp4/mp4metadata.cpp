@@ -85,7 +85,8 @@ void MP4File::parseItunesDataTag(const BoxHeader& item)
         case TagEntry::kImplicit:
         case TagEntry::kInteger:
             tag.integerSize = item.type == fourCC("trkn") || item.type == fourCC("disk") ? 2 : 4;
-            tag.content = readBytes(std::min<unsigned long long>(length, kMaxIntegers * tag.integerSize));
+            tag.content =
+                readBytes(std::min<unsigned long long>(length, 1ULL * kMaxIntegers * tag.integerSize));
             break;
         default:
             break;
