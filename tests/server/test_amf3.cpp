@@ -225,4 +225,31 @@ TEST(Amf3, StringTableLastsAsLongAsTheSerializer)
     EXPECT_NE(encoded(array, SRDataParser::kAMF0), "failed");
 }
 
+TEST(Amf3, WritesReferencesHoweverManyThereAre)
+{
+    constexpr int kEach = 1000;
+    const SRData all = makeArray(kArrayType);
+    SRDataArray& array = arrayOf(all);
+    for (int i = 0; i < kEach; ++i) {
+        const std::string name = "n" + std::to_string(i);
+        const SRData object = makeArray(kArrayType);
+        arrayOf(object).setValue(0, SRMBString(name), SRData(name.c_str()));
+        SRData date;
+        date.setDate(i, 0);
+        SRData xml;
+        xml.initText(name.data(), name.size(), kXMLType);
+        for (const SRData& value : {object, date, xml})
+            array.setValue(array.getSize(), "v", value);
+    }
+    const std::string once = encoded(all, SRDataParser::kAMF3);
+    for (int i = 0; i < 3 * kEach; ++i)
+        array.setValue(3 * kEach + i, "v", array.getPropertyValueConst(i));
+    SRCSerializer writer;
+    writer.setEncoding(SRDataParser::kAMF3);
+    ASSERT_TRUE(writer.PutVar(&all, true));
+    // A name, a marker and an index each.
+    EXPECT_LE(writer.getPosition(), (once.size() + 1) / 3 + 3 * kEach * 4);
+    EXPECT_EQ(textOf(Reader(written(writer)).get()), textOf(all));
+}
+
 }  // namespace
