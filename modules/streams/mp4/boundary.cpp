@@ -6,81 +6,56 @@
 #include "modules/streams/mp4/memorybudget.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace krx::mp4 {
 namespace {
 
-/// Calls field with every number of a position and its counterpart in another one. Those that change from
-/// boundary to boundary come first, so that the differences take one byte or two.
-template <typename Position, typename Field>
-void forEachField(Position& position, TrackPosition& other, Field field)
-{
-    field(position.decodeTime, other.decodeTime);
-    field(position.stepCount, other.stepCount);
-    field(position.sampleNumber, other.sampleNumber);
-    field(position.fileOffset, other.fileOffset);
-    field(position.chunkIndex, other.chunkIndex);
-    field(position.sampleInChunk, other.sampleInChunk);
-    field(position.timeToSampleCount, other.timeToSampleCount);
-    field(position.timeToSampleIndex, other.timeToSampleIndex);
-    field(position.compositionIndex, other.compositionIndex);
-    field(position.compositionCount, other.compositionCount);
-    field(position.syncIndex, other.syncIndex);
-    field(position.fragmentIndex, other.fragmentIndex);
-    field(position.sampleInRun, other.sampleInRun);
-    field(position.runIndex, other.runIndex);
-    field(position.sampleToChunkIndex, other.sampleToChunkIndex);
-    field(position.samplesPerChunk, other.samplesPerChunk);
-    field(position.mediaTime, other.mediaTime);
-    field(position.editIndex, other.editIndex);
-    field(position.descriptionIndex, other.descriptionIndex);
-    field(position.sampleType, other.sampleType);
-    field(position.typeValid, other.typeValid);
-    field(position.encrypted, other.encrypted);
-    field(position.inMovieBox, other.inMovieBox);
-    field(position.headerPending, other.headerPending);
-    field(position.enderPending, other.enderPending);
-}
+/// Bytes that a number takes at most.
+constexpr std::size_t kMaxNumber = 10;
 
-/// The two times of a track differ by its gaps alone, so that one of them is stored as a difference. The
-/// exchange is its own reverse.
-void exchangeMediaTime(TrackPosition& position)
-{
-    position.mediaTime = position.decodeTime - position.mediaTime;
-}
-
-/// Seven bits a byte, the low ones first; the high bit is set where more follow.
-void putNumber(std::vector<unsigned char>& out, unsigned long long value)
+/// Seven bits a byte, the low ones first; the high bit is set where more follow. Returns the end of what was
+/// written.
+unsigned char* putNumber(unsigned char* out, unsigned long long value)
 {
     for (; value >= 0x80; value >>= 7)
-        out.push_back(static_cast<unsigned char>(value | 0x80));
-    out.push_back(static_cast<unsigned char>(value));
+        *out++ = static_cast<unsigned char>(value | 0x80);
+    *out++ = static_cast<unsigned char>(value);
+    return out;
 }
 
 /// The way from one number to another, which may be backward: the sign is the lowest bit. Differences wrap.
 template <typename Number>
-void putStep(std::vector<unsigned char>& out, Number from, Number to)
+unsigned char* putStep(unsigned char* out, Number from, Number to)
 {
     const unsigned long long step =
         static_cast<unsigned long long>(to) - static_cast<unsigned long long>(from);
-    putNumber(out, step << 1 ^ (0 - (step >> 63)));
+    return putNumber(out, step << 1 ^ (0 - (step >> 63)));
 }
 
-void putPosition(std::vector<unsigned char>& out, const TrackPosition& to, TrackPosition& from)
+/// The distance to the track from the one written before, which numbers of its position have changed, and the
+/// steps of these.
+void putPosition(std::vector<unsigned char>& out, unsigned long long distance, const TrackPosition& to,
+                 TrackPosition& from)
 {
+    constexpr std::size_t kFields = 25;
+    std::array<unsigned char, (kFields + 2) * kMaxNumber> steps;
+    constexpr std::size_t kStepsStart = 2 * kMaxNumber;
     unsigned changed = 0;
     unsigned bit = 1;
-    forEachField(to, from, [&](auto number, auto& former) {
-        changed |= number != former ? bit : 0;
+    unsigned char* end = steps.data() + kStepsStart;
+    TrackPosition::visit(to, from, [&](const auto& number, auto& former) {
+        if (number != former) {
+            changed |= bit;
+            end = putStep(end, former, number);
+            former = number;
+        }
         bit <<= 1;
     });
-    putNumber(out, changed);
-    forEachField(to, from, [&](auto number, auto& former) {
-        if (number != former)
-            putStep(out, former, number);
-    });
-    from = to;
+    unsigned char* headEnd = putNumber(putNumber(steps.data(), distance), changed);
+    out.insert(out.end(), steps.data(), headEnd);
+    out.insert(out.end(), steps.data() + kStepsStart, end);
 }
 
 }  // namespace
@@ -103,7 +78,7 @@ public:
             const unsigned long long changed = takeNumber();
             unsigned long long bit = 1;
             TrackPosition& position = m_state.tracks[track - 1];
-            forEachField(position, position, [&](auto& number, auto&) {
+            TrackPosition::visit(position, position, [&](auto& number, auto&) {
                 if (changed & bit)
                     takeStep(number);
                 bit <<= 1;
@@ -153,20 +128,20 @@ std::size_t BoundaryList::append(const CursorState& state)
         bytes = kDequeElement<Block> + kBlockOverhead;
     }
     const std::size_t before = m_open.size();
-    putStep(m_open, std::exchange(m_last.index, state.index), state.index);
-    putStep(m_open, std::exchange(m_last.time, state.time), state.time);
-    putStep(m_open, std::exchange(m_last.tablePage, state.tablePage), state.tablePage);
+    std::array<unsigned char, 3 * kMaxNumber> head;
+    unsigned char* end = putStep(head.data(), std::exchange(m_last.index, state.index), state.index);
+    end = putStep(end, std::exchange(m_last.time, state.time), state.time);
+    end = putStep(end, std::exchange(m_last.tablePage, state.tablePage), state.tablePage);
+    m_open.insert(m_open.end(), head.data(), end);
     std::size_t written = 0;
     for (std::size_t i = 0; i < state.tracks.size(); ++i) {
-        TrackPosition position = state.tracks[i];
-        exchangeMediaTime(position);
+        const TrackPosition& position = state.tracks[i];
         if (position == m_last.tracks[i])
             continue;
-        putNumber(m_open, i + 1 - written);
+        putPosition(m_open, i + 1 - written, position, m_last.tracks[i]);
         written = i + 1;
-        putPosition(m_open, position, m_last.tracks[i]);
     }
-    putNumber(m_open, 0);
+    m_open.push_back(0);
     ++m_size;
     return bytes + m_open.size() - before;
 }
@@ -183,8 +158,6 @@ CursorState BoundaryList::state(std::size_t i) const
     for (std::size_t left = i % kBlockSize + 1; left != 0; --left)
         reader.next();
     CursorState state = reader.state();
-    for (TrackPosition& position : state.tracks)
-        exchangeMediaTime(position);
     if (m_onePage)
         state.tablePage = 0;
     return state;

@@ -157,47 +157,43 @@ std::vector<std::size_t> Mp4Data::buildSegments()
         Mp4Cursor& cursor;
         ~WalkEnd()
         {
-            const TrackCursor* stopped = cursor.getActiveTrack();
+            TrackCursor* stopped = cursor.getActiveTrack();
             cursor.applyTracks([&](TrackCursor& track) {
                 TrackInfo& info = track.track();
+                info.sampleTotal += track.walkedSamples();
                 const bool within = &track == stopped && !track.isHeader() && !track.isEnder();
                 info.samplesPassed = info.sampleTotal - (within && info.sampleTotal != 0 ? 1 : 0);
-                info.timePassed = track.position().mediaTime;
+                info.timePassed = track.position().mediaTime();
                 track.releaseFragment();
             });
         }
     } const end{cursor};
 
-    unsigned long long segmentBytes = 0;
     unsigned long long splitTableBytes = 0;
     std::vector<std::size_t> splitPoints;
     Seekable message;
-    const StretchLimits limits{static_cast<unsigned long long>(m_fileSize), Seekable::kMaxPayload, 0};
+    const WalkLimits limits{static_cast<unsigned long long>(m_fileSize), Seekable::kMaxPayload};
+    WalkTally tally{0, kSegmentSize, budget.left()};
     while (TrackCursor* track = cursor.getActiveTrack()) {
         // Most samples are only counted; the others are made messages, to find what is wrong with them.
-        const unsigned headerBytes = track->getHeaderBytes();
-        const bool walked = cursor.walkStretch(limits, [&](unsigned size) {
-            budget.charge();
-            ++track->track().sampleTotal;
-            segmentBytes += size + headerBytes;
-            cursor.countMessage();
-            return segmentBytes <= kSegmentSize;
-        });
-        if (!walked) {
+        if (cursor.walk(limits, tally))
+            budget.charge(budget.left() - tally.stepsLeft);
+        else {
             if (!track->isHeader() && !track->isEnder())
                 ++track->track().sampleTotal;
             if (message.initFromCursor(track, cursor.getIndex(), m_io)) {
                 budget.charge(message.getTime() == kTimeLimit ? WalkBudget::kSingleSample : 1);
                 if (message.isHeader() || message.isEnder())
                     contexts.cacheContextMessage(message);
-                segmentBytes += message.getEstimatedMsgSize();
+                tally.bytes += message.getEstimatedMsgSize();
                 cursor.countMessage();
             } else
                 budget.charge(WalkBudget::kSingleSample);
             cursor.advance();
+            tally.stepsLeft = budget.left();
         }
 
-        if (segmentBytes > kSegmentSize) {
+        if (tally.bytes > kSegmentSize) {
             const unsigned long long tableBytes = cursor.getTableSizeRead();
             if (tableBytes - splitTableBytes > kTablePageSize) {
                 cursor.setTablePage(cursor.getTablePage() + 1);
@@ -205,7 +201,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
                 splitTableBytes = tableBytes;
             }
             appendBoundary(cursor);
-            segmentBytes = 0;
+            tally.bytes = 0;
         }
     }
 
@@ -228,7 +224,7 @@ void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, Context
     contexts.cacheContextMessage(message);
 }
 
-void Mp4Data::appendBoundary(const Mp4Cursor& cursor)
+void Mp4Data::appendBoundary(Mp4Cursor& cursor)
 {
     m_file.memory().charge(m_boundaries.append(cursor.save()));
 }
@@ -254,12 +250,12 @@ void Mp4Data::splitTables(const std::vector<std::size_t>& splitPoints)
         const CursorState state = m_boundaries.state(point);
         for (std::size_t i = 0; i < tracks.size(); ++i) {
             const TrackPosition& position = state.tracks[i];
-            cuts[i].sampleToChunk.push_back(position.sampleToChunkIndex);
-            cuts[i].chunk.push_back(position.chunkIndex);
+            cuts[i].sampleToChunk.push_back(position.chunk.sampleToChunkIndex);
+            cuts[i].chunk.push_back(position.chunk.chunkIndex);
             cuts[i].sample.push_back(position.sampleNumber);
-            cuts[i].timeToSample.push_back(position.timeToSampleIndex);
-            cuts[i].composition.push_back(position.compositionIndex);
-            cuts[i].sync.push_back(position.syncIndex);
+            cuts[i].timeToSample.push_back(position.time.index);
+            cuts[i].composition.push_back(position.composition.index);
+            cuts[i].sync.push_back(position.sync.index);
         }
     }
     std::vector<unsigned> inside;

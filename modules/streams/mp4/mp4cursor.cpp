@@ -8,25 +8,19 @@
 
 #include <algorithm>
 #include <bit>
+#include <utility>
 
 namespace krx::mp4 {
 namespace {
 
 constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kLimitLine = 486;
-constexpr int kFragmentLine = 512;
-constexpr int kRunLine = 525;
 constexpr int kTrackCountLine = 1130;
 
-/// Steps through a table of (count, ...) entries. An entry that counts no sample is left after one.
-template <typename Entry>
-void stepRunLength(const PageableArray<Entry>& table, unsigned& index, unsigned& count)
-{
-    if (++count >= table[index].count) {
-        ++index;
-        count = 0;
-    }
-}
+constexpr unsigned long long kFarTime = 1ULL << 62;
+
+/// Samples that are passed together.
+constexpr unsigned kBatch = 8;
 
 }  // namespace
 
@@ -35,85 +29,281 @@ void TrackCursor::throwTableError()
     throw krx::streams::StreamParseError(krx::streams::kTableReadError);
 }
 
-TrackCursor::TrackCursor(TrackInfo& track) : m_track(&track)
+TrackCursor::TrackCursor(TrackInfo& track)
+    : m_timescale(track.timescale),
+      m_track(&track),
+      m_chunks(track),
+      m_times(track.timeToSample),
+      m_compositions(track.compositionOffsets),
+      m_syncs(track.syncSamples),
+      m_runs(track.fragments),
+      m_edits(track.editList.get())
 {
     if (!track.isValid()) {
-        m_pos.inMovieBox = false;
-        m_pos.fragmentIndex = static_cast<unsigned>(track.fragments.size());
+        m_inMovieBox = false;
+        m_runs.leaveAll();
         return;
     }
-    initEditEntry();
-    if (track.chunkOffsets.size() == 0)
+    m_decodeTime = m_delay = m_edits.begin();
+    if (m_chunks.atEnd())
         finishMoov();
     else {
-        m_pos.fileOffset = track.chunkOffsets[0];
-        m_pos.samplesPerChunk = track.sampleToChunk[0].samplesPerChunk;
+        m_chunks.begin();
+        m_fileOffset = m_chunks.offset();
         updateSampleEntry();
     }
     updateMillis();
 }
 
-TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position) : m_pos(position), m_track(&track)
+TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position)
+    : m_timescale(track.timescale),
+      m_track(&track),
+      m_chunks(track),
+      m_times(track.timeToSample),
+      m_compositions(track.compositionOffsets),
+      m_syncs(track.syncSamples),
+      m_runs(track.fragments),
+      m_edits(track.editList.get())
 {
-    findNextGap();
+    restore(position);
     updateMillis();
+}
+
+void TrackCursor::restore(const TrackPosition& position)
+{
+    m_stretch = Stretch();
+    m_decodeTime = position.decodeTime;
+    m_delay = position.delay;
+    m_fileOffset = position.fileOffset;
+    m_stepCount = position.stepCount;
+    m_sampleNumber = position.sampleNumber;
+    m_inMovieBox = position.inMovieBox;
+    m_chunks.restore(position.chunk);
+    m_times.restore(position.time);
+    m_compositions.restore(position.composition);
+    m_syncs.restore(position.sync);
+    m_runs.restore(position.run);
+    m_edits.restore(position.edit);
+    m_description = position.description;
+}
+
+TrackPosition TrackCursor::position()
+{
+    settle();
+    return {m_decodeTime,           m_delay,         m_fileOffset,     m_stepCount,
+            m_sampleNumber,         m_inMovieBox,    m_chunks.state(), m_times.state(),
+            m_compositions.state(), m_syncs.state(), m_runs.state(),   m_edits.state(),
+            m_description};
+}
+
+/// Brings the steppers to where offset and time are.
+void TrackCursor::settle()
+{
+    const unsigned steps = std::exchange(m_stretch.taken, 0);
+    if (steps == 0)
+        return;
+    m_stepCount += steps;
+    if (!m_inMovieBox) {
+        m_runs.skip(steps);
+        return;
+    }
+    m_syncs.skip(m_sampleNumber, steps);
+    m_times.skip(steps);
+    m_compositions.skip(steps);
+    m_sampleNumber += steps;
+    if (m_chunks.skip(steps))
+        m_fileOffset = m_chunks.offset();
+}
+
+/// Finds out how many steps from here on are plain. False when not even the next one is.
+bool TrackCursor::prepareStretch()
+{
+    settle();
+    // Times are so small that no sum of a stretch overflows.
+    if (sampleType() == kSampleUnsupported || isHeader() || isEnder() || atEndOfTrack() ||
+        m_decodeTime >= kFarTime || mediaTime() >= kFarTime)
+        return false;
+    unsigned steps = m_inMovieBox ? prepareTables() : prepareRun();
+    if (m_limited)
+        steps = std::min(steps, m_limit - m_stepCount);
+    m_stretch.left = steps;
+    m_stretch.headerBytes = getHeaderBytes();
+    return steps != 0;
+}
+
+unsigned TrackCursor::prepareTables()
+{
+    unsigned steps = std::min(
+        {m_chunks.stretch(), m_times.stretch(), m_compositions.stretch(), m_syncs.stretch(m_sampleNumber)});
+    m_stretch.size = m_track->constantSampleSize;
+    m_stretch.sizes = nullptr;
+    if (m_stretch.size == 0) {
+        steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_sampleNumber));
+        m_stretch.sizes =
+            m_track->sampleSizes.curSegment() + (m_sampleNumber - m_track->sampleSizes.curStart());
+    }
+    if (m_track->sampleFlags.isInit())
+        steps = std::min(steps, m_track->sampleFlags.entriesFrom(m_sampleNumber));
+    if (steps == 0)
+        return 0;
+    m_stretch.durations = nullptr;
+    m_stretch.duration = m_times.delta();
+    return std::min(steps, m_edits.stretch(mediaTime(), m_stretch.duration));
+}
+
+unsigned TrackCursor::prepareRun()
+{
+    const TrackFragmentRun& run = m_runs.run();
+    const unsigned sample = m_runs.state().sampleInRun;
+    const unsigned* const sizes = run.column(TrackFragmentRun::kSize);
+    const unsigned* const durations = run.column(TrackFragmentRun::kDuration);
+    m_stretch.sizes = sizes ? sizes + sample : nullptr;
+    m_stretch.size = m_runs.header().defaultSize;
+    m_stretch.durations = durations ? durations + sample : nullptr;
+    m_stretch.duration = m_runs.duration();
+    const unsigned steps = m_runs.stretch();
+    const unsigned toGap = m_edits.stretch(mediaTime(), m_stretch.duration);
+    // Durations that differ lead to a gap in as many steps as only a look at each shows.
+    return std::min(steps, durations && toGap != kAnySteps ? std::min(toGap, 1U) : toGap);
+}
+
+unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis)
+{
+    const unsigned long long endTime = firstTimeOf(endMillis, m_timescale);
+    unsigned walked = 0;
+    while (m_decodeTime < endTime && tally.bytes <= tally.maxBytes &&
+           (m_stretch.left != 0 || prepareStretch())) {
+        const unsigned steps = plainSteps(endTime, tally.stepsLeft);
+        const unsigned passed = passSamples(steps, limits, tally);
+        walked += passed;
+        if (passed != steps || steps == 0)
+            break;
+    }
+    m_walkedSamples += walked;
+    updateMillis();
+    return walked;
+}
+
+/// Steps of the stretch that begin before endTime.
+unsigned TrackCursor::plainSteps(unsigned long long endTime, unsigned long long most) const
+{
+    auto steps = static_cast<unsigned>(std::min<unsigned long long>(m_stretch.left, most));
+    if (!m_stretch.durations) {
+        if (m_stretch.duration != 0 && endTime - m_decodeTime < 1ULL * steps * m_stretch.duration)
+            steps = static_cast<unsigned>((endTime - m_decodeTime - 1) / m_stretch.duration + 1);
+        return steps;
+    }
+    unsigned long long time = m_decodeTime;
+    for (unsigned i = 0; i < steps; ++i) {
+        if (time >= endTime)
+            return i;
+        time += m_stretch.durations[i];
+    }
+    return steps;
+}
+
+/// Passes samples of the stretch, at most steps, and returns how many.
+unsigned TrackCursor::passSamples(unsigned steps, const WalkLimits& limits, WalkTally& tally)
+{
+    if (m_fileOffset > limits.fileSize)
+        return 0;
+    const unsigned long long room = limits.fileSize - m_fileOffset;
+    const unsigned long long roomInTally = tally.maxBytes - tally.bytes;
+    unsigned long long bytes = 0;
+    unsigned passed = 0;
+    if (m_stretch.sizes) {
+        passed = countSizes(steps, limits.maxSampleSize, room, roomInTally, bytes);
+        m_stretch.sizes += passed;
+    } else if (m_stretch.size <= limits.maxSampleSize) {
+        passed = steps;
+        if (m_stretch.size != 0)
+            passed = static_cast<unsigned>(std::min<unsigned long long>(passed, room / m_stretch.size));
+        if (const unsigned message = m_stretch.size + m_stretch.headerBytes)
+            passed = static_cast<unsigned>(std::min<unsigned long long>(passed, roomInTally / message + 1));
+        bytes = 1ULL * passed * m_stretch.size;
+    }
+    m_fileOffset += bytes;
+    tally.bytes += bytes + 1ULL * passed * m_stretch.headerBytes;
+    tally.stepsLeft -= passed;
+    takeSteps(passed);
+    return passed;
+}
+
+/// How many of the next samples are no larger than maxSize and lie within room bytes, up to the one whose
+/// message exceeds the room in the tally; bytes becomes the sum of their sizes.
+unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long long room,
+                                 unsigned long long roomInTally, unsigned long long& bytes) const
+{
+    const unsigned* const sizes = m_stretch.sizes;
+    const unsigned headerBytes = m_stretch.headerBytes;
+    unsigned passed = 0;
+    unsigned long long messages = 0;
+    // Samples that fit together are not looked at one by one.
+    while (steps - passed >= kBatch) {
+        unsigned long long batch = 0;
+        for (unsigned i = 0; i < kBatch; ++i)
+            batch += sizes[passed + i];
+        const unsigned long long after = messages + batch + kBatch * headerBytes;
+        if (batch > maxSize || batch > room - bytes || after > roomInTally)
+            break;
+        bytes += batch;
+        messages = after;
+        passed += kBatch;
+    }
+    for (; passed != steps && messages <= roomInTally; ++passed) {
+        const unsigned size = sizes[passed];
+        if (size > maxSize || size > room - bytes)
+            break;
+        bytes += size;
+        messages += size + headerBytes;
+    }
+    return passed;
+}
+
+/// Moves the time, and counts the steps.
+void TrackCursor::takeSteps(unsigned steps)
+{
+    if (m_stretch.durations)
+        for (unsigned i = 0; i < steps; ++i)
+            m_decodeTime += *m_stretch.durations++;
+    else
+        m_decodeTime += 1ULL * steps * m_stretch.duration;
+    m_stretch.left -= steps;
+    m_stretch.taken += steps;
 }
 
 void TrackCursor::advance()
 {
     if (atEndOfSegment())
         throwTableError();
-    // Most steps stay within a chunk or a run and far from a gap, so that no ender can come of them.
-    constexpr StretchLimits kNoLimits{~0ULL, ~0U, ~0ULL};
-    if (walkStretch(kNoLimits, [](unsigned) { return false; }))
+    if (m_stretch.left != 0 || prepareStretch()) {
+        passSample(m_stretch.sizes ? *m_stretch.sizes : m_stretch.size);
         return;
-    ++m_pos.stepCount;
+    }
+    ++m_stepCount;
     // Nobody goes on from here, and the tables that the step needs may be those of the next page.
     if (atLimit())
         return;
-    if (m_pos.headerPending)
-        m_pos.headerPending = false;
+    if (isHeader())
+        m_description.headerPending = false;
     else
         advanceSlowly();
-}
-
-/// How many steps from here on make messages of samples and stay within the chunk or the run, as far as the
-/// tables of single samples are at hand and times are so small that no sum of them overflows.
-unsigned TrackCursor::stepsInStretch() const
-{
-    constexpr unsigned long long kFarTime = 1ULL << 62;
-    if (m_pos.sampleType == kSampleUnsupported || m_pos.headerPending || m_pos.enderPending ||
-        atEndOfTrack() || m_pos.decodeTime >= kFarTime || m_pos.mediaTime >= kFarTime)
-        return 0;
-    unsigned steps = 0;
-    if (m_pos.inMovieBox) {
-        if (m_pos.sampleInChunk >= m_pos.samplesPerChunk)
-            return 0;
-        steps = m_pos.samplesPerChunk - m_pos.sampleInChunk - 1;
-        if (m_track->constantSampleSize == 0)
-            steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_pos.sampleNumber));
-        if (m_track->sampleFlags.isInit())
-            steps = std::min(steps, m_track->sampleFlags.entriesFrom(m_pos.sampleNumber));
-    } else
-        steps = run().sampleCount - m_pos.sampleInRun - 1;
-    return m_limited ? std::min(steps, m_limit - m_pos.stepCount) : steps;
 }
 
 /// A step that may end a stretch. When it does, the ender comes first, and stands at the sample before
 /// it.
 void TrackCursor::advanceSlowly()
 {
-    if (m_pos.enderPending) {
-        m_pos.enderPending = false;
+    if (isEnder()) {
+        m_description.enderPending = false;
         subAdvance();
-        m_pos.enderPending = false;
+        m_description.enderPending = false;
     } else {
-        const TrackPosition before = m_pos;
+        const TrackPosition before = position();
         subAdvance();
-        if (m_pos.enderPending) {
-            m_pos = before;
-            m_pos.enderPending = true;
-            findNextGap();
+        if (isEnder()) {
+            restore(before);
+            m_description.enderPending = true;
         }
     }
     updateMillis();
@@ -121,170 +311,79 @@ void TrackCursor::advanceSlowly()
 
 void TrackCursor::subAdvance()
 {
-    m_pos.fileOffset += getSampleSize();
-    if (m_pos.inMovieBox) {
-        if (atSyncSample())
-            ++m_pos.syncIndex;
-        stepTimeToSample(timeToSampleDelta());
-        stepComposition();
-        stepSample();
-    } else {
-        const unsigned delta = runDelta(run());
-        m_pos.decodeTime += delta;
-        m_pos.mediaTime += delta;
-        ++m_pos.sampleInRun;
-        correctCursorToValidSample();
-    }
+    m_fileOffset += getSampleSize();
+    m_inMovieBox ? stepTables() : stepRun();
     checkForGap();
 }
 
-/// The current sample's duration.
-unsigned TrackCursor::timeToSampleDelta() const
+void TrackCursor::stepTables()
 {
-    const unsigned delta = m_track->timeToSample[m_pos.timeToSampleIndex].delta;
-    return delta < kNegativeDelta ? delta : 0;
-}
-
-unsigned TrackCursor::runDelta(const TrackFragmentRun& current) const
-{
-    const unsigned* durations = current.column(TrackFragmentRun::kDuration);
-    return durations ? durations[m_pos.sampleInRun]
-                     : m_track->fragments[m_pos.fragmentIndex].header().defaultDuration;
-}
-
-/// A table of one entry holds for all samples, whatever its count.
-void TrackCursor::stepTimeToSample(unsigned delta)
-{
-    m_pos.decodeTime += delta;
-    m_pos.mediaTime += delta;
-    if (m_track->timeToSample.size() != 1)
-        stepRunLength(m_track->timeToSample, m_pos.timeToSampleIndex, m_pos.timeToSampleCount);
-}
-
-void TrackCursor::stepComposition()
-{
-    if (m_track->compositionOffsets.size() != 0)
-        stepRunLength(m_track->compositionOffsets, m_pos.compositionIndex, m_pos.compositionCount);
-}
-
-void TrackCursor::stepSample()
-{
-    ++m_pos.sampleNumber;
-    if (++m_pos.sampleInChunk < m_pos.samplesPerChunk)
-        return;
-    m_pos.sampleInChunk = 0;
-    if (++m_pos.chunkIndex >= m_track->chunkOffsets.size()) {
-        finishMoov();
-        return;
+    m_syncs.step(m_sampleNumber);
+    m_decodeTime += m_times.delta();
+    m_times.step();
+    m_compositions.step();
+    ++m_sampleNumber;
+    switch (m_chunks.step()) {
+        case ChunkStepper::kSameChunk:
+            return;
+        case ChunkStepper::kEnd:
+            finishMoov();
+            return;
+        case ChunkStepper::kNextChunk:
+            m_fileOffset = m_chunks.offset();
+            return;
+        case ChunkStepper::kNextRun:
+            m_fileOffset = m_chunks.offset();
+            updateSampleEntry();
     }
-    m_pos.fileOffset = m_track->chunkOffsets[m_pos.chunkIndex];
+}
 
-    const PageableArray<SampleToChunk>& table = m_track->sampleToChunk;
-    const unsigned before = m_pos.sampleToChunkIndex;
-    while (table.size() - m_pos.sampleToChunkIndex > 1 &&
-           table[m_pos.sampleToChunkIndex + 1].firstChunk == m_pos.chunkIndex + 1)
-        ++m_pos.sampleToChunkIndex;
-    if (m_pos.sampleToChunkIndex != before) {
-        m_pos.samplesPerChunk = table[m_pos.sampleToChunkIndex].samplesPerChunk;
-        updateSampleEntry();
-    }
+void TrackCursor::stepRun()
+{
+    m_decodeTime += m_runs.duration();
+    m_runs.step();
+    enterFragment(m_runs.findSample());
 }
 
 /// From the tables of the movie box to the fragments.
 void TrackCursor::finishMoov()
 {
-    m_pos.inMovieBox = false;
-    correctCursorToValidSample();
+    m_inMovieBox = false;
+    enterFragment(m_runs.findSample());
 }
 
-/// From the end of a run to the next sample: past empty runs and finished fragments.
-void TrackCursor::correctCursorToValidSample()
+void TrackCursor::enterFragment(FragmentStepper::Arrival arrival)
 {
-    std::deque<TrackFragment>& fragments = m_track->fragments;
-    bool entered = m_pos.runIndex == 0 && m_pos.sampleInRun == 0;
-    while (m_pos.fragmentIndex < fragments.size() &&
-           !correctToNextPopulatedRun(fragments[m_pos.fragmentIndex])) {
-        fragments[m_pos.fragmentIndex].unload();
-        ++m_pos.fragmentIndex;
-        m_pos.runIndex = 0;
-        entered = true;
-    }
-    if (m_pos.fragmentIndex >= fragments.size() || m_pos.sampleInRun != 0)
+    if (arrival == FragmentStepper::kSameRun || arrival == FragmentStepper::kEnd)
         return;
-    TrackFragment& fragment = fragments[m_pos.fragmentIndex];
-    m_pos.fileOffset = fragment.dataBase() + static_cast<unsigned long long>(run().dataOffset);
-    if (entered)
+    m_fileOffset = m_runs.offset();
+    if (arrival == FragmentStepper::kNextFragment)
         updateSampleEntry();
-}
-
-/// False when the fragment has no sample left.
-bool TrackCursor::correctToNextPopulatedRun(TrackFragment& fragment)
-{
-    const std::size_t runs = fragment.getRunCount();
-    while (m_pos.runIndex < runs) {
-        if (m_pos.sampleInRun < fragment.getRun(m_pos.runIndex).sampleCount)
-            return true;
-        ++m_pos.runIndex;
-        m_pos.sampleInRun = 0;
-    }
-    return false;
 }
 
 /// Takes the description of the current sample again. Where it changes, or must be sent anew after a gap, the
 /// old one is closed and the new one opened by steps of their own.
 void TrackCursor::updateSampleEntry()
 {
-    const unsigned index = m_pos.inMovieBox
-                               ? m_track->sampleToChunk[m_pos.sampleToChunkIndex].descriptionIndex
-                               : m_track->fragments[m_pos.fragmentIndex].header().descriptionIndex;
+    const unsigned index = m_inMovieBox ? m_chunks.descriptionIndex() : m_runs.header().descriptionIndex;
     if (index < 1 || index > m_track->sampleDescriptions.size())
         throwTableError();
-    if (m_pos.typeValid && index == m_pos.descriptionIndex)
+    if (m_description.typeValid && index == m_description.descriptionIndex)
         return;
     if (isEnderType())
-        m_pos.enderPending = true;
+        m_description.enderPending = true;
 
-    m_pos.descriptionIndex = index;
+    m_description.descriptionIndex = index;
     SampleType type = sampleTypeOf(sampleEntry().type);
-    m_pos.encrypted = type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
-    if (m_pos.encrypted) {
+    m_description.encrypted = type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
+    if (m_description.encrypted) {
         type = sampleTypeOf(m_track->drm.originalFormat);
         if (type == kSampleEncryptedVideo || type == kSampleEncryptedAudio)
             type = kSampleUnsupported;
     }
-    m_pos.sampleType = type;
-    m_pos.headerPending = hasDecoderHeader(type);
-    m_pos.typeValid = true;
-}
-
-/// A leading gap of the edit list delays the track.
-void TrackCursor::initEditEntry()
-{
-    m_pos.editIndex = 0;
-    const EditList* list = m_track->editList.get();
-    if (list && !list->entries.empty() && list->entries[0].mediaTime == kGapMediaTime) {
-        m_pos.decodeTime = list->entries[0].duration;
-        m_pos.editIndex = 1;
-    }
-    findNextGap();
-}
-
-bool TrackCursor::hasFurtherGap() const
-{
-    return m_track->editList && m_pos.editIndex >= 0 &&
-           static_cast<std::size_t>(m_pos.editIndex) + 2 <= m_track->editList->entries.size();
-}
-
-void TrackCursor::findNextGap()
-{
-    m_gapStart = kNoGap;
-    if (!hasFurtherGap())
-        return;
-    const auto index = static_cast<std::size_t>(m_pos.editIndex);
-    const EditListEntry& media = m_track->editList->entries[index];
-    if (media.mediaTime < 0 || m_track->editList->entries[index + 1].mediaTime != kGapMediaTime)
-        throwTableError();
-    m_gapStart = static_cast<unsigned long long>(media.mediaTime) + media.duration;
+    m_description.sampleType = type;
+    m_description.headerPending = hasDecoderHeader(type);
+    m_description.typeValid = true;
 }
 
 /// Closes the stretch at the end of the track and where a gap of the edit list begins; the gap shifts what
@@ -292,75 +391,104 @@ void TrackCursor::findNextGap()
 void TrackCursor::checkForGap()
 {
     if (atEndOfTrack()) {
-        if (hasFurtherGap())
+        if (m_edits.hasFurtherGap())
             throwTableError();
         if (!m_track->last && isEnderType())
-            m_pos.enderPending = true;
+            m_description.enderPending = true;
         return;
     }
-    if (m_pos.mediaTime < m_gapStart || !hasFurtherGap())
+    if (mediaTime() < m_edits.gapStart() || !m_edits.hasFurtherGap())
         return;
     if (isEnderType())
-        m_pos.enderPending = true;
-    const EditListEntry& gap = m_track->editList->entries[static_cast<std::size_t>(m_pos.editIndex) + 1];
-    m_pos.decodeTime += gap.duration - (m_pos.mediaTime - m_gapStart);
-    m_pos.typeValid = false;
-    m_pos.editIndex += 2;
-    findNextGap();
+        m_description.enderPending = true;
+    const unsigned long long delay = m_edits.pass(mediaTime());
+    m_decodeTime += delay;
+    m_delay += delay;
+    m_description.typeValid = false;
     updateSampleEntry();
 }
 
 void TrackCursor::setLimit(const TrackPosition& end)
 {
-    if (m_pos.stepCount > end.stepCount)
+    settle();
+    m_stretch.left = 0;
+    if (m_stepCount > end.stepCount)
         krx::util::assertFailed(kAssertPlace, kLimitLine);
     m_limited = true;
     m_limit = end.stepCount;
 }
 
-unsigned long long TrackCursor::getTableSizeRead() const
+int TrackCursor::getCompTimeMillis()
 {
-    unsigned long long bytes = 12ULL * m_pos.sampleToChunkIndex + 8ULL * m_pos.chunkIndex +
-                               8ULL * m_pos.timeToSampleIndex + 8ULL * m_pos.compositionIndex +
-                               4ULL * m_pos.syncIndex;
+    settle();
+    const int offset = m_inMovieBox ? m_compositions.offset() : m_runs.compositionOffset();
+    return offsetMillis(m_decodeTime, offset, m_track->timescale);
+}
+
+unsigned long long TrackCursor::getFileOffset()
+{
+    settle();
+    return m_fileOffset;
+}
+
+unsigned TrackCursor::getSampleSize()
+{
+    settle();
+    if (!m_inMovieBox)
+        return m_runs.size();
+    return m_track->constantSampleSize != 0 ? m_track->constantSampleSize
+                                            : m_track->sampleSizes[m_sampleNumber];
+}
+
+unsigned TrackCursor::getSampleFlags()
+{
+    // Of the flags in a run only these count.
+    constexpr unsigned kFragmentFlags = 0xFFFF0000U;
+    settle();
+    if (m_inMovieBox)
+        return m_track->sampleFlags.isInit() ? unsigned{m_track->sampleFlags[m_sampleNumber]} << 20 : 0;
+    const TrackFragmentRun& run = m_runs.run();
+    return run.column(TrackFragmentRun::kFlags) ? m_runs.flags() & kFragmentFlags : m_runs.flags();
+}
+
+bool TrackCursor::atSyncSample()
+{
+    settle();
+    if (m_inMovieBox)
+        return m_syncs.isSync(m_sampleNumber);
+    constexpr unsigned kIsNonSyncSample = 0x10000;
+    return (getSampleFlags() & kIsNonSyncSample) == 0;
+}
+
+unsigned long long TrackCursor::getTableSizeRead()
+{
+    settle();
+    unsigned long long bytes = 12ULL * m_chunks.state().sampleToChunkIndex +
+                               8ULL * m_chunks.state().chunkIndex + 8ULL * m_times.state().index +
+                               8ULL * m_compositions.state().index + 4ULL * m_syncs.state().index;
     if (m_track->sampleSizes.isInit())
-        bytes += 4ULL * m_pos.sampleNumber;
+        bytes += 4ULL * m_sampleNumber;
     if (m_track->sampleFlags.isInit())
-        bytes += m_pos.sampleNumber;
+        bytes += m_sampleNumber;
     return bytes;
 }
 
-TrackFragment* TrackCursor::getCurFrag() const
+TrackFragment* TrackCursor::getCurFrag()
 {
-    if (m_pos.fragmentIndex < m_track->fragments.size())
-        return &m_track->fragments[m_pos.fragmentIndex];
-    krx::util::assertFailed(kAssertPlace, kFragmentLine);
-    return nullptr;
+    settle();
+    return m_runs.currentFragment();
 }
 
-const TrackFragmentRun* TrackCursor::getCurRun() const
+const TrackFragmentRun* TrackCursor::getCurRun()
 {
-    TrackFragment* fragment = getCurFrag();
-    if (fragment && m_pos.runIndex < fragment->getRunCount())
-        return &fragment->getRun(m_pos.runIndex);
-    krx::util::assertFailed(kAssertPlace, kRunLine);
-    return nullptr;
-}
-
-void TrackCursor::takeRun() const
-{
-    const TrackFragmentRun* current = getCurRun();
-    if (!current || m_pos.sampleInRun >= current->sampleCount)
-        throwTableError();
-    m_run = *current;
-    m_runFragment = m_pos.fragmentIndex;
-    m_runIndex = m_pos.runIndex;
+    settle();
+    return m_runs.currentRun();
 }
 
 void TrackCursor::releaseFragment()
 {
-    if (m_pos.fragmentIndex < m_track->fragments.size())
-        m_track->fragments[m_pos.fragmentIndex].unload();
+    settle();
+    m_runs.release();
 }
 
 Mp4Cursor::Mp4Cursor(MP4File& file)
@@ -382,19 +510,13 @@ Mp4Cursor::Mp4Cursor(MP4File& file, const CursorState& state)
     findNextSample();
 }
 
-CursorState Mp4Cursor::save() const
+CursorState Mp4Cursor::save()
 {
     CursorState state{m_index, m_time, m_tablePage, {}};
     state.tracks.reserve(m_tracks.size());
-    for (const TrackCursor& track : m_tracks)
+    for (TrackCursor& track : m_tracks)
         state.tracks.push_back(track.position());
     return state;
-}
-
-Mp4Cursor::Key Mp4Cursor::keyOf(std::size_t track) const
-{
-    const TrackCursor& cursor = m_tracks[track];
-    return cursor.atEndOfSegment() ? kEnded : Key{cursor.getTimeMillis()} << kTimeShift | track;
 }
 
 void Mp4Cursor::takeWinner(Key winner)
@@ -420,12 +542,54 @@ void Mp4Cursor::findNextSample()
     takeWinner(m_tree[1]);
 }
 
+/// Brings the tree up to date after the track has moved.
+inline void Mp4Cursor::updateTrack(std::size_t track)
+{
+    Key* const tree = m_tree.data();
+    Key key = keyOf(track);
+    std::size_t node = m_leaves + track;
+    tree[node] = key;
+    for (; node > 1; node /= 2) {
+        key = std::min(key, tree[node ^ 1]);
+        tree[node / 2] = key;
+    }
+    takeWinner(key);
+}
+
 void Mp4Cursor::advance()
 {
     if (m_active < 0)
         throw krx::streams::StreamParseError(krx::streams::kTableReadError);
     const auto track = static_cast<std::size_t>(m_active);
     m_tracks[track].advance();
+    updateTrack(track);
+}
+
+bool Mp4Cursor::walk(const WalkLimits& limits, WalkTally& tally)
+{
+    bool walked = false;
+    while (m_active >= 0 && tally.bytes <= tally.maxBytes) {
+        // Where tracks take turns, one step is all there is.
+        const auto track = static_cast<std::size_t>(m_active);
+        if (!m_tracks[track].walkStep(limits, tally))
+            break;
+        walked = true;
+        ++m_index;
+        updateTrack(track);
+        if (m_active == static_cast<int>(track))
+            walkOn(track, limits, tally);
+    }
+    return walked;
+}
+
+/// Walks a track that goes first, up to where another one does.
+void Mp4Cursor::walkOn(std::size_t track, const WalkLimits& limits, WalkTally& tally)
+{
+    // Where both stand at the same time, the track of the smaller number goes first.
+    const Key rival = rivalOf(track);
+    const unsigned long long endMillis =
+        rival == kEnded ? kEnded : (rival >> kTimeShift) + ((rival & kTrackMask) > track ? 1 : 0);
+    m_index += m_tracks[track].walkStretch(limits, tally, endMillis);
     updateTrack(track);
 }
 
@@ -436,19 +600,6 @@ Mp4Cursor::Key Mp4Cursor::rivalOf(std::size_t track) const
     for (std::size_t node = m_leaves + track; node > 1; node /= 2)
         rival = std::min(rival, m_tree[node ^ 1]);
     return rival;
-}
-
-/// Brings the tree up to date after the track has moved.
-void Mp4Cursor::updateTrack(std::size_t track)
-{
-    Key key = keyOf(track);
-    std::size_t node = m_leaves + track;
-    m_tree[node] = key;
-    for (; node > 1; node /= 2) {
-        key = std::min(key, m_tree[node ^ 1]);
-        m_tree[node / 2] = key;
-    }
-    takeWinner(key);
 }
 
 void Mp4Cursor::setLimit(const CursorState& end)
@@ -478,10 +629,10 @@ std::size_t Mp4Cursor::getSegSize() const
     return bytes;
 }
 
-unsigned long long Mp4Cursor::getTableSizeRead() const
+unsigned long long Mp4Cursor::getTableSizeRead()
 {
     unsigned long long bytes = 0;
-    for (const TrackCursor& cursor : m_tracks)
+    for (TrackCursor& cursor : m_tracks)
         bytes += cursor.getTableSizeRead();
     return bytes;
 }

@@ -5,6 +5,11 @@
 
 #include "modules/streams/mp4/mp4time.h"
 #include "modules/streams/mp4/sampletype.h"
+#include "modules/streams/mp4/steppers/chunks.h"
+#include "modules/streams/mp4/steppers/edits.h"
+#include "modules/streams/mp4/steppers/runlength.h"
+#include "modules/streams/mp4/steppers/runs.h"
+#include "modules/streams/mp4/steppers/syncs.h"
 #include "modules/streams/mp4/trackinfo.h"
 
 #include <cstddef>
@@ -14,46 +19,86 @@ namespace krx::mp4 {
 
 class MP4File;
 
-/// Where a track cursor stands. Plain and compact, so that the boundaries between segments can be kept; times
-/// are in the track's timescale. A sample after the movie box's tables is named by fragment, run and sample
-/// in the run.
-struct TrackPosition
+/// What describes the samples at a position, and which of its own steps come before the next one.
+struct DescriptionState
 {
-    unsigned long long decodeTime = 0;  ///< shifted by the gaps of the edit list
-    unsigned long long mediaTime = 0;   ///< without these shifts
-    unsigned long long fileOffset = 0;  ///< of the current sample
-    unsigned stepCount = 0;             ///< samples, headers and enders so far
-    unsigned descriptionIndex = 0;      ///< 1-based
-    unsigned timeToSampleIndex = 0;
-    unsigned timeToSampleCount = 0;  ///< samples used of that entry
-    unsigned compositionIndex = 0;
-    unsigned compositionCount = 0;  ///< samples used of that entry
-    unsigned syncIndex = 0;
-    unsigned sampleToChunkIndex = 0;
-    unsigned samplesPerChunk = 0;
-    unsigned chunkIndex = 0;
-    unsigned sampleInChunk = 0;
-    unsigned sampleNumber = 0;  ///< 0-based over the movie box's tables
-    unsigned fragmentIndex = 0;
-    unsigned runIndex = 0;
-    unsigned sampleInRun = 0;
-    int editIndex = -1;
+    unsigned descriptionIndex = 0;  ///< 1-based
     SampleType sampleType = kSampleUnsupported;
     bool typeValid = false;
     bool encrypted = false;
-    bool inMovieBox = true;
     bool headerPending = false;  ///< the step is the decoder configuration
     bool enderPending = false;   ///< the step is the end-of-sequence message
 
+    template <typename Self, typename Other, typename Function>
+    static void visit(Self& self, Other& other, Function function)
+    {
+        function(self.descriptionIndex, other.descriptionIndex);
+        function(self.sampleType, other.sampleType);
+        function(self.typeValid, other.typeValid);
+        function(self.encrypted, other.encrypted);
+        function(self.headerPending, other.headerPending);
+        function(self.enderPending, other.enderPending);
+    }
+    friend bool operator==(const DescriptionState&, const DescriptionState&) = default;
+};
+
+/// Where a track cursor stands: the states of its steppers. Plain and compact, so that the boundaries between
+/// segments can be kept. Times are in the track's timescale. Samples of the movie box are counted by
+/// sampleNumber, those after it are named by fragment, run and sample in the run.
+struct TrackPosition
+{
+    unsigned long long decodeTime = 0;  ///< with the delay
+    unsigned long long delay = 0;       ///< by the gaps of the edit list so far; may wrap
+    unsigned long long fileOffset = 0;  ///< of the current sample
+    unsigned stepCount = 0;             ///< samples, headers and enders so far
+    unsigned sampleNumber = 0;
+    bool inMovieBox = true;
+    ChunkStepper::State chunk;
+    TimeStepper::State time;
+    CompositionStepper::State composition;
+    SyncStepper::State sync;
+    FragmentStepper::State run;
+    EditStepper::State edit;
+    DescriptionState description;
+
+    /// Without the delay.
+    unsigned long long mediaTime() const { return decodeTime - delay; }
+
+    /// Calls function with every number and its counterpart in another position, those that change from
+    /// boundary to boundary first.
+    template <typename Self, typename Other, typename Function>
+    static void visit(Self& self, Other& other, Function function)
+    {
+        function(self.decodeTime, other.decodeTime);
+        function(self.stepCount, other.stepCount);
+        function(self.sampleNumber, other.sampleNumber);
+        function(self.fileOffset, other.fileOffset);
+        ChunkStepper::State::visit(self.chunk, other.chunk, function);
+        TimeStepper::State::visit(self.time, other.time, function);
+        CompositionStepper::State::visit(self.composition, other.composition, function);
+        SyncStepper::State::visit(self.sync, other.sync, function);
+        FragmentStepper::State::visit(self.run, other.run, function);
+        function(self.delay, other.delay);
+        function(self.inMovieBox, other.inMovieBox);
+        EditStepper::State::visit(self.edit, other.edit, function);
+        DescriptionState::visit(self.description, other.description, function);
+    }
     friend bool operator==(const TrackPosition&, const TrackPosition&) = default;
 };
 
-/// What the samples of a stretch must keep to, so that they can be walked without a look at each.
-struct StretchLimits
+/// What samples must keep to, so that they can be passed without a message of each.
+struct WalkLimits
 {
     unsigned long long fileSize = 0;  ///< samples lie in front of it
     unsigned maxSampleSize = 0;
-    unsigned long long endMillis = 0;  ///< the walk ends at the first step of this time or a later one
+};
+
+/// What a walk has passed, and how far it may go.
+struct WalkTally
+{
+    unsigned long long bytes = 0;      ///< of messages
+    unsigned long long maxBytes = 0;   ///< the walk ends after the sample that exceeds them
+    unsigned long long stepsLeft = 0;  ///< that the walk may take
 };
 
 /// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
@@ -62,6 +107,10 @@ struct StretchLimits
 ///
 /// What contradicts itself throws StreamParseError kTableReadError; the cursor is of no use afterwards. The
 /// file must be open where samples lie in fragments, whose runs are loaded while the cursor stands in them.
+///
+/// Most steps are plain: one sample after the other, of which the tables say at once how many there are. They
+/// are prepared as a stretch, and while it lasts only offset and time move; the steppers follow when the
+/// stretch ends or when somebody asks for what they know.
 class TrackCursor
 {
 public:
@@ -71,49 +120,55 @@ public:
     TrackCursor(TrackInfo& track, const TrackPosition& position);
 
     TrackInfo& track() const { return *m_track; }
-    const TrackPosition& position() const { return m_pos; }
-    bool isHeader() const { return m_pos.headerPending; }
-    bool isEnder() const { return m_pos.enderPending; }
+    TrackPosition position();
+    bool isHeader() const { return m_description.headerPending; }
+    bool isEnder() const { return m_description.enderPending; }
+    SampleType sampleType() const { return m_description.sampleType; }
+    bool isEncrypted() const { return m_description.encrypted; }
+    unsigned descriptionIndex() const { return m_description.descriptionIndex; }
     /// The description of the current sample.
-    const SampleEntry& sampleEntry() const { return m_track->sampleDescriptions[m_pos.descriptionIndex - 1]; }
+    const SampleEntry& sampleEntry() const
+    {
+        return m_track->sampleDescriptions[m_description.descriptionIndex - 1];
+    }
 
     /// To the next step.
     void advance();
-    /// Advances over samples for as long as the steps are plain ones: within a chunk or a run, far from a
-    /// gap, and within the limits. take(bytes of the sample) is called for each sample that is passed; false
-    /// ends the walk after that sample. What is not plain is left to advance(), with all that it finds;
-    /// false when that is the very first step.
-    template <typename Take>
-    bool walkStretch(const StretchLimits& limits, Take take);
+    /// Passes one sample, where the step is plain and the sample keeps to the limits. False when it is not:
+    /// then it is left to advance(), with all that it finds.
+    bool walkStep(const WalkLimits& limits, WalkTally& tally);
+    /// The same for all samples up to the first one of endMillis or a later time. Returns how many it passed.
+    unsigned walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis);
+    /// Samples that walkStep and walkStretch have passed.
+    unsigned walkedSamples() const { return m_walkedSamples; }
 
     /// Time of the current step.
     unsigned getTimeMillis() const { return m_millis; }
     /// Composition time of the current sample less its decode time.
-    int getCompTimeMillis() const
-    {
-        return offsetMillis(m_pos.decodeTime, compositionOffset(), m_track->timescale);
-    }
+    int getCompTimeMillis();
+    /// Where the current sample lies in the file.
+    unsigned long long getFileOffset();
     /// Bytes of the current sample.
-    unsigned getSampleSize() const;
+    unsigned getSampleSize();
     /// Sample flags in the layout of ISO/IEC 14496-12.
-    unsigned getSampleFlags() const;
-    bool atSyncSample() const;
+    unsigned getSampleFlags();
+    bool atSyncSample();
     /// Bytes that the current sample's message has in front of the payload, at most.
     unsigned getHeaderBytes() const
     {
-        const unsigned bytes = kSampleTypes[m_pos.sampleType].headerSize;
-        return m_pos.encrypted ? bytes + kPreambleRoom + m_track->drm.ivLength : bytes;
+        const unsigned bytes = kSampleTypes[sampleType()].headerSize;
+        return isEncrypted() ? bytes + kPreambleRoom + m_track->drm.ivLength : bytes;
     }
     /// The current type is closed by an ender.
-    bool isEnderType() const { return m_pos.typeValid && hasEnder(m_pos.sampleType); }
+    bool isEnderType() const { return m_description.typeValid && hasEnder(sampleType()); }
 
     bool atEndOfSegment() const { return atLimit() || atEndOfTrack(); }
     bool atEndOfTrack() const
     {
-        if (m_pos.headerPending || m_pos.enderPending)
+        // No step of a stretch leads there.
+        if (m_stretch.taken != 0 || isHeader() || isEnder())
             return false;
-        return m_pos.inMovieBox ? m_pos.chunkIndex >= m_track->chunkOffsets.size()
-                                : m_pos.fragmentIndex >= m_track->fragments.size();
+        return m_inMovieBox ? m_chunks.atEnd() : m_runs.atEnd();
     }
     /// The segment ends where end stands, a later position in the same track. The step that ends it is
     /// counted but not looked at, as only the next segment has what that may read: at the limit the position
@@ -121,65 +176,101 @@ public:
     void setLimit(const TrackPosition& end);
 
     /// Bytes of the table entries that the cursor has passed.
-    unsigned long long getTableSizeRead() const;
+    unsigned long long getTableSizeRead();
 
     /// The fragment and the run that the cursor stands in; reported when there is none.
-    TrackFragment* getCurFrag() const;
-    const TrackFragmentRun* getCurRun() const;
+    TrackFragment* getCurFrag();
+    const TrackFragmentRun* getCurRun();
     /// Releases the runs of the fragment that the cursor stands in.
     void releaseFragment();
 
 private:
-    bool atLimit() const { return m_limited && m_pos.stepCount == m_limit; }
-    unsigned stepsInStretch() const;
-    template <bool kHasExtras, typename Take>
-    void walkTables(unsigned steps, const StretchLimits& limits, Take& take);
-    template <typename Take>
-    void walkRun(unsigned steps, const StretchLimits& limits, Take& take);
+    /// Steps that are prepared.
+    struct Stretch
+    {
+        unsigned left = 0;
+        unsigned taken = 0;                   ///< which the steppers do not know of
+        const unsigned* sizes = nullptr;      ///< of the samples that are left; null where all have the same
+        const unsigned* durations = nullptr;  ///< likewise
+        unsigned size = 0;
+        unsigned duration = 0;
+        unsigned headerBytes = 0;
+    };
+
+    bool atLimit() const { return m_limited && m_stepCount + m_stretch.taken == m_limit; }
+    void restore(const TrackPosition& position);
+    bool prepareStretch();
+    unsigned prepareTables();
+    unsigned prepareRun();
+    void passSample(unsigned size);
+    unsigned plainSteps(unsigned long long endTime, unsigned long long most) const;
+    unsigned passSamples(unsigned steps, const WalkLimits& limits, WalkTally& tally);
+    unsigned countSizes(unsigned steps, unsigned maxSize, unsigned long long room,
+                        unsigned long long roomInTally, unsigned long long& bytes) const;
+    void takeSteps(unsigned steps);
+    void settle();
     void advanceSlowly();
     void subAdvance();
-    unsigned timeToSampleDelta() const;
-    unsigned runDelta(const TrackFragmentRun& current) const;
-    void stepTimeToSample(unsigned delta);
-    void stepComposition();
-    void stepSample();
+    void stepTables();
+    void stepRun();
     void finishMoov();
-    void correctCursorToValidSample();
-    bool correctToNextPopulatedRun(TrackFragment& fragment);
+    void enterFragment(FragmentStepper::Arrival arrival);
     void updateSampleEntry();
-    void initEditEntry();
-    bool hasFurtherGap() const;
-    void findNextGap();
     void checkForGap();
-    void updateMillis() { m_millis = toMillis(m_pos.decodeTime, m_track->timescale); }
-    int compositionOffset() const;
-    const TrackFragmentRun& run() const
-    {
-        if (m_runFragment != m_pos.fragmentIndex || m_runIndex != m_pos.runIndex)
-            takeRun();
-        return m_run;
-    }
-    void takeRun() const;
+    unsigned long long mediaTime() const { return m_decodeTime - m_delay; }
+    void updateMillis() { m_millis = toMillis(m_decodeTime, m_timescale); }
     [[noreturn]] static void throwTableError();
 
-    static constexpr unsigned long long kNoGap = ~0ULL;
-    static constexpr unsigned kNegativeDelta = 0x80000000U;  ///< from there on a delta counts as 0
-    static constexpr long long kGapMediaTime = -1;
-    /// Of the flags in a run only these count.
-    static constexpr unsigned kFragmentFlags = 0xFFFF0000U;
-
-    TrackPosition m_pos;
-    TrackInfo* m_track;
+    // What a plain step reads and writes stands together.
+    Stretch m_stretch;
+    unsigned long long m_decodeTime = 0;
+    unsigned long long m_delay = 0;
+    unsigned long long m_fileOffset = 0;  ///< stale at the end of a stretch, until it is settled
+    double m_timescale;
     unsigned m_millis = 0;
-    bool m_limited = false;
+    unsigned m_stepCount = 0;
+    unsigned m_sampleNumber = 0;
+    unsigned m_walkedSamples = 0;
     unsigned m_limit = 0;
-    unsigned long long m_gapStart = kNoGap;  ///< media time of the next gap
+    bool m_limited = false;
+    bool m_inMovieBox = true;
 
-    // The run that is walked. Its arrays are shared, so that they outlive the fragment's release.
-    mutable TrackFragmentRun m_run;
-    mutable unsigned m_runFragment = ~0U;  ///< fragment and index of m_run
-    mutable unsigned m_runIndex = 0;
+    TrackInfo* m_track;
+    DescriptionState m_description;
+    ChunkStepper m_chunks;
+    TimeStepper m_times;
+    CompositionStepper m_compositions;
+    SyncStepper m_syncs;
+    FragmentStepper m_runs;
+    EditStepper m_edits;
 };
+
+/// A plain step.
+inline void TrackCursor::passSample(unsigned size)
+{
+    m_fileOffset += size;
+    m_decodeTime += m_stretch.durations ? *m_stretch.durations++ : m_stretch.duration;
+    if (m_stretch.sizes)
+        ++m_stretch.sizes;
+    --m_stretch.left;
+    ++m_stretch.taken;
+    updateMillis();
+}
+
+inline bool TrackCursor::walkStep(const WalkLimits& limits, WalkTally& tally)
+{
+    if (m_stretch.left == 0 && !prepareStretch())
+        return false;
+    const unsigned size = m_stretch.sizes ? *m_stretch.sizes : m_stretch.size;
+    if (tally.stepsLeft == 0 || size > limits.maxSampleSize || m_fileOffset > limits.fileSize ||
+        size > limits.fileSize - m_fileOffset)
+        return false;
+    passSample(size);
+    tally.bytes += size + m_stretch.headerBytes;
+    --tally.stepsLeft;
+    ++m_walkedSamples;
+    return true;
+}
 
 /// A kept Mp4Cursor: the boundary between two segments.
 struct CursorState
@@ -202,7 +293,7 @@ public:
     Mp4Cursor(const Mp4Cursor&) = delete;
     Mp4Cursor& operator=(const Mp4Cursor&) = delete;
 
-    CursorState save() const;
+    CursorState save();
 
     /// Null at the end.
     TrackCursor* getActiveTrack()
@@ -211,10 +302,10 @@ public:
     }
     /// Moves the active track on. At the end throws kTableReadError.
     void advance();
-    /// Walks a stretch of the active track, up to where another track goes first. The limits' time is set
-    /// here. False when the active track's next step is none of a stretch.
-    template <typename Take>
-    bool walkStretch(StretchLimits limits, Take take);
+    /// Passes samples of all tracks in their order and counts them as messages, for as long as the steps are
+    /// plain and the samples keep to the limits, as far as the tally goes. False when not even the next step
+    /// is of that kind.
+    bool walk(const WalkLimits& limits, WalkTally& tally);
     /// Chooses the active track anew, after limits or tables changed.
     void findNextSample();
     /// The segment ends where end stands.
@@ -232,7 +323,7 @@ public:
     /// Bytes of the table page over all tracks.
     std::size_t getSegSize() const;
     /// Bytes of the table entries that the cursor has passed.
-    unsigned long long getTableSizeRead() const;
+    unsigned long long getTableSizeRead();
 
     /// Calls function with every track cursor.
     template <typename Function>
@@ -249,9 +340,14 @@ private:
     static constexpr unsigned kTimeShift = 32;
     static constexpr Key kTrackMask = 0xFFFFFFFF;
 
-    Key keyOf(std::size_t track) const;
+    Key keyOf(std::size_t track) const
+    {
+        const TrackCursor& cursor = m_tracks[track];
+        return cursor.atEndOfSegment() ? kEnded : Key{cursor.getTimeMillis()} << kTimeShift | track;
+    }
     Key rivalOf(std::size_t track) const;
     void updateTrack(std::size_t track);
+    void walkOn(std::size_t track, const WalkLimits& limits, WalkTally& tally);
     void takeWinner(Key winner);
 
     long long m_index = 0;
@@ -265,163 +361,6 @@ private:
     std::size_t m_leaves = 1;
     std::vector<Key> m_tree;
 };
-
-inline unsigned TrackCursor::getSampleSize() const
-{
-    if (m_pos.inMovieBox)
-        return m_track->constantSampleSize != 0 ? m_track->constantSampleSize
-                                                : m_track->sampleSizes[m_pos.sampleNumber];
-    const TrackFragmentRun& current = run();
-    const unsigned* sizes = current.column(TrackFragmentRun::kSize);
-    return sizes ? sizes[m_pos.sampleInRun] : m_track->fragments[m_pos.fragmentIndex].header().defaultSize;
-}
-
-inline unsigned TrackCursor::getSampleFlags() const
-{
-    if (m_pos.inMovieBox)
-        return m_track->sampleFlags.isInit() ? unsigned{m_track->sampleFlags[m_pos.sampleNumber]} << 20 : 0;
-    const TrackFragmentRun& current = run();
-    const unsigned* flags = current.column(TrackFragmentRun::kFlags);
-    return flags ? flags[m_pos.sampleInRun] & kFragmentFlags
-                 : m_track->fragments[m_pos.fragmentIndex].header().defaultFlags;
-}
-
-inline bool TrackCursor::atSyncSample() const
-{
-    if (m_pos.inMovieBox)
-        return m_pos.syncIndex < m_track->syncSamples.size() &&
-               m_track->syncSamples[m_pos.syncIndex] - 1 == m_pos.sampleNumber;
-    constexpr unsigned kIsNonSyncSample = 0x10000;
-    return (getSampleFlags() & kIsNonSyncSample) == 0;
-}
-
-inline int TrackCursor::compositionOffset() const
-{
-    if (m_pos.inMovieBox)
-        return m_track->compositionOffsets.size() == 0
-                   ? 0
-                   : static_cast<int>(m_track->compositionOffsets[m_pos.compositionIndex].offset);
-    const TrackFragmentRun& current = run();
-    const unsigned* offsets = current.column(TrackFragmentRun::kCompositionOffset);
-    return offsets ? static_cast<int>(offsets[m_pos.sampleInRun]) : 0;
-}
-
-template <typename Take>
-bool TrackCursor::walkStretch(const StretchLimits& limits, Take take)
-{
-    const unsigned steps = stepsInStretch();
-    if (steps == 0)
-        return false;
-    const unsigned before = m_pos.stepCount;
-    if (m_pos.inMovieBox) {
-        const bool hasExtras =
-            m_track->compositionOffsets.size() != 0 || m_pos.syncIndex < m_track->syncSamples.size();
-        hasExtras ? walkTables<true>(steps, limits, take) : walkTables<false>(steps, limits, take);
-    } else
-        walkRun(steps, limits, take);
-    return m_pos.stepCount != before;
-}
-
-/// The tables are read past their range checks: each index is compared with what the current page holds.
-/// Extras are composition offsets and sync samples, which most tracks do not have; where tracks take turns,
-/// all that is made ready for a single step counts.
-template <bool kHasExtras, typename Take>
-void TrackCursor::walkTables(unsigned steps, const StretchLimits& limits, Take& take)
-{
-    const TableView<TimeToSample> times(m_track->timeToSample);
-    const TableView<CompositionOffset> offsets(m_track->compositionOffsets);
-    const TableView<unsigned> syncs(m_track->syncSamples);
-    const TableView<unsigned> sizes(m_track->sampleSizes);
-    const unsigned constantSize = m_track->constantSampleSize;
-    const bool oneTime = m_track->timeToSample.size() == 1;
-    const bool hasOffsets = kHasExtras && m_track->compositionOffsets.size() != 0;
-    const unsigned timescale = m_track->timescale;
-
-    TrackPosition& pos = m_pos;
-    for (bool more = true; more && steps > 0; --steps) {
-        if (!times.holds(pos.timeToSampleIndex) || (hasOffsets && !offsets.holds(pos.compositionIndex)) ||
-            (kHasExtras && pos.syncIndex < m_track->syncSamples.size() && !syncs.holds(pos.syncIndex)))
-            break;
-        const TimeToSample& time = times[pos.timeToSampleIndex];
-        const unsigned delta = time.delta < kNegativeDelta ? time.delta : 0;
-        const unsigned size = constantSize != 0 ? constantSize : sizes[pos.sampleNumber];
-        if (pos.mediaTime + delta >= m_gapStart || pos.fileOffset > limits.fileSize ||
-            size > limits.fileSize - pos.fileOffset || size > limits.maxSampleSize)
-            break;
-        more = take(size);
-
-        pos.fileOffset += size;
-        if (kHasExtras && syncs.holds(pos.syncIndex) && syncs[pos.syncIndex] - 1 == pos.sampleNumber)
-            ++pos.syncIndex;
-        pos.decodeTime += delta;
-        pos.mediaTime += delta;
-        if (!oneTime && ++pos.timeToSampleCount >= time.count) {
-            ++pos.timeToSampleIndex;
-            pos.timeToSampleCount = 0;
-        }
-        if (hasOffsets && ++pos.compositionCount >= offsets[pos.compositionIndex].count) {
-            ++pos.compositionIndex;
-            pos.compositionCount = 0;
-        }
-        ++pos.sampleNumber;
-        ++pos.sampleInChunk;
-        ++pos.stepCount;
-        m_millis = toMillis(pos.decodeTime, timescale);
-        more = more && m_millis < limits.endMillis;
-    }
-}
-
-template <typename Take>
-void TrackCursor::walkRun(unsigned steps, const StretchLimits& limits, Take& take)
-{
-    const TrackFragmentRun& current = run();
-    const TrackFragmentHeader& header = m_track->fragments[m_pos.fragmentIndex].header();
-    const unsigned* const durations = current.column(TrackFragmentRun::kDuration);
-    const unsigned* const sizes = current.column(TrackFragmentRun::kSize);
-    const unsigned timescale = m_track->timescale;
-
-    TrackPosition& pos = m_pos;
-    for (bool more = true; more && steps > 0; --steps) {
-        const unsigned delta = durations ? durations[pos.sampleInRun] : header.defaultDuration;
-        const unsigned size = sizes ? sizes[pos.sampleInRun] : header.defaultSize;
-        if (pos.mediaTime + delta >= m_gapStart || pos.fileOffset > limits.fileSize ||
-            size > limits.fileSize - pos.fileOffset || size > limits.maxSampleSize)
-            break;
-        more = take(size);
-
-        pos.fileOffset += size;
-        pos.decodeTime += delta;
-        pos.mediaTime += delta;
-        ++pos.sampleInRun;
-        ++pos.stepCount;
-        m_millis = toMillis(pos.decodeTime, timescale);
-        more = more && m_millis < limits.endMillis;
-    }
-}
-
-template <typename Take>
-bool Mp4Cursor::walkStretch(StretchLimits limits, Take take)
-{
-    if (m_active < 0)
-        return false;
-    const auto track = static_cast<std::size_t>(m_active);
-    bool more = true;
-    const auto takeOne = [&](unsigned size) { return more = take(size); };
-    // Where tracks take turns, one step is all there is.
-    limits.endMillis = 0;
-    if (!m_tracks[track].walkStretch(limits, takeOne))
-        return false;
-    updateTrack(track);
-    if (more && m_active == static_cast<int>(track)) {
-        // Where both stand at the same time, the track of the smaller number goes first.
-        const Key rival = rivalOf(track);
-        limits.endMillis =
-            rival == kEnded ? kEnded : (rival >> kTimeShift) + ((rival & kTrackMask) > track ? 1 : 0);
-        if (m_tracks[track].walkStretch(limits, takeOne))
-            updateTrack(track);
-    }
-    return true;
-}
 
 /// Calls function with the seven tables of a track.
 template <typename Function>

@@ -128,7 +128,7 @@ bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
     }
     m_standingFragments.clear();
     cursor.applyTracks(
-        [&](const TrackCursor& track) { m_standingFragments.push_back(track.position().fragmentIndex); });
+        [&](TrackCursor& track) { m_standingFragments.push_back(track.position().run.fragmentIndex); });
     return complete;
 }
 
@@ -191,7 +191,7 @@ void Mp4Data::keepFragments(const CursorState& state)
     const std::vector<TrackInfo*> tracks = m_file.getTrackVec();
     for (std::size_t i = 0; i < m_standingFragments.size(); ++i) {
         const unsigned standing = m_standingFragments[i];
-        if (standing < tracks[i]->fragments.size() && standing != state.tracks[i].fragmentIndex)
+        if (standing < tracks[i]->fragments.size() && standing != state.tracks[i].run.fragmentIndex)
             tracks[i]->fragments[standing].unload();
     }
 }

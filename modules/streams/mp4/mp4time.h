@@ -26,11 +26,35 @@ inline double toMillisExact(double time, unsigned timescale)
     return timescale == 0 ? 0 : roundToEven(1000.0 * time / timescale);
 }
 
-/// The same of a track's time; what 32 bits cannot hold becomes the largest value.
-inline unsigned toMillis(unsigned long long time, unsigned timescale)
+/// The same of a track's time; what 32 bits cannot hold becomes the largest value. Takes the timescale as a
+/// double, so that a walk does not convert it for each sample.
+inline unsigned toMillis(unsigned long long time, double timescale)
 {
-    constexpr double kMax = std::numeric_limits<unsigned>::max();
-    return static_cast<unsigned>(std::min(toMillisExact(static_cast<double>(time), timescale), kMax));
+    constexpr unsigned kMax = std::numeric_limits<unsigned>::max();
+    if (timescale == 0)
+        return 0;
+    // Small times, which nearly all are, convert faster as signed numbers.
+    const auto signedTime = static_cast<long long>(time);
+    const double units = signedTime >= 0 ? static_cast<double>(signedTime) : static_cast<double>(time);
+    const double millis = 1000.0 * units / timescale;
+    return millis < kMax ? static_cast<unsigned>(static_cast<long long>(roundToEven(millis))) : kMax;
+}
+
+/// The smallest time that is millis or later; the largest time there is when none is, as at a timescale of 0.
+inline unsigned long long firstTimeOf(unsigned long long millis, double timescale)
+{
+    constexpr unsigned long long kNever = ~0ULL;
+    if (millis == 0)
+        return 0;
+    if (timescale == 0 || millis > std::numeric_limits<unsigned>::max())
+        return kNever;
+    // A guess that rounding may have moved by a few units.
+    auto time = static_cast<unsigned long long>((static_cast<double>(millis) - 0.5) * timescale / 1000.0);
+    while (time != 0 && toMillis(time - 1, timescale) >= millis)
+        --time;
+    while (toMillis(time, timescale) < millis)
+        ++time;
+    return time;
 }
 
 /// Milliseconds from time to time + offset, each taken to the nearest integer; cut to 32 bits.

@@ -66,8 +66,7 @@ unsigned writeFilter(unsigned char* out, const char (&name)[N], unsigned paramet
 
 bool Seekable::initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& io)
 {
-    const TrackPosition& position = cursor->position();
-    if (position.sampleType == kSampleUnsupported && !cursor->isEnder())
+    if (cursor->sampleType() == kSampleUnsupported && !cursor->isEnder())
         return false;
     if (cursor->isEnder()) {
         if (cursor->isHeader())
@@ -86,13 +85,13 @@ bool Seekable::initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& i
         m_keyFrame = true;
         m_sampleFlags = cursor->getSampleFlags();
     } else {
-        m_fileOffset = position.fileOffset;
+        m_fileOffset = cursor->getFileOffset();
         m_payloadSize = cursor->getSampleSize();
         m_compositionMillis = cursor->getCompTimeMillis();
         m_keyFrame = cursor->atSyncSample();
         m_sampleFlags = cursor->getSampleFlags();
         m_headerBytes = cursor->getHeaderBytes();
-        if (position.encrypted)
+        if (cursor->isEncrypted())
             initEncryption();
     }
 
@@ -128,8 +127,8 @@ void Seekable::initCommon(const TrackCursor& cursor, long long index)
     m_time = cursor.getTimeMillis();
     m_track = &cursor.track();
     m_trackNumber = m_track->contextNumber;
-    m_descriptionIndex = cursor.position().descriptionIndex;
-    setSampleType(cursor.position().sampleType);
+    m_descriptionIndex = cursor.descriptionIndex();
+    setSampleType(cursor.sampleType());
     m_actualSize = 0;
     m_isEnder = false;
     m_encryption = kNotEncrypted;

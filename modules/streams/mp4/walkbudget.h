@@ -33,8 +33,10 @@ public:
     {
     }
 
-    /// Pays for one step of the walk. Throws kTableReadError when the walk has cost too much.
-    void charge(unsigned steps = 1)
+    /// Steps that can still be paid for.
+    unsigned long long left() const { return m_left; }
+    /// Pays for steps of the walk. Throws kTableReadError when the walk has cost too much.
+    void charge(unsigned long long steps = 1)
     {
         if (steps > m_left)
             throw krx::streams::StreamParseError(krx::streams::kTableReadError);

@@ -12,6 +12,7 @@
 #include <random>
 #include <sstream>
 #include <tuple>
+#include <type_traits>
 #include <utility>
 
 namespace krx::test {
@@ -19,30 +20,32 @@ namespace {
 
 using namespace krx::mp4;
 
-/// Walks by stretches wherever there are some, never more than three samples at a time, and by single steps
-/// beside it: both must stand at the same place whenever a stretch ends.
+/// Walks by stretches wherever there are some, of one sample and more, and by single steps beside it: both
+/// must stand at the same place whenever a stretch ends.
 void expectStretchesAreSteps(TrackInfo& track)
 {
-    constexpr StretchLimits kNoLimits{~0ULL, ~0U, ~0ULL};
+    constexpr WalkLimits kNoLimits{~0ULL, ~0U};
     TrackCursor stretched(track);
     TrackCursor single(track);
+    unsigned most = 0;
     try {
         while (!stretched.atEndOfTrack()) {
-            std::vector<unsigned> sizes;
-            const bool walked = stretched.walkStretch(kNoLimits, [&](unsigned size) {
-                sizes.push_back(size);
-                return sizes.size() < 3;
-            });
-            EXPECT_EQ(walked, !sizes.empty());
-            if (!walked) {
+            most = most % 7 + 1;
+            WalkTally tally{0, ~0ULL >> 1, most};
+            unsigned walked = stretched.walkStep(kNoLimits, tally) ? 1 : 0;
+            if (walked != 0)
+                walked += stretched.walkStretch(kNoLimits, tally, ~0ULL);
+            else
                 stretched.advance();
+            EXPECT_EQ(tally.stepsLeft, most - walked);
+            unsigned long long bytes = 0;
+            for (unsigned left = std::max(walked, 1U); left != 0; --left) {
+                const bool isSample = !single.isHeader() && !single.isEnder();
+                EXPECT_TRUE(isSample || walked == 0);
+                bytes += walked != 0 ? single.getSampleSize() + single.getHeaderBytes() : 0;
                 single.advance();
             }
-            for (const unsigned size : sizes) {
-                EXPECT_FALSE(single.isHeader() || single.isEnder());
-                EXPECT_EQ(single.getSampleSize(), size);
-                single.advance();
-            }
+            EXPECT_EQ(tally.bytes, bytes);
             ASSERT_TRUE(stretched.position() == single.position());
             ASSERT_EQ(stretched.getTimeMillis(), single.getTimeMillis());
         }
@@ -64,7 +67,7 @@ std::string steps(TrackInfo& track)
                 text << 'e';
             else {
                 const unsigned size = cursor.getSampleSize();
-                text << cursor.position().fileOffset << '+' << size;
+                text << cursor.getFileOffset() << '+' << size;
             }
             text << '@' << cursor.getTimeMillis() << ' ';
         }
@@ -128,6 +131,22 @@ TEST(Mp4Time, RoundsToTheNearestMillisecond)
     EXPECT_EQ(offsetMillis(0, std::numeric_limits<int>::max(), 1), std::numeric_limits<int>::max());
     EXPECT_EQ(offsetMillis(4294967295, 1, 1000), 0);
     EXPECT_EQ(offsetMillis(5, 5, 0), 0);
+}
+
+/// Against the milliseconds of the time itself and of the one before it, at times of all sizes.
+TEST(Mp4Time, FindsTheFirstTimeOfAMillisecond)
+{
+    constexpr auto kNever = ~0ULL;
+    std::mt19937_64 random(1);
+    for (int i = 0; i < 20'000; ++i) {
+        const auto timescale = static_cast<unsigned>(random() >> (32 + random() % 32)) + 1;
+        const auto millis = static_cast<unsigned>(random() >> (32 + random() % 32));
+        const unsigned long long time = firstTimeOf(millis, timescale);
+        ASSERT_GE(toMillis(time, timescale), millis) << timescale;
+        ASSERT_TRUE(time == 0 || toMillis(time - 1, timescale) < millis) << millis << ' ' << timescale;
+    }
+    EXPECT_EQ(firstTimeOf(1, 0), kNever);
+    EXPECT_EQ(firstTimeOf(1ULL << 32, 1000), kNever);
 }
 
 TEST(TrackCursor, WalksTheTables)
@@ -239,29 +258,10 @@ TEST(TrackCursor, WalksFragments)
 /// Moves some numbers of a position anywhere, and the rest nowhere.
 TrackPosition movedAnywhere(TrackPosition position, std::mt19937_64& random)
 {
-    constexpr unsigned TrackPosition::*kFields[] = {
-        &TrackPosition::stepCount,         &TrackPosition::descriptionIndex,
-        &TrackPosition::timeToSampleIndex, &TrackPosition::timeToSampleCount,
-        &TrackPosition::compositionIndex,  &TrackPosition::compositionCount,
-        &TrackPosition::syncIndex,         &TrackPosition::sampleToChunkIndex,
-        &TrackPosition::samplesPerChunk,   &TrackPosition::chunkIndex,
-        &TrackPosition::sampleInChunk,     &TrackPosition::sampleNumber,
-        &TrackPosition::fragmentIndex,     &TrackPosition::runIndex,
-        &TrackPosition::sampleInRun};
-    const auto anything = [&] { return random() >> random() % 64; };
-    for (unsigned TrackPosition::*field : kFields)
+    TrackPosition::visit(position, position, [&](auto& number, auto&) {
         if (random() % 3 == 0)
-            position.*field = static_cast<unsigned>(anything());
-    for (unsigned long long TrackPosition::*field :
-         {&TrackPosition::decodeTime, &TrackPosition::mediaTime, &TrackPosition::fileOffset})
-        if (random() % 2 == 0)
-            position.*field = anything();
-    position.editIndex = static_cast<int>(random() % 300) - 1;
-    position.sampleType = static_cast<SampleType>(random() % kSampleTypeCount);
-    for (bool TrackPosition::*field :
-         {&TrackPosition::typeValid, &TrackPosition::encrypted, &TrackPosition::inMovieBox,
-          &TrackPosition::headerPending, &TrackPosition::enderPending})
-        position.*field = random() % 2 == 0;
+            number = static_cast<std::decay_t<decltype(number)>>(random() >> random() % 64);
+    });
     return position;
 }
 
@@ -315,7 +315,6 @@ TEST(Boundaries, TakeNothingForTracksThatStandStill)
         ++state.index;
         TrackPosition& moving = state.tracks[i / 1000];
         moving.decodeTime += 40;
-        moving.mediaTime += 40;
         ++moving.stepCount;
         ++moving.sampleNumber;
         moving.fileOffset += 300'000;
