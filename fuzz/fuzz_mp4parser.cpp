@@ -76,7 +76,7 @@ void readFragment(krx::mp4::TrackFragment& fragment)
         const krx::mp4::TrackFragmentRun& run = fragment.getRun(r);
         using Run = krx::mp4::TrackFragmentRun;
         for (const auto field : {Run::kDuration, Run::kSize, Run::kFlags, Run::kCompositionOffset})
-            if (const unsigned* column = run.column(field))
+            if (const krx::mp4::WordColumn column = run.column(field))
                 for (unsigned i = 0; i < run.sampleCount; ++i)
                     take(column[i]);
     }

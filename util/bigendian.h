@@ -102,14 +102,4 @@ inline void storeBigEndian(unsigned char* p, unsigned long long value, unsigned 
         p[i] = static_cast<unsigned char>(value);
 }
 
-/// Turns count integers of type T at p into native byte order. Plain enough for compilers to vectorise.
-template <typename T>
-void toNativeInPlace(unsigned char* p, std::size_t count)
-{
-    for (std::size_t i = 0; i < count; ++i) {
-        const T value = loadBigEndian<T>(p + i * sizeof(T));
-        std::memcpy(p + i * sizeof(T), &value, sizeof(T));
-    }
-}
-
 }  // namespace krx::util

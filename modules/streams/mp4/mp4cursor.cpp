@@ -20,7 +20,7 @@ constexpr int kTrackCountLine = 1130;
 constexpr unsigned long long kFarTime = 1ULL << 62;
 
 /// Samples that are passed together.
-constexpr unsigned kBatch = 8;
+constexpr unsigned kBatch = 4;
 
 }  // namespace
 
@@ -136,17 +136,16 @@ unsigned TrackCursor::prepareTables()
     unsigned steps = std::min(
         {m_chunks.stretch(), m_times.stretch(), m_compositions.stretch(), m_syncs.stretch(m_sampleNumber)});
     m_stretch.size = m_track->constantSampleSize;
-    m_stretch.sizes = nullptr;
+    m_stretch.sizes = WordColumn();
     if (m_stretch.size == 0) {
         steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_sampleNumber));
-        m_stretch.sizes =
-            m_track->sampleSizes.curSegment() + (m_sampleNumber - m_track->sampleSizes.curStart());
+        m_stretch.sizes = m_track->sampleSizes.words(m_sampleNumber);
     }
     if (m_track->sampleFlags.isInit())
         steps = std::min(steps, m_track->sampleFlags.entriesFrom(m_sampleNumber));
     if (steps == 0)
         return 0;
-    m_stretch.durations = nullptr;
+    m_stretch.durations = WordColumn();
     m_stretch.duration = m_times.delta();
     return std::min(steps, m_edits.stretch(mediaTime(), m_stretch.duration));
 }
@@ -155,16 +154,16 @@ unsigned TrackCursor::prepareRun()
 {
     const TrackFragmentRun& run = m_runs.run();
     const unsigned sample = m_runs.state().sampleInRun;
-    const unsigned* const sizes = run.column(TrackFragmentRun::kSize);
-    const unsigned* const durations = run.column(TrackFragmentRun::kDuration);
-    m_stretch.sizes = sizes ? sizes + sample : nullptr;
+    m_stretch.sizes = run.column(TrackFragmentRun::kSize);
+    m_stretch.sizes.advance(sample);
     m_stretch.size = m_runs.header().defaultSize;
-    m_stretch.durations = durations ? durations + sample : nullptr;
+    m_stretch.durations = run.column(TrackFragmentRun::kDuration);
+    m_stretch.durations.advance(sample);
     m_stretch.duration = m_runs.duration();
     const unsigned steps = m_runs.stretch();
     const unsigned toGap = m_edits.stretch(mediaTime(), m_stretch.duration);
     // Durations that differ lead to a gap in as many steps as only a look at each shows.
-    return std::min(steps, durations && toGap != kAnySteps ? std::min(toGap, 1U) : toGap);
+    return std::min(steps, m_stretch.durations && toGap != kAnySteps ? std::min(toGap, 1U) : toGap);
 }
 
 unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis)
@@ -213,7 +212,7 @@ unsigned TrackCursor::passSamples(unsigned steps, const WalkLimits& limits, Walk
     unsigned passed = 0;
     if (m_stretch.sizes) {
         passed = countSizes(steps, limits.maxSampleSize, room, roomInTally, bytes);
-        m_stretch.sizes += passed;
+        m_stretch.sizes.advance(passed);
     } else if (m_stretch.size <= limits.maxSampleSize) {
         passed = steps;
         if (m_stretch.size != 0)
@@ -234,28 +233,29 @@ unsigned TrackCursor::passSamples(unsigned steps, const WalkLimits& limits, Walk
 unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long long room,
                                  unsigned long long roomInTally, unsigned long long& bytes) const
 {
-    const unsigned* const sizes = m_stretch.sizes;
+    WordColumn sizes = m_stretch.sizes;
     const unsigned headerBytes = m_stretch.headerBytes;
     unsigned passed = 0;
     unsigned long long messages = 0;
     // Samples that fit together are not looked at one by one.
-    while (steps - passed >= kBatch) {
+    for (; steps - passed >= kBatch; passed += kBatch) {
         unsigned long long batch = 0;
         for (unsigned i = 0; i < kBatch; ++i)
-            batch += sizes[passed + i];
+            batch += sizes[i];
         const unsigned long long after = messages + batch + kBatch * headerBytes;
         if (batch > maxSize || batch > room - bytes || after > roomInTally)
             break;
         bytes += batch;
         messages = after;
-        passed += kBatch;
+        sizes.advance(kBatch);
     }
     for (; passed != steps && messages <= roomInTally; ++passed) {
-        const unsigned size = sizes[passed];
+        const unsigned size = sizes[0];
         if (size > maxSize || size > room - bytes)
             break;
         bytes += size;
         messages += size + headerBytes;
+        sizes.advance(1);
     }
     return passed;
 }
@@ -263,10 +263,11 @@ unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long
 /// Moves the time, and counts the steps.
 void TrackCursor::takeSteps(unsigned steps)
 {
-    if (m_stretch.durations)
+    if (m_stretch.durations) {
         for (unsigned i = 0; i < steps; ++i)
-            m_decodeTime += *m_stretch.durations++;
-    else
+            m_decodeTime += m_stretch.durations[i];
+        m_stretch.durations.advance(steps);
+    } else
         m_decodeTime += 1ULL * steps * m_stretch.duration;
     m_stretch.left -= steps;
     m_stretch.taken += steps;
@@ -277,7 +278,7 @@ void TrackCursor::advance()
     if (atEndOfSegment())
         throwTableError();
     if (m_stretch.left != 0 || prepareStretch()) {
-        passSample(m_stretch.sizes ? *m_stretch.sizes : m_stretch.size);
+        passSample(m_stretch.sizes ? m_stretch.sizes[0] : m_stretch.size);
         return;
     }
     ++m_stepCount;

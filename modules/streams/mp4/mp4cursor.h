@@ -189,9 +189,9 @@ private:
     struct Stretch
     {
         unsigned left = 0;
-        unsigned taken = 0;                   ///< which the steppers do not know of
-        const unsigned* sizes = nullptr;      ///< of the samples that are left; null where all have the same
-        const unsigned* durations = nullptr;  ///< likewise
+        unsigned taken = 0;    ///< which the steppers do not know of
+        WordColumn sizes;      ///< of the samples that are left; none where all have the same
+        WordColumn durations;  ///< likewise
         unsigned size = 0;
         unsigned duration = 0;
         unsigned headerBytes = 0;
@@ -249,9 +249,9 @@ private:
 inline void TrackCursor::passSample(unsigned size)
 {
     m_fileOffset += size;
-    m_decodeTime += m_stretch.durations ? *m_stretch.durations++ : m_stretch.duration;
-    if (m_stretch.sizes)
-        ++m_stretch.sizes;
+    m_decodeTime += m_stretch.durations ? m_stretch.durations[0] : m_stretch.duration;
+    m_stretch.durations.advance(1);
+    m_stretch.sizes.advance(1);
     --m_stretch.left;
     ++m_stretch.taken;
     updateMillis();
@@ -261,7 +261,7 @@ inline bool TrackCursor::walkStep(const WalkLimits& limits, WalkTally& tally)
 {
     if (m_stretch.left == 0 && !prepareStretch())
         return false;
-    const unsigned size = m_stretch.sizes ? *m_stretch.sizes : m_stretch.size;
+    const unsigned size = m_stretch.sizes ? m_stretch.sizes[0] : m_stretch.size;
     if (tally.stepsLeft == 0 || size > limits.maxSampleSize || m_fileOffset > limits.fileSize ||
         size > limits.fileSize - m_fileOffset)
         return false;

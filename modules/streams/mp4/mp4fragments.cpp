@@ -3,10 +3,8 @@
 
 #include "modules/streams/mp4/mp4boxrules.h"
 #include "modules/streams/mp4/mp4fileio.h"
-#include "util/bigendian.h"
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 
 // Movie fragments. During the parse each is read once, to check it, and unloaded.
@@ -42,32 +40,6 @@ constexpr struct
                         {kSampleCompositionOffset, TrackFragmentRun::kCompositionOffset}};
 
 constexpr unsigned kFieldSize = 4;
-
-/// Takes the records of one run apart, in whatever portions they come.
-class RunDecoder
-{
-public:
-    explicit RunDecoder(TrackFragmentRun& run)
-    {
-        for (const auto& [flag, field] : kPerSampleFields)
-            if (unsigned* column = run.column(field))
-                m_columns[m_count++] = column;
-    }
-
-    void decode(const unsigned char* p, std::size_t samples)
-    {
-        for (std::size_t i = 0; i < samples; ++i, ++m_index)
-            for (unsigned column = 0; column < m_count; ++column, p += kFieldSize) {
-                unsigned* const values = m_columns[column];
-                values[m_index] = krx::util::loadBig32(p);
-            }
-    }
-
-private:
-    std::array<unsigned*, std::size(kPerSampleFields)> m_columns{};
-    unsigned m_count = 0;
-    std::size_t m_index = 0;
-};
 
 }  // namespace
 
@@ -220,14 +192,7 @@ void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
     if (recordSize != 0) {
         if (!run.allocate(fields))
             throw StreamParseError(krx::streams::kTableReadError);
-        std::array<unsigned char, 16384> records;
-        RunDecoder decoder(run);
-        for (std::size_t left = run.sampleCount; left != 0;) {
-            const std::size_t samples = std::min(left, records.size() / recordSize);
-            read(records.data(), samples * recordSize);
-            decoder.decode(records.data(), samples);
-            left -= samples;
-        }
+        read(run.records(), static_cast<unsigned long long>(run.sampleCount) * recordSize);
     }
     fragment.insertRun(std::move(run));
 }

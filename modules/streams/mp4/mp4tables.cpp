@@ -5,6 +5,7 @@
 #include "modules/streams/mp4/mp4fileio.h"
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 
 // The sample tables and the edit list of a track. A table counts as present once it has entries, so a box
@@ -16,6 +17,27 @@ namespace {
 using krx::streams::StreamParseError;
 
 constexpr unsigned kTopBit = 0x80000000U;
+
+/// The bits of count 32-bit numbers, kStride bytes from one to the next.
+template <std::size_t kStride>
+unsigned unionOf(const unsigned char* p, std::size_t count)
+{
+    unsigned bits = 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        unsigned word;
+        std::memcpy(&word, p + i * kStride, sizeof(word));
+        bits |= word;
+    }
+    return krx::util::fromBigEndian(bits);
+}
+
+unsigned largestSize(const WordColumn& sizes, unsigned count)
+{
+    unsigned largest = 0;
+    for (unsigned i = 0; i < count; ++i)
+        largest = std::max(largest, sizes[i]);
+    return largest;
+}
 
 [[noreturn]] void refuseEditList()
 {
@@ -46,11 +68,7 @@ void MP4File::parseTimeToSample(const BoxHeader& box)
     verifyUniqueBox(table.size() != 0);
     parseVersion(box);
     initTable(table, parseNumEntries(true), 8);
-    unsigned deltas = 0;
-    const TimeToSample* entries = table.curSegment();
-    for (unsigned i = 0; i < table.size(); ++i)
-        deltas |= entries[i].delta;
-    if (deltas & kTopBit)
+    if (unionOf<8>(table.at(0) + 4, table.size()) & kTopBit)
         warn(krx::streams::kInvalidSampleDuration);
 }
 
@@ -99,9 +117,10 @@ void MP4File::parseSampleSize(const BoxHeader& box)
         initTable(track.sampleSizes, track.sampleCount, 4);
         if (track.sampleCount == 0)
             return;
-        const unsigned* sizes = track.sampleSizes.curSegment();
-        for (unsigned i = 0; i < track.sampleCount; ++i)
-            largest = std::max(largest, sizes[i]);
+        // No size is larger than the bits of all together: mostly they show that none is too large.
+        largest = unionOf<4>(track.sampleSizes.at(0), track.sampleCount);
+        if (largest >= limit)
+            largest = largestSize(track.sampleSizes.words(0), track.sampleCount);
     }
     if (largest >= limit)
         throw StreamParseError(krx::streams::kInvalidSampleSize);

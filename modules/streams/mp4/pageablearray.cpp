@@ -5,7 +5,6 @@
 
 #include "modules/streams/mp4/mp4errors.h"
 #include "modules/streams/mp4/mp4fileio.h"
-#include "util/bigendian.h"
 
 #include <algorithm>
 #include <limits>
@@ -17,9 +16,8 @@ namespace {
 
 using krx::util::FilePos;
 
-/// Bytes read and brought into native order at a time, so that they are still in the processor's cache for
-/// the latter.
-constexpr std::size_t kPortion = 131072;
+/// Bytes that one read takes at most.
+constexpr std::size_t kPortion = 1U << 30;
 
 template <typename T>
 constexpr bool kMayBeStoredAs32Bits = std::is_same_v<T, unsigned long long> || std::is_same_v<T, long long>;
@@ -40,37 +38,10 @@ private:
 
 void readBytes(Mp4FileIO& io, unsigned char* dest, std::size_t n)
 {
-    if (io.Read(dest, n) == 0)
-        throw TruncatedStreamError(krx::streams::kTruncatedFile);
-}
-
-/// Reads count entries of the file at the reader's position into native records.
-template <typename T>
-void readEntries(Mp4FileIO& io, T* entries, std::size_t count)
-{
-    using Word = std::conditional_t<sizeof(T) == sizeof(unsigned long long) && std::is_integral_v<T>,
-                                    unsigned long long, unsigned>;
-    for (std::size_t done = 0; done < count;) {
-        const std::size_t part = std::min(count - done, kPortion / sizeof(T));
-        auto* bytes = reinterpret_cast<unsigned char*>(entries + done);
-        readBytes(io, bytes, part * sizeof(T));
-        if constexpr (sizeof(T) > 1)
-            krx::util::toNativeInPlace<Word>(bytes, part * sizeof(T) / sizeof(Word));
-        done += part;
-    }
-}
-
-/// The same for 64-bit entries that take 32 bits in the file.
-template <typename T>
-void readNarrowEntries(Mp4FileIO& io, T* entries, std::size_t count)
-{
-    const std::unique_ptr<unsigned char[]> narrow(
-        new unsigned char[std::min(count * sizeof(unsigned), kPortion)]);
-    for (std::size_t done = 0; done < count;) {
-        const std::size_t part = std::min(count - done, kPortion / sizeof(unsigned));
-        readBytes(io, narrow.get(), part * sizeof(unsigned));
-        for (std::size_t i = 0; i < part; ++i)
-            entries[done + i] = krx::util::loadBigEndian<unsigned>(narrow.get() + i * sizeof(unsigned));
+    for (std::size_t done = 0; done < n;) {
+        const std::size_t part = std::min(n - done, kPortion);
+        if (io.Read(dest + done, part) == 0)
+            throw TruncatedStreamError(krx::streams::kTruncatedFile);
         done += part;
     }
 }
@@ -115,25 +86,18 @@ void PageableArray<T>::load()
 {
     m_cur = nullptr;
     m_curStart = m_curEnd = 0;
-    ArrayPage<T>& page = m_pages[static_cast<std::size_t>(m_curPage)];
-    if (!page.array && page.end != page.start) {
-        const std::size_t count = page.end - page.start;
-        std::shared_ptr<T[]> array(new (std::nothrow) T[count]);
-        if (!array)
+    ArrayPage& page = m_pages[static_cast<std::size_t>(m_curPage)];
+    if (!page.bytes && page.end != page.start) {
+        const std::size_t size = static_cast<std::size_t>(page.end - page.start) * m_entrySize;
+        std::shared_ptr<unsigned char[]> bytes(new (std::nothrow) unsigned char[size]);
+        if (!bytes)
             throwTableError();
         const PositionKeeper keeper(m_io);
         m_io->Seek(m_pos + static_cast<FilePos>(page.start) * m_entrySize, Mp4FileIO::kFromStart);
-        if constexpr (kMayBeStoredAs32Bits<T>) {
-            if (m_entrySize == sizeof(unsigned))
-                readNarrowEntries(*m_io, array.get(), count);
-            else
-                readEntries(*m_io, array.get(), count);
-        } else {
-            readEntries(*m_io, array.get(), count);
-        }
-        page.array = std::move(array);
+        readBytes(*m_io, bytes.get(), size);
+        page.bytes = std::move(bytes);
     }
-    m_cur = page.array.get();
+    m_cur = page.bytes.get();
     m_curStart = page.start;
     m_curEnd = page.end;
 }
@@ -150,7 +114,7 @@ void PageableArray<T>::split(const std::vector<unsigned>& boundaries, unsigned o
         throwTableError();
     const unsigned formerStart = m_curPage < 0 ? 0 : m_pages[static_cast<std::size_t>(m_curPage)].start;
 
-    std::vector<ArrayPage<T>> pages;
+    std::vector<ArrayPage> pages;
     pages.reserve(boundaries.size() + 1);
     unsigned start = 0;
     for (const unsigned boundary : boundaries) {
@@ -160,8 +124,8 @@ void PageableArray<T>::split(const std::vector<unsigned>& boundaries, unsigned o
     pages.push_back({nullptr, start, m_size});
     m_pages = std::move(pages);
 
-    const auto holder = std::partition_point(
-        m_pages.begin(), m_pages.end(), [&](const ArrayPage<T>& page) { return page.end <= formerStart; });
+    const auto holder = std::partition_point(m_pages.begin(), m_pages.end(),
+                                             [&](const ArrayPage& page) { return page.end <= formerStart; });
     setCurPage(holder == m_pages.end() ? 0 : static_cast<std::size_t>(holder - m_pages.begin()));
 }
 
@@ -172,7 +136,7 @@ void PageableArray<T>::clearPage(std::size_t n)
         return;
     if (n >= m_pages.size())
         throwTableError();
-    m_pages[n].array.reset();
+    m_pages[n].bytes.reset();
     if (static_cast<int>(n) == m_curPage) {
         m_cur = nullptr;
         m_curStart = m_curEnd = 0;
@@ -192,7 +156,7 @@ std::size_t PageableArray<T>::getPageSize(std::size_t n) const
 template <typename T>
 void PageableArray<T>::clear()
 {
-    std::vector<ArrayPage<T>>().swap(m_pages);
+    std::vector<ArrayPage>().swap(m_pages);
     m_curPage = -1;
     m_cur = nullptr;
     m_curStart = m_curEnd = 0;
@@ -201,10 +165,10 @@ void PageableArray<T>::clear()
 template <typename T>
 std::size_t PageableArray<T>::reportMemorySize() const
 {
-    std::size_t bytes = m_pages.capacity() * sizeof(ArrayPage<T>);
-    for (const ArrayPage<T>& page : m_pages)
-        if (page.array)
-            bytes += static_cast<std::size_t>(page.end - page.start) * sizeof(T);
+    std::size_t bytes = m_pages.capacity() * sizeof(ArrayPage);
+    for (const ArrayPage& page : m_pages)
+        if (page.bytes)
+            bytes += static_cast<std::size_t>(page.end - page.start) * m_entrySize;
     return bytes;
 }
 

@@ -3,18 +3,22 @@
 
 #pragma once
 
+#include "modules/streams/mp4/wordcolumn.h"
 #include "modules/streams/streamparseerror.h"
 #include "util/SRFileUtil.h"
+#include "util/bigendian.h"
 
 #include <cstddef>
 #include <memory>
+#include <type_traits>
 #include <vector>
 
 namespace krx::mp4 {
 
 class Mp4FileIO;
 
-// Table records, as they stand in memory (native byte order).
+// Table records. Tables are kept as the file has them, in big-endian order, and an entry is made when it is
+// asked for: most are looked at once.
 
 /// An 'stts' entry. A delta with the top bit set is invalid and counts as 0.
 struct TimeToSample
@@ -38,12 +42,28 @@ struct SampleToChunk
     unsigned descriptionIndex;  ///< 1-based
 };
 
-/// A contiguous range [start, end) of a table; the array is null while the page is not loaded. Copies share
-/// it.
+/// The entry in the bytes at p; size: bytes that it takes there, 4 or 8 for a 64-bit integer, else sizeof(T).
 template <typename T>
+T loadEntry(const unsigned char* p, [[maybe_unused]] unsigned size)
+{
+    using krx::util::loadBig32;
+    if constexpr (sizeof(T) == 1)
+        return *p;
+    else if constexpr (std::is_same_v<T, unsigned>)
+        return loadBig32(p);
+    else if constexpr (std::is_integral_v<T>)
+        return static_cast<T>(size == sizeof(unsigned) ? loadBig32(p) : krx::util::loadBig64(p));
+    else if constexpr (std::is_same_v<T, SampleToChunk>)
+        return {loadBig32(p), loadBig32(p + 4), loadBig32(p + 8)};
+    else
+        return {loadBig32(p), loadBig32(p + 4)};
+}
+
+/// A contiguous range [start, end) of a table; the bytes are null while the page is not loaded. Copies share
+/// them.
 struct ArrayPage
 {
-    std::shared_ptr<T[]> array;
+    std::shared_ptr<unsigned char[]> bytes;
     unsigned start = 0;
     unsigned end = 0;
 };
@@ -71,21 +91,26 @@ public:
     /// Releases the page's array; it is loaded again when next made current. Nothing when not initialised.
     void clearPage(std::size_t n);
     std::size_t pageCount() const { return m_pages.size(); }
-    /// Bytes that page n takes in memory when it is loaded; 0 when not initialised.
+    /// Bytes of the entries of page n, each taken as a T; 0 when not initialised.
     std::size_t getPageSize(std::size_t n) const;
     /// Releases all pages: no entry is at hand and no page can be made current until the table is split or
     /// initialised anew. It keeps its size and stays initialised.
     void clear();
 
     /// Entry i, which must lie in the current page.
-    const T& operator[](unsigned i) const
+    T operator[](unsigned i) const
     {
         if (i < m_curStart || i >= m_curEnd)
             throwTableError();
-        return m_cur[i - m_curStart];
+        return loadEntry<T>(at(i), m_entrySize);
     }
-    /// The current page's array, or null.
-    const T* curSegment() const { return m_cur; }
+    /// The bytes of entry i, which the current page holds, and of those after it; null without a page.
+    const unsigned char* at(unsigned i) const
+    {
+        return m_cur ? m_cur + static_cast<std::size_t>(i - m_curStart) * m_entrySize : nullptr;
+    }
+    /// From entry i on the words at the offset in each entry.
+    WordColumn words(unsigned i, unsigned offset = 0) const { return {at(i) + offset, m_entrySize}; }
     unsigned curStart() const { return m_curStart; }
     unsigned curEnd() const { return m_curEnd; }
     /// How many entries the current page holds from entry i on.
@@ -100,35 +125,15 @@ private:
 
     Mp4FileIO* m_io = nullptr;
     unsigned m_size = 0;
-    std::vector<ArrayPage<T>> m_pages;
+    std::vector<ArrayPage> m_pages;
     int m_curPage = -1;
     krx::util::FilePos m_pos = 0;
     unsigned m_entrySize = 0;
 
     // The loaded current page, for quick access; an empty range when there is none.
-    const T* m_cur = nullptr;
+    const unsigned char* m_cur = nullptr;
     unsigned m_curStart = 0;
     unsigned m_curEnd = 0;
-};
-
-/// The current page of a table for a loop that checks by itself. Of no use once another page is current.
-template <typename T>
-class TableView
-{
-public:
-    explicit TableView(const PageableArray<T>& table)
-        : m_first(table.curSegment()), m_start(table.curStart()), m_count(table.curEnd() - table.curStart())
-    {
-    }
-
-    bool holds(unsigned i) const { return i - m_start < m_count; }
-    /// Entry i, which the page holds.
-    const T& operator[](unsigned i) const { return m_first[i - m_start]; }
-
-private:
-    const T* m_first;
-    unsigned m_start;
-    unsigned m_count;
 };
 
 }  // namespace krx::mp4

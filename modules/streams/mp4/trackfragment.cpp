@@ -20,9 +20,9 @@ constexpr int kNoParserLine = 202;
 bool TrackFragmentRun::allocate(unsigned fields) noexcept
 {
     m_fields = fields;
-    const std::size_t count = static_cast<std::size_t>(std::popcount(fields)) * sampleCount;
+    const std::size_t size = static_cast<std::size_t>(recordSize()) * sampleCount;
     try {
-        m_columns = count == 0 ? nullptr : std::make_shared_for_overwrite<unsigned[]>(count);
+        m_records = size == 0 ? nullptr : std::make_shared_for_overwrite<unsigned char[]>(size);
     } catch (const std::bad_alloc&) {
         return false;
     }
@@ -31,9 +31,8 @@ bool TrackFragmentRun::allocate(unsigned fields) noexcept
 
 std::size_t TrackFragmentRun::memorySize(unsigned sampleCount, unsigned fields)
 {
-    const std::size_t columns = static_cast<std::size_t>(std::popcount(fields)) * sampleCount;
-    return kDequeElement<TrackFragmentRun> +
-           (columns == 0 ? 0 : columns * sizeof(unsigned) + 2 * kBlockOverhead);
+    const std::size_t words = static_cast<std::size_t>(kCounts[fields]) * sampleCount;
+    return kDequeElement<TrackFragmentRun> + (words == 0 ? 0 : words * kFieldSize + 2 * kBlockOverhead);
 }
 
 TrackFragment::TrackFragment(const TrackFragment& other)

@@ -5,8 +5,8 @@
 
 #include "modules/streams/mp4/boxheader.h"
 #include "modules/streams/mp4/memorybudget.h"
+#include "modules/streams/mp4/wordcolumn.h"
 
-#include <bit>
 #include <cstddef>
 #include <deque>
 #include <memory>
@@ -31,29 +31,29 @@ public:
     int dataOffset = 0;
     unsigned sampleCount = 0;
 
-    /// Makes room for sampleCount samples of the fields given (Field bits); false when there is no memory.
+    /// Makes room for sampleCount samples with the fields given (Field bits); false when there is no memory.
     bool allocate(unsigned fields) noexcept;
-    /// The field of each sample; null when the run does not have it. Composition offsets are signed.
-    const unsigned* column(Field field) const
+    /// The samples' fields, as the file has them: a record per sample with its fields in big-endian order.
+    unsigned char* records() { return m_records.get(); }
+    /// Bytes of a record.
+    unsigned recordSize() const { return kCounts[m_fields] * kFieldSize; }
+    /// The field of each sample; none when the run does not have it. Composition offsets are signed.
+    WordColumn column(Field field) const
     {
-        return (m_fields & field) != 0 ? m_columns.get() + columnStart(field) : nullptr;
-    }
-    unsigned* column(Field field)
-    {
-        return (m_fields & field) != 0 ? m_columns.get() + columnStart(field) : nullptr;
+        const unsigned offset = kCounts[m_fields & (field - 1U)] * kFieldSize;
+        return (m_fields & field) != 0 ? WordColumn(m_records.get() + offset, recordSize()) : WordColumn();
     }
     /// Bytes that a run of so many samples and fields takes in a fragment.
     static std::size_t memorySize(unsigned sampleCount, unsigned fields);
     std::size_t reportMemorySize() const { return memorySize(sampleCount, m_fields); }
 
 private:
-    std::size_t columnStart(Field field) const
-    {
-        return static_cast<std::size_t>(std::popcount(m_fields & (field - 1U))) * sampleCount;
-    }
+    static constexpr unsigned kFieldSize = 4;
+    /// Number of fields by their bits.
+    static constexpr unsigned kCounts[] = {0, 1, 1, 2, 1, 2, 2, 3, 1, 2, 2, 3, 2, 3, 3, 4};
 
     unsigned m_fields = 0;
-    std::shared_ptr<unsigned[]> m_columns;  ///< one after the other
+    std::shared_ptr<unsigned char[]> m_records;
 };
 
 /// What the header of a fragment says, with the defaults of its track.

@@ -186,7 +186,7 @@ TEST(PageableArray, Pages)
     const PageableArray<unsigned> copy = table;
     table.clearPage(3);
     EXPECT_THROW((void)table[3], streams::StreamParseError);
-    EXPECT_EQ(table.curSegment(), nullptr);
+    EXPECT_EQ(table.at(4), nullptr);
     EXPECT_EQ(copy[7], 7U);
     table.setCurPage(3);
     EXPECT_EQ(table[7], 7U);

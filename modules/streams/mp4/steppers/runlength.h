@@ -48,9 +48,9 @@ public:
     void restore(const State& state) { m_state = state; }
 
     /// Of the current sample. Throws kTableReadError when it is not at hand.
-    const Entry& entry() const { return (*m_table)[m_state.index]; }
+    Entry entry() const { return (*m_table)[m_state.index]; }
     /// The samples that have the current entry, from the current one on; 0 when the entry is not at hand.
-    unsigned entryStretch() const { return isAtHand() ? left(entry()) : 0; }
+    unsigned entryStretch() const { return isAtHand() ? left(entry().count) : 0; }
 
     void step()
     {
@@ -61,13 +61,19 @@ public:
     {
         // Each entry serves at least one sample.
         const unsigned held = m_table->entriesFrom(m_state.index);
-        return held == 0 ? 0 : std::max(left(entry()), held);
+        return held == 0 ? 0 : std::max(left(entry().count), held);
     }
     void skip(unsigned steps)
     {
-        const Entry* entry = m_table->curSegment() + (m_state.index - m_table->curStart());
-        for (; steps != 0; ++entry) {
-            const unsigned here = left(*entry);
+        const unsigned char* at = m_table->at(m_state.index);
+        while (steps != 0) {
+            if (steps >= kBatch && m_state.used == 0 && eachServesOne(at)) {
+                steps -= kBatch;
+                m_state.index += kBatch;
+                at += kBatch * sizeof(Entry);
+                continue;
+            }
+            const unsigned here = left(krx::util::loadBig32(at));
             if (steps < here) {
                 m_state.used += steps;
                 return;
@@ -75,15 +81,23 @@ public:
             steps -= here;
             ++m_state.index;
             m_state.used = 0;
+            at += sizeof(Entry);
         }
     }
 
 private:
     bool isAtHand() const { return m_table->entriesFrom(m_state.index) != 0; }
-    unsigned left(const Entry& entry) const
+    /// Whether that is so of the next kBatch entries: many tables have an entry for each sample.
+    static bool eachServesOne(const unsigned char* at)
     {
-        return entry.count > m_state.used ? entry.count - m_state.used : 1;
+        unsigned counts = 0;
+        for (unsigned i = 0; i < kBatch; ++i)
+            counts |= krx::util::loadBig32(at + i * sizeof(Entry));
+        return counts <= 1;
     }
+    unsigned left(unsigned count) const { return count > m_state.used ? count - m_state.used : 1; }
+
+    static constexpr unsigned kBatch = 4;
 
     const PageableArray<Entry>* m_table;
     State m_state;

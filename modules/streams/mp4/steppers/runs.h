@@ -87,7 +87,7 @@ private:
     void takeRun() const;
     unsigned valueOf(TrackFragmentRun::Field field, unsigned otherwise) const
     {
-        const unsigned* values = run().column(field);
+        const WordColumn values = run().column(field);
         return values ? values[m_state.sampleInRun] : otherwise;
     }
 
