@@ -34,17 +34,18 @@ unsigned char* putStep(unsigned char* out, Number from, Number to)
     return putNumber(out, step << 1 ^ (0 - (step >> 63)));
 }
 
-/// The distance to the track from the one written before, which numbers of its position have changed, and the
-/// steps of these.
-void putPosition(std::vector<unsigned char>& out, unsigned long long distance, const TrackPosition& to,
+/// Appends the distance to the track from the one written before, which numbers of its position have changed,
+/// and the steps of these. False, and nothing is appended, when none has.
+bool putPosition(std::vector<unsigned char>& out, unsigned long long distance, const TrackPosition& to,
                  TrackPosition& from)
 {
     constexpr std::size_t kFields = 25;
-    std::array<unsigned char, (kFields + 2) * kMaxNumber> steps;
-    constexpr std::size_t kStepsStart = 2 * kMaxNumber;
+    constexpr std::size_t kHead = 2 * kMaxNumber;
+    std::array<unsigned char, kHead + kFields * kMaxNumber> bytes;
+    unsigned char* const steps = bytes.data() + kHead;
+    unsigned char* end = steps;
     unsigned changed = 0;
     unsigned bit = 1;
-    unsigned char* end = steps.data() + kStepsStart;
     TrackPosition::visit(to, from, [&](const auto& number, auto& former) {
         if (number != former) {
             changed |= bit;
@@ -53,9 +54,13 @@ void putPosition(std::vector<unsigned char>& out, unsigned long long distance, c
         }
         bit <<= 1;
     });
-    unsigned char* headEnd = putNumber(putNumber(steps.data(), distance), changed);
-    out.insert(out.end(), steps.data(), headEnd);
-    out.insert(out.end(), steps.data() + kStepsStart, end);
+    if (changed == 0)
+        return false;
+    // Known only now, the head is moved up to what it stands in front of.
+    std::array<unsigned char, kHead> head;
+    unsigned char* const headEnd = putNumber(putNumber(head.data(), distance), changed);
+    out.insert(out.end(), std::copy_backward(head.data(), headEnd, steps), end);
+    return true;
 }
 
 }  // namespace
@@ -135,11 +140,8 @@ std::size_t BoundaryList::append(const CursorState& state)
     m_open.insert(m_open.end(), head.data(), end);
     std::size_t written = 0;
     for (std::size_t i = 0; i < state.tracks.size(); ++i) {
-        const TrackPosition& position = state.tracks[i];
-        if (position == m_last.tracks[i])
-            continue;
-        putPosition(m_open, i + 1 - written, position, m_last.tracks[i]);
-        written = i + 1;
+        if (putPosition(m_open, i + 1 - written, state.tracks[i], m_last.tracks[i]))
+            written = i + 1;
     }
     m_open.push_back(0);
     ++m_size;

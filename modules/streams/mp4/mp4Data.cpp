@@ -148,7 +148,8 @@ std::vector<std::size_t> Mp4Data::buildSegments()
     WalkBudget budget(m_fileSize);
     ContextCache contexts(*this);
     Mp4Cursor cursor(m_file);
-    appendBoundary(cursor);
+    CursorState state;
+    appendBoundary(cursor, state);
 
     // Also where an error leaves the walk: how far it came is kept, and fragments that it has not walked to
     // their end are released.
@@ -200,7 +201,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
                 splitPoints.push_back(m_boundaries.size());
                 splitTableBytes = tableBytes;
             }
-            appendBoundary(cursor);
+            appendBoundary(cursor, state);
             tally.bytes = 0;
         }
     }
@@ -210,7 +211,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
     if (cursor.getIndex() == 0)
         throw NoTracksError(krx::streams::kNoValidTracks);
     if (cursor.getIndex() > m_boundaries.back().index)
-        appendBoundary(cursor);
+        appendBoundary(cursor, state);
     return splitPoints;
 }
 
@@ -224,9 +225,11 @@ void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, Context
     contexts.cacheContextMessage(message);
 }
 
-void Mp4Data::appendBoundary(Mp4Cursor& cursor)
+/// state takes what the cursor saves; it is the same each time, so that its memory is used again.
+void Mp4Data::appendBoundary(Mp4Cursor& cursor, CursorState& state)
 {
-    m_file.memory().charge(m_boundaries.append(cursor.save()));
+    cursor.save(state);
+    m_file.memory().charge(m_boundaries.append(state));
 }
 
 /// Cuts the tables of each track where the boundaries of the split points stand in them.

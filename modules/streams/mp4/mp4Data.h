@@ -111,7 +111,7 @@ private:
     // Cutting (mp4Data.cpp).
     StreamLoadStatus updateStatus(StreamLoadStatus status) const;
     std::vector<std::size_t> buildSegments();
-    void appendBoundary(Mp4Cursor& cursor);
+    void appendBoundary(Mp4Cursor& cursor, CursorState& state);
     void cacheTrackEnder(const TrackCursor& track, long long index, ContextCache& contexts);
     void splitTables(const std::vector<std::size_t>& splitPoints);
     void releaseTables();

@@ -87,13 +87,29 @@ void TrackCursor::restore(const TrackPosition& position)
     m_description = position.description;
 }
 
-TrackPosition TrackCursor::position()
+void TrackCursor::savePosition(TrackPosition& position)
 {
     settle();
-    return {m_decodeTime,           m_delay,         m_fileOffset,     m_stepCount,
-            m_sampleNumber,         m_inMovieBox,    m_chunks.state(), m_times.state(),
-            m_compositions.state(), m_syncs.state(), m_runs.state(),   m_edits.state(),
-            m_description};
+    position.decodeTime = m_decodeTime;
+    position.delay = m_delay;
+    position.fileOffset = m_fileOffset;
+    position.stepCount = m_stepCount;
+    position.sampleNumber = m_sampleNumber;
+    position.inMovieBox = m_inMovieBox;
+    position.chunk = m_chunks.state();
+    position.time = m_times.state();
+    position.composition = m_compositions.state();
+    position.sync = m_syncs.state();
+    position.run = m_runs.state();
+    position.edit = m_edits.state();
+    position.description = m_description;
+}
+
+TrackPosition TrackCursor::position()
+{
+    TrackPosition position;
+    savePosition(position);
+    return position;
 }
 
 /// Brings the steppers to where offset and time are.
@@ -511,12 +527,20 @@ Mp4Cursor::Mp4Cursor(MP4File& file, const CursorState& state)
     findNextSample();
 }
 
+void Mp4Cursor::save(CursorState& state)
+{
+    state.index = m_index;
+    state.time = m_time;
+    state.tablePage = m_tablePage;
+    state.tracks.resize(m_tracks.size());
+    for (std::size_t i = 0; i < m_tracks.size(); ++i)
+        m_tracks[i].savePosition(state.tracks[i]);
+}
+
 CursorState Mp4Cursor::save()
 {
-    CursorState state{m_index, m_time, m_tablePage, {}};
-    state.tracks.reserve(m_tracks.size());
-    for (TrackCursor& track : m_tracks)
-        state.tracks.push_back(track.position());
+    CursorState state;
+    save(state);
     return state;
 }
 

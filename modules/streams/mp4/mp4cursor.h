@@ -121,6 +121,7 @@ public:
 
     TrackInfo& track() const { return *m_track; }
     TrackPosition position();
+    void savePosition(TrackPosition& position);
     bool isHeader() const { return m_description.headerPending; }
     bool isEnder() const { return m_description.enderPending; }
     SampleType sampleType() const { return m_description.sampleType; }
@@ -294,6 +295,8 @@ public:
     Mp4Cursor& operator=(const Mp4Cursor&) = delete;
 
     CursorState save();
+    /// The same into a state that is kept, whose memory is used again.
+    void save(CursorState& state);
 
     /// Null at the end.
     TrackCursor* getActiveTrack()
