@@ -21,8 +21,6 @@
 #include <regex>
 #include <set>
 #include <string>
-#include <system_error>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -144,60 +142,6 @@ TEST(Faults, EverySampleShowsItsNumber)
             EXPECT_TRUE(isShown) << name << ": " << report;
         }
     }
-}
-
-/// All inputs below the directory: files, and folders with a recorded stream.
-std::vector<std::string> inputsIn(const std::string& directory)
-{
-    std::vector<std::string> inputs;
-    for (const fs::directory_entry& entry : fs::recursive_directory_iterator(directory)) {
-        std::error_code none;
-        if (!entry.is_directory(none) || fs::exists(entry.path() / "index"))
-            inputs.push_back(entry.path().string());
-    }
-    return inputs;
-}
-
-/// The number that rejects the input; 0 when it passes, -1 when its line has none.
-int verdict(const std::string& input, krx::streams::LogLevel_t level)
-{
-    krx::test::ReportCapture capture;
-    VideoValidationJob job;
-    job.parameters.logLevel = level;
-    job.files = {input};
-    if (job.validateAllFiles() == 0)
-        return 0;
-    const std::string report = capture.text();
-    const std::size_t line = report.rfind("\tError:\t-");
-    return line == std::string::npos ? -1 : numberOf(report.substr(line + 9));
-}
-
-TEST(Faults, WhatIsShownChangesNoVerdict)
-{
-    const TempDir dir;
-    krx::test::writeSamples(dir.makeDir("samples").toMultiByte().c_str());
-    for (const auto& [kind, extension] : {std::pair("zmv", ".zmv"), std::pair("mp4parser", ".mp4")}) {
-        dir.makeDir(std::string("seeds/") + kind);
-        for (const fs::directory_entry& seed :
-             fs::directory_iterator(PROJECT_DIR "/fuzz/seeds/" + std::string(kind))) {
-            std::ifstream in(seed.path(), std::ios::binary);
-            in.get();  // the fuzzer's options
-            dir.write("seeds/" + std::string(kind) + '/' + seed.path().filename().string() + extension,
-                      std::string(std::istreambuf_iterator<char>(in), {}));
-        }
-    }
-    dir.makeDir("traced/logs");
-    const std::vector<std::string> inputs = inputsIn(dir.path());
-    EXPECT_GT(inputs.size(), 150U);
-    const fs::path before = fs::current_path();
-    for (const std::string& input : inputs) {
-        const int expected = verdict(input, krx::streams::LOG_ERROR);
-        EXPECT_EQ(verdict(input, krx::streams::LOG_WARNING), expected) << input;
-        fs::current_path(dir.bytes("traced"));
-        EXPECT_EQ(verdict(input, krx::streams::LOG_INFO), expected) << input;
-        fs::current_path(before);
-    }
-    EXPECT_TRUE(fs::exists(dir.bytes("traced/logs/cmdParsingLog.log")));
 }
 
 TEST(Faults, PageHasEveryNumber)

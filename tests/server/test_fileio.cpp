@@ -4,7 +4,6 @@
 #include "server/KRXASyncFileIo.h"
 #include "server/KRXSyncFileIo.h"
 #include "tests/support/assertrecorder.h"
-#include "tests/support/failingallocations.h"
 #include "tests/support/tempdir.h"
 #include "util/SRThreadPool.h"
 
@@ -17,7 +16,6 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 #include <vector>
 
 using krx::test::AssertRecorder;
@@ -176,37 +174,6 @@ TEST(FileIo, KnowsDirectories)
         EXPECT_EQ(io->remove(dir.file("a/b/c"), IKrxFileAdaptor::kRemoveEmptyDir, true), 0);
         EXPECT_EQ(io->remove(dir.file("a"), IKrxFileAdaptor::kRemoveDirRecursive, true), 0);
         EXPECT_LT(io->stat(dir.file("a"), &st, IKrxFileIo::kAny), 0);
-    }
-}
-
-TEST(FileIo, FailsWithoutMemory)
-{
-    Ways ways;
-    const TempDir dir;
-    const SRString file = dir.write("file", "");
-    const SRString made = dir.file("made/dir");
-    const SRString pattern = dir.file("f*");
-    for (IKrxFileIo* io : {ways.all[0], ways.all[1]}) {
-        bool thrown = false;
-        bool done = false;
-        const auto callAll = [&] {
-            std::vector<SRString> names;
-            struct stat64 st;
-            int fd = -1;
-            try {
-                fd = io->open(file, O_RDONLY, 0, &st);
-                done = fd >= 0 && io->stat(file, &st, IKrxFileIo::kFile) == 0 && io->createDir(made) == 0 &&
-                       io->remove(made, IKrxFileAdaptor::kRemoveDirRecursive, true) == 0 &&
-                       io->readDir(pattern, names) == 0 && names.size() == 1;
-            } catch (...) {
-                thrown = true;
-            }
-            ::close(fd);
-        };
-        krx::test::withEachAllocationFailing(callAll, [&](unsigned failed) {
-            EXPECT_FALSE(thrown) << failed;
-            EXPECT_TRUE(done || failed != 0);
-        });
     }
 }
 

@@ -303,21 +303,6 @@ TEST(Circles, AreReadShownWrittenAndFreed)
     }
 }
 
-TEST(Circles, LeaveNoLeakWhenReadingBreaksOff)
-{
-    for (const char* bytes : {"03 0001 'a' 07 0000 0E", "03 0001 'a' 07 0000 0001 'b' 02 FFFF",
-                              "11 0A 0B 01 03 'a' 0A 00 05 'b' 06 FF", "0A 00000003 07 0000 07 0000 0E"})
-    {
-        Reader lenient(hexText(bytes));
-        Reader strict(hexText(bytes), true);
-        EXPECT_THROW(strict.get(), SRBreakConnection);
-        try {
-            lenient.get();
-        } catch (const SRBreakConnection&) {
-        }
-    }
-}
-
 TEST(Circles, OfEcmaArraysCannotBeWritten)
 {
     const SRData first = makeArray(kArrayType);

@@ -30,30 +30,6 @@ std::string messageOf(Call call)
     return "";
 }
 
-TEST(AutoFileLoad, GivesTheWholeFile)
-{
-    test::MemoryFileIo io("0123456789");
-    for (const unsigned maxRead : {100U, 3U}) {
-        io.maxRead = maxRead;
-        AutoFileLoad load(SRString(L"f"), &io);
-        EXPECT_EQ(textOf(load.getBuffer()), "0123456789");
-        char part[20] = {};
-        load.read(part, 4);
-        EXPECT_STREQ(part, "0123");
-        EXPECT_EQ(load.remaining(), 6U);
-        EXPECT_EQ(load.readU16(), 0x3435);
-        EXPECT_EQ(messageOf([&] { load.read(part, 5); }), "Failed to read file buffer, bytesRead = 4");
-        EXPECT_STREQ(part, "6789");
-        EXPECT_EQ(load.remaining(), 0U);
-    }
-
-    io.bytes().clear();
-    AutoFileLoad empty(SRString(L"f"), &io);
-    EXPECT_EQ(empty.getBuffer().length(), 0U);
-    EXPECT_EQ(messageOf([&] { empty.readU8(); }), "Failed to read file buffer, bytesRead = 0");
-    EXPECT_FALSE(io.isOpen());
-}
-
 TEST(AutoFileLoad, MeasuresByWhatIsReallyThere)
 {
     test::MemoryFileIo io("abc");

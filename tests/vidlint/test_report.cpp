@@ -33,33 +33,6 @@ TEST(Report, TextPassesThroughTheBufferUnchanged)
     EXPECT_EQ(out, expected + "-9223372036854775808\t4294967295\t4294967295\tENCRYPTED UNKNOWN\n");
 }
 
-TEST(Report, StaysSilentAfterAFailureAndAfterSilence)
-{
-    int calls = 0;
-    ReportWriter writer([&](std::string_view) {
-        ++calls;
-        return false;
-    });
-    writer.write("a");
-    writer.flush();
-    writer.write(std::string(100000, 'b'));
-    writer.flush();
-    EXPECT_EQ(calls, 1);
-
-    std::string out;
-    writer.setSink([&](std::string_view text) {
-        out += text;
-        return true;
-    });
-    writer.write("heard");
-    writer.flush();
-    writer.write("pending");
-    writer.silence();
-    writer.write("late");
-    writer.flush();
-    EXPECT_EQ(out, "heard");
-}
-
 TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
 {
     const struct

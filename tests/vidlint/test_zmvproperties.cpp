@@ -18,43 +18,13 @@
 
 namespace {
 
-using krx::test::Amf;
 using krx::test::RepairRules;
-using krx::test::ZmvBuilder;
 using krx::test::ZmvGenerator;
 
 unsigned long setting(const char* name, unsigned long usual)
 {
     const char* const value = std::getenv(name);
     return value ? std::strtoul(value, nullptr, 10) : usual;
-}
-
-TEST(ZmvProperties, LittleThatMeansMuch)
-{
-    // In the listing the second property has 18 MB, for which no string has room.
-    Amf text = Amf().string("onMetaData").object().name("a").object();
-    for (int i = 0; i < 9; ++i)
-        text.name("t").string(std::string(64000, 't'));
-    text.end().name("b").object();
-    for (int i = 0; i < 31; ++i)
-        text.name("a").reference(1);
-    text.end().name("duration").number(0).name("canSeekToEnd").boolean(true).end();
-    // Values that double 40 times, and the same in front of one that cannot be read.
-    Amf doubled = Amf().string("onMetaData").object().name("a").object().end();
-    for (std::uint16_t i = 1; i <= 40; ++i)
-        doubled.name("b").object().name("c").reference(i).name("d").reference(i).end();
-    Amf unreadable = doubled.end();
-    unreadable.raw("\x0E");
-
-    RepairRules rules;
-    for (const Amf& amf : {text, doubled, unreadable}) {
-        krx::streams::VideoValidationParameters parameters;
-        for (const bool repairs : {false, true}) {
-            parameters.fixMetaData = repairs;
-            EXPECT_EQ(rules.broken(ZmvBuilder(0).data(0, amf).bytes(), parameters), "") << amf.bytes().size();
-        }
-    }
-    EXPECT_EQ(rules.copies, 2U);
 }
 
 TEST(ZmvProperties, DamagedFiles)

@@ -76,17 +76,4 @@ TEST(ZmvReader, GivesTheBytesWhereverTheWindowEnds)
     }
 }
 
-TEST(ZmvReader, ReportsReadsThatFailAndFilesThatShrink)
-{
-    MemoryFileIo io(pattern(2 * kWindow));
-    io.failReadsFrom(2);
-    EXPECT_EQ(faultOf([&] { ZmvReader(io, SRString(L"in")).pass(2 * kWindow); }),
-              krx::streams::kFileReadError);
-    EXPECT_FALSE(io.isOpen());
-    MemoryFileIo shrunk(pattern(2 * kWindow));
-    shrunk.pretendedSize = 3 * static_cast<long long>(kWindow);
-    EXPECT_EQ(faultOf([&] { ZmvReader(shrunk, SRString(L"in")).pass(3 * kWindow); }),
-              krx::streams::kFileReadError);
-}
-
 }  // namespace
