@@ -23,10 +23,10 @@
 #include <string>
 #include <vector>
 
+namespace krx::test {
 namespace {
 
 namespace fs = std::filesystem;
-using krx::test::TempDir;
 
 /// Files with their content and links with their target, by relative path.
 std::map<std::string, std::string> treeOf(const fs::path& root)
@@ -90,7 +90,7 @@ std::map<int, Section> pageSections()
 TEST(Samples, AreWhatTheBuilderMakes)
 {
     const TempDir made;
-    krx::test::writeSamples(made.path());
+    writeSamples(made.path());
     auto committed = treeOf(SAMPLES_DIR);
     for (const char* text : {"README.md", "expected.txt"})
         committed.erase(text);
@@ -109,13 +109,13 @@ std::set<int> mp4Findings(const std::string& path)
 {
     std::set<int> findings;
     SimpleKrxSyncFileIo io;
-    krx::mp4::Mp4Data data(SRMBString(path.c_str()), nullptr, &io, 0, {});
+    mp4::Mp4Data data(SRMBString(path.c_str()), nullptr, &io, 0, {});
     data.getFile().setWarningObserver(
-        [&](const krx::streams::StreamParseError& warning) { findings.insert(warning.getStatus()); });
-    const krx::mp4::AutoMp4Open open(data.getFileIO());
+        [&](const streams::StreamParseError& warning) { findings.insert(warning.getStatus()); });
+    const mp4::AutoMp4Open open(data.getFileIO());
     try {
-        data.subInitPlayback(krx::mp4::kFirstLoad);
-    } catch (const krx::streams::StreamParseError& error) {
+        data.subInitPlayback(mp4::kFirstLoad);
+    } catch (const streams::StreamParseError& error) {
         findings.insert(error.getStatus());
     }
     return findings;
@@ -124,18 +124,18 @@ std::set<int> mp4Findings(const std::string& path)
 TEST(Faults, EverySampleShowsItsNumber)
 {
     const TempDir dir;
-    krx::test::writeSamples(dir.path());
+    writeSamples(dir.path());
     for (const std::string& name : faultSamples()) {
         const int number = numberOf(name);
         const std::string path = dir.bytes("faults/" + name);
-        krx::test::ReportCapture capture;
+        ReportCapture capture;
         VideoValidationJob job;
-        job.parameters = krx::test::parametersFor("w");
+        job.parameters = parametersFor("w");
         job.files = {path};
         (void)job.validateAllFiles();
         const std::string report = capture.text();
         const bool isShown = report.find("\t-" + std::to_string(number) + "\t") != std::string::npos;
-        if (fs::path(name).extension() == ".mp4" && number >= krx::streams::kMetadataDuration) {
+        if (fs::path(name).extension() == ".mp4" && number >= streams::kMetadataDuration) {
             EXPECT_EQ(mp4Findings(path).count(number), 1U) << name;
             EXPECT_TRUE(isShown || report.find("\t-") == std::string::npos) << report;
         } else {
@@ -152,7 +152,7 @@ TEST(Faults, PageHasEveryNumber)
         samples[numberOf(name)].insert(name);
 
     static const std::regex link("\\(\\.\\./samples/faults/([^)]+)\\)");
-    for (auto entry = krx::streams::catalogueBegin(); entry != krx::streams::catalogueEnd(); ++entry) {
+    for (auto entry = streams::catalogueBegin(); entry != streams::catalogueEnd(); ++entry) {
         const int number = entry->status;
         SCOPED_TRACE(number);
         Section& section = sections[number];
@@ -176,3 +176,4 @@ TEST(Faults, PageHasEveryNumber)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -24,9 +24,8 @@
 #include <sys/wait.h>
 #include <vector>
 
+namespace krx::test {
 namespace {
-
-using krx::test::TempDir;
 
 constexpr std::string_view kPrompt = "$ ";
 
@@ -89,7 +88,7 @@ TEST_P(Transcript, PrintsWhatIsExpected)
     ASSERT_FALSE(expected.empty()) << path;
 
     const TempDir dir;
-    krx::test::writeSamples(dir.bytes("work"));
+    writeSamples(dir.bytes("work"));
     std::filesystem::copy(ENCODED_DIR, dir.bytes("work/encoded"));
 
     std::string actual;
@@ -112,3 +111,4 @@ INSTANTIATE_TEST_SUITE_P(Cli, Transcript,
                          [](const auto& transcript) { return std::string(transcript.param); });
 
 }  // namespace
+}  // namespace krx::test

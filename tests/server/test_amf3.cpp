@@ -11,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 // A value as AMF3 writes it: the only entry, "a", of an array.
@@ -235,3 +234,4 @@ TEST(Amf3, WritesReferencesHoweverManyThereAre)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -11,8 +11,7 @@
 #include <string>
 #include <vector>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 const char kVar[] = "while processing script variable";
@@ -145,3 +144,4 @@ TEST(BadData, SkippedValuesKeepTheirPlacesInTheTables)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -14,10 +14,7 @@
 #include <string>
 #include <vector>
 
-using krx::CompositeMessage;
-using krx::CompositeMessagePtr;
-using krx::test::AssertRecorder;
-using krx::test::hexText;
+namespace krx::test {
 
 namespace {
 
@@ -85,7 +82,7 @@ TEST(Aggregate, PartsTellOfTheirRecords)
         body += hexText(record.data());
     }
     const auto check = [](const CompositeMessage& part) {
-        krx::MultiMsgCounter counter;
+        MultiMsgCounter counter;
         for (unsigned i = 0; i < part.getMessageCount(); ++i)
             counter.addOne(static_cast<char>(part.getMessage(i)->getType()));
         for (char type = 0; type < 24; ++type)
@@ -128,3 +125,4 @@ TEST(Aggregate, PartsTellOfTheirRecords)
 }
 
 }  // namespace
+}  // namespace krx::test

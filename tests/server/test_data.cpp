@@ -17,8 +17,7 @@
 #include <utility>
 #include <vector>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 SRData dateOf(double ms, int timeZone = 0)
@@ -189,3 +188,4 @@ TEST(DataArray, CutsItsTextBetweenCharacters)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -18,9 +18,7 @@
 #include <tuple>
 #include <vector>
 
-using krx::test::AssertRecorder;
-using krx::test::TempDir;
-
+namespace krx::test {
 namespace {
 
 constexpr int kCreate = O_RDWR | O_CREAT;
@@ -98,7 +96,7 @@ struct Ways
     Adaptor direct;
     Adaptor threaded{&pool};
     SimpleKrxSyncFileIo simple;
-    SimpleKrxASyncFileIo async{&pool, krx::util::kVerboseNone};
+    SimpleKrxASyncFileIo async{&pool, util::kVerboseNone};
     CustomKrxSyncFileIo custom{&direct, nullptr, {}};
     CustomKrxSyncFileIo customThreaded{&threaded, nullptr, {}};
     std::array<IKrxFileIo*, 4> all{&simple, &async, &custom, &customThreaded};
@@ -202,7 +200,7 @@ TEST(ASyncFileIo, ServesManyThreadsAndItsOwn)
     }
     // A pool thread that waited for its own pool would wait for ever.
     SRThreadPool one(1);
-    SimpleKrxASyncFileIo io(&one, krx::util::kVerboseNone);
+    SimpleKrxASyncFileIo io(&one, util::kVerboseNone);
     std::promise<int> answer;
     one.post([&] {
         struct stat64 st;
@@ -216,8 +214,9 @@ TEST(ASyncFileIo, ServesManyThreadsAndItsOwn)
     one.close();
     EXPECT_EQ(io.open(dir.file("shared"), O_RDONLY, 0, nullptr), -1);
     testing::internal::CaptureStderr();
-    SimpleKrxASyncFileIo(&one, krx::util::kVerboseFailures).close(0, true);
+    SimpleKrxASyncFileIo(&one, util::kVerboseFailures).close(0, true);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "close failed: -1\n");
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -17,8 +17,7 @@
 #include <sys/resource.h>
 #include <utility>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 std::string repeated(const std::string& text, unsigned n)
@@ -242,7 +241,7 @@ TEST(References, DumpsAreBoundedHoweverTheyMultiply)
     const std::string body = hexText("02 0001 'm'") + bytes;
     const SRCommand command(kMsgData, reinterpret_cast<const unsigned char*>(body.data()),
                             static_cast<int>(body.size()), false);
-    for (const SRMBString& dump : {krx::dumpCommand(command), krx::stringizeSRCommand(command)}) {
+    for (const SRMBString& dump : {dumpCommand(command), stringizeSRCommand(command)}) {
         EXPECT_EQ(dump.size(), SRData::kMaxTextBytes + 3);
         EXPECT_EQ(dump.view().substr(dump.size() - 3), "...");
     }
@@ -324,3 +323,4 @@ TEST(Circles, OfEcmaArraysCannotBeWritten)
 }
 
 }  // namespace
+}  // namespace krx::test

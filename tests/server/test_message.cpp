@@ -11,9 +11,7 @@
 #include <string>
 #include <vector>
 
-using krx::test::AssertRecorder;
-using krx::test::hexText;
-
+namespace krx::test {
 namespace {
 
 const char kTooLong[] = "Assert failed in server/compositemessage line 251";
@@ -84,7 +82,7 @@ TEST(MessageDump, ShowsValuesOfEachKind)
                     "0A 00000002 02 0001 'x' 05 0000 09 22 0000000000000009 0B C097700000000000 0000"));
     message->setStreamId(7);
     message->setTime(0xFFFFFFFE);
-    EXPECT_EQ(krx::util::messageToString(message),
+    EXPECT_EQ(util::messageToString(message),
               "dataType=kMsgData idByte=18 streamId=7 time=-2 trxId=0 encoding=kEncodingAMF0 "
               "cmdData=(dataType=kUndefinedType) arg0=(dataType=kArrayType {a: dataType=kNumberType 1, "
               "o: dataType=kArrayType {0: dataType=kStringType \"x\", 1: dataType=kNullType}}) "
@@ -92,3 +90,4 @@ TEST(MessageDump, ShowsValuesOfEachKind)
 }
 
 }  // namespace
+}  // namespace krx::test

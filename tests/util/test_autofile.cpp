@@ -9,8 +9,10 @@
 
 #include <string>
 
-namespace krx::util {
+namespace krx::test {
 namespace {
+
+using namespace util;
 
 std::string textOf(const SRBuffer& buffer)
 {
@@ -32,7 +34,7 @@ std::string messageOf(Call call)
 
 TEST(AutoFileLoad, MeasuresByWhatIsReallyThere)
 {
-    test::MemoryFileIo io("abc");
+    MemoryFileIo io("abc");
     io.pretendedSize = 10;  // the file shrinks between the status and the read
     EXPECT_EQ(textOf(AutoFileLoad(SRString(L"f"), &io).getBuffer()), "abc");
     io.pretendedSize = 0x100000000LL;
@@ -48,7 +50,7 @@ TEST(AutoFileLoad, MeasuresByWhatIsReallyThere)
 
 TEST(AutoFileSave, WritesInPiecesThatOneCallCanCount)
 {
-    struct CountingIo : test::MemoryFileIo
+    struct CountingIo : MemoryFileIo
     {
         long long written = 0;
         int write(int, long long offset, void*, unsigned n) override
@@ -68,4 +70,4 @@ TEST(AutoFileSave, WritesInPiecesThatOneCallCanCount)
 }
 
 }  // namespace
-}  // namespace krx::util
+}  // namespace krx::test

@@ -10,8 +10,10 @@
 #include <string>
 #include <vector>
 
-namespace krx::util {
+namespace krx::test {
 namespace {
+
+using namespace util;
 
 using Reads = std::vector<unsigned>;
 
@@ -41,7 +43,7 @@ protected:
         return out;
     }
 
-    test::MemoryFileIo m_io;
+    MemoryFileIo m_io;
     std::string m_content;
     int m_fd = -1;
 };
@@ -110,4 +112,4 @@ TEST_F(AutoFileBufferTest, GivesWhatTheFileHoldsWhateverTheCache)
 }
 
 }  // namespace
-}  // namespace krx::util
+}  // namespace krx::test

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+namespace krx::test {
 namespace {
 
 // A pooled class with nothing but what a pool asks for, whose living objects are counted.
@@ -167,3 +168,5 @@ TEST(Pool, ObjectsTravelBetweenThreads)
     }
     EXPECT_EQ(Item::s_alive, 0);
 }
+
+}  // namespace krx::test

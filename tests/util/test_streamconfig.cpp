@@ -8,7 +8,7 @@
 
 #include <string>
 
-namespace krx::util {
+namespace krx::test {
 namespace {
 
 TEST(StreamConfig, NumbersChangeOnlyWithinTheirRange)
@@ -38,12 +38,12 @@ TEST(StreamConfig, NumbersChangeOnlyWithinTheirRange)
         {zeros200.c_str(), 0, 100, 42},
     };
     for (const auto& c : cases) {
-        test::RecordingContext context(nullptr, {{"k", c.text}});
+        RecordingContext context(nullptr, {{"k", c.text}});
         unsigned value = 7;
-        EXPECT_TRUE(StreamConfig::readConfigUnsigned(&context, "k", value, c.min, c.max)) << c.text;
+        EXPECT_TRUE(util::StreamConfig::readConfigUnsigned(&context, "k", value, c.min, c.max)) << c.text;
         EXPECT_EQ(value, c.expected) << c.text;
     }
 }
 
 }  // namespace
-}  // namespace krx::util
+}  // namespace krx::test

@@ -19,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+namespace krx::test {
 namespace {
 
 template <typename CharT>
@@ -194,3 +195,5 @@ TEST(StringPool, ThreadsInternTheSameTexts)
         EXPECT_EQ(pool.useCount(text.c_str()), 0);
     EXPECT_EQ(pool.collectGarbage(), 0);
 }
+
+}  // namespace krx::test

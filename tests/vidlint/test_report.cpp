@@ -11,10 +11,10 @@
 #include <new>
 #include <string>
 
+namespace krx::test {
 namespace {
 
-using krx::streams::StreamParseError;
-using krx::test::ReportCapture;
+using streams::StreamParseError;
 
 TEST(Report, TextPassesThroughTheBufferUnchanged)
 {
@@ -40,9 +40,9 @@ TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
         std::function<void()> steps;
         const char* report;
     } cases[] = {
-        {[] { throw StreamParseError(krx::streams::kInvalidZmvSignature); },
+        {[] { throw StreamParseError(streams::kInvalidZmvSignature); },
          "TIME\tError:\t-7\tInvalid ZMV signature.\tin\n\n"},
-        {[] { throw krx::util::FileReadException(SRString(L"gone")); },
+        {[] { throw util::FileReadException(SRString(L"gone")); },
          "TIME\tError:\t-5\tFile read error.\tin\n\n"},
         {[] { throw SRException(SRString(L"other")); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
         {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
@@ -58,3 +58,4 @@ TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -10,12 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace krx::test {
 namespace {
-
-using krx::test::Amf;
-using krx::test::InputRunner;
-using krx::test::metaData;
-using krx::test::ZmvBuilder;
 
 /// What a check of the bytes with the options finds.
 struct Case
@@ -173,3 +169,4 @@ TEST(ZmvMetaData, UnparsableMessages)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -16,10 +16,8 @@
 #include <string>
 #include <vector>
 
+namespace krx::test {
 namespace {
-
-using krx::test::RepairRules;
-using krx::test::ZmvGenerator;
 
 unsigned long setting(const char* name, unsigned long usual)
 {
@@ -30,14 +28,14 @@ unsigned long setting(const char* name, unsigned long usual)
 TEST(ZmvProperties, DamagedFiles)
 {
     const unsigned long cases = setting("VIDLINT_PROPERTY_CASES", 4000);
-    const auto samples = krx::test::zmvSamples();
+    const auto samples = zmvSamples();
     ZmvGenerator generator(static_cast<std::uint32_t>(setting("VIDLINT_PROPERTY_SEED", 1)));
     RepairRules rules;
     std::map<std::string, unsigned> problems;
     for (unsigned long i = 0; i < cases; ++i) {
         const std::string file =
             i % 4 != 0 ? generator.file() : generator.damaged(samples[i / 4 % samples.size()].bytes);
-        krx::streams::VideoValidationParameters parameters;
+        streams::VideoValidationParameters parameters;
         const std::uint32_t choice = generator.below(64);
         parameters.fixMetaData = (choice & 1) != 0;
         parameters.fixVideoStall = (choice & 2) != 0;
@@ -59,3 +57,4 @@ TEST(ZmvProperties, DamagedFiles)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -9,10 +9,10 @@
 
 #include <string>
 
+namespace krx::test {
 namespace {
 
-using krx::streams::StreamParseError;
-using krx::test::MemoryFileIo;
+using streams::StreamParseError;
 
 constexpr std::size_t kWindow = 256 * 1024;
 
@@ -62,9 +62,9 @@ TEST(ZmvReader, GivesTheBytesWhereverTheWindowEnds)
         EXPECT_EQ(reader.position(), 4);
         reader.pass(3 * kWindow);
         EXPECT_EQ(taken(reader, 96), content.substr(3 * kWindow + 4));
-        EXPECT_EQ(faultOf([&] { reader.take(1); }), krx::streams::kFileReadError);
+        EXPECT_EQ(faultOf([&] { reader.take(1); }), streams::kFileReadError);
         EXPECT_TRUE(reader.seek(1LL << 40));
-        EXPECT_EQ(faultOf([&] { reader.pass(1); }), krx::streams::kFileReadError);
+        EXPECT_EQ(faultOf([&] { reader.pass(1); }), streams::kFileReadError);
 
         std::string copy;
         reader.seek(5);
@@ -77,3 +77,4 @@ TEST(ZmvReader, GivesTheBytesWhereverTheWindowEnds)
 }
 
 }  // namespace
+}  // namespace krx::test
