@@ -1,0 +1,508 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/trackcursor.h"
+
+#include "util/krxassert.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace krx::mp4 {
+namespace {
+
+constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr int kLimitLine = 486;
+
+constexpr unsigned long long kFarTime = 1ULL << 62;
+
+/// Samples that are passed together.
+constexpr unsigned kBatch = 4;
+
+}  // namespace
+
+void TrackCursor::throwTableError()
+{
+    throw krx::streams::StreamParseError(krx::streams::kTableReadError);
+}
+
+TrackCursor::TrackCursor(TrackInfo& track)
+    : m_timescale(track.timescale),
+      m_track(&track),
+      m_chunks(track),
+      m_times(track.timeToSample),
+      m_compositions(track.compositionOffsets),
+      m_syncs(track.syncSamples),
+      m_runs(track.fragments),
+      m_edits(track.editList.get())
+{
+    if (!track.isValid()) {
+        m_inMovieBox = false;
+        m_runs.leaveAll();
+        return;
+    }
+    m_decodeTime = m_delay = m_edits.begin();
+    if (m_chunks.atEnd())
+        finishMoov();
+    else {
+        m_chunks.begin();
+        m_fileOffset = m_chunks.offset();
+        updateSampleEntry();
+    }
+    updateMillis();
+}
+
+TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position)
+    : m_timescale(track.timescale),
+      m_track(&track),
+      m_chunks(track),
+      m_times(track.timeToSample),
+      m_compositions(track.compositionOffsets),
+      m_syncs(track.syncSamples),
+      m_runs(track.fragments),
+      m_edits(track.editList.get())
+{
+    restore(position);
+    updateMillis();
+}
+
+void TrackCursor::restore(const TrackPosition& position)
+{
+    m_stretch = Stretch();
+    m_decodeTime = position.decodeTime;
+    m_delay = position.delay;
+    m_fileOffset = position.fileOffset;
+    m_stepCount = position.stepCount;
+    m_sampleNumber = position.sampleNumber;
+    m_inMovieBox = position.inMovieBox;
+    m_chunks.restore(position.chunk);
+    m_times.restore(position.time);
+    m_compositions.restore(position.composition);
+    m_syncs.restore(position.sync);
+    m_runs.restore(position.run);
+    m_edits.restore(position.edit);
+    m_description = position.description;
+}
+
+void TrackCursor::savePosition(TrackPosition& position)
+{
+    settle();
+    position.decodeTime = m_decodeTime;
+    position.delay = m_delay;
+    position.fileOffset = m_fileOffset;
+    position.stepCount = m_stepCount;
+    position.sampleNumber = m_sampleNumber;
+    position.inMovieBox = m_inMovieBox;
+    position.chunk = m_chunks.state();
+    position.time = m_times.state();
+    position.composition = m_compositions.state();
+    position.sync = m_syncs.state();
+    position.run = m_runs.state();
+    position.edit = m_edits.state();
+    position.description = m_description;
+}
+
+TrackPosition TrackCursor::position()
+{
+    TrackPosition position;
+    savePosition(position);
+    return position;
+}
+
+/// Brings the steppers to where offset and time are.
+void TrackCursor::settle()
+{
+    const unsigned steps = std::exchange(m_stretch.taken, 0);
+    if (steps == 0)
+        return;
+    m_stepCount += steps;
+    if (!m_inMovieBox) {
+        m_runs.skip(steps);
+        return;
+    }
+    m_syncs.skip(m_sampleNumber, steps);
+    m_times.skip(steps);
+    m_compositions.skip(steps);
+    m_sampleNumber += steps;
+    if (m_chunks.skip(steps))
+        m_fileOffset = m_chunks.offset();
+}
+
+/// Finds out how many steps from here on are plain. False when not even the next one is.
+bool TrackCursor::prepareStretch()
+{
+    settle();
+    // Times are so small that no sum of a stretch overflows.
+    if (sampleType() == kSampleUnsupported || isHeader() || isEnder() || atEndOfTrack() ||
+        m_decodeTime >= kFarTime || mediaTime() >= kFarTime)
+        return false;
+    unsigned steps = m_inMovieBox ? prepareTables() : prepareRun();
+    if (m_limited)
+        steps = std::min(steps, m_limit - m_stepCount);
+    m_stretch.left = steps;
+    m_stretch.headerBytes = getHeaderBytes();
+    return steps != 0;
+}
+
+unsigned TrackCursor::prepareTables()
+{
+    unsigned steps = std::min(
+        {m_chunks.stretch(), m_times.stretch(), m_compositions.stretch(), m_syncs.stretch(m_sampleNumber)});
+    m_stretch.size = m_track->constantSampleSize;
+    m_stretch.sizes = WordColumn();
+    if (m_stretch.size == 0) {
+        steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_sampleNumber));
+        m_stretch.sizes = m_track->sampleSizes.words(m_sampleNumber);
+    }
+    if (m_track->sampleFlags.isInit())
+        steps = std::min(steps, m_track->sampleFlags.entriesFrom(m_sampleNumber));
+    if (steps == 0)
+        return 0;
+    m_stretch.durations = WordColumn();
+    m_stretch.duration = m_times.delta();
+    return std::min(steps, m_edits.stretch(mediaTime(), m_stretch.duration));
+}
+
+unsigned TrackCursor::prepareRun()
+{
+    const TrackFragmentRun& run = m_runs.run();
+    const unsigned sample = m_runs.state().sampleInRun;
+    m_stretch.sizes = run.column(TrackFragmentRun::kSize);
+    m_stretch.sizes.advance(sample);
+    m_stretch.size = m_runs.header().defaultSize;
+    m_stretch.durations = run.column(TrackFragmentRun::kDuration);
+    m_stretch.durations.advance(sample);
+    m_stretch.duration = m_runs.duration();
+    const unsigned steps = m_runs.stretch();
+    const unsigned toGap = m_edits.stretch(mediaTime(), m_stretch.duration);
+    // Durations that differ lead to a gap in as many steps as only a look at each shows.
+    return std::min(steps, m_stretch.durations && toGap != kAnySteps ? std::min(toGap, 1U) : toGap);
+}
+
+unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis)
+{
+    const unsigned long long endTime = firstTimeOf(endMillis, m_timescale);
+    unsigned walked = 0;
+    while (m_decodeTime < endTime && tally.bytes <= tally.maxBytes &&
+           (m_stretch.left != 0 || prepareStretch())) {
+        const unsigned steps = plainSteps(endTime, tally.stepsLeft);
+        const unsigned passed = passSamples(steps, limits, tally);
+        walked += passed;
+        if (passed != steps || steps == 0)
+            break;
+    }
+    m_walkedSamples += walked;
+    updateMillis();
+    return walked;
+}
+
+/// Steps of the stretch that begin before endTime.
+unsigned TrackCursor::plainSteps(unsigned long long endTime, unsigned long long most) const
+{
+    auto steps = static_cast<unsigned>(std::min<unsigned long long>(m_stretch.left, most));
+    if (!m_stretch.durations) {
+        if (m_stretch.duration != 0 && endTime - m_decodeTime < 1ULL * steps * m_stretch.duration)
+            steps = static_cast<unsigned>((endTime - m_decodeTime - 1) / m_stretch.duration + 1);
+        return steps;
+    }
+    unsigned long long time = m_decodeTime;
+    for (unsigned i = 0; i < steps; ++i) {
+        if (time >= endTime)
+            return i;
+        time += m_stretch.durations[i];
+    }
+    return steps;
+}
+
+/// Passes samples of the stretch, at most steps, and returns how many.
+unsigned TrackCursor::passSamples(unsigned steps, const WalkLimits& limits, WalkTally& tally)
+{
+    if (m_fileOffset > limits.fileSize)
+        return 0;
+    const unsigned long long room = limits.fileSize - m_fileOffset;
+    const unsigned long long roomInTally = tally.maxBytes - tally.bytes;
+    unsigned long long bytes = 0;
+    unsigned passed = 0;
+    if (m_stretch.sizes) {
+        passed = countSizes(steps, limits.maxSampleSize, room, roomInTally, bytes);
+        m_stretch.sizes.advance(passed);
+    } else if (m_stretch.size <= limits.maxSampleSize) {
+        passed = steps;
+        if (m_stretch.size != 0)
+            passed = static_cast<unsigned>(std::min<unsigned long long>(passed, room / m_stretch.size));
+        if (const unsigned message = m_stretch.size + m_stretch.headerBytes)
+            passed = static_cast<unsigned>(std::min<unsigned long long>(passed, roomInTally / message + 1));
+        bytes = 1ULL * passed * m_stretch.size;
+    }
+    m_fileOffset += bytes;
+    tally.bytes += bytes + 1ULL * passed * m_stretch.headerBytes;
+    tally.stepsLeft -= passed;
+    takeSteps(passed);
+    return passed;
+}
+
+/// How many of the next samples are no larger than maxSize and lie within room bytes, up to the one whose
+/// message exceeds the room in the tally; bytes becomes the sum of their sizes.
+unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long long room,
+                                 unsigned long long roomInTally, unsigned long long& bytes) const
+{
+    WordColumn sizes = m_stretch.sizes;
+    const unsigned headerBytes = m_stretch.headerBytes;
+    unsigned passed = 0;
+    unsigned long long messages = 0;
+    // Samples that fit together are not looked at one by one.
+    for (; steps - passed >= kBatch; passed += kBatch) {
+        unsigned long long batch = 0;
+        for (unsigned i = 0; i < kBatch; ++i)
+            batch += sizes[i];
+        const unsigned long long after = messages + batch + kBatch * headerBytes;
+        if (batch > maxSize || batch > room - bytes || after > roomInTally)
+            break;
+        bytes += batch;
+        messages = after;
+        sizes.advance(kBatch);
+    }
+    for (; passed != steps && messages <= roomInTally; ++passed) {
+        const unsigned size = sizes[0];
+        if (size > maxSize || size > room - bytes)
+            break;
+        bytes += size;
+        messages += size + headerBytes;
+        sizes.advance(1);
+    }
+    return passed;
+}
+
+/// Moves the time, and counts the steps.
+void TrackCursor::takeSteps(unsigned steps)
+{
+    if (m_stretch.durations) {
+        for (unsigned i = 0; i < steps; ++i)
+            m_decodeTime += m_stretch.durations[i];
+        m_stretch.durations.advance(steps);
+    } else
+        m_decodeTime += 1ULL * steps * m_stretch.duration;
+    m_stretch.left -= steps;
+    m_stretch.taken += steps;
+}
+
+void TrackCursor::advance()
+{
+    if (atEndOfSegment())
+        throwTableError();
+    if (m_stretch.left != 0 || prepareStretch()) {
+        passSample(m_stretch.sizes ? m_stretch.sizes[0] : m_stretch.size);
+        return;
+    }
+    ++m_stepCount;
+    // Nobody goes on from here, and the tables that the step needs may be those of the next page.
+    if (atLimit())
+        return;
+    if (isHeader())
+        m_description.headerPending = false;
+    else
+        advanceSlowly();
+}
+
+/// A step that may end a stretch. When it does, the ender comes first, and stands at the sample before
+/// it.
+void TrackCursor::advanceSlowly()
+{
+    if (isEnder()) {
+        m_description.enderPending = false;
+        subAdvance();
+        m_description.enderPending = false;
+    } else {
+        const TrackPosition before = position();
+        subAdvance();
+        if (isEnder()) {
+            restore(before);
+            m_description.enderPending = true;
+        }
+    }
+    updateMillis();
+}
+
+void TrackCursor::subAdvance()
+{
+    m_fileOffset += getSampleSize();
+    m_inMovieBox ? stepTables() : stepRun();
+    checkForGap();
+}
+
+void TrackCursor::stepTables()
+{
+    m_syncs.step(m_sampleNumber);
+    m_decodeTime += m_times.delta();
+    m_times.step();
+    m_compositions.step();
+    ++m_sampleNumber;
+    switch (m_chunks.step()) {
+        case ChunkStepper::kSameChunk:
+            return;
+        case ChunkStepper::kEnd:
+            finishMoov();
+            return;
+        case ChunkStepper::kNextChunk:
+            m_fileOffset = m_chunks.offset();
+            return;
+        case ChunkStepper::kNextRun:
+            m_fileOffset = m_chunks.offset();
+            updateSampleEntry();
+    }
+}
+
+void TrackCursor::stepRun()
+{
+    m_decodeTime += m_runs.duration();
+    m_runs.step();
+    enterFragment(m_runs.findSample());
+}
+
+/// From the tables of the movie box to the fragments.
+void TrackCursor::finishMoov()
+{
+    m_inMovieBox = false;
+    enterFragment(m_runs.findSample());
+}
+
+void TrackCursor::enterFragment(FragmentStepper::Arrival arrival)
+{
+    if (arrival == FragmentStepper::kSameRun || arrival == FragmentStepper::kEnd)
+        return;
+    m_fileOffset = m_runs.offset();
+    if (arrival == FragmentStepper::kNextFragment)
+        updateSampleEntry();
+}
+
+/// Takes the description of the current sample again. Where it changes, or must be sent anew after a gap, the
+/// old one is closed and the new one opened by steps of their own.
+void TrackCursor::updateSampleEntry()
+{
+    const unsigned index = m_inMovieBox ? m_chunks.descriptionIndex() : m_runs.header().descriptionIndex;
+    if (index < 1 || index > m_track->sampleDescriptions.size())
+        throwTableError();
+    if (m_description.typeValid && index == m_description.descriptionIndex)
+        return;
+    if (isEnderType())
+        m_description.enderPending = true;
+
+    m_description.descriptionIndex = index;
+    SampleType type = sampleTypeOf(sampleEntry().type);
+    m_description.encrypted = type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
+    if (m_description.encrypted) {
+        type = sampleTypeOf(m_track->drm.originalFormat);
+        if (type == kSampleEncryptedVideo || type == kSampleEncryptedAudio)
+            type = kSampleUnsupported;
+    }
+    m_description.sampleType = type;
+    m_description.headerPending = hasDecoderHeader(type);
+    m_description.typeValid = true;
+}
+
+/// Closes the stretch at the end of the track and where a gap of the edit list begins; the gap shifts what
+/// follows.
+void TrackCursor::checkForGap()
+{
+    if (atEndOfTrack()) {
+        if (m_edits.hasFurtherGap())
+            throwTableError();
+        if (!m_track->last && isEnderType())
+            m_description.enderPending = true;
+        return;
+    }
+    if (mediaTime() < m_edits.gapStart() || !m_edits.hasFurtherGap())
+        return;
+    if (isEnderType())
+        m_description.enderPending = true;
+    const unsigned long long delay = m_edits.pass(mediaTime());
+    m_decodeTime += delay;
+    m_delay += delay;
+    m_description.typeValid = false;
+    updateSampleEntry();
+}
+
+void TrackCursor::setLimit(const TrackPosition& end)
+{
+    settle();
+    m_stretch.left = 0;
+    if (m_stepCount > end.stepCount)
+        krx::util::assertFailed(kAssertPlace, kLimitLine);
+    m_limited = true;
+    m_limit = end.stepCount;
+}
+
+int TrackCursor::getCompTimeMillis()
+{
+    settle();
+    const int offset = m_inMovieBox ? m_compositions.offset() : m_runs.compositionOffset();
+    return offsetMillis(m_decodeTime, offset, m_track->timescale);
+}
+
+unsigned long long TrackCursor::getFileOffset()
+{
+    settle();
+    return m_fileOffset;
+}
+
+unsigned TrackCursor::getSampleSize()
+{
+    settle();
+    if (!m_inMovieBox)
+        return m_runs.size();
+    return m_track->constantSampleSize != 0 ? m_track->constantSampleSize
+                                            : m_track->sampleSizes[m_sampleNumber];
+}
+
+unsigned TrackCursor::getSampleFlags()
+{
+    // Of the flags in a run only these count.
+    constexpr unsigned kFragmentFlags = 0xFFFF0000U;
+    settle();
+    if (m_inMovieBox)
+        return m_track->sampleFlags.isInit() ? unsigned{m_track->sampleFlags[m_sampleNumber]} << 20 : 0;
+    const TrackFragmentRun& run = m_runs.run();
+    return run.column(TrackFragmentRun::kFlags) ? m_runs.flags() & kFragmentFlags : m_runs.flags();
+}
+
+bool TrackCursor::atSyncSample()
+{
+    settle();
+    if (m_inMovieBox)
+        return m_syncs.isSync(m_sampleNumber);
+    constexpr unsigned kIsNonSyncSample = 0x10000;
+    return (getSampleFlags() & kIsNonSyncSample) == 0;
+}
+
+unsigned long long TrackCursor::getTableSizeRead()
+{
+    settle();
+    unsigned long long bytes = 12ULL * m_chunks.state().sampleToChunkIndex +
+                               8ULL * m_chunks.state().chunkIndex + 8ULL * m_times.state().index +
+                               8ULL * m_compositions.state().index + 4ULL * m_syncs.state().index;
+    if (m_track->sampleSizes.isInit())
+        bytes += 4ULL * m_sampleNumber;
+    if (m_track->sampleFlags.isInit())
+        bytes += m_sampleNumber;
+    return bytes;
+}
+
+TrackFragment* TrackCursor::getCurFrag()
+{
+    settle();
+    return m_runs.currentFragment();
+}
+
+const TrackFragmentRun* TrackCursor::getCurRun()
+{
+    settle();
+    return m_runs.currentRun();
+}
+
+void TrackCursor::releaseFragment()
+{
+    settle();
+    m_runs.release();
+}
+
+}  // namespace krx::mp4
