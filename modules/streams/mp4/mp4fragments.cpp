@@ -1,15 +1,15 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "modules/streams/mp4/mp4boxrules.h"
-#include "modules/streams/mp4/mp4fileio.h"
+#include "modules/streams/mp4/mp4.h"
 #include "util/bigendian.h"
 
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <utility>
 
-// Movie fragments. During the parse each is read once, to check it, and unloaded.
+// The content of a movie fragment's 'traf'. During the parse each is read once, to check it, and unloaded.
 
 namespace krx::mp4 {
 namespace {
@@ -69,142 +69,28 @@ private:
     std::size_t m_index = 0;
 };
 
-}  // namespace
-
-/// Opens the boxes around a fragment that is read again after the parse, when none is open, and keeps the
-/// warnings to the parse.
-class MP4File::FragmentReload
+/// Keeps warnings to the parse, for a fragment that is read again after it.
+class QuietReader
 {
 public:
-    explicit FragmentReload(MP4File& file)
-        : m_file(file), m_moof(file.m_openBoxes, fourCC("moof")), m_fragment(file.m_openBoxes, fourCC("traf"))
-    {
-        file.m_reloading = true;
-    }
-    ~FragmentReload() { m_file.m_reloading = false; }
-    FragmentReload(const FragmentReload&) = delete;
-    FragmentReload& operator=(const FragmentReload&) = delete;
+    explicit QuietReader(BoxReader& reader) : m_reader(reader) { m_reader.setQuiet(true); }
+    ~QuietReader() { m_reader.setQuiet(false); }
+    QuietReader(const QuietReader&) = delete;
+    QuietReader& operator=(const QuietReader&) = delete;
 
 private:
-    MP4File& m_file;
-    OpenBox m_moof;
-    OpenBox m_fragment;
+    BoxReader& m_reader;
 };
 
-void MP4File::parseMovieExtends(const BoxHeader& box)
-{
-    m_movieExtendsSeen = true;
-    m_movieExtendsPos = box.start;
-    parseBoxes(box);
-}
-
-void MP4File::parseTrackExtends(const BoxHeader&)
-{
-    skip(4);  // version, flags
-    setCurTrack(readU32());
-    if (!m_curTrack) {
-        warn(krx::streams::kInvalidTrackExtends);
-        return;
-    }
-    TrackInfo& track = *m_curTrack;
-    track.hasTrackExtends = true;
-    track.defaultDescriptionIndex = readU32();
-    track.defaultSampleDuration = readU32();
-    track.defaultSampleSize = readU32();
-    track.defaultSampleFlags = readU32();
-    m_curTrack = nullptr;
-}
-
-void MP4File::parseMovieFragment(const BoxHeader& box)
-{
-    if (!m_movieExtendsSeen)
-        throw StreamParseError(krx::streams::kUnexpectedFragments);
-    m_moofStart = box.start;
-    parseBoxes(box);
-}
-
-void MP4File::parseMovieFragmentHeader(const BoxHeader&)
-{
-    skip(4);  // version, flags
-    const unsigned number = readU32();
-    if (number != m_lastSequenceNumber + 1)
-        throw StreamParseError(krx::streams::kOutOfOrderFragments);
-    m_lastSequenceNumber = number;
-}
-
-void MP4File::parseAndUnloadTrackFragment(const BoxHeader& box)
-{
-    TrackFragment fragment(this, box, curPos(), m_moofStart);
-    fragment.load();
-    fragment.unload();
-    verifyCurrentTrack();
-    m_memory.charge(kDequeElement<TrackFragment>);
-    m_curTrack->fragments.push_back(std::move(fragment));
-    m_curTrack = nullptr;
-}
-
-void MP4File::parseTrackFragment(TrackFragment& fragment, FilePos payload, FilePos end)
-{
-    std::optional<FragmentReload> reload;
-    if (m_openBoxes.empty())
-        reload.emplace(*this);
-
-    BoxHeader traf;
-    traf.end = end;
-    skipTo(payload);
-    bool headerSeen = false;
-    while (curPos() < traf.end) {
-        if (bytesLeft(traf.end) < kBoxHeaderSize) {
-            warn(krx::streams::kExtraneousBytes);
-            break;
-        }
-        const BoxHeader box = parseBoxHeader(traf);
-        if (!headerSeen && box.type != fourCC("tfhd"))
-            break;
-        if (!headerSeen)
-            parseTrackFragmentHeader(fragment);
-        else if (box.type == fourCC("trun"))
-            parseTrackFragmentRun(fragment);
-        headerSeen = true;
-        skipTo(box.end);
-    }
-    if (!headerSeen)
-        throw StreamParseError(krx::streams::kBadBoxHierarchy);
-}
-
-void MP4File::parseTrackFragmentHeader(TrackFragment& fragment)
-{
-    const unsigned flags = readU32();
-    setCurTrack(readU32());
-    verifyCurrentTrack();
-    TrackFragmentHeader header;
-    header.hasBaseDataOffset = (flags & kBaseDataOffset) != 0;
-    header.descriptionIndex = m_curTrack->defaultDescriptionIndex;
-    header.defaultDuration = m_curTrack->defaultSampleDuration;
-    header.defaultSize = m_curTrack->defaultSampleSize;
-    header.defaultFlags = m_curTrack->defaultSampleFlags;
-    if (flags & kBaseDataOffset)
-        header.baseDataOffset = readU64();
-    if (flags & kDescriptionIndex)
-        header.descriptionIndex = readU32();
-    if (flags & kDefaultDuration)
-        header.defaultDuration = readU32();
-    if (flags & kDefaultSize)
-        header.defaultSize = readU32();
-    if (flags & kDefaultFlags)
-        header.defaultFlags = readU32();
-    fragment.setHeader(header);
-}
-
-void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
+void readRun(BoxReader& in, TrackFragment& fragment)
 {
     TrackFragmentRun run;
-    const unsigned flags = readU32();
-    run.sampleCount = readU32();
+    const unsigned flags = in.readU32();
+    run.sampleCount = in.readU32();
     if (flags & kDataOffset)
-        run.dataOffset = static_cast<int>(readU32());
+        run.dataOffset = static_cast<int>(in.readU32());
     if (flags & kFirstSampleFlags)
-        skip(4);
+        in.skip(4);
 
     unsigned fields = 0;
     unsigned recordSize = 0;
@@ -214,9 +100,9 @@ void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
             recordSize += kFieldSize;
         }
     // Before memory is taken: the file must hold the records.
-    if (recordSize != 0 && run.sampleCount > bytesLeft(m_io->Size()) / recordSize)
+    if (recordSize != 0 && run.sampleCount > in.bytesLeft(in.fileSize()) / recordSize)
         throw StreamParseError(krx::streams::kTableReadError);
-    fragment.charge(m_memory, TrackFragmentRun::memorySize(run.sampleCount, fields));
+    fragment.charge(in.memory(), TrackFragmentRun::memorySize(run.sampleCount, fields));
     if (recordSize != 0) {
         if (!run.allocate(fields))
             throw StreamParseError(krx::streams::kTableReadError);
@@ -224,12 +110,83 @@ void MP4File::parseTrackFragmentRun(TrackFragment& fragment)
         RunDecoder decoder(run);
         for (std::size_t left = run.sampleCount; left != 0;) {
             const std::size_t samples = std::min(left, records.size() / recordSize);
-            read(records.data(), samples * recordSize);
+            in.read(records.data(), samples * recordSize);
             decoder.decode(records.data(), samples);
             left -= samples;
         }
     }
     fragment.insertRun(std::move(run));
+}
+
+}  // namespace
+
+void MP4File::parseTrackFragment(TrackFragment& fragment, FilePos payload, FilePos end)
+{
+    if (m_reader.hasOpenBox()) {
+        m_reader.skipTo(payload);
+        readFragmentBoxes(fragment, end);
+        return;
+    }
+    // After the parse: the boxes around the fragment are opened for the log and for places.
+    m_reader.start(payload);
+    const QuietReader quiet(m_reader);
+    BoxHeader moof;
+    moof.start = fragment.moofStart();
+    moof.type = fourCC("moof");
+    BoxHeader traf;
+    traf.start = payload;
+    traf.type = fourCC("traf");
+    m_reader.inside(moof, 0, [&] { m_reader.inside(traf, 0, [&] { readFragmentBoxes(fragment, end); }); });
+}
+
+void MP4File::readFragmentBoxes(TrackFragment& fragment, FilePos end)
+{
+    BoxReader& in = m_reader;
+    BoxHeader traf;
+    traf.end = end;
+    bool headerSeen = false;
+    while (in.position() < end) {
+        if (in.bytesLeft(end) < kBoxHeaderSize) {
+            in.warn(krx::streams::kExtraneousBytes);
+            break;
+        }
+        const BoxHeader box = in.readHeader(traf);
+        if (!headerSeen && box.type != fourCC("tfhd"))
+            break;
+        if (!headerSeen)
+            readFragmentHeader(fragment);
+        else if (box.type == fourCC("trun"))
+            readRun(in, fragment);
+        headerSeen = true;
+        in.skipTo(box.end);
+    }
+    if (!headerSeen)
+        throw StreamParseError(krx::streams::kBadBoxHierarchy);
+}
+
+void MP4File::readFragmentHeader(TrackFragment& fragment)
+{
+    BoxReader& in = m_reader;
+    const unsigned flags = in.readU32();
+    setCurTrack(in.readU32());
+    const TrackInfo& track = m_walk.needTrack();
+    TrackFragmentHeader header;
+    header.hasBaseDataOffset = (flags & kBaseDataOffset) != 0;
+    header.descriptionIndex = track.defaultDescriptionIndex;
+    header.defaultDuration = track.defaultSampleDuration;
+    header.defaultSize = track.defaultSampleSize;
+    header.defaultFlags = track.defaultSampleFlags;
+    if (flags & kBaseDataOffset)
+        header.baseDataOffset = in.readU64();
+    if (flags & kDescriptionIndex)
+        header.descriptionIndex = in.readU32();
+    if (flags & kDefaultDuration)
+        header.defaultDuration = in.readU32();
+    if (flags & kDefaultSize)
+        header.defaultSize = in.readU32();
+    if (flags & kDefaultFlags)
+        header.defaultFlags = in.readU32();
+    fragment.setHeader(header);
 }
 
 }  // namespace krx::mp4
