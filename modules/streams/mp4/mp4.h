@@ -50,8 +50,10 @@ public:
     /// MaxTracks on the numbers are those of the file's own contexts. parse does this at its end.
     void numberContexts();
 
-    /// The facts.
+    /// The facts, which are all that playback looks at.
     const Movie& movie() const { return m_movie; }
+    operator const Movie&() const { return m_movie; }
+
     bool isAppendable() const;
     /// The record in use with that ID, or null.
     TrackInfo* getTrack(unsigned id) { return m_movie.findTrack(id); }
@@ -108,6 +110,7 @@ public:
     std::size_t reportMemorySize() const;
 
 private:
+    void readBoxes(krx::util::FilePos start);
     void checkForZMV();
     void readFragmentBoxes(TrackFragment& fragment, krx::util::FilePos end);
     void readFragmentHeader(TrackFragment& fragment);
