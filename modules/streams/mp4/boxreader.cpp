@@ -154,8 +154,8 @@ void BoxReader::failAt(FilePos offset, ParseStatus status) const
 
 void BoxReader::addPlace(StreamParseError& error) const
 {
-    if (!error.hasPlace() && !m_open.empty())
-        error.setPlace(placeAt(m_open.back().start));
+    if (!error.hasPlace())
+        error.setPlace(placeAt(m_open.empty() ? m_position : m_open.back().start));
 }
 
 void BoxReader::warn(ParseStatus status)
@@ -163,7 +163,16 @@ void BoxReader::warn(ParseStatus status)
     if (isSilent())
         return;
     StreamParseError warning(status);
-    warning.setPlace(placeAt(m_open.empty() ? m_position : m_open.back().start));
+    addPlace(warning);
+    logWarning(warning);
+}
+
+void BoxReader::warnHere(ParseStatus status)
+{
+    if (isSilent())
+        return;
+    StreamParseError warning(status);
+    warning.setPlace(placeAt(m_position));
     logWarning(warning);
 }
 

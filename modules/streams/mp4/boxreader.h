@@ -109,10 +109,13 @@ public:
 
     /// The track that findings are about from here on; 0 for none.
     void setTrackId(unsigned id) { m_trackId = id; }
-    /// Gives the fault the place of the innermost open box, unless it has one or none is open.
+    /// Gives the fault the place of the innermost open box, unless it has one. Outside of all boxes it is the
+    /// position.
     void addPlace(krx::streams::StreamParseError& error) const;
-    /// Warns with the innermost open box as the place; outside of all boxes it is the position.
+    /// Warns, with the place of addPlace.
     void warn(krx::streams::ParseStatus status);
+    /// Warns about the bytes at the position: the place is in the innermost open box.
+    void warnHere(krx::streams::ParseStatus status);
     /// Warns with the name of the box, which is the innermost open one or in it.
     void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
     /// The same with the place of the fault that the warning is made of.

@@ -35,29 +35,36 @@ void MP4File::parse(long long start)
         return;
     }
     m_reader.start(start);
+    try {
+        readBoxes(start);
+    } catch (StreamParseError& error) {
+        m_reader.addPlace(error);
+        throw;
+    }
+    if (!m_movie.seen)
+        throw StreamParseError(krx::streams::kNoMovieBox);
+    numberContexts();
+}
+
+void MP4File::readBoxes(FilePos start)
+{
     if (start == 0)
         checkForZMV();
     BoxHeader root;
     root.start = start;
     root.end = m_reader.fileSize();
-    root.size = root.end - start;
+    root.size = root.end - root.start;
     memory().setFileSize(root.end);
     m_walk.readChildren(root);
-    if (!m_movie.seen)
-        throw StreamParseError(krx::streams::kNoMovieBox);
-    numberContexts();
 }
 
 void MP4File::checkForZMV()
 {
     std::array<char, 3> signature{};
     m_reader.read(signature.data(), signature.size());
-    if (std::string_view(signature.data(), signature.size()) == "ZMV") {
-        StreamParseError error(krx::streams::kZmvWithWrongExtension);
-        error.setPlace({0, {}, 0});
-        throw error;
-    }
     m_reader.skipTo(0);
+    if (std::string_view(signature.data(), signature.size()) == "ZMV")
+        throw StreamParseError(krx::streams::kZmvWithWrongExtension);
 }
 
 bool MP4File::consumeFreeBoxInMoov(long long size, FilePos& pos, FilePos& remaining)

@@ -147,7 +147,7 @@ void MP4File::readFragmentBoxes(TrackFragment& fragment, FilePos end)
     bool headerSeen = false;
     while (in.position() < end) {
         if (in.bytesLeft(end) < kBoxHeaderSize) {
-            in.warn(krx::streams::kExtraneousBytes);
+            in.warnHere(krx::streams::kExtraneousBytes);
             break;
         }
         const BoxHeader box = in.readHeader(traf);
