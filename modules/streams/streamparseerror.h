@@ -5,6 +5,9 @@
 
 #include "util/SRException.h"
 
+#include <string>
+#include <utility>
+
 namespace krx::streams {
 
 /// The numbered findings. The number that a report shows is the status negated.
@@ -100,7 +103,21 @@ const wchar_t* catalogueText(ParseStatus status);
 const CatalogueEntry* catalogueBegin();
 const CatalogueEntry* catalogueEnd();
 
-/// A numbered finding: the full text (number and tab included) and the status.
+/// Where in a file a finding was made. What is not known keeps its default.
+struct Place
+{
+    long long offset = -1;  ///< of the box, or of bytes in it that are the fault, in the file
+    /// The boxes around it, from the outermost to the innermost whose header is sound, as in
+    /// "moov/trak[2]/mdia/minf/stbl/stsd" (UTF-8). Empty at the top of the file.
+    ///
+    /// A type that the format lets a box have several times ('trak', 'moof', 'traf', 'trex') has a number,
+    /// which counts the boxes of the type in their parent from 1 on. An entry of 'stsd' has the number by
+    /// which samples name it. Other types have none.
+    std::string path;
+    unsigned track = 0;  ///< ID of the track that was being read; 0 for none
+};
+
+/// A numbered finding: the full text (number and tab included), the status, and where it was made.
 class StreamParseError : public SRException
 {
 public:
@@ -110,9 +127,13 @@ public:
     StreamParseError(ParseStatus status, const SRString& message);
 
     ParseStatus getStatus() const { return m_status; }
+    const Place& place() const { return m_place; }
+    bool hasPlace() const { return m_place.offset >= 0; }
+    void setPlace(Place place) { m_place = std::move(place); }
 
 private:
     ParseStatus m_status;
+    Place m_place;
 };
 
 /// A finding whose catalogue text has placeholders, filled with the values.

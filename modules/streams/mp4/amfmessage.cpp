@@ -4,13 +4,14 @@
 #include "modules/streams/mp4/amfmessage.h"
 
 #include "modules/streams/mp4/boxheader.h"
-#include "modules/streams/mp4/mp4.h"
+#include "modules/streams/mp4/movie.h"
 #include "util/SRException.h"
 
 #include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <memory>
 
 namespace krx::mp4 {
 namespace {
@@ -190,16 +191,15 @@ void AMFMessage::initXMP(const SRMemory& xmp)
     });
 }
 
-bool AMFMessage::initDRMData(MP4File& file)
+bool AMFMessage::initDRMData(const Movie& movie)
 {
     m_length = 0;
-    const std::vector<TrackInfo*> tracks = file.getTrackVec();
-    const auto isProtected = [](const TrackInfo* track) {
+    const auto isProtected = [](const std::unique_ptr<TrackInfo>& track) {
         return !track->sampleDescriptions.empty() && (track->sampleDescriptions[0].type == fourCC("encv") ||
                                                       track->sampleDescriptions[0].type == fourCC("enca"));
     };
-    const auto found = std::find_if(tracks.begin(), tracks.end(), isProtected);
-    if (found == tracks.end())
+    const auto found = std::find_if(movie.tracks.begin(), movie.tracks.end(), isProtected);
+    if (found == movie.tracks.end())
         return false;
     makeWhole([&] { writeDRMData((*found)->drm); });
     return true;

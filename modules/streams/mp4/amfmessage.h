@@ -11,10 +11,10 @@
 
 namespace krx::mp4 {
 
-class MP4File;
 class MemoryBudget;
 class TrackInfo;
 struct DRMTrackInfo;
+struct Movie;
 
 /// The body of a data message that is made from an MP4 file's facts, in AMF0. All numbers are big-endian;
 /// numbers of the file are written as doubles.
@@ -38,7 +38,7 @@ public:
     // zero byte.
 
     /// "onMetaData": what the file and its tracks are. duration in ms.
-    void initMetaData(MP4File& file, unsigned duration, bool amf3);
+    void initMetaData(const Movie& movie, unsigned duration, bool amf3);
     /// "onTextData": a timed-text sample, its text and its modifiers as far as they are there.
     void initFromText(const TrackInfo& track, bool amf3, const unsigned char* sample, unsigned length);
     /// "onImageData": with amf3 the image's bytes; AMF0 has no form for them.
@@ -46,7 +46,7 @@ public:
     /// "onXMPData": the XMP text, as far as the memory is used.
     void initXMP(const SRMemory& xmp);
     /// "|AdditionalHeader": how the content is protected. False, and empty, when no valid track is protected.
-    bool initDRMData(MP4File& file);
+    bool initDRMData(const Movie& movie);
 
     // What they are made of.
 

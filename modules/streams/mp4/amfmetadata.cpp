@@ -2,7 +2,7 @@
 // All rights reserved.
 
 #include "modules/streams/mp4/amfmessage.h"
-#include "modules/streams/mp4/mp4.h"
+#include "modules/streams/mp4/movie.h"
 
 #include <deque>
 #include <string>
@@ -10,8 +10,6 @@
 
 namespace krx::mp4 {
 namespace {
-
-using TagEntry = MP4File::TagEntry;
 
 bool isImage(const TagEntry& tag)
 {
@@ -47,17 +45,14 @@ unsigned countOf(std::size_t n)
 class AMFMessage::MetaData
 {
 public:
-    MetaData(AMFMessage& out, MP4File& file, bool amf3)
-        : m_out(out), m_file(file), m_tracks(file.getTrackVec()), m_amf3(amf3)
-    {
-    }
+    MetaData(AMFMessage& out, const Movie& movie, bool amf3) : m_out(out), m_movie(movie), m_amf3(amf3) {}
 
     void write(unsigned duration)
     {
         m_out.beginMessage("onMetaData", m_amf3);
         m_out.beginECMAArray(0);
         m_out.AddNamedAMF0Number("duration", duration / 1000.0);
-        m_out.AddNamedAMF0Number("moovPosition", static_cast<double>(m_file.getMoviePos()));
+        m_out.AddNamedAMF0Number("moovPosition", static_cast<double>(m_movie.payload));
         writeCodecs();
         writeRates();
         writeTags();
@@ -76,7 +71,7 @@ private:
 
     void writeCodecs()
     {
-        for (const TrackInfo* track : m_tracks) {
+        for (const auto& track : m_movie.tracks) {
             const SampleEntry* entry = firstEntry(*track);
             if (!entry)
                 continue;
@@ -87,17 +82,17 @@ private:
             } else if (entry->sampleRate > 0)
                 m_out.addNamedText("audiocodecid", fourCCText(entry->type));
         }
-        if (m_file.hasAVCVideo()) {
-            m_out.AddNamedAMF0Number("avcprofile", m_file.getAVCProfile());
-            m_out.AddNamedAMF0Number("avclevel", m_file.getAVCLevel());
+        if (m_movie.avcSeen) {
+            m_out.AddNamedAMF0Number("avcprofile", m_movie.avcProfile);
+            m_out.AddNamedAMF0Number("avclevel", m_movie.avcLevel);
         }
-        if (m_file.hasAACAudio())
-            m_out.AddNamedAMF0Number("aacaot", m_file.getAACObjectType());
+        if (m_movie.aacSeen)
+            m_out.AddNamedAMF0Number("aacaot", m_movie.aacObjectType);
     }
 
     void writeRates()
     {
-        for (const TrackInfo* track : m_tracks) {
+        for (const auto& track : m_movie.tracks) {
             const SampleEntry* entry = firstEntry(*track);
             if (!entry)
                 continue;
@@ -125,7 +120,7 @@ private:
 
     void writeTags()
     {
-        const std::deque<TagEntry>& tags = m_file.getTags();
+        const std::deque<TagEntry>& tags = m_movie.tags;
         if (tags.empty())
             return;
         m_out.addName("tags");
@@ -171,7 +166,7 @@ private:
     /// Writes the run of images of one item from tag first on as one value and returns its length.
     std::size_t writeImages(std::size_t first)
     {
-        const std::deque<TagEntry>& tags = m_file.getTags();
+        const std::deque<TagEntry>& tags = m_movie.tags;
         std::size_t end = first + 1;
         while (end < tags.size() && tags[end].itemType == tags[first].itemType &&
                tags[end].dataType == tags[first].dataType)
@@ -185,12 +180,12 @@ private:
 
     void writeChapters()
     {
-        const auto& chapters = m_file.getChapters();
+        const auto& chapters = m_movie.chapters;
         if (chapters.empty())
             return;
-        const double timescale = m_file.getMovieTimescale();
+        const double timescale = m_movie.timescale;
         m_out.beginStrictArray("chapters", countOf(chapters.size()));
-        for (const MP4File::ChapterEntry& chapter : chapters) {
+        for (const ChapterEntry& chapter : chapters) {
             m_out.beginObject();
             m_out.AddNamedAMF0Number("time",
                                      timescale > 0 ? static_cast<double>(chapter.time) / timescale : 0);
@@ -201,11 +196,11 @@ private:
 
     void writeProgressiveInfo()
     {
-        const auto& entries = m_file.getProgressiveEntries();
+        const auto& entries = m_movie.progressive;
         if (entries.empty())
             return;
         m_out.beginStrictArray("progressivedownloadinfo", countOf(entries.size()));
-        for (const MP4File::ProgressiveEntry& entry : entries) {
+        for (const ProgressiveEntry& entry : entries) {
             m_out.beginObject();
             m_out.AddNamedAMF0Number("rate", entry.rate);
             m_out.AddNamedAMF0Number("initialdelay", entry.initialDelay);
@@ -216,8 +211,8 @@ private:
     void writeTrackInfo()
     {
         static const TextStyle kNoStyle;
-        m_out.beginStrictArray("trackinfo", countOf(m_tracks.size()));
-        for (const TrackInfo* track : m_tracks) {
+        m_out.beginStrictArray("trackinfo", countOf(m_movie.tracks.size()));
+        for (const auto& track : m_movie.tracks) {
             m_out.beginObject();
             m_out.AddNamedAMF0Number("length", static_cast<double>(track->duration));
             m_out.AddNamedAMF0Number("timescale", track->timescale);
@@ -271,14 +266,13 @@ private:
     }
 
     AMFMessage& m_out;
-    MP4File& m_file;
-    const std::vector<TrackInfo*> m_tracks;
+    const Movie& m_movie;
     const bool m_amf3;
 };
 
-void AMFMessage::initMetaData(MP4File& file, unsigned duration, bool amf3)
+void AMFMessage::initMetaData(const Movie& movie, unsigned duration, bool amf3)
 {
-    makeWhole([&] { MetaData(*this, file, amf3).write(duration); });
+    makeWhole([&] { MetaData(*this, movie, amf3).write(duration); });
 }
 
 }  // namespace krx::mp4

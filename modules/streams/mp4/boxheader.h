@@ -17,6 +17,10 @@ constexpr unsigned fourCC(const char (&code)[5])
     return value;
 }
 
+/// The four characters of a code in file order, each byte taken as one character. A zero, which would end the
+/// text for many readers, becomes a dot.
+SRString fourCCName(unsigned code);
+
 /// Bytes of a box header: a size and a type of 4 bytes each. With a size of 1 a size of 8 bytes follows.
 constexpr unsigned kBoxHeaderSize = 8;
 constexpr unsigned kLargeBoxHeaderSize = 16;
@@ -28,10 +32,9 @@ struct BoxHeader
     krx::util::FilePos size = 0;   ///< whole box, header included
     krx::util::FilePos end = 0;    ///< start + size
     unsigned type = 0;             ///< four-character code
+    unsigned version = 0;  ///< of a box whose version is read before its handler, see BoxRule::version
 
-    /// The four type characters in file order, each byte taken as one character. A zero, which would end the
-    /// text for many readers, becomes a dot.
-    SRString getBoxName() const;
+    SRString getBoxName() const { return fourCCName(type); }
     bool isFreeBox() const { return type == fourCC("free") || type == fourCC("skip"); }
 };
 

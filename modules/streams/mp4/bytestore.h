@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace krx::mp4 {
@@ -15,16 +16,13 @@ namespace krx::mp4 {
 class ByteStore
 {
 public:
-    /// The budget outlives the store.
-    explicit ByteStore(MemoryBudget& budget) : m_budget(budget) {}
-
-    /// Room for n bytes, valid as long as the store. Throws MemoryLimitError.
-    char* add(std::size_t n)
+    /// Room for n bytes, valid as long as the store. Charges the budget; throws MemoryLimitError.
+    char* add(std::size_t n, MemoryBudget& budget)
     {
         if (n > kOwnBlock)
-            return makeBlock(n);
+            return makeBlock(n, budget);
         if (n > m_left) {
-            m_at = makeBlock(kBlock);
+            m_at = makeBlock(kBlock, budget);
             m_left = kBlock;
         }
         m_left -= n;
@@ -37,15 +35,14 @@ private:
     /// Above this, so that the end of a block that is left unused is a small part of it.
     static constexpr std::size_t kOwnBlock = kBlock / 8;
 
-    char* makeBlock(std::size_t n)
+    char* makeBlock(std::size_t n, MemoryBudget& budget)
     {
-        m_budget.charge(n + kBlockOverhead);
+        budget.charge(n + kBlockOverhead);
         m_blocks.push_back(std::unique_ptr<char[]>(new char[n]));
         m_bytes += n;
         return m_blocks.back().get();
     }
 
-    MemoryBudget& m_budget;
     std::vector<std::unique_ptr<char[]>> m_blocks;
     std::size_t m_bytes = 0;
     char* m_at = nullptr;

@@ -34,7 +34,8 @@ Mp4FileIO::Mp4FileIO(const SRMBString& fileName, IKrxFileIo* io, int openFlags, 
       m_openFlags(openFlags),
       m_video(config.videoReadAheadSize, io),
       m_audio(config.audioReadAheadSize, io),
-      m_other(config.otherReadAheadSize, io)
+      m_other(config.otherReadAheadSize, io),
+      m_window(io, config.otherReadAheadSize)
 {
 }
 
@@ -63,6 +64,7 @@ void Mp4FileIO::Close()
     m_video.flush();
     m_audio.flush();
     m_other.flush();
+    m_window.release();
     m_io->close(m_handle, false);
     m_handle = -1;
 }
@@ -74,11 +76,26 @@ unsigned Mp4FileIO::Read(void* dest, unsigned long long length)
     if (!isOpen() || m_position >= static_cast<unsigned long long>(Size()))
         return 0;
     const auto wanted = static_cast<unsigned>(length);
+    if (const unsigned char* bytes = m_window.at(Tell(), wanted)) {
+        std::copy_n(bytes, wanted, static_cast<unsigned char*>(dest));
+        m_position += wanted;
+        return wanted;
+    }
     const unsigned got = m_other.indexedRead(m_handle, Tell(), dest, wanted, true, 0, kFile, true);
     m_position += got;
     if (got < wanted)
         throw StreamParseError(krx::streams::kFileReadError);
     return got;
+}
+
+const unsigned char* Mp4FileIO::lookAnew(long long position, unsigned n)
+{
+    if (!isOpen() || position >= Size())
+        throw TruncatedStreamError(krx::streams::kTruncatedFile);
+    const unsigned char* bytes = m_window.load(m_handle, position, n);
+    if (!bytes)
+        throw StreamParseError(krx::streams::kFileReadError);
+    return bytes;
 }
 
 krx::util::AutoFileBuffer& Mp4FileIO::chooseBuffer(long long position, unsigned length,
@@ -162,6 +179,7 @@ void Mp4FileIO::FlushMemory()
     m_video.release();
     m_audio.release();
     m_other.release();
+    m_window.release();
 }
 
 bool Mp4FileIO::Unlink()
@@ -172,7 +190,7 @@ bool Mp4FileIO::Unlink()
 std::size_t Mp4FileIO::reportMemorySize() const
 {
     return sizeof(*this) + m_fileName.size() + m_video.reportMemorySize() + m_audio.reportMemorySize() +
-           m_other.reportMemorySize();
+           m_other.reportMemorySize() + m_window.reportMemorySize();
 }
 
 AutoMp4Open::AutoMp4Open(Mp4FileIO* io) : m_io(io), m_opened(false)

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "modules/streams/mp4/filewindow.h"
 #include "modules/streams/mp4/mp4config.h"
 #include "util/SRString.h"
 #include "util/autofilebuffer.h"
@@ -13,8 +14,8 @@ class IKrxFileIo;
 
 namespace krx::mp4 {
 
-/// The file access of one MP4 file: a handle that is opened on demand, a read position, and three read-ahead
-/// buffers (video, audio and other messages; the box parser reads through the last).
+/// The file access of one MP4 file: a handle that is opened on demand, a read position, three read-ahead
+/// buffers (video, audio and other messages), and a window for the reader of the boxes.
 class Mp4FileIO
 {
 public:
@@ -38,10 +39,18 @@ public:
     void Close();
     bool isOpen() const { return m_handle >= 0; }
 
-    /// Reads length bytes at the position through the "other" buffer and advances it. Returns length, or 0
-    /// when the file is closed or the position at or past its end. Throws kFileReadError when only a part is
-    /// there, kBoxTooLarge for a length above 2 GiB.
+    /// Reads length bytes at the position, from the window or through the "other" buffer, and advances it.
+    /// Returns length, or 0 when the file is closed or the position at or past its end. Throws kFileReadError
+    /// when only a part is there, kBoxTooLarge for a length above 2 GiB.
     unsigned Read(void* dest, unsigned long long length);
+    /// The n bytes at position, which stay where they are until the next look or Close. n is at most
+    /// FileWindow::kLargest. The read position does not move. Throws TruncatedStreamError (kTruncatedFile)
+    /// when the file is closed or position not inside it, kFileReadError when only a part is there.
+    const unsigned char* look(long long position, unsigned n)
+    {
+        const unsigned char* bytes = m_window.at(position, n);
+        return bytes ? bytes : lookAnew(position, n);
+    }
     /// Reads up to length bytes at position without moving the read position; messageType chooses the buffer.
     /// Returns the count; 0 when the file is closed or position is not inside it.
     unsigned ReadMessage(void* dest, unsigned length, long long position, unsigned char messageType);
@@ -58,13 +67,14 @@ public:
     unsigned GetModifiedTime() const;
     const SRMBString& GetFileName() const { return m_fileName; }
     int getOpenFlags() const { return m_openFlags; }
-    /// Gives back the memory of the buffers.
+    /// Gives back the memory of the buffers and the window.
     void FlushMemory();
     bool Unlink();
     /// Bytes held.
     std::size_t reportMemorySize() const;
 
 private:
+    const unsigned char* lookAnew(long long position, unsigned n);
     krx::util::AutoFileBuffer& chooseBuffer(long long position, unsigned length, unsigned char messageType);
 
     SRMBString m_fileName;
@@ -76,6 +86,7 @@ private:
     krx::util::AutoFileBuffer m_video;
     krx::util::AutoFileBuffer m_audio;
     krx::util::AutoFileBuffer m_other;
+    FileWindow m_window;
 };
 
 /// Opens the file for the length of a scope; a file that was open already stays open.

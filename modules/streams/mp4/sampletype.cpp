@@ -11,44 +11,49 @@
 namespace krx::mp4 {
 namespace {
 
-struct CodeRow
-{
-    unsigned code;
-    SampleType type;
-};
-
-constexpr CodeRow kCodes[] = {
-    {fourCC("avc1"), kSampleAVC},
-    {fourCC("mp4a"), kSampleAAC},
-    {fourCC("H264"), kSampleAVC},
-    {fourCC("h264"), kSampleAVC},
-    {fourCC("VP60"), kSampleVP6},
-    {fourCC("VP61"), kSampleVP6},
-    {fourCC("VP62"), kSampleVP6},
-    {fourCC("VP6F"), kSampleVP6},
-    {fourCC("VP6A"), kSampleVP6Alpha},
-    {fourCC("H263"), kSampleH263},
-    {fourCC("h263"), kSampleH263},
-    {fourCC("ASS1"), kSampleScreenVideo1},
-    {fourCC("ASS2"), kSampleScreenVideo2},
-    {fourCC(".mp3"), kSampleMP3},
-    {fourCC("spex"), kSampleSpeex},
-    {fourCC("nmos"), kSampleNellymoser},
-    {fourCC("text"), kSampleText},
-    {fourCC("tx3g"), kSampleText},
-    {fourCC("amf0"), kSampleDataAMF0},
-    {fourCC("amf3"), kSampleDataAMF3},
-    {fourCC("encv"), kSampleEncryptedVideo},
-    {fourCC("enca"), kSampleEncryptedAudio},
+/// The codecs that are known: a new one is one row here. The ones that most files have come first. Images are
+/// known and not played.
+constexpr Codec kCodecs[] = {
+    {fourCC("avc1"), kSampleAVC, kVideoEntry, kAvcConfiguration},
+    {fourCC("mp4a"), kSampleAAC, kAudioEntry, kAacConfiguration},
+    {fourCC("H264"), kSampleAVC, kVideoEntry},
+    {fourCC("h264"), kSampleAVC, kVideoEntry},
+    {fourCC("VP60"), kSampleVP6, kVideoEntry},
+    {fourCC("VP61"), kSampleVP6, kVideoEntry},
+    {fourCC("VP62"), kSampleVP6, kVideoEntry},
+    {fourCC("VP6F"), kSampleVP6, kVideoEntry},
+    {fourCC("VP6A"), kSampleVP6Alpha, kVideoEntry},
+    {fourCC("H263"), kSampleH263, kVideoEntry},
+    {fourCC("h263"), kSampleH263, kVideoEntry},
+    {fourCC("ASS1"), kSampleScreenVideo1, kVideoEntry},
+    {fourCC("ASS2"), kSampleScreenVideo2, kVideoEntry},
+    {fourCC(".mp3"), kSampleMP3, kAudioEntry},
+    {fourCC("spex"), kSampleSpeex, kAudioEntry},
+    {fourCC("nmos"), kSampleNellymoser, kAudioEntry},
+    {fourCC("text"), kSampleText, kTextEntry},
+    {fourCC("tx3g"), kSampleText, kTextEntry, kTextStyle},
+    {fourCC("amf0"), kSampleDataAMF0, kDataEntry},
+    {fourCC("amf3"), kSampleDataAMF3, kDataEntry},
+    {fourCC("encv"), kSampleEncryptedVideo, kVideoEntry, kAvcConfiguration, true},
+    {fourCC("enca"), kSampleEncryptedAudio, kAudioEntry, kAacConfiguration, true},
+    {fourCC("jpeg"), kSampleUnsupported, kImageEntry},
+    {fourCC("png "), kSampleUnsupported, kImageEntry},
+    {fourCC("gif "), kSampleUnsupported, kImageEntry},
 };
 
 }  // namespace
 
+const Codec* findCodec(unsigned code)
+{
+    const auto* codec = std::find_if(std::begin(kCodecs), std::end(kCodecs),
+                                     [&](const Codec& row) { return row.code == code; });
+    return codec == std::end(kCodecs) ? nullptr : codec;
+}
+
 SampleType sampleTypeOf(unsigned code)
 {
-    const auto* row =
-        std::find_if(std::begin(kCodes), std::end(kCodes), [&](const CodeRow& r) { return r.code == code; });
-    return row == std::end(kCodes) ? kSampleUnsupported : row->type;
+    const Codec* codec = findCodec(code);
+    return codec ? codec->type : kSampleUnsupported;
 }
 
 }  // namespace krx::mp4

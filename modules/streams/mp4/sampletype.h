@@ -31,8 +31,39 @@ enum SampleType : unsigned char
     kSampleOther = 18,           ///< user-control message
 };
 
-/// The sample type that a sample description's four-character code selects.
-SampleType sampleTypeOf(unsigned fourCC);
+/// How a sample entry is laid out.
+enum EntryKind : unsigned char
+{
+    kVideoEntry,
+    kAudioEntry,
+    kTextEntry,
+    kDataEntry,
+    kImageEntry,
+};
+
+/// What a sample entry holds besides the fields of its kind.
+enum EntryConfiguration : unsigned char
+{
+    kNoConfiguration,
+    kAvcConfiguration,  ///< an 'avcC' box
+    kAacConfiguration,  ///< an 'esds' box
+    kTextStyle,         ///< a TextStyle
+};
+
+/// What the four-character code of a sample entry says.
+struct Codec
+{
+    unsigned code;
+    SampleType type;
+    EntryKind entry;
+    EntryConfiguration configuration = kNoConfiguration;
+    bool isProtected = false;  ///< the entry has a 'sinf' box
+};
+
+/// The codec of the code, or null when it is not supported.
+const Codec* findCodec(unsigned code);
+/// The sample type of the codec; kSampleUnsupported when there is none.
+SampleType sampleTypeOf(unsigned code);
 
 /// Header bytes of a type that no step has: what it wraps is asked instead.
 constexpr unsigned kNoHeaderSize = ~0U;

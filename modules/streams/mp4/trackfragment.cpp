@@ -3,7 +3,7 @@
 
 #include "modules/streams/mp4/trackfragment.h"
 
-#include "modules/streams/mp4/mp4.h"
+#include "modules/streams/mp4/fragmentloader.h"
 #include "util/krxassert.h"
 
 #include <new>
@@ -13,7 +13,7 @@ namespace krx::mp4 {
 namespace {
 
 constexpr const char* kFile = "modules/streams/mp4/mp4";
-constexpr int kNoParserLine = 202;
+constexpr int kNoLoaderLine = 202;
 
 }  // namespace
 
@@ -36,7 +36,7 @@ std::size_t TrackFragmentRun::memorySize(unsigned sampleCount, unsigned fields)
 }
 
 TrackFragment::TrackFragment(const TrackFragment& other)
-    : m_file(other.m_file), m_payload(other.m_payload), m_end(other.m_end), m_moofStart(other.m_moofStart)
+    : m_loader(other.m_loader), m_payload(other.m_payload), m_end(other.m_end), m_moofStart(other.m_moofStart)
 {
     if (other.m_content) {
         content().header = other.m_content->header;
@@ -46,7 +46,7 @@ TrackFragment::TrackFragment(const TrackFragment& other)
 
 TrackFragment& TrackFragment::operator=(TrackFragment other) noexcept
 {
-    m_file = other.m_file;
+    m_loader = other.m_loader;
     m_payload = other.m_payload;
     m_end = other.m_end;
     m_moofStart = other.m_moofStart;
@@ -65,13 +65,13 @@ void TrackFragment::load()
 {
     if (m_content)
         return;
-    if (!m_file) {
-        krx::util::assertFailed(kFile, kNoParserLine);
+    if (!m_loader) {
+        krx::util::assertFailed(kFile, kNoLoaderLine);
         content();
         return;
     }
     try {
-        m_file->parseTrackFragment(*this, m_payload, m_end);
+        m_loader->reload(*this, m_payload, m_end);
     } catch (...) {
         // The runs before the fault must not pass for the whole fragment.
         unload();

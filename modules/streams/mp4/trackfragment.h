@@ -8,12 +8,12 @@
 #include "modules/streams/mp4/wordcolumn.h"
 
 #include <cstddef>
-#include <deque>
 #include <memory>
+#include <vector>
 
 namespace krx::mp4 {
 
-class MP4File;
+class FragmentLoader;
 
 /// One 'trun'. Copies share the fields of the samples.
 class TrackFragmentRun
@@ -72,10 +72,10 @@ struct TrackFragmentHeader
 class TrackFragment
 {
 public:
-    /// payload: first byte after the header of the box. file is not owned.
-    TrackFragment(MP4File* file, const BoxHeader& box, krx::util::FilePos payload,
+    /// payload: first byte after the header of the box. loader is not owned.
+    TrackFragment(FragmentLoader* loader, const BoxHeader& box, krx::util::FilePos payload,
                   krx::util::FilePos moofStart)
-        : m_file(file), m_payload(payload), m_end(box.end), m_moofStart(moofStart)
+        : m_loader(loader), m_payload(payload), m_end(box.end), m_moofStart(moofStart)
     {
     }
     /// What is loaded is copied, too.
@@ -91,6 +91,8 @@ public:
     bool isLoaded() const { return m_content != nullptr; }
     /// Appends a run; the fragment then counts as loaded.
     void insertRun(TrackFragmentRun run);
+    /// What is loaded is not charged any longer.
+    void releaseCharge() { content().charge = MemoryCharge(); }
     /// Charges what is loaded, until it is released.
     void charge(MemoryBudget& budget, unsigned long long bytes) { content().charge.add(budget, bytes); }
     /// These load first. An i that is not below getRunCount() throws kTableReadError.
@@ -115,13 +117,13 @@ private:
     struct Content
     {
         TrackFragmentHeader header;
-        std::deque<TrackFragmentRun> runs;
+        std::vector<TrackFragmentRun> runs;
         MemoryCharge charge;
     };
 
     Content& content();
 
-    MP4File* m_file;
+    FragmentLoader* m_loader;
     krx::util::FilePos m_payload;
     krx::util::FilePos m_end;
     krx::util::FilePos m_moofStart;

@@ -15,7 +15,8 @@
 
 namespace krx::test {
 
-/// A file as parsed: the error that ended the parse (0: none), the warnings, and the parser itself.
+/// A file as parsed: the error that ended the parse (0: none), the warnings, their places, and the parser
+/// itself.
 class ParsedFile
 {
 public:
@@ -26,12 +27,14 @@ public:
         mp4.setWarningObserver([this](const streams::StreamParseError& w) {
             warnings.push_back(w.getStatus());
             texts.push_back(w.getMessage());
+            places.push_back(w.place());
         });
         file.Open();
         try {
             mp4.parse(start);
         } catch (const streams::StreamParseError& e) {
             error = e.getStatus();
+            errorPlace = e.place();
         }
     }
 
@@ -43,6 +46,8 @@ public:
     int error = 0;
     std::vector<int> warnings;
     std::vector<SRString> texts;
+    std::vector<streams::Place> places;  ///< of the warnings
+    streams::Place errorPlace;
 };
 
 inline std::unique_ptr<ParsedFile> parseFile(std::string bytes, const mp4::Mp4Config& config = {})

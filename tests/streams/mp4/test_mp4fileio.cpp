@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <random>
 
 namespace krx::test {
 namespace {
@@ -75,6 +76,43 @@ TEST_F(Mp4FileIOTest, Reading)
     file.FlushMemory();
     io.failReadsFrom(1);
     EXPECT_EQ(statusOf([&] { file.readInt(4); }), 5);
+}
+
+/// What the window shows is what the file has, in whatever steps and portions it is read.
+TEST_F(Mp4FileIOTest, LookingAnywhere)
+{
+    const std::string expected = bytes();
+    file.Open();
+    io.maxRead = 7;
+    std::minstd_rand random(1);
+    std::uniform_int_distribution<long long> distance(1, 600);
+    for (long long pos = 0, n = 1; pos < 100000; pos += distance(random), n = distance(random) / 2 + 1) {
+        const long long at = pos % 4000;
+        const auto size = static_cast<unsigned>(n);
+        if (at + n > 4000)
+            EXPECT_EQ(statusOf([&] { file.look(at, size); }), 5);
+        else
+            ASSERT_EQ(std::string(reinterpret_cast<const char*>(file.look(at, size)), size),
+                      expected.substr(static_cast<std::size_t>(at), size));
+        EXPECT_EQ(file.Tell(), 0);
+    }
+    EXPECT_EQ(statusOf([&] { file.look(4000, 1); }), 117);
+    file.Close();
+    EXPECT_EQ(statusOf([&] { file.look(0, 1); }), 117);
+}
+
+/// A reader that hops reads once for each hop, however much it takes there; one that goes on reads ever more.
+TEST_F(Mp4FileIOTest, LookingAhead)
+{
+    file.Open();
+    for (unsigned hop = 0; hop < 8; ++hop)
+        for (unsigned i = 0; i < 200; i += 4)
+            file.look(hop * 500 + i, 4);
+    EXPECT_EQ(io.reads.size(), 8U + 1U);
+    io.reads.clear();
+    for (unsigned i = 0; i < 4000; i += 4)
+        file.look(i, 4);
+    EXPECT_LE(io.reads.size(), 5U);
 }
 
 TEST_F(Mp4FileIOTest, MessagesGoThroughTheirBuffers)

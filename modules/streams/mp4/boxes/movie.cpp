@@ -1,0 +1,126 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "modules/streams/mp4/boxes/handlers.h"
+#include "modules/streams/mp4/boxwalk.h"
+#include "modules/streams/mp4/mp4errors.h"
+
+namespace krx::mp4 {
+namespace {
+
+using krx::streams::StreamParseError;
+
+/// Creation and modification time, by version.
+constexpr unsigned timesSize(unsigned version)
+{
+    return version == 0 ? 8 : 16;
+}
+
+void checkChapters(const Movie& movie)
+{
+    for (const ChapterEntry& chapter : movie.chapters)
+        if (chapter.time > movie.duration)
+            throw StreamParseError(krx::streams::kInvalidChapterTime);
+}
+
+void readTrackBoxes(BoxWalk& walk, const BoxHeader& box)
+{
+    // The header may come after the media that it is needed for.
+    BoxReader& in = walk.reader();
+    const krx::util::FilePos payload = in.position();
+    walk.readFirstChild(box, fourCC("tkhd"));
+    in.skipTo(payload);
+    walk.readChildren(box);
+    if (walk.track())
+        validateTrack(in, *walk.track());
+    else
+        in.warn(krx::streams::kIncompleteTrack);
+}
+
+}  // namespace
+
+void readMovie(BoxWalk& walk, const BoxHeader& box)
+{
+    walk.movie().payload = walk.reader().position();
+    walk.movie().seen = true;
+    walk.readChildren(box);
+    checkChapters(walk.movie());
+}
+
+void readMovieHeader(BoxReader& in, const BoxHeader& box, Movie& movie)
+{
+    movie.headerPos = box.start;
+    in.skip(timesSize(box.version));
+    movie.timescale = in.readU32();
+    movie.duration = box.version == 0 ? in.readU32() : in.readU64();
+    if (movie.timescale == 0)
+        throw StreamParseError(krx::streams::kInvalidTimescale);
+}
+
+void readTrack(BoxWalk& walk, const BoxHeader& box)
+{
+    BoxReader& in = walk.reader();
+    if (walk.movie().tracks.size() >= in.config().MaxTracks)
+        throw StreamParseError(krx::streams::kTooManyTracks);
+    try {
+        readTrackBoxes(walk, box);
+    } catch (Mp4TrackError& error) {
+        if (walk.track())
+            walk.track()->valid = false;
+        in.addPlace(error);
+        in.logWarning(error);
+    }
+    walk.setTrack(nullptr);
+}
+
+void validateTrack(BoxReader& in, TrackInfo& track)
+{
+    const bool complete = track.timescale != 0 && track.hasSampleDescription &&
+                          track.sampleToChunk.isInit() && track.chunkOffsets.isInit() &&
+                          track.timeToSample.isInit() &&
+                          (track.sampleSizes.isInit() || track.constantSampleSize != 0);
+    if (!complete)
+        throw Mp4TrackError(krx::streams::kIncompleteTrack);
+    if (track.isVideo && !track.hasTrackExtends && !track.syncSamples.isInit())
+        in.warn(krx::streams::kNoSyncSamples);
+    track.valid = true;
+}
+
+TrackInfo* readTrackHeader(BoxReader& in, const BoxHeader& box, Movie& movie)
+{
+    in.skip(timesSize(box.version));
+    TrackInfo* track = movie.provideTrack(in.readU32(), in.config().MaxTracks, in.memory());
+    if (!track)
+        return nullptr;
+    track->tkhdStartPos = box.start;
+    // Reserved, duration, reserved, layer, alternate group, volume, reserved.
+    in.skip(box.version == 0 ? 24 : 28);
+    VideoTransform& transform = track->transform;
+    transform.a = static_cast<int>(in.readU32());
+    transform.b = static_cast<int>(in.readU32());
+    in.skip(4);
+    transform.c = static_cast<int>(in.readU32());
+    transform.d = static_cast<int>(in.readU32());
+    return track;
+}
+
+void readMediaHeader(BoxReader& in, const BoxHeader& box, TrackInfo& track)
+{
+    track.setMdhdStartPos(box.start);
+    in.skip(timesSize(box.version));
+    track.timescale = in.readU32();
+    track.duration = box.version == 0 ? in.readU32() : in.readU64();
+    track.language = in.readU16();
+    if (track.timescale == 0)
+        throw StreamParseError(krx::streams::kInvalidTimescale);
+}
+
+void readFreeSpace(BoxReader& in, const BoxHeader& box, Movie& movie)
+{
+    if (in.parentType() != fourCC("moov"))
+        return;
+    in.memory().charge(kDequeElement<FreeSpace>);
+    movie.freeBoxes.push_back({box.start, box.size});
+}
+
+}  // namespace krx::mp4

@@ -1,0 +1,188 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include "modules/streams/mp4/boxheader.h"
+#include "modules/streams/mp4/memorybudget.h"
+#include "modules/streams/mp4/mp4config.h"
+#include "modules/streams/mp4/mp4fileio.h"
+#include "modules/streams/streamparseerror.h"
+#include "util/bigendian.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace krx::mp4 {
+
+/// Reads the boxes of a file: a position, integers and headers at it, which boxes are open around it, and the
+/// findings about them. Knows no box type; what is done with a box is the matter of BoxWalk and of the
+/// handlers.
+///
+/// Positions and sizes are bytes of the file; integers are big-endian. A read that the file ends in throws
+/// kFileReadError, one where nothing is left TruncatedStreamError (kTruncatedFile). A fault leaves the reader
+/// with its place.
+class BoxReader
+{
+public:
+    using WarningObserver = std::function<void(const krx::streams::StreamParseError& warning)>;
+
+    explicit BoxReader(const Mp4Config& config) : m_config(config) {}
+    BoxReader(const BoxReader&) = delete;
+    BoxReader& operator=(const BoxReader&) = delete;
+
+    /// The settings that the file is read under.
+    const Mp4Config& config() const { return m_config; }
+    /// What the file may make the program keep; whoever keeps something because of the file charges it here
+    /// before the memory is taken.
+    MemoryBudget& memory() { return m_memory; }
+
+    /// Not owned. Must be set, and open, before start.
+    void setFile(Mp4FileIO* file) { m_file = file; }
+    Mp4FileIO* file() const { return m_file; }
+
+    // The position. It does not leave the file: a move beyond an end stops there.
+
+    /// Takes up the size of the file and moves to pos.
+    void start(krx::util::FilePos pos);
+    krx::util::FilePos position() const { return m_position; }
+    krx::util::FilePos fileSize() const { return m_fileSize; }
+    void skipTo(krx::util::FilePos pos) { m_position = std::clamp<krx::util::FilePos>(pos, 0, m_fileSize); }
+    void skip(unsigned n) { skipTo(m_position + n); }
+    /// Bytes between the position and end; 0 beyond it.
+    unsigned long long bytesLeft(krx::util::FilePos end) const
+    {
+        return static_cast<unsigned long long>(std::max(end - m_position, 0LL));
+    }
+
+    // Reading at the position, which moves behind what is read.
+
+    unsigned char readU8() { return *take(1); }
+    unsigned short readU16() { return krx::util::loadBigEndian<unsigned short>(take(2)); }
+    unsigned readU24()
+    {
+        const unsigned char* p = take(3);
+        return static_cast<unsigned>(p[0] << 16 | p[1] << 8 | p[2]);
+    }
+    unsigned readU32() { return krx::util::loadBig32(take(4)); }
+    unsigned long long readU64() { return krx::util::loadBigEndian<unsigned long long>(take(8)); }
+    /// n bytes into a buffer of the caller. More than 2 GiB throw kBoxTooLarge.
+    void read(void* buffer, unsigned long long n);
+
+    // Boxes.
+
+    /// Reads the header of a box that starts at the position inside parent, and checks its size; the position
+    /// is that of the payload then. Throws kTruncatedBox for a box that leaves its parent or is smaller than
+    /// its header, and notPositive for a size that, read as a signed number, is not positive. Media data that
+    /// the file ends in is a warning.
+    BoxHeader readHeader(const BoxHeader& parent,
+                         krx::streams::ParseStatus notPositive = krx::streams::kTruncatedBox);
+    /// Finds a box by its type alone, at whatever byte before end it starts. When there is one the position
+    /// is the start of its header.
+    bool skipToBox(unsigned type, krx::util::FilePos end);
+
+    /// Runs function with the box open: it is the innermost one of the paths in places and in the log.
+    /// number is the one that places show, see krx::streams::Place; 0 for none. A fault that leaves function
+    /// without a place is given that of the box.
+    template <typename Function>
+    void inside(const BoxHeader& box, unsigned number, Function function)
+    {
+        const OpenBox open(*this, box, number);
+        try {
+            function();
+        } catch (krx::streams::StreamParseError& error) {
+            addPlace(error);
+            throw;
+        }
+    }
+    bool hasOpenBox() const { return !m_open.empty(); }
+    /// The type of the box around the innermost open one; 0 when there is none.
+    unsigned parentType() const { return m_open.size() < 2 ? 0 : m_open[m_open.size() - 2].type; }
+    /// Throws kTruncatedBox where more boxes are open than a file may nest.
+    void checkNesting() const;
+
+    // Findings.
+
+    /// The track that findings are about from here on; 0 for none.
+    void setTrackId(unsigned id) { m_trackId = id; }
+    /// Gives the fault the place of the innermost open box, unless it has one. Outside of all boxes it is the
+    /// position.
+    void addPlace(krx::streams::StreamParseError& error) const;
+    /// Warns, with the place of addPlace.
+    void warn(krx::streams::ParseStatus status);
+    /// Warns about the bytes at the position: the place is in the innermost open box.
+    void warnHere(krx::streams::ParseStatus status);
+    /// Warns with the name of the box, which is the innermost open one or in it.
+    void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
+    /// The same with the place of the fault that the warning is made of.
+    void warnAboutBox(const krx::streams::StreamParseError& fault, const BoxHeader& box);
+    /// Hands the warning to the observer, throws a copy when warnings count as errors, and prints it above
+    /// log level 2.
+    void logWarning(const krx::streams::StreamParseError& warning);
+    /// Prints above log level 4.
+    void logInfo(const std::string& text) const;
+
+    void setLogLevel(int level) { m_logLevel = level; }
+    void setWarningsAsErrors(bool on) { m_warningsAsErrors = on; }
+    /// Called with every warning, before it is thrown or printed.
+    void setWarningObserver(WarningObserver observer) { m_warningObserver = std::move(observer); }
+    /// While on, warn and warnAboutBox do nothing: what is read again has given its warnings.
+    void setQuiet(bool on) { m_quiet = on; }
+    /// Bytes held, those of the object itself excluded.
+    std::size_t reportMemorySize() const { return m_open.capacity() * sizeof(Open); }
+
+private:
+    struct Open
+    {
+        krx::util::FilePos start;
+        unsigned type;
+        unsigned number;  ///< see krx::streams::Place; 0 for none
+    };
+    class OpenBox
+    {
+    public:
+        OpenBox(BoxReader& reader, const BoxHeader& box, unsigned number) : m_boxes(reader.m_open)
+        {
+            m_boxes.push_back({box.start, box.type, number});
+        }
+        ~OpenBox() { m_boxes.pop_back(); }
+        OpenBox(const OpenBox&) = delete;
+        OpenBox& operator=(const OpenBox&) = delete;
+
+    private:
+        std::vector<Open>& m_boxes;
+    };
+
+    const unsigned char* take(unsigned n)
+    {
+        const unsigned char* bytes = m_file->look(m_position, n);
+        m_position += n;
+        return bytes;
+    }
+    void logHeader(const BoxHeader& box) const;
+    krx::streams::Place placeAt(krx::util::FilePos offset) const;
+    [[noreturn]] void failAt(krx::util::FilePos offset, krx::streams::ParseStatus status) const;
+    bool isSilent() const
+    {
+        return m_quiet || (m_logLevel <= 2 && !m_warningsAsErrors && !m_warningObserver);
+    }
+
+    Mp4Config m_config;
+    MemoryBudget m_memory;
+    Mp4FileIO* m_file = nullptr;
+    krx::util::FilePos m_fileSize = 0;
+    krx::util::FilePos m_position = 0;
+    std::vector<Open> m_open;  ///< the boxes around the position, outermost first
+    unsigned m_trackId = 0;
+
+    int m_logLevel = 2;
+    bool m_warningsAsErrors = false;
+    bool m_quiet = false;
+    WarningObserver m_warningObserver;
+};
+
+}  // namespace krx::mp4

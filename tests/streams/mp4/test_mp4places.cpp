@@ -1,0 +1,117 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/streams/mp4/parserfixture.h"
+#include "tests/support/mp4samples.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace krx::test {
+namespace {
+
+std::string lineOf(int status, const streams::Place& place)
+{
+    std::ostringstream line;
+    line << status << " at " << place.offset << " in '" << place.path << "' of " << place.track;
+    return line.str();
+}
+
+/// A line for each finding that reading the boxes of the file makes.
+std::vector<std::string> placesOf(const ParsedFile& parsed)
+{
+    std::vector<std::string> lines;
+    for (std::size_t i = 0; i < parsed.warnings.size(); ++i)
+        lines.push_back(lineOf(parsed.warnings[i], parsed.places[i]));
+    if (parsed.error != 0)
+        lines.push_back(lineOf(parsed.error, parsed.errorPlace));
+    return lines;
+}
+
+/// The innermost box of the path starts at the offset, and the track is the one that the path goes through:
+/// in the samples the n-th has the ID n.
+void expectConsistent(const std::string& bytes, int status, const streams::Place& place)
+{
+    ASSERT_GE(place.offset, 0);
+    if (place.path.empty())
+        return;
+    const std::string innermost = place.path.substr(place.path.rfind('/') + 1);
+    const auto offset = static_cast<std::size_t>(place.offset);
+    if (status == streams::kExtraneousBytes)
+        EXPECT_EQ(bytes.substr(offset, 4), std::string(4, '\0'));
+    else
+        EXPECT_EQ(bytes.substr(offset + 4, 4), innermost.substr(0, 4));
+    const bool inTrack = place.path.starts_with("moov/trak[") && status != streams::kTooManyTracks;
+    EXPECT_EQ(place.track, inTrack ? std::stoul(place.path.substr(10)) : 0U);
+}
+
+TEST(Mp4Places, EveryFindingOfTheSamplesHasOne)
+{
+    std::size_t findings = 0;
+    for (const Mp4Sample& sample : mp4Samples()) {
+        SCOPED_TRACE(sample.name);
+        const auto parsed = parseFile(sample.bytes);
+        findings += parsed->warnings.size();
+        for (std::size_t i = 0; i < parsed->warnings.size(); ++i)
+            expectConsistent(sample.bytes, parsed->warnings[i], parsed->places[i]);
+        // A box that is missing is nowhere.
+        if (parsed->error == streams::kNoMovieBox)
+            EXPECT_EQ(parsed->errorPlace.offset, -1);
+        else if (parsed->error != 0)
+            expectConsistent(sample.bytes, parsed->error, parsed->errorPlace);
+    }
+    EXPECT_GT(findings, 80U);
+}
+
+TEST(Mp4Places, Table)
+{
+    TrackBoxes second;
+    second.header = tkhd(7);
+    second.description = stsd({videoEntry("VP62"), audioEntry("alac")});
+    TrackBoxes oldDescriptor;
+    oldDescriptor.description = stsd({audioEntry("mp4a", fullBox("esds", "", 1))});
+    const std::string extends = box("mvex", fullBox("trex", Fields().u32(1).zeros(16)));
+    const std::string moof =
+        box("moof", fullBox("mfhd", Fields().u32(1)) + box("traf", fullBox("tfhd", Fields().u32(1))));
+    const std::string movie = trackFile({});
+    const struct
+    {
+        const char* name;
+        std::string bytes;
+        std::vector<std::string> lines;
+    } cases[] = {
+        {"second entry of the second track",
+         movieFile(TrackBoxes().bytes() + second.bytes()),
+         {"107 at 698 in 'moov/trak[2]/mdia/minf/stbl/stsd/alac[2]' of 7"}},
+        {"descriptor",
+         trackFile(oldDescriptor),
+         {"123 at 348 in 'moov/trak[1]/mdia/minf/stbl/stsd/mp4a[1]/esds' of 1",
+          "103 at 140 in 'moov/trak[1]' of 1"}},
+        {"unknown name",
+         box(std::string_view("\xA9\0ab", 4)) + movie,
+         {"102 at 0 in '\xC2\xA9"
+          ".ab' of 0"}},
+        {"header in a container",
+         movieFile(box("udta", sizedBox(7, "free"))),
+         {"18 at 148 in 'moov/udta' of 0"}},
+        {"header at the top", movie + sizedBox(100, "free"), {"18 at 548 in '' of 0"}},
+        {"end of the file in a header", movie + sizedBox(1, "free", "abcd"), {"5 at 556 in '' of 0"}},
+        {"no fragment header",
+         movieFile(TrackBoxes().bytes() + extends) + moof + box("moof", box("traf") + box("traf")),
+         {"31 at 644 in 'moof[2]/traf[1]' of 0"}},
+        {"cut fragment header",
+         movieFile(TrackBoxes().bytes() + extends) +
+             box("moof", box("traf", fullBox("tfhd", Fields().u32(1), 0, 1))),
+         {"117 at 596 in 'moof[1]/traf[1]' of 1"}},
+        {"item",
+         movieFile(box("udta", fullBox("meta", box("ilst", box("\xA9nam", sizedBox(4, "data")))))),
+         {"18 at 176 in 'moov/udta/meta/ilst/\xC2\xA9"
+          "nam' of 0"}},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(placesOf(*parseFile(c.bytes)), c.lines) << c.name;
+}
+
+}  // namespace
+}  // namespace krx::test
