@@ -43,7 +43,7 @@ if(KRX_SANITIZERS)
   target_link_options(krx_settings INTERFACE -fsanitize=${KRX_SANITIZERS})
 endif()
 
-# krx_library(NAME SOURCES... PUBLIC_HEADERS... DEPENDS...): one library a folder, so that the linker holds the
+# krx_library(NAME SOURCES... PUBLIC_HEADERS... DEPENDS...): one library per folder, so that the linker holds the
 # layering. A library with public headers is installed.
 function(krx_library name)
   cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC_HEADERS;DEPENDS" ${ARGN})
@@ -54,7 +54,7 @@ function(krx_library name)
   endif()
 endfunction()
 
-# krx_test(NAME SOURCES... DEPENDS...): one test program a folder, its cases listed one by one to CTest.
+# krx_test(NAME SOURCES... DEPENDS...): one test program per folder, its cases listed one by one to CTest.
 function(krx_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})

@@ -91,7 +91,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
 {
     if (size == 0)
         return 0;
-    // A buffer of its own, so that a read behind its end is seen.
+    // A buffer of its own, so that a read past its end is seen.
     const std::vector<unsigned char> input(bytes + 1, bytes + size);
     const auto length = static_cast<int>(input.size());
     const bool strict = (bytes[0] & 0x80) != 0;
@@ -110,7 +110,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
                 break;
             }
             case 3: {
-                // As AMF3 values: each behind the marker that switches to them.
+                // As AMF3 values: each after the marker that switches to AMF3.
                 std::vector<unsigned char> switched{kAvmPlusObjectType};
                 switched.insert(switched.end(), input.begin(), input.end());
                 SRCSerializer reader(switched.data(), length + 1, strict);

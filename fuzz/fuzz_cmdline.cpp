@@ -2,7 +2,7 @@
 // All rights reserved.
 
 // Runs a whole command line, whose arguments are separated by line ends, over a directory with a few inputs
-// of each kind. Names with a slash are left out, so that nothing outside the directory is opened or written.
+// of each kind. Names with a slash are left out: nothing outside the directory is opened or written.
 
 #include "fuzz/fuzzing.h"
 #include "tests/support/mp4samples.h"

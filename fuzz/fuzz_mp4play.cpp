@@ -3,7 +3,7 @@
 
 // Plays an MP4 file: opens it, looks segments up and loads them. The first byte chooses the options, the rest
 // is the file. Besides that nothing crashes: a file opens or stands for one status message, its segments lie
-// one behind the other, each load that succeeds delivers every position, and the contexts survive their file
+// one after the other, each load that succeeds delivers every position, and the contexts survive their file
 // form.
 
 #include "fuzz/fuzzing.h"

@@ -187,7 +187,7 @@ int CustomKrxSyncFileIo::stat(const SRString& path, struct stat64* st, Mode mode
     SRMBString bytes;
     if (!toBytes(path, bytes) || !m_adaptor->stat(bytes.c_str(), &context.status(), context))
         return -1;
-    // That there is no such file is an answer like any other: it is not logged.
+    // A file that does not exist is an ordinary answer: it is not logged.
     suspend(context);
     if (context.result() != 0)
         return context.result();

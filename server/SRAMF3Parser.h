@@ -29,10 +29,10 @@ public:
         return std::uint64_t{kMemoryFactor} * bytes + kMemorySlack;
     }
 
-    /// Makes the limit of a reader's memory smaller than that. A writer, which has none otherwise, fails as
-    /// at its output limit when its buffer and its tables would take more.
+    /// Makes the limit of a reader's memory smaller. A writer has none by default; with one it fails, as at
+    /// its output limit, when its buffer and its tables would take more.
     void setMemoryLimit(std::uint64_t bytes) { m_memoryLimit = bytes; }
-    /// What has been made took so much, at most.
+    /// An upper bound of the memory taken so far.
     std::uint64_t memoryCharged() const { return m_charged; }
 
     using SRDataParser::SRDataParser;

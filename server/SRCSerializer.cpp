@@ -27,7 +27,7 @@ std::uint64_t hashOf(const SRData& value)
     return std::hash<std::string_view>()(value.textView());
 }
 
-// What is written as one value: one array, equal dates to the bit, equal XML.
+// Whether two values are written as one: the same array, dates equal to the bit, equal XML.
 bool isSame(const SRData& a, const SRData& b)
 {
     if (a.isArrayKind())
@@ -109,7 +109,7 @@ void SRCSerializer::putInTable(SRData&& value, unsigned index)
     m_objects[index] = std::move(value);
     if (isWriter()) {
         m_objectIndex.add(index, m_objects.size(), [this](std::size_t i) {
-            // What is never looked for lies anywhere.
+            // An entry that is never looked up may have any hash.
             return isSearched(m_objects[i]) ? hashOf(m_objects[i]) : i;
         });
     }

@@ -20,8 +20,8 @@
 ///
 /// Values that are nested deeper than kMaxNesting are bad data in reading and a failure in writing.
 ///
-/// References can make an array lie in itself. A reader remembers where it closed such a circle and opens it
-/// again (that one value becomes undefined) at its own end, so that nothing leaks. All else of a value that
+/// References can make an array lie in itself. A reader remembers where it closed a circle, and opens it
+/// again at its own end, so that nothing leaks: that one value becomes undefined. The rest of a value that
 /// was copied out stays intact.
 class SRCSerializer : public SRAMF3Parser
 {
@@ -42,7 +42,7 @@ public:
     bool PutVar(const SRData* value, bool reset);
 
     /// Reads or writes one AMF0 value, after its name when there is one. Returns the marker; 9 when the value
-    /// could not be read or written. What fails inside a value that is written ends the objects around it
+    /// could not be read or written. A failure inside a value that is written ends the objects around it
     /// early.
     int ProcessScriptVar(SRData* value, SRMBString* name = nullptr);
 
@@ -57,8 +57,8 @@ public:
     bool hasWriteFailed() const { return m_writeFailed; }
     /// The same for want of memory, not by its nature or the output limit.
     bool hasWriteStarved() const { return m_writeStarved; }
-    /// Some value since the start could not be read for want of memory: what was read is not all that the
-    /// input holds.
+    /// Some value since the start could not be read for want of memory: the values read are not all of the
+    /// input.
     bool hasReadStarved() const { return m_readStarved; }
 
     /// Puts an array into the object table, which grows with empty slots when the index lies past its end.
@@ -206,8 +206,8 @@ private:
     /// Arrays whose values are being read, and ECMA arrays whose values are being written; outermost first.
     std::vector<SRDataArray*> m_open;
     std::vector<Circle> m_circles;
-    /// Elements that the counts of the arrays being read promise, and that are yet to come. One needs a byte
-    /// at least, so that room for no more than the bytes that are left is made on the word of counts.
+    /// Elements that the counts of the arrays being read promise and that are yet to come. Each needs at
+    /// least one byte: counts get no more room than there are bytes left.
     std::uint64_t m_promised = 0;
     unsigned m_depth = 0;
     bool m_readStarved = false;

@@ -59,7 +59,7 @@ private:
     const unsigned m_index;
 };
 
-/// A count of elements that are to be read, of which every one takes a byte at least.
+/// A count of elements yet to be read. Each takes at least one byte.
 class SRCSerializer::Promise
 {
 public:
@@ -74,7 +74,7 @@ public:
 
     /// As many of the elements as the bytes allow that no other promise needs.
     int room() const { return m_credible; }
-    /// True as long as there are more elements, of which one is read now.
+    /// Counts one element as read. False when all are.
     bool takeOne()
     {
         if (m_left == 0)

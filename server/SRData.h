@@ -261,8 +261,8 @@ public:
     bool containsCircle() const;
 
 private:
-    /// What stands in front of the values. They are followed, after as many as there is room for, by the
-    /// names when names is set: those of the first m_implied entries are not there.
+    /// The header of the memory: values follow, capacity slots of them, then the same number of slots for
+    /// names when names is set. The name slots of the first m_implied entries are empty memory.
     struct Block
     {
         unsigned capacity;

@@ -27,7 +27,7 @@ constexpr char kSourceFile[] = "server/SRCSerializer";
 constexpr int kCapacityLine = 2581;
 
 // Arrays that wait to be deleted on this thread. Deleting an array releases the arrays inside it; these join
-// the list instead of being deleted within, so that the stack stays flat however deep they are nested.
+// the list instead of being deleted recursively: the stack stays flat at any depth.
 thread_local const SRDataArray* t_firstToFree = nullptr;
 thread_local bool t_freeing = false;
 

@@ -134,9 +134,9 @@ protected:
         const TraceScope* const m_outer;
     };
 
-    /// While one lives, bad data does not throw where it is met: the reader is bad and at its end, so that
-    /// all that is being read returns. The outermost one throws in finish(). That is one exception that
-    /// passes no level, where unwinding hundreds of them costs a millisecond.
+    /// While one lives, bad data does not throw at once: the reader turns bad and jumps to its end, and every
+    /// level returns. The outermost one throws in finish(). Unwinding hundreds of levels would cost a
+    /// millisecond.
     class DeferredThrow
     {
     public:
@@ -184,7 +184,7 @@ private:
         void operator()(unsigned char* buffer) const;
     };
 
-    // n more bytes to read, else null after telling bad data.
+    // n more bytes to read, or null after reporting bad data.
     const unsigned char* take(unsigned n);
     // Room for n more bytes to write, else null after the report.
     unsigned char* make(unsigned n) override;

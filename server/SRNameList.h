@@ -19,7 +19,7 @@ public:
     /// The entry with an object's class name, which stands first.
     static constexpr char kClassNameEntry[] = "constructor";
 
-    /// Names; the last `repeated` of them go round for all further entries.
+    /// Names; the last `repeated` of them repeat for all further entries.
     SRNameList(std::initializer_list<const char*> names, unsigned repeated);
     /// "constructor", whose value is the class name, and the members.
     SRNameList(const SRMBString& className, std::vector<SRMBString>&& members, bool isDynamic);

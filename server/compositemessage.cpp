@@ -154,7 +154,7 @@ CompositeMessage::Range CompositeMessage::count(unsigned first, unsigned end) co
     return range;
 }
 
-/// What range has before position and from it on. Only the shorter one is counted.
+/// Splits the counts of range at position. Only the shorter part is counted.
 std::pair<CompositeMessage::RangePtr, CompositeMessage::RangePtr> CompositeMessage::cut(
     const Range& range, unsigned position) const
 {

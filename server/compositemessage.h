@@ -95,12 +95,12 @@ public:
     /// Before the first record that is not earlier than time (ms).
     void splitByTime(unsigned time, CompositeMessagePtr& first, CompositeMessagePtr& second);
 
-    /// What the aggregate that this one was split from has before and after it; null when there is nothing.
+    /// The part before, and after, this one in the aggregate that it was split from; null when there is none.
     CompositeMessagePtr getPrev() const;
     CompositeMessagePtr getNext() const;
 
 private:
-    /// What the counts go by, as it was when the whole was made: subtraction must meet what was added.
+    /// What a record counts as, kept from when the whole was made: subtraction must match addition.
     struct RecordKind
     {
         unsigned char type;
@@ -109,8 +109,8 @@ private:
 
     using CodecCounts = std::array<unsigned, 16>;
 
-    /// Records [first, end) of the whole, and how many of them are of each kind: what a range holds without
-    /// one of its ends is found by subtraction.
+    /// Records [first, end) of the whole, and how many of them are of each kind. The counts of a shorter
+    /// range are found by subtraction.
     struct Range
     {
         unsigned first = 0;
@@ -141,7 +141,7 @@ private:
     std::vector<RecordKind> m_kinds{};                      ///< of m_messages
     unsigned m_bodyLength = 0;                              ///< of the whole
     RangePtr m_range = std::make_shared<Range>();
-    /// What this part was split from; null for the whole. No more is kept of its ancestors, so that a chain
+    /// The range that this part was split from; null for the whole. Earlier ancestors are not kept: a chain
     /// of parts of parts costs nothing to hold or to release.
     const RangePtr m_parent;
 };

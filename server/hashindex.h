@@ -11,9 +11,9 @@
 
 namespace krx {
 
-/// Finds entries of a list, which is kept elsewhere, by a hash: a table of their indices with linear probing,
-/// slots of 4 bytes of which at most three quarters are used. Entries may leave the list at its end, and
-/// others take their places; what is found is always asked of the list.
+/// Finds entries of a list by a hash: a table of their indices with linear probing and slots of 4 bytes, at
+/// most three quarters of them used. The list is kept elsewhere. Entries may leave it at its end and be
+/// replaced by others: every candidate is compared with the list.
 class HashIndex
 {
 public:

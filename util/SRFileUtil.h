@@ -138,8 +138,7 @@ public:
     static SRString absoluteToRelativePath(const SRString& base, const SRString& path);
     /// Without doubled separators and "." components; ".." stays, since a link may stand before it.
     static SRString fixPathName(const SRString& path);
-    /// A name that is one component of a path on every usual file system: each character that such a name
-    /// must not hold becomes '_'.
+    /// The name as one component of a path on any usual file system: forbidden characters become '_'.
     static SRString makeFileNameFriendly(const SRString& name);
     /// With '\\' turned into '/'.
     static SRString nameToNative(const SRString& path);

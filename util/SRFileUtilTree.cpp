@@ -27,9 +27,8 @@ struct DirCloser
 };
 using DirHandle = std::unique_ptr<DIR, DirCloser>;
 
-/// Removes a tree by depth. Only the present directory is open, since the tree may be deeper than there are
-/// descriptors, and names are looked up in open directories alone, so that nobody can slip in a link
-/// meanwhile.
+/// Removes a tree, deepest entries first. Only the current directory is open, as the tree may be deeper than
+/// there are descriptors. Names are looked up only in open directories: nobody can slip in a link meanwhile.
 class TreeRemover
 {
 public:

@@ -30,8 +30,8 @@
 /// - `void onPooled()`: gives up what an idle object must not hold
 /// - `std::size_t pooledBytes() const`: memory that it occupies while idle
 ///
-/// The pool must outlive its objects, but not its threads: what a thread still keeps is the pool's to
-/// destroy, and the end of such a thread touches no pool that is gone.
+/// The pool must outlive its objects, but need not outlive its threads: at its end it destroys what they
+/// keep, and a thread that ends later does not touch it.
 template <typename T>
 class SRPool
 {
@@ -39,7 +39,7 @@ public:
     static constexpr unsigned kDefaultObjects = 4096;
     static constexpr std::size_t kDefaultBytes = std::size_t{16} << 20;
 
-    /// What may lie idle in all threads' lists together; the shared list may hold as much once more.
+    /// Limits of the idle objects in all threads' lists together; the shared list may hold as many again.
     explicit SRPool(unsigned maxObjects = kDefaultObjects, std::size_t maxBytes = kDefaultBytes);
     /// No other thread may use the pool any longer.
     ~SRPool();

@@ -13,12 +13,12 @@
 class SRStrUtil
 {
 public:
-    /// The pool, created on first use, from whatever thread.
+    /// The pool; created on first use. Safe from any thread.
     static SRStringPool& poolInstance();
     static int collectGarbage();
     static void shutdown();
 
-    /// Readable form of bytes for diagnostics: two hex digits a byte, separated by blanks; no more than the
+    /// Readable form of bytes for diagnostics: two hex digits per byte, separated by blanks; no more than the
     /// first maxBytes, then "...".
     static SRString formatBuffer(const unsigned char* bytes, std::size_t n, std::size_t maxBytes = 1024);
 

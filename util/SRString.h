@@ -112,7 +112,7 @@ public:
     SRMBString() = default;
     explicit SRMBString(const SRString& text) : SRMBString(text.toMultiByte()) {}
 
-    /// A text of which copies take no memory.
+    /// A text whose copies take no memory.
     static SRMBString counted(std::string_view text);
 
     bool equalsIgnoreCase(const char* other) const { return krx::util::compareNoCase(c_str(), other) == 0; }

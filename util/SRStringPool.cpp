@@ -80,8 +80,8 @@ View<CharT> textOf(const CharT* block)
     return View<CharT>(block, blockLength(block));
 }
 
-// The room of a block follows from the length of its text alone. So a text may fill a block only if its own
-// length stands for that room again: the last character of the room stays unused.
+// The room of a block follows from the length of its text alone. A text that filled all of it would stand for
+// more room, so the last character of the room stays unused.
 template <typename CharT>
 bool fits(const CharT* block, std::size_t length)
 {
@@ -160,8 +160,8 @@ void dropCounted(CharT* block)
         std::free(count);
 }
 
-// The interned texts of one character width, one bucket a length. Buckets come into being with their first
-// text, since the limit may be millions.
+// The interned texts of one character width, one bucket per length. A bucket is made with its first text, as
+// the limit may be millions.
 template <typename CharT>
 class Store
 {

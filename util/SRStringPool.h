@@ -9,14 +9,14 @@
 #include <iosfwd>
 #include <memory>
 
-/// The process-wide store of all string characters. A block is named by a pointer to its first character; in
-/// front of it stand 3 bytes of length in characters (big-endian) and 1 byte of type; after the text stands
-/// a zero character. Every operation exists for narrow (char) and wide (wchar_t) blocks.
+/// The process-wide store of all string characters. A block is named by a pointer to its first character.
+/// Before it are 3 bytes of length in characters (big-endian) and 1 byte of type, after the text is a zero
+/// character. Every operation exists for narrow (char) and wide (wchar_t) blocks.
 ///
-/// Texts up to the interning limit are shared: one block a distinct text, counted. Longer texts have private
-/// blocks with room to grow, or, where a text is made for many holders, counted blocks without such room: 4
-/// bytes of count stand in front of the header. Interning, counting and releasing are safe from any thread; a
-/// private block belongs to the one string that holds it.
+/// Texts up to the interning limit are shared: one counted block per distinct text. Longer texts have private
+/// blocks with room to grow. A long text that is made for many holders has a counted block without room: 4
+/// bytes of count precede its header. Interning, counting and releasing are safe from any thread; a private
+/// block belongs to the one string that holds it.
 class SRStringPool
 {
 public:

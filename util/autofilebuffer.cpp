@@ -22,7 +22,7 @@ namespace {
 constexpr const char* kFile = "util/autofilebuffer";
 constexpr int kNoIoLine = 58;
 
-/// What the cache starts with where more is configured; it doubles when a refill finds that many bytes.
+/// Initial size of a larger cache, which doubles when a refill fills it.
 constexpr unsigned kFirstMemory = 64 * 1024;
 
 /// Bytes asked of one read: the count must fit what a read returns.

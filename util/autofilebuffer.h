@@ -12,8 +12,7 @@ class IKrxFileIo;
 
 namespace krx::util {
 
-/// A read-ahead cache over an open descriptor, which stays the caller's, as do the file interface and the
-/// parent.
+/// A read-ahead cache over an open descriptor. Descriptor, file interface and parent stay the caller's.
 ///
 /// The cached window is refilled with one positional read. The memory is taken when first needed, 64 KiB
 /// at most, and doubles while the reads fill it, so that a large cache for a small file costs nothing. A

@@ -17,8 +17,8 @@ namespace krx::util {
 
 namespace {
 
-/// The "C" locale for the calling thread while it lives: there every byte is one character, so that names
-/// which are no text in the process's encoding match like others.
+/// The "C" locale for the calling thread while it lives. Every byte is one character there: names that are no
+/// text in the process's encoding match like others.
 class ByteLocale
 {
 public:

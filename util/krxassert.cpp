@@ -20,7 +20,7 @@ struct SinkState
     std::shared_ptr<const AssertSink> sink;
 };
 
-// Lets a report that nobody listens to cost one load: a damaged file can fail an assumption at every message.
+// A report without a sink costs one load: a damaged file can fail an assumption at every message.
 std::atomic<bool> g_hasSink{false};
 
 // Never destroyed, because destructors of static objects may still report.
@@ -52,7 +52,7 @@ void assertFailed(const char* file, int line) noexcept
         if (sink)
             (*sink)(failureText("Assert", file, line));
     } catch (...) {
-        // A report that cannot be made must not stop what a failed assumption does not stop.
+        // A failed assumption stops nothing, nor does a report that cannot be made.
     }
 }
 

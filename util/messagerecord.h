@@ -102,8 +102,7 @@ struct MessageRecord
     unsigned size() const { return header.length + kRecordOverhead; }
 };
 
-/// Reads the record that begins at bytes, of which available may be looked at. The record is filled as far as
-/// it is there.
+/// Reads the record at bytes, with available bytes there. Fills record as far as it is there.
 RecordState readRecord(const unsigned char* bytes, std::size_t available, MessageRecord& record);
 
 /// Writes header, body and back-pointer: header.length + kRecordOverhead bytes. body may be null where the

@@ -69,8 +69,7 @@ public:
     {
     }
 
-    /// False for an element that is no object, and when the contexts need more memory than such a file may
-    /// take.
+    /// False for an element that is no object, and when the contexts need more memory than the file may take.
     bool take(SRData& element)
     {
         const auto* const properties = static_cast<SRDataArray*>(element);
@@ -88,8 +87,8 @@ public:
     }
 
 private:
-    /// A context takes a hundred bytes of a file. Far less do references to one object, and objects without
-    /// these properties: as many as fit can stay.
+    /// A context takes a hundred bytes of a file. References to one object, and objects without these
+    /// properties, take far less: as many as fit can stay.
     static constexpr std::size_t kRoomPerByte = 24;
     static constexpr std::size_t kSpareRoom = std::size_t{64} * 1024;
     /// What a track takes with its first context.

@@ -1,7 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Holds the documents to the truth: the bytes that docs/formats.md tells are those of the samples, a block
+// Holds the documents to the truth: the bytes in docs/formats.md are those of the samples, a block
 // that begins with "$ " shows what its commands print, and links lead somewhere.
 
 #include "tests/support/tempdir.h"

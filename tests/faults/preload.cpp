@@ -160,7 +160,7 @@ bool isWatched(int fd)
     return fd >= 0 && fd < kMaxFiles && g_watched[fd];
 }
 
-/// Changes the file behind the program's back, by plain system calls.
+/// Changes the file while the program runs, by plain system calls.
 void change(Action action)
 {
     const char* const file = plan().target;
@@ -368,7 +368,7 @@ FAULTS_INTERPOSE int close(int fd)
 // The sanitizers bring an allocator of their own.
 #ifndef FAULTS_SANITIZED
 
-// Begins the program's own code, behind the set-up of the shared libraries.
+// Begins the program's own code, after the set-up of the shared libraries.
 FAULTS_INTERPOSE int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv,
                                        void (*init)(), void (*fini)(), void (*linkerFini)(), void* stackEnd)
 {

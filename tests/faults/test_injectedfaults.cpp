@@ -102,7 +102,7 @@ void PrintTo(const Row& row, std::ostream* out)
     *out << row.name;
 }
 
-/// A run without a fault, which tells the copy that is to be made and the number of calls.
+/// A run without a fault: shows which copy is to be made, and counts the calls.
 Outcome undisturbed(FaultRunner& runner)
 {
     Outcome outcome = runner.run({});

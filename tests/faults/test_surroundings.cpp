@@ -39,7 +39,7 @@ TEST(Surroundings, UnwritableReportChangesNothingElse)
             runner.restore();
             if (isBroken)
                 runner.dir.write("in/other.zmv", "no film");
-            // Verbose, so that the report is longer than a buffer or two.
+            // Verbose: the report is longer than two buffers.
             const Outcome outcome = runner.run(c.how, {"-vms"});
             EXPECT_EQ(outcome.signal, 0);
             EXPECT_EQ(outcome.status, isBroken ? 1 : 0);

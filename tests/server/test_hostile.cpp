@@ -111,7 +111,7 @@ TEST(Nesting, LongChainsAreReleasedFlat)
 
 TEST(Counts, CostNoMoreThanTheBytesThatAreThere)
 {
-    // 200 arrays, one in another, of which each claims a million elements and holds a bad one.
+    // 200 nested arrays: each claims a million elements and holds a bad one.
     const std::string nested = repeated(hexText("09 80 C0 80 01 03 'a'"), 200) + hexText("06 FF 7E");
     const long before = peakKilobytes();
     Reader reader('\x11' + nested + std::string(1 << 20, '\x01'));

@@ -30,12 +30,12 @@ public:
     std::vector<std::string> opened;                       ///< the paths that were opened, in order
     std::vector<unsigned> reads;                           ///< the bytes asked of each read
     unsigned maxRead = INT_MAX;                            ///< bytes that one read gives at most
-    long long pretendedSize = -1;                          ///< told for every file; negative: the truth
+    long long pretendedSize = -1;                          ///< the size of every file; negative: the true one
 
     /// The file under any path.
     std::string& bytes() { return files.at(kAnyPath); }
     bool isOpen() const { return m_openFiles != 0; }
-    /// The n-th read from now on (1-based) fails with -1, as do those behind it.
+    /// The n-th read from now on (1-based) fails with -1, as do all after it.
     void failReadsFrom(std::size_t n) { m_failFrom = reads.size() + n; }
     /// Whether a file can be opened from now on.
     void allowOpen(bool allowed) { m_mayOpen = allowed; }

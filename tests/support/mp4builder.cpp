@@ -150,7 +150,7 @@ void writeSamples(BuiltMovie& built, const Movie& movie, const Chunk& chunk)
     }
 }
 
-/// The 'moof' box of one chunk whose samples follow behind the box and dataHeader bytes.
+/// The 'moof' box of one chunk whose samples follow after the box and dataHeader bytes.
 std::string fragmentBox(const MovieTrack& track, const Chunk& chunk, std::uint32_t number,
                         std::size_t dataHeader)
 {

@@ -10,7 +10,7 @@
 
 namespace krx::test {
 
-// Boxes. Everything is written as told, so that wrong boxes can be made as well.
+// Boxes. Everything is written as given, so wrong boxes can be made too.
 
 /// Big-endian fields, one after the other.
 class Fields
@@ -104,7 +104,7 @@ struct MovieTrack
     bool compositionTable = false;  ///< writes 'ctts' or the runs' composition offsets
     bool wideOffsets = false;       ///< 'co64' instead of 'stco'
     std::vector<Edit> edits;
-    std::string extraInTrack;  ///< boxes behind the media box
+    std::string extraInTrack;  ///< boxes after the media box
     std::string extraInTable;  ///< boxes at the end of 'stbl'
 };
 
@@ -133,7 +133,7 @@ struct BuiltMovie
 /// Writes the movie: chunks (or fragments) of all tracks in the order of their decode times, sample bytes
 /// from sampleByte.
 BuiltMovie buildMovie(const Movie& movie);
-/// Byte i of a sample; tells track (counted from 0), sample and position apart.
+/// Byte i of a sample: differs by track (counted from 0), sample and position.
 char sampleByte(std::size_t track, std::size_t sample, std::size_t i);
 
 /// AVC with composition offsets, one sync sample in ten and an initial gap, 25 frames a second, id 1.

@@ -111,13 +111,13 @@ std::vector<Mp4Sample> mp4Samples()
     protectedAac.tracks = {plainTrack(1, audioEntry("enca", esds("\x12\x10") + protection("mp4a")))};
 
     const std::string sdtp = fullBox("sdtp", std::string(12, '\x10'));
-    // The samples of fragments are not told in the track.
+    // The track does not list the samples of fragments.
     Movie earlyFlags = fragmented;
     earlyFlags.tracks[0].extraInTable = sdtp;
     const std::string unsupported = box("alac", std::string(28, '\0'));
     Movie onlyUnsupported;
     onlyUnsupported.tracks = {plainTrack(1, unsupported)};
-    // Only what is read of a track header, so that 65 fit a small file.
+    // Only the fields of a track header that are read: 65 fit a small file.
     std::string tracks;
     for (std::uint32_t id = 1; id <= 65; ++id)
         tracks += box("trak", fullBox("tkhd", Fields().zeros(8).u32(id)));

@@ -13,7 +13,7 @@
 
 namespace krx::test {
 
-/// A record of a segment file; length and footer may be told wrong.
+/// A record of a segment file; length and footer may be wrong.
 using RawMessage = ZmvBuilder::Message;
 
 /// One element of a contexts file.
@@ -32,7 +32,7 @@ struct RawContext
 class RawBuilder
 {
 public:
-    /// Appends a segment behind the last one: one index record and one file. Its end time is one past the
+    /// Appends a segment: one index record and one file. Its end time is one past the
     /// largest time in it.
     RawBuilder& segment(const std::vector<RawMessage>& messages);
     RawBuilder& context(const RawContext& context);

@@ -10,7 +10,7 @@
 namespace krx::test {
 
 /// A small recorded stream. The name of one that shows a finding is "faults/", its number, and
-/// what it has; docs/faults.md tells more of these, samples/README.md of the sound ones.
+/// what it has; docs/faults.md describes these, samples/README.md the sound ones.
 struct RawSample
 {
     std::string name;                          ///< of the directory

@@ -13,7 +13,7 @@ namespace krx::test {
 /// Appends the low n bytes of a value, most significant first.
 void putBigEndian(std::string& out, std::uint64_t value, int n);
 
-/// AMF0 text, piece by piece and without any check, so that wrong text can be made as well.
+/// AMF0 text, piece by piece and without any check, so wrong text can be made too.
 class Amf
 {
 public:
@@ -54,7 +54,7 @@ private:
 /// The payload of a usual onMetaData message: an ECMA array with duration (seconds) and canSeekToEnd.
 std::string metaData(double duration, bool canSeekToEnd = true);
 
-/// A ZMV file, message by message. Everything is written as told: lengths and back-pointers that do not fit
+/// A ZMV file, message by message. Everything is written as given: lengths and back-pointers that do not fit
 /// are given through Message or raw().
 class ZmvBuilder
 {

@@ -9,7 +9,7 @@
 namespace krx::test {
 
 /// A small ZMV file. The name of one that shows a finding is "faults/", its number, and
-/// what it has; docs/faults.md tells more of these, samples/README.md of the sound ones.
+/// what it has; docs/faults.md describes these, samples/README.md the sound ones.
 struct ZmvSample
 {
     std::string name;

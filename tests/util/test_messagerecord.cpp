@@ -50,7 +50,7 @@ TEST(MessageRecord, IsWholeCutShortOrOfWrongSize)
 
     MessageRecord record;
     for (std::size_t available = 0; available <= bytes.size(); ++available) {
-        // Memory of that size alone, so that a read beyond it shows.
+        // Memory of exactly this size: a read beyond it shows.
         const std::vector<unsigned char> part(bytes.begin(), bytes.begin() + static_cast<long>(available));
         const RecordState state = readRecord(part.data(), part.size(), record);
         EXPECT_EQ(state, available == bytes.size() ? RecordState::kWhole : RecordState::kCutShort);

@@ -113,7 +113,7 @@ TEST(Pool, AThreadMayOutliveThePool)
         acquireMany(*pool, 5, 1).front()->m_own = pool->acquire(1);
         filled.set_value();
         gone.get_future().wait();
-        // Another pool of the class meets the list that the first one left behind.
+        // Another pool of the class meets the list that the first pool left.
         SRPool<Item> second;
         acquireMany(second, 2, 1);
         EXPECT_EQ(second.stats().threadObjects, 2U);

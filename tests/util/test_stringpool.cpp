@@ -54,7 +54,7 @@ TYPED_TEST(StringPoolWidths, BlocksAgreeWithPlainStrings)
     std::mt19937 random(1);
     std::vector<Held> held;
     std::set<Text> interned;  // since the last collection
-    // Two letters, so that short texts come again, and a zero that is a character like others.
+    // Only two letters, so that short texts repeat; a zero is a character like others.
     const auto randomText = [&](unsigned most) {
         Text text(random() % most, TypeParam('a'));
         for (TypeParam& c : text)

@@ -38,7 +38,7 @@ std::string bytesOf(double value)
 
 std::string ZmvGenerator::file()
 {
-    // The times first: metadata tells the last one.
+    // The times first: metadata states the last one.
     std::vector<ZmvBuilder::Message> messages(1 + below(12));
     const bool inOrder = !oneIn(3);
     std::uint32_t last[3] = {};

@@ -22,7 +22,7 @@ class IQVStreamContext;
 namespace krx::raw {
 
 /// One open recorded stream: a directory with an index file, a contexts file and one file for each segment.
-/// Safe from any thread; what a load reads is replaced as a whole.
+/// Safe from any thread; a load replaces index and contexts as a whole.
 class RawData
 {
 public:

@@ -46,7 +46,7 @@ public:
     bool updateMediaContext(void* handle, ContextType_t contextType, unsigned char type, unsigned time,
                             void* data, unsigned length) override;
 
-    // Configuration, of which a derived adaptor may take other settings: it calls config() once more.
+    // Configuration. A derived adaptor may override it and calls config() again.
 
     /// Asks the context for every setting.
     virtual void config();

@@ -73,7 +73,7 @@ inline void PrintTo(const FaultCase& c, std::ostream* out)
 /// Parses every file and compares error and warnings.
 void expectFaults(const std::vector<FaultCase>& cases);
 
-/// The boxes of an audio track of one sample of 10 bytes, each of which a test may replace.
+/// The boxes of an audio track with one sample of 10 bytes. A test may replace each.
 struct TrackBoxes
 {
     std::string header = tkhd(1);
@@ -84,7 +84,7 @@ struct TrackBoxes
     std::string sizes = stsz(10, 1);
     std::string offsets = tableBox("stco", 1, {100});
     std::string more;     ///< in 'stbl'
-    std::string inTrack;  ///< behind the track header
+    std::string inTrack;  ///< after the track header
 
     std::string bytes() const;
 };

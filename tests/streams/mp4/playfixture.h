@@ -40,7 +40,7 @@ public:
 /// A track of samples that all have the size and duration given.
 MovieTrack plainTrack(const std::string& entry, std::size_t samples, std::uint32_t size = 10,
                       std::uint32_t duration = 10);
-/// A file of one such track.
+/// A file of one plain track.
 std::string plainFile(const MovieTrack& track);
 
 }  // namespace krx::test

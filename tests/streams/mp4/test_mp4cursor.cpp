@@ -83,7 +83,7 @@ std::string steps(const TrackBoxes& boxes)
     return parsed->track() ? steps(*parsed->track()) : "no track";
 }
 
-/// 'mvex' and the fragments, each the boxes of a 'traf' behind its 'tfhd'.
+/// 'mvex' and the fragments, each the boxes of a 'traf'.
 std::string fragmentedFile(const TrackBoxes& boxes, const std::vector<std::string>& fragments)
 {
     std::string behind;

@@ -21,7 +21,7 @@ std::string withEntry(const std::string& entry)
     return withDescription(stsd({entry}));
 }
 
-/// A video entry whose fields behind the resolutions are given.
+/// A video entry with the given fields after the resolutions.
 std::string oddVideoEntry(std::uint32_t reserved, unsigned frameCount, unsigned predefined)
 {
     std::string entry = videoEntry("VP62");
@@ -218,7 +218,7 @@ TEST(Mp4Descriptions, Protection)
 
 TEST(Mp4Descriptions, ProtectionTexts)
 {
-    // A text without a zero goes on behind its box, up to the size of the box or the end of the file.
+    // A text without a zero goes on after its box, up to the size of the box or the end of the file.
     const std::string endless = box("qsig", std::string(300, 'a'));
     const auto parsed = parseFile(withDescription(stsd({protectedEntry(true, endless)})));
     EXPECT_EQ(parsed->track()->drm.signatureFormat.size(), 300U);

@@ -14,7 +14,7 @@ namespace {
 
 using mp4::Mp4FileIO;
 
-/// 4,000 bytes that tell their place, behind small buffers.
+/// 4,000 bytes that differ by place, read through small buffers.
 class Mp4FileIOTest : public testing::Test
 {
 protected:

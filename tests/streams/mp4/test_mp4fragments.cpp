@@ -28,7 +28,7 @@ std::string trun(std::uint32_t count, unsigned flags = 0, const Fields& fields =
     return fullBox("trun", Fields().u32(count).raw(fields), 0, flags);
 }
 
-/// A movie with one track of an audio entry and fragments behind.
+/// A movie with one track of an audio entry followed by fragments.
 std::string fragmentFile(const std::string& behind, const std::string& inExtends = trex(1))
 {
     return movieFile(TrackBoxes().bytes() + box("mvex", inExtends), behind);
@@ -110,7 +110,7 @@ TEST(Mp4Fragments, Runs)
 
 TEST(Mp4Fragments, LoadingRepeatsNoWarning)
 {
-    // What it warns of has been told by the parse.
+    // The parse has already reported the warning.
     for (const std::string& behind : {std::string("1234567"), sizedBox(100, "mdat")}) {
         const auto odd = parseFile(withFragment(tfhd(1) + trun(1) + behind));
         ASSERT_EQ(odd->warnings.size(), 1U);

@@ -21,7 +21,7 @@ std::string repeated(const std::string& bytes, int n)
 
 TEST(Mp4Hostile, TablesThatShareTheirBytes)
 {
-    // Each table claims all that stands behind it.
+    // Each table claims all bytes after it.
     const std::string rest(400000, '\0');
     std::string tracks;
     for (std::uint32_t id = 1; id <= 64; ++id) {

@@ -104,8 +104,8 @@ TEST(Mp4Segments, ReportBadSamplesOnceAndEveryEarlyEnd)
                                              line("-120\tBad NellyMoser Frequency.  Sample(s) skipped....")});
         }
 
-        // Each ends the load, and is told each time. What came before it is delivered; an aggregate that is
-        // refused is not offered again.
+        // Each ends the load, and is reported each time. What came before it is delivered; an aggregate that
+        // is refused is not offered again.
         PlayedFile file(plainFile(plainTrack(kMp3, 3)), aggregates);
         const SegmentBounds bounds = file.segments().at(0);
         RecordingHolder holder;
@@ -198,7 +198,7 @@ TEST(Mp4Segments, StandForAFileThatCannotBePlayed)
         EXPECT_FALSE(file.data.loadSegment(&bounds, &refusing)) << c.name;
     }
 
-    // With warnings as errors, even telling what is wrong fails.
+    // With warnings as errors, even the report of what is wrong fails.
     MemoryFileIo io{ftyp()};
     Mp4Data strict("movie.mp4", nullptr, &io, 0, {});
     strict.getFile().setWarningsAsErrors(true);

@@ -19,7 +19,7 @@ std::string with(const std::function<void(TrackBoxes&)>& change)
     return trackFile(track);
 }
 
-/// A file with that box behind the others in the table box, or instead of the ones of its type.
+/// A file whose table box has this box last, in place of others of its type.
 std::string withTable(const std::string& table)
 {
     return with([&](TrackBoxes& t) { t.more = table; });
@@ -70,7 +70,7 @@ TEST(Mp4Tables, Faults)
         {"sizes whose bytes wrap", withSizes(stsz(0, 0x40000000, {1})), 28},
     });
 
-    // Counts that no file could hold, and such that leave the box but not the file.
+    // Counts beyond any file, and counts beyond the box but within the file.
     std::vector<FaultCase> cases;
     for (const char* type : {"stts", "ctts", "stsc", "stco", "co64", "stss"})
         cases.push_back({type, movieFile(box("trak", tkhd(1) + tableBox(type, 0xFFFFFFFFU, {}))), 28});

@@ -126,7 +126,7 @@ Step sampleStep(const Plan& plan, std::size_t t, std::size_t i, long long decode
     return {static_cast<unsigned long long>(time), {codec.type, bytes, 0}, estimate};
 }
 
-/// The steps of a track, one behind the other, and the time of its end in ms.
+/// The steps of a track in order, and the time of its end in ms.
 std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& end)
 {
     end = 0;
@@ -158,7 +158,7 @@ std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& en
             if (media >= gap) {
                 decode += static_cast<long long>(edits[edit + 1].duration) - (media - gap);
                 edit += 2;
-                // Also where only the samples behind the gap are of a codec that has enders.
+                // Also where only the samples after the gap have a codec with enders.
                 if (open->ender || plan.codecs[plan.track.samples[i + 1].description - 1].ender)
                     steps.push_back(enderStep(*open, steps.back().time));
                 open = nullptr;
@@ -231,7 +231,7 @@ constexpr Shape kLarge{15, 6, 60'000, 2, 2};
 /// Table entries and messages for several pages of tables.
 constexpr Shape kPaged{12'000, 3, 250, 5, 150};
 
-/// Gaps, each of which some sample steps over.
+/// Gaps, each stepped over by a sample.
 std::vector<Edit> randomEdits(Random& random, const std::vector<MovieSample>& samples, unsigned gaps)
 {
     std::vector<Edit> edits;
@@ -313,7 +313,7 @@ enum class Layout
 {
     kTables,
     kFragments,
-    kTablePages,  ///< with fragments behind the tables, or without
+    kTablePages,  ///< with fragments after the tables, or without
 };
 
 Movie randomLayout(Random& random, std::vector<Plan>& plans, Layout layout)
@@ -328,7 +328,7 @@ Movie randomLayout(Random& random, std::vector<Plan>& plans, Layout layout)
         for (Plan& plan : plans) {
             plan.track.samplesPerChunk = movie.samplesPerFragment;
             for (std::size_t i = 0; i < plan.track.samples.size(); ++i) {
-                // A fragment has one description, and tells of each sample whether it is a sync sample.
+                // A fragment has one description, and marks each sample as sync sample or not.
                 MovieSample& sample = plan.track.samples[i];
                 sample.description = plan.track.samples[i - i % movie.samplesPerFragment].description;
             }
@@ -402,7 +402,7 @@ TEST_P(RandomMovies, PlayAsTheirSamplesSay)
 INSTANTIATE_TEST_SUITE_P(OfAllLayouts, RandomMovies,
                          testing::Values(Layout::kTables, Layout::kFragments, Layout::kTablePages));
 
-/// The same media behind a hole of 5 GiB, which takes no space on the disk.
+/// The same media after a hole of 5 GiB, which takes no space on the disk.
 TEST(LargeFile, PlaysBehind4GiB)
 {
     constexpr std::uint64_t kHole = 5ULL << 30;

@@ -151,7 +151,7 @@ TEST(Seekable, WritesEncryptionPreambles)
         bool selective;
         unsigned ivLength;
         unsigned version;
-        const char* message;  ///< behind the codec header; null: the load fails
+        const char* message;  ///< after the codec header; null: the load fails
     };
     const Case cases[] = {
         {"whole sample: the payload goes on one byte before the vector's end", "01 A1A2A3A4 B1B2", false, 4,

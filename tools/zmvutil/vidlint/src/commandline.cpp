@@ -184,7 +184,7 @@ bool processOptions(const std::vector<std::string>& arguments, VideoValidationJo
     return true;
 }
 
-/// A byte that none of the texts holds, not one that means something in an option; '\1' when there is none.
+/// A byte that is in none of the texts and means nothing in an option; '\1' when there is none.
 char unusedByte(const std::vector<std::string>& texts)
 {
     for (char byte = '\1'; byte < ' '; ++byte) {
@@ -195,8 +195,8 @@ char unusedByte(const std::vector<std::string>& texts)
     return '\1';
 }
 
-/// The message of an error in the arguments. The options library fills in names such as "%option%" for as
-/// long as the text has any, which never ends where an argument holds one: percent signs are kept from it.
+/// The message of an error in the arguments. The options library replaces names like "%option%" until none is
+/// left, which never ends where an argument holds one: it gets no percent signs.
 std::string optionError(const std::exception& error, std::vector<std::string> arguments)
 {
     const auto holdsPercent = [](const std::string& argument) {

@@ -12,10 +12,10 @@
 
 class ZmvReader;
 
-/// The file that takes the corrected copy of an input: written from front to back, buffered, and last the
-/// signature, until then zeros. So nothing takes a part for a whole copy, however the writing ended. The file
-/// is locked from before its old content goes until the object ends, so that no other process writes to it
-/// meanwhile. Throws StreamParseError kCannotCreateFile.
+/// The corrected copy of an input, written from front to back and buffered. The signature is zeros until the
+/// end: nothing takes a part for a whole copy, however the writing ends. The file is locked before its old
+/// content goes and until the object ends: no other process writes to it meanwhile. Throws StreamParseError
+/// kCannotCreateFile.
 class CorrectedCopy
 {
 public:

@@ -81,7 +81,7 @@ void ReportWriter::writeLine(LogLevel_t level, std::string_view text)
 
 void ReportWriter::writeRejection(const krx::streams::StreamParseError& error, const SRString& path)
 {
-    // Whatever needs memory comes first, so that there is no half of a line.
+    // What needs memory comes first: no half line is written.
     const std::string time = logTime();
     const SRMBString message = error.getMessage().toMultiByte();
     const SRMBString name = path.toMultiByte();

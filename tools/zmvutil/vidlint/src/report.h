@@ -43,8 +43,8 @@ public:
     void writeRejection(const krx::streams::StreamParseError& error, const SRString& path);
     /// The row of one message in the listing. timestamp in ms, length in bytes.
     void writeMessageRow(long long position, unsigned timestamp, unsigned length, std::string_view typeName);
-    /// The names and values of an array, a row each; null is an empty array. The values' text is cut where it
-    /// would exceed maxBytes in all.
+    /// The names and values of an array, one row each; null is an empty array. The values' text is cut where
+    /// it would exceed maxBytes in all.
     void writeDataArray(const SRDataArray* array, std::size_t maxBytes);
 
     void flush() noexcept;

@@ -5,9 +5,9 @@
 
 #include <string_view>
 
-/// Makes the process's surroundings safe for a program that opens files: descriptors 0 to 2 that are closed
-/// become the null device, so that no file can stand where standard output is expected, and a closed pipe or
-/// a file size limit is a failed write instead of a deadly signal.
+/// Makes the process safe for opening files. Closed descriptors from 0 to 2 become the null device: no file
+/// that is opened can take the place of standard output. A closed pipe or a file size limit becomes a failed
+/// write instead of a deadly signal.
 void prepareStandardStreams() noexcept;
 
 /// Gives up standard output: readers of it see its end, and its descriptor stays occupied.

@@ -36,7 +36,7 @@ bool putMetaData(const SRData& list, SRCSerializer& body)
     const bool written = body.PutVar(&name, false) && body.PutVar(&list, false);
     if (body.hasWriteStarved())
         throw SROutOfMemory();
-    // What it has written of is not needed any more.
+    // The values that it wrote references to are not needed any more.
     body.CleanDirtyFlags();
     return written;
 }
@@ -102,7 +102,7 @@ bool ZmvFile::validateMetadata(SRDataArray* list, SRCSerializer& replacement)
         putDefaultMetaData(replacement);
         return true;
     }
-    // The list itself is corrected, so that references to it stay references to it. The values of a strict
+    // The list is corrected in place: references to it remain valid. The values of a strict
     // array have no names: none of them is kept.
     const bool staysArray = list->getKind() == kArrayType && !list->empty();
     const SRData corrected = list->getKind() == kStrictArrayType
