@@ -135,6 +135,7 @@ TEST(StringPool, LimitComesFromADecimalNumber)
                                                  {" 5", 0},
                                                  {"5x", 0},
                                                  {"016", 16},
+                                                 {"5000", 5000},
                                                  {"16777215", 16777215},
                                                  {"99999999999999999999999999", 16777215}};
     for (const auto& [text, limit] : cases)
