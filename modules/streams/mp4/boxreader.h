@@ -59,7 +59,7 @@ public:
         return static_cast<unsigned long long>(std::max(end - m_position, 0LL));
     }
 
-    // Reading at the position, which moves behind what is read.
+    // Reading at the position, which moves past what is read.
 
     unsigned char readU8() { return *take(1); }
     unsigned short readU16() { return krx::util::loadBigEndian<unsigned short>(take(2)); }

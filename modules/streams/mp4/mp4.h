@@ -21,8 +21,6 @@ class SRMemory;
 
 namespace krx::mp4 {
 
-class Mp4FileIO;
-
 /// Reads the boxes of an MP4 file once, front to back, checks them, and keeps the movie's facts and its
 /// tracks. Errors are thrown as StreamParseError; warnings go through logWarning.
 ///
