@@ -113,8 +113,11 @@ std::string trackBox(const MovieTrack& track, std::size_t inTables,
                      const std::vector<std::uint64_t>& chunkOffsets)
 {
     std::string content = tkhd(track.id);
+    const bool wideEdits = std::any_of(track.edits.begin(), track.edits.end(), [](const Edit& edit) {
+        return edit.duration > 0xFFFFFFFF || edit.mediaTime > 0x7FFFFFFF;
+    });
     if (!track.edits.empty())
-        content += box("edts", elst(track.edits));
+        content += box("edts", elst(track.edits, wideEdits ? 1 : 0));
     content += box("mdia", mdhd(track.timescale, durationOf(track), 0, track.language) + fullBox("hdlr") +
                                box("minf", box("dinf") + sampleTable(track, inTables, chunkOffsets)));
     return box("trak", content + track.extraInTrack);

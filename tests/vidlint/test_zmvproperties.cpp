@@ -5,13 +5,13 @@
 // with some of their bytes changed. VIDLINT_PROPERTY_CASES asks for more of them, VIDLINT_PROPERTY_SEED for
 // others.
 
+#include "tests/support/propertysettings.h"
 #include "tests/support/repairrules.h"
 #include "tests/support/zmvsamples.h"
 #include "tests/vidlint/zmvgenerator.h"
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
@@ -19,17 +19,11 @@
 namespace krx::test {
 namespace {
 
-unsigned long setting(const char* name, unsigned long usual)
-{
-    const char* const value = std::getenv(name);
-    return value ? std::strtoul(value, nullptr, 10) : usual;
-}
-
 TEST(ZmvProperties, DamagedFiles)
 {
-    const unsigned long cases = setting("VIDLINT_PROPERTY_CASES", 4000);
+    const unsigned long cases = propertyCases(4000);
     const auto samples = zmvSamples();
-    ZmvGenerator generator(static_cast<std::uint32_t>(setting("VIDLINT_PROPERTY_SEED", 1)));
+    ZmvGenerator generator(propertySeed());
     RepairRules rules;
     std::map<std::string, unsigned> problems;
     for (unsigned long i = 0; i < cases; ++i) {

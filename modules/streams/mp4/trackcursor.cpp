@@ -173,10 +173,11 @@ unsigned TrackCursor::prepareRun()
     m_stretch.durations = run.column(TrackFragmentRun::kDuration);
     m_stretch.durations.advance(sample);
     m_stretch.duration = m_runs.duration();
-    const unsigned steps = m_runs.stretch();
-    const unsigned toGap = m_edits.stretch(mediaTime(), m_stretch.duration);
-    // Durations that differ lead to a gap in as many steps as only a look at each shows.
-    return std::min(steps, m_stretch.durations && toGap != kAnySteps ? std::min(toGap, 1U) : toGap);
+    unsigned steps = m_runs.stretch();
+    // Where durations differ, only a look at each shows when a gap is reached.
+    if (m_stretch.durations && m_edits.gapStart() != EditStepper::kNoGap)
+        steps = std::min(steps, 1U);
+    return std::min(steps, m_edits.stretch(mediaTime(), m_stretch.duration));
 }
 
 unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis)

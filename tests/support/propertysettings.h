@@ -1,0 +1,28 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#pragma once
+
+#include <cstdlib>
+
+namespace krx::test {
+
+/// A number in the environment; usual when there is none.
+inline unsigned long setting(const char* name, unsigned long usual)
+{
+    const char* const value = std::getenv(name);
+    return value ? std::strtoul(value, nullptr, 10) : usual;
+}
+
+/// How many cases a property test has, each run the same ones, unless more or others are asked for.
+inline unsigned long propertyCases(unsigned long usual)
+{
+    return setting("VIDLINT_PROPERTY_CASES", usual);
+}
+
+inline unsigned propertySeed()
+{
+    return static_cast<unsigned>(setting("VIDLINT_PROPERTY_SEED", 1));
+}
+
+}  // namespace krx::test
