@@ -41,6 +41,8 @@ public:
         m_cursor += n;
         return bytes;
     }
+    /// The next bytes as far as the window holds them. Nothing is read.
+    std::span<const unsigned char> ahead() const { return {m_window.get() + m_cursor, m_filled - m_cursor}; }
     /// At least one and at most max of the next bytes, as many as come at once.
     std::span<const unsigned char> takeSome(krx::util::FilePos max);
     /// Reads n bytes to nowhere.
