@@ -5,6 +5,7 @@
 
 #include "util/bigendian.h"
 
+#include <bit>
 #include <cstddef>
 #include <cstring>
 
@@ -111,7 +112,10 @@ void writeRecord(unsigned char* out, const RecordHeader& header, const void* bod
 
 inline RecordHeader RecordHeader::load(const unsigned char* in)
 {
-    return {in[0], loadLength(in), loadTime(in), loadStreamId(in)};
+    // Two loads for four fields: type and length, then the time with its high byte last.
+    const unsigned typeAndLength = loadBig32(in);
+    return {static_cast<unsigned char>(typeAndLength >> 24), typeAndLength & kMaxMessageLength,
+            std::rotr(loadBig32(in + 4), 8), loadStreamId(in)};
 }
 
 inline void RecordHeader::store(unsigned char* out) const

@@ -15,8 +15,7 @@
 //                stop        the process is stopped until somebody continues it
 //                SIGn        the process sends itself the signal n, then the call goes on
 //   FAULT_FILE   only calls on paths that begin with this text count, and on descriptors of such files;
-//                malloc counts when the shared libraries have been set up, since they need not outlive a
-//                failure.
+//                malloc counts when the libraries have been set up, since they need not outlive a failure.
 //   FAULT_COUNT  a file that receives the numbers of calls at the end: lines of a CALL and a number; and one
 //   of
 //                "peak" and the most KiB that were resident.
@@ -368,12 +367,25 @@ FAULTS_INTERPOSE int close(int fd)
 // The sanitizers bring an allocator of their own.
 #ifndef FAULTS_SANITIZED
 
-// Begins the program's own code, after the set-up of the shared libraries.
+namespace {
+
+int (*g_main)(int, char**, char**) = nullptr;
+
+int startedMain(int argc, char** argv, char** environment)
+{
+    g_started = true;
+    return g_main(argc, argv, environment);
+}
+
+}  // namespace
+
+// Begins the program's own code, after the set-up of its libraries, shared or linked into it.
 FAULTS_INTERPOSE int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv,
                                        void (*init)(), void (*fini)(), void (*linkerFini)(), void* stackEnd)
 {
-    g_started = true;
-    return next(&__libc_start_main, "__libc_start_main")(main, argc, argv, init, fini, linkerFini, stackEnd);
+    g_main = main;
+    return next(&__libc_start_main, "__libc_start_main")(startedMain, argc, argv, init, fini, linkerFini,
+                                                         stackEnd);
 }
 
 FAULTS_INTERPOSE void* malloc(std::size_t n)

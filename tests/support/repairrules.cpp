@@ -26,6 +26,16 @@ int rejection(std::string_view report)
     return at == std::string_view::npos ? -1 : std::atoi(report.data() + at + kLabel.size());
 }
 
+/// The lines of warnings, in their order.
+std::string warningsOf(std::string_view report)
+{
+    constexpr std::string_view kLabel = "Warning:\t-";
+    std::string lines;
+    for (std::size_t at = report.find(kLabel); at != std::string_view::npos; at = report.find(kLabel, at + 1))
+        lines.append(report.substr(at, report.find('\n', at) - at)).append("\n");
+    return lines;
+}
+
 }  // namespace
 
 RepairRules::RepairRules()
@@ -53,7 +63,7 @@ RepairRules::Outcome RepairRules::check(const std::string& file,
     m_report.clear();
     VideoValidationJob job;
     job.parameters = parameters;
-    job.parameters.logLevel = shown == Shown::kAll ? streams::LOG_INFO : streams::LOG_ERROR;
+    job.parameters.logLevel = shown == Shown::kAll ? streams::LOG_INFO : streams::LOG_WARNING;
     job.files = {"in.zmv"};
 
     const fs::path before = fs::current_path();
@@ -63,6 +73,7 @@ RepairRules::Outcome RepairRules::check(const std::string& file,
 
     Outcome outcome;
     outcome.number = passed ? 0 : rejection(m_report);
+    outcome.warnings = warningsOf(m_report);
     outcome.hasCopy = fs::exists(m_dir.bytes(name + ".new"));
     outcome.copy = m_dir.read(name + ".new");
     fs::remove(m_dir.bytes(name + ".new"));
@@ -85,7 +96,7 @@ std::string RepairRules::broken(const std::string& file, streams::VideoValidatio
     m_problem.clear();
     const Outcome outcome = check(file, parameters, Shown::kLittle);
     if (check(file, parameters, Shown::kAll) != outcome)
-        return "what is shown changes the verdict";
+        return "what is shown changes the findings";
     if (outcome.number == 0 && outcome.hasCopy) {
         if (std::string problem = brokenByCopy(outcome.copy, parameters); !problem.empty())
             return problem;

@@ -16,7 +16,7 @@ namespace krx::test {
 /// - An announced copy passes again, with every set of repair options; the options that made it find nothing
 ///   more to repair.
 /// - What passes without a repair option is not rejected with one, unless the copy cannot be written.
-/// - What is shown or traced changes neither verdict nor copy.
+/// - What is shown or traced changes neither verdict nor warnings nor copy.
 /// - The input stays as it is.
 ///
 /// The process's report writer and current directory are in use during a check.
@@ -37,12 +37,13 @@ public:
 private:
     enum class Shown
     {
-        kLittle,
-        kAll  ///< the listing, and the error trace of the directory "logs"
+        kLittle,  ///< warnings
+        kAll      ///< the listing, and the error trace of the directory "logs"
     };
     struct Outcome
     {
         int number = 0;  ///< of the finding that rejected the file; 0 when it passed, -1 when it has no line
+        std::string warnings;
         bool hasCopy = false;
         std::string copy;
 

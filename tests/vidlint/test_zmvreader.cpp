@@ -14,7 +14,7 @@ namespace {
 
 using streams::StreamParseError;
 
-constexpr std::size_t kWindow = 256 * 1024;
+constexpr std::size_t kWindow = 1024 * 1024;
 
 std::string pattern(std::size_t n)
 {

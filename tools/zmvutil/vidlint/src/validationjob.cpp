@@ -10,10 +10,9 @@
 #include "tools/zmvutil/vidlint/src/zmvfile.h"
 #include "util/SRStrUtil.h"
 
-#include <boost/filesystem.hpp>
-
 #include <cstddef>
 #include <exception>
+#include <filesystem>
 #include <string_view>
 
 using krx::streams::StreamParseError;
@@ -84,7 +83,7 @@ std::shared_ptr<VideoFile> VideoValidationJob::getVideoFile(const SRString& path
 {
     try {
         const SRMBString bytes = path.toMultiByte();
-        if (boost::filesystem::is_directory(bytes.c_str()))
+        if (std::filesystem::is_directory(bytes.c_str()))
             return std::make_shared<VideoFile>(path, parameters);
         if (SRStrUtil::compareNoCase(extensionOf(bytes), kZmvExtension) == 0)
             return std::make_shared<ZmvFile>(path, parameters);

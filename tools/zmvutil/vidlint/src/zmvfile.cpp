@@ -14,6 +14,7 @@
 using krx::streams::StreamParseError;
 using krx::util::FilePos;
 using krx::util::kBackPointerSize;
+using krx::util::RecordState;
 
 namespace {
 
@@ -108,7 +109,11 @@ void ZmvFile::checkZmvBody()
 
     const bool listing = isShown(krx::streams::LOG_INFO);
     ReportWriter& report = ReportWriter::instance();
-    while (curPos() < m_fileLength) {
+    for (;;) {
+        if (!listing)
+            passPlainMessages();
+        if (curPos() >= m_fileLength)
+            break;
         m_messagePos = curPos();
         SRMessageHeader header = readMessageHeader();
         const char* typeName = header.getTypeAsString();
@@ -132,6 +137,30 @@ void ZmvFile::checkZmvBody()
     }
     settleSilence(std::nullopt);
     logInfo("\n---Done Scanning---\n");
+}
+
+void ZmvFile::passPlainMessages()
+{
+    const std::span<const unsigned char> window = m_file.ahead();
+    const unsigned char* next = window.data();
+    const unsigned char* const end = next + window.size();
+    krx::util::MessageRecord record;
+    while (readRecord(next, static_cast<std::size_t>(end - next), record) == RecordState::kWhole) {
+        const krx::util::RecordHeader& header = record.header;
+        const bool isAudio = header.type == kMsgAudio;
+        if (!isAudio && header.type != kMsgVideo)
+            break;
+        unsigned& previous = isAudio ? m_prevAudioTime : m_prevVideoTime;
+        const bool hasEvent = isAudio ? m_silence.has_value() : isStall(header);
+        if (hasEvent || previous > header.timestamp)
+            break;
+        previous = header.timestamp;
+        (isAudio ? m_audioSeen : m_videoSeen) = true;
+        if (isAudio)
+            trackAudio(header);
+        next += record.size();
+    }
+    m_file.pass(static_cast<std::size_t>(next - window.data()));
 }
 
 void ZmvFile::compareMsgSize(unsigned found, unsigned expected)
@@ -190,24 +219,32 @@ void ZmvFile::checkSRMsgIDType(unsigned type)
     m_audioSeen |= type == kMsgAudio;
 }
 
-void ZmvFile::handlePlayerVideoStall(const SRMessageHeader& header)
+bool ZmvFile::isStall(const krx::util::RecordHeader& header) const
 {
     // Times wrap around at 32 bits, and so does their difference.
     const unsigned sinceAudio = header.timestamp - m_lastAudioTime;
+    return m_audioActive && sinceAudio > static_cast<unsigned long long>(kStallFactor) * m_audioSpacing;
+}
+
+void ZmvFile::trackAudio(const krx::util::RecordHeader& header)
+{
+    const bool wasActive = m_audioActive;
+    m_audioActive = header.length != 0;
+    if (!m_audioActive)
+        return;
+    if (wasActive)
+        m_audioSpacing = kStallFactor * (header.timestamp - m_lastAudioTime);
+    m_lastAudioTime = header.timestamp;
+}
+
+void ZmvFile::handlePlayerVideoStall(const SRMessageHeader& header)
+{
     if (header.type == kMsgAudio) {
         settleSilence(header.timestamp);
-        if (header.length == 0) {
-            m_audioActive = false;
-            return;
-        }
-        if (m_audioActive)
-            m_audioSpacing = kStallFactor * sinceAudio;
-        m_audioActive = true;
-        m_lastAudioTime = header.timestamp;
+        trackAudio(header);
         return;
     }
-
-    if (!m_audioActive || sinceAudio <= static_cast<unsigned long long>(kStallFactor) * m_audioSpacing)
+    if (!isStall(header))
         return;
     if (isShown(krx::streams::LOG_INFO)) {
         logInfo(SRMBString::format("\nAdding silence message at time: %ld  ASR: %ld\n", header.timestamp,

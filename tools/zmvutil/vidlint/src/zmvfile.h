@@ -50,6 +50,10 @@ private:
     void validateFlags();
     void verifyHasMetaData();
 
+    /// Passes the audio and video messages in the window that have neither a fault nor anything to report, up
+    /// to the first other one.
+    void passPlainMessages();
+
     // One message.
     static void compareMsgSize(unsigned found, unsigned expected);
     unsigned getPrevTimeStamp(const SRMessageHeader& header) const;
@@ -58,6 +62,9 @@ private:
     void validateSRMessage(const SRMessageHeader& header, const unsigned char* payload);
     void checkSRMsgIDType(unsigned type);
     void handlePlayerVideoStall(const SRMessageHeader& header);
+    /// Whether a message that is no audio comes too long after the last audio.
+    bool isStall(const krx::util::RecordHeader& header) const;
+    void trackAudio(const krx::util::RecordHeader& header);
     void validateDataMessage(const SRMessageHeader& header, const unsigned char* payload);
     /// Checks the message's values. True when others are to replace them, which are written then.
     bool validateValues(const SRMessagePtr& message, SRCSerializer& replacement);

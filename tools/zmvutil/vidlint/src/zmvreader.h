@@ -37,10 +37,12 @@ public:
     {
         if (n > m_filled - m_cursor)
             fetch(n);
-        const unsigned char* bytes = m_window.get() + m_cursor;
+        const unsigned char* bytes = m_window + m_cursor;
         m_cursor += n;
         return bytes;
     }
+    /// The next bytes as far as the window holds them. Nothing is read.
+    std::span<const unsigned char> ahead() const { return {m_window + m_cursor, m_filled - m_cursor}; }
     /// At least one and at most max of the next bytes, as many as come at once.
     std::span<const unsigned char> takeSome(krx::util::FilePos max);
     /// Reads n bytes to nowhere.
@@ -54,6 +56,9 @@ public:
 
 private:
     void fetch(std::size_t n);
+    /// Makes the window begin at start, the current position, with room for size bytes; what it holds from
+    /// there on stays.
+    void moveWindow(krx::util::FilePos start, std::size_t size);
     void passWindows(std::size_t n);
     /// Throws when fewer than n bytes are left.
     void require(std::size_t n) const;
@@ -64,9 +69,10 @@ private:
     };
     IoAutoFile m_file;
     krx::util::FilePos m_length = 0;
-    std::unique_ptr<unsigned char[]> m_window;
-    std::size_t m_capacity = 0;
-    krx::util::FilePos m_base = 0;  ///< file offset of the window's first byte
-    std::size_t m_cursor = 0;       ///< next byte, as an offset in the window
-    std::size_t m_filled = 0;       ///< bytes that the window holds
+    std::unique_ptr<unsigned char[]> m_memory;
+    std::size_t m_capacity = 0;         ///< bytes of the memory
+    unsigned char* m_window = nullptr;  ///< in the memory
+    krx::util::FilePos m_base = 0;      ///< file offset of the window's first byte
+    std::size_t m_cursor = 0;           ///< next byte, as an offset in the window
+    std::size_t m_filled = 0;           ///< bytes that the window holds
 };

@@ -1,0 +1,41 @@
+# Static libraries for programs that start fast: with shared ones most of a start is the search for some two thousand
+# symbols. The C library stays shared.
+
+option(KRX_STATIC "Link Boost and the compiler's libraries into the programs, where static ones are found" ON)
+if(KRX_SANITIZERS OR KRX_FUZZERS)
+  set(KRX_STATIC OFF)
+endif()
+
+set(static_options -static-libstdc++ -static-libgcc -Wl,--gc-sections -Wl,--as-needed)
+# Comes last, and takes from the mathematical library the two functions for which it would be loaded.
+set(static_libraries "-Wl,--push-state,-Bstatic,-lstdc++,-lm,--pop-state")
+if(KRX_STATIC)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_LINK_OPTIONS ${static_options})
+  set(CMAKE_REQUIRED_LIBRARIES "${static_libraries}")
+  check_cxx_source_compiles("#include <string>\nint main(int n, char**) { return std::to_string(n).empty(); }"
+    KRX_STATIC_LINKS)
+  unset(CMAKE_REQUIRED_LINK_OPTIONS)
+  unset(CMAKE_REQUIRED_LIBRARIES)
+endif()
+
+# krx_find_boost(COMPONENTS...): shared libraries where there are no static ones. They bring the shared libraries of the
+# compiler, of which a program must not have a second copy.
+macro(krx_find_boost)
+  set(Boost_USE_STATIC_LIBS ${KRX_STATIC})
+  find_package(Boost 1.71 QUIET COMPONENTS ${ARGN})
+  if(NOT Boost_FOUND)
+    set(Boost_USE_STATIC_LIBS OFF)
+    set(KRX_STATIC OFF)
+    find_package(Boost 1.71 REQUIRED COMPONENTS ${ARGN})
+  endif()
+endmacro()
+
+# krx_add_programs(FOLDER): add_subdirectory for a folder of programs that others run.
+function(krx_add_programs folder)
+  if(KRX_STATIC AND KRX_STATIC_LINKS)
+    string(JOIN " " CMAKE_EXE_LINKER_FLAGS ${CMAKE_EXE_LINKER_FLAGS} ${static_options})
+    string(APPEND CMAKE_CXX_STANDARD_LIBRARIES " ${static_libraries}")
+  endif()
+  add_subdirectory(${folder})
+endfunction()
