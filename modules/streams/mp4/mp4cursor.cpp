@@ -119,11 +119,23 @@ bool Mp4Cursor::walk(const WalkLimits& limits, WalkTally& tally)
 /// Walks a track that goes first, up to where another one does.
 void Mp4Cursor::walkOn(std::size_t track, const WalkLimits& limits, WalkTally& tally)
 {
-    // Where both stand at the same time, the track of the smaller number goes first.
+    // Mostly that is soon, so that a stretch is not worth its preparation.
+    constexpr int kSteps = 3;
     const Key rival = rivalOf(track);
+    TrackCursor& cursor = m_tracks[track];
+    for (int i = 0; i < kSteps && rival != kEnded && tally.bytes <= tally.maxBytes; ++i) {
+        if (!cursor.walkStep(limits, tally))
+            break;
+        ++m_index;
+        if (keyOf(track) > rival) {
+            updateTrack(track);
+            return;
+        }
+    }
+    // Where both stand at the same time, the track of the smaller number goes first.
     const unsigned long long endMillis =
         rival == kEnded ? kEnded : (rival >> kTimeShift) + ((rival & kTrackMask) > track ? 1 : 0);
-    m_index += m_tracks[track].walkStretch(limits, tally, endMillis);
+    m_index += cursor.walkStretch(limits, tally, endMillis);
     updateTrack(track);
 }
 
