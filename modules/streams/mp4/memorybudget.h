@@ -23,7 +23,8 @@ public:
 /// that mean many, would else multiply a small file.
 ///
 /// A process keeps below 16 MiB and 8 times the file: about 5 MiB are the program itself, and what is left
-/// above the budget is for what is held for a moment only, such as a text while it is copied.
+/// above the budget is for what is held for a moment only, such as a text while it is copied, and for the
+/// fragments that stay loaded after the parse (see FragmentLoader::keep).
 class MemoryBudget
 {
 public:

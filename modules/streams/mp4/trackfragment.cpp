@@ -40,7 +40,9 @@ TrackFragment::TrackFragment(const TrackFragment& other)
 {
     if (other.m_content) {
         content().header = other.m_content->header;
-        content().runs = other.m_content->runs;
+        content().firstRun = other.m_content->firstRun;
+        if (other.m_content->moreRuns)
+            content().moreRuns = std::make_unique<std::deque<TrackFragmentRun>>(*other.m_content->moreRuns);
     }
 }
 
@@ -81,7 +83,13 @@ void TrackFragment::load()
 
 void TrackFragment::insertRun(TrackFragmentRun run)
 {
-    content().runs.push_back(std::move(run));
+    if (!content().firstRun) {
+        m_content->firstRun = std::move(run);
+        return;
+    }
+    if (!m_content->moreRuns)
+        m_content->moreRuns = std::make_unique<std::deque<TrackFragmentRun>>();
+    m_content->moreRuns->push_back(std::move(run));
 }
 
 const TrackFragmentHeader& TrackFragment::header()
@@ -92,16 +100,15 @@ const TrackFragmentHeader& TrackFragment::header()
 
 const TrackFragmentRun& TrackFragment::getRun(std::size_t i)
 {
-    load();
-    if (i >= m_content->runs.size())
+    if (i >= getRunCount())
         throw krx::streams::StreamParseError(krx::streams::kTableReadError);
-    return m_content->runs[i];
+    return i == 0 ? *m_content->firstRun : (*m_content->moreRuns)[i - 1];
 }
 
 std::size_t TrackFragment::getRunCount()
 {
     load();
-    return m_content->runs.size();
+    return (m_content->firstRun ? 1 : 0) + (m_content->moreRuns ? m_content->moreRuns->size() : 0);
 }
 
 std::size_t TrackFragment::reportMemorySize() const
@@ -109,8 +116,11 @@ std::size_t TrackFragment::reportMemorySize() const
     std::size_t bytes = sizeof(*this);
     if (m_content) {
         bytes += sizeof(Content);
-        for (const TrackFragmentRun& run : m_content->runs)
-            bytes += run.reportMemorySize();
+        if (m_content->firstRun)
+            bytes += m_content->firstRun->reportMemorySize();
+        if (m_content->moreRuns)
+            for (const TrackFragmentRun& run : *m_content->moreRuns)
+                bytes += run.reportMemorySize();
     }
     return bytes;
 }

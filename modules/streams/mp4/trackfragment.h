@@ -8,8 +8,9 @@
 #include "modules/streams/mp4/wordcolumn.h"
 
 #include <cstddef>
+#include <deque>
 #include <memory>
-#include <vector>
+#include <optional>
 
 namespace krx::mp4 {
 
@@ -117,7 +118,9 @@ private:
     struct Content
     {
         TrackFragmentHeader header;
-        std::vector<TrackFragmentRun> runs;
+        // Most fragments have one run.
+        std::optional<TrackFragmentRun> firstRun;
+        std::unique_ptr<std::deque<TrackFragmentRun>> moreRuns;  ///< null where there is none
         MemoryCharge charge;
     };
 
