@@ -13,7 +13,9 @@
 #include "util/SRBuffer.h"
 
 #include <algorithm>
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace {
@@ -35,24 +37,10 @@ bool inCatalogue(int status)
 /// Takes numbers so that reading them is not optimised away.
 volatile unsigned long long g_sum = 0;
 
-void take(unsigned long long value)
+template <typename T>
+void take(const T& value)
 {
-    g_sum = g_sum * 31 + value;
-}
-
-void take(const krx::mp4::TimeToSample& entry)
-{
-    take(entry.delta);
-}
-
-void take(const krx::mp4::CompositionOffset& entry)
-{
-    take(entry.offset);
-}
-
-void take(const krx::mp4::SampleToChunk& entry)
-{
-    take(entry.descriptionIndex);
+    g_sum = g_sum + std::hash<std::string_view>()({reinterpret_cast<const char*>(&value), sizeof value});
 }
 
 /// Reads the table whole, then in pages.
@@ -101,10 +89,10 @@ void readTrack(krx::mp4::TrackInfo& track)
         if (entry.style)
             entry.style->fonts.forEach([](unsigned, std::string_view name) {
                 for (const char character : name)
-                    take(static_cast<unsigned char>(character));
+                    take(character);
             });
     }
-    take(static_cast<unsigned long long>(track.getContentLength()));
+    take(track.getContentLength());
     take(track.drm.zolLicense.size() + track.drm.wdxsMetadata.size());
 }
 
@@ -114,16 +102,16 @@ void readMovie(MP4File& mp4)
         for (unsigned i = 0; i < tag.integerCount(); ++i)
             take(tag.integer(i));
         for (const char byte : tag.content)
-            take(static_cast<unsigned char>(byte));
+            take(byte);
     }
     for (const MP4File::ChapterEntry& chapter : mp4.getChapters())
         for (const char byte : chapter.title)
-            take(static_cast<unsigned char>(byte));
+            take(byte);
     require(!mp4.hasXMPData() || mp4.getXMP()->data()[mp4.getXMP()->getUsed()] == 0);
     long long pos = 0;
     long long remaining = 0;
     while (mp4.consumeFreeBoxInMoov(16, pos, remaining))
-        take(static_cast<unsigned long long>(remaining));
+        take(remaining);
     take(mp4.isAppendable());
 }
 

@@ -123,6 +123,9 @@ private:
 
     // AMF0.
     int readVar(SRData& value, std::string_view* name);
+    /// What read returns; the end marker where memory runs out.
+    template <typename Read>
+    int unlessStarved(const Read& read);
     int readVarInside(SRData& value, std::string_view* name);
     void readName(std::string_view& name);
     void readNothing(SRData& value, int marker);
@@ -176,7 +179,9 @@ private:
     bool readNamedVar(SRDataArray& array, SRMBString&& name);
     void readNamedVars(SRDataArray& array);
     bool isTableIndex(unsigned index, const wchar_t* what);
-    const SRData* findCarried(unsigned index, const wchar_t* what, int kind);
+    /// False where the value is written out. A reference copies what it refers to; the value stays undefined
+    /// where that is of another kind.
+    bool readCarried(SRData& value, unsigned header, const wchar_t* what, int kind);
     void writeAMF3Var(const SRData& value);
     void writeAMF3Number(const SRData& value);
     void writeAMF3Object(SRDataArray& array);

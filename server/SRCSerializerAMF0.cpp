@@ -64,17 +64,19 @@ struct SRCSerializer::PopOpen
 
 // Reading.
 
+template <typename Read>
+int SRCSerializer::unlessStarved(const Read& read)
+{
+    return krx::util::unlessOutOfMemory(read, [this] {
+        m_readStarved = true;
+        return static_cast<int>(kObjectEndType);
+    });
+}
+
 int SRCSerializer::readVar(SRData& value, std::string_view* name)
 {
     DeferredThrow deferred(*this);
-    int marker = kObjectEndType;
-    try {
-        marker = readVarInside(value, name);
-    } catch (const SROutOfMemory&) {
-        m_readStarved = true;
-    } catch (const std::bad_alloc&) {
-        m_readStarved = true;
-    }
+    const int marker = unlessStarved([&] { return readVarInside(value, name); });
     deferred.finish();
     return marker;
 }
@@ -267,14 +269,7 @@ void SRCSerializer::readEntries(SRDataArray& array)
 int SRCSerializer::skipVar()
 {
     DeferredThrow deferred(*this);
-    int marker = kObjectEndType;
-    try {
-        marker = skipVarInside();
-    } catch (const SROutOfMemory&) {
-        m_readStarved = true;
-    } catch (const std::bad_alloc&) {
-        m_readStarved = true;
-    }
+    const int marker = unlessStarved([&] { return skipVarInside(); });
     deferred.finish();
     return marker;
 }

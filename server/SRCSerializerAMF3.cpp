@@ -129,29 +129,32 @@ bool SRCSerializer::isTableIndex(unsigned index, const wchar_t* what)
     return false;
 }
 
-const SRData* SRCSerializer::findCarried(unsigned index, const wchar_t* what, int kind)
+bool SRCSerializer::readCarried(SRData& value, unsigned header, const wchar_t* what, int kind)
 {
+    if ((header & kAMF3Inline) != 0)
+        return false;
+    const unsigned index = header >> 1;
     if (!isTableIndex(index, what))
-        return nullptr;
+        return true;
     const SRData& entry = m_objects[index];
-    if (entry.kind == kind)
-        return &entry;
-    if (!entry.isArrayKind())
-        return nullptr;
-    const SRDataArray& array = *entry.payload.array;
-    const int carrier = kind == kDateType ? kDateCarrier : kind == kXMLType ? kXMLCarrier : kByteArrayCarrier;
-    return array.getKind() == carrier && !array.empty() ? &array.getPropertyValueConst(0) : nullptr;
+    if (entry.kind == kind) {
+        value.copy(entry);
+    } else if (entry.isArrayKind()) {
+        const SRDataArray& array = *entry.payload.array;
+        const int carrier = kind == kDateType  ? kDateCarrier
+                            : kind == kXMLType ? kXMLCarrier
+                                               : kByteArrayCarrier;
+        if (array.getKind() == carrier && !array.empty())
+            value.copy(array.getPropertyValueConst(0));
+    }
+    return true;
 }
 
 void SRCSerializer::readAMF3Date(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kAMF3Inline) == 0) {
-        if (const SRData* date =
-                findCarried(header >> 1, L"While serializing the date atom, the object index ", kDateType))
-            value.copy(*date);
+    if (readCarried(value, header, L"While serializing the date atom, the object index ", kDateType))
         return;
-    }
     value.setDate(GetDouble(), 0);
     joinTable(SRData(value));
 }
@@ -159,12 +162,8 @@ void SRCSerializer::readAMF3Date(SRData& value, int)
 void SRCSerializer::readAMF3XML(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kAMF3Inline) == 0) {
-        if (const SRData* xml =
-                findCarried(header >> 1, L"While serializing the XML atom, the object index ", kXMLType))
-            value.copy(*xml);
+    if (readCarried(value, header, L"While serializing the XML atom, the object index ", kXMLType))
         return;
-    }
     std::string_view text;
     if (!readXMLText(header, text) || !chargeText(text.size()))
         return;
@@ -175,12 +174,8 @@ void SRCSerializer::readAMF3XML(SRData& value, int)
 void SRCSerializer::readAMF3ByteArray(SRData& value, int)
 {
     const unsigned header = ReadUint29();
-    if ((header & kAMF3Inline) == 0) {
-        if (const SRData* bytes = findCarried(
-                header >> 1, L"While serializing the byte array atom, the object index ", kBlobType))
-            value.copy(*bytes);
+    if (readCarried(value, header, L"While serializing the byte array atom, the object index ", kBlobType))
         return;
-    }
     const unsigned length = header >> 1;
     if (length > getRemaining()) {
         HandleBadData(getPosition(),

@@ -19,7 +19,7 @@
 /// Bad data in reading is put into the error trace. Then a reader that throws throws SRBreakConnection 1029;
 /// any other one writes the trace out, is marked bad and jumps to its end, so that every further read quietly
 /// gives 0. A primitive of the wrong direction is reported and does nothing (a read gives 0).
-class SRDataParser : protected AMFWriter
+class SRDataParser : protected krx::AMFWriter
 {
 public:
     /// Text forms: a u16 or a u32 length in front of the bytes.

@@ -8,7 +8,9 @@
 #include <bit>
 #include <cstring>
 
-using namespace krx::util;
+namespace krx {
+
+using namespace util;
 
 void AMFWriter::putByte(unsigned char value)
 {
@@ -104,3 +106,5 @@ void AMFWriter::putObjectEnd()
     putShortText({});
     putByte(kAMF0ObjectEnd);
 }
+
+}  // namespace krx

@@ -7,6 +7,8 @@
 
 #include <string_view>
 
+namespace krx {
+
 /// The encoder of AMF: writes markers, lengths, names and plain values into the room that a derived class
 /// provides. It keeps no state; what belongs together is the caller's matter. All numbers are big-endian.
 class AMFWriter
@@ -47,3 +49,5 @@ protected:
     /// Returns the next n bytes to write to, or null: then they are left out.
     virtual unsigned char* make(unsigned n) = 0;
 };
+
+}  // namespace krx

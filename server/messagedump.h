@@ -30,12 +30,13 @@ void dumpOneArg(std::ostream& out, int index, const SRData& value);
 /// The whole command, cut after maxBytes.
 SRMBString dumpCommand(const SRCommand& command, std::size_t maxBytes = SRData::kMaxTextBytes);
 
-namespace util {
+}  // namespace krx
+
+namespace krx::util {
 
 /// One-line description of a message: its header, with the time as a signed number, and the content by type.
 /// Every value of a command or data message, inside arrays too, is "dataType=" with the name of its kind, and
 /// the value: dates in ms since 1970.
 SRMBString messageToString(const SRMessagePtr& message);
 
-}  // namespace util
-}  // namespace krx
+}  // namespace krx::util

@@ -305,6 +305,10 @@ void MediaContexts::clear()
     m_trackIndex.clear();
 }
 
+}  // namespace krx
+
+namespace krx::streams {
+
 bool metaAttribute(const ContextMessage* message, void* out, unsigned& size)
 {
     if (!message || !out || message->length > size) {
@@ -317,4 +321,4 @@ bool metaAttribute(const ContextMessage* message, void* out, unsigned& size)
     return true;
 }
 
-}  // namespace krx
+}  // namespace krx::streams

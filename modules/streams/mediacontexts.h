@@ -131,6 +131,10 @@ private:
     std::unordered_map<unsigned, std::size_t> m_trackIndex;  ///< track ID to place in m_tracks
 };
 
+}  // namespace krx
+
+namespace krx::streams {
+
 /// What IQVStreamAdaptor::getAttribute answers with a number of fixed width: copies it to out where size is
 /// room enough, and sets size to its bytes.
 template <typename T>
@@ -146,4 +150,4 @@ bool sizeAttribute(T value, void* out, unsigned& size)
 /// The same with the body of a message (null: there is none); sets size to 0 where it does not fit.
 bool metaAttribute(const ContextMessage* message, void* out, unsigned& size);
 
-}  // namespace krx
+}  // namespace krx::streams

@@ -17,6 +17,7 @@
 #include <sstream>
 #include <string>
 
+namespace krx::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -55,8 +56,8 @@ TEST(Documents, TellTheBytesOfTheSamples)
 /// What a shell prints where the samples are.
 std::string run(const std::string& script)
 {
-    const krx::test::TempDir dir;
-    krx::test::writeSamples(dir.bytes("samples"));
+    const TempDir dir;
+    writeSamples(dir.bytes("samples"));
     std::ofstream(dir.bytes("script")) << "PATH=" VIDLINT_DIR ":$PATH; cd '" << dir.path() << "'\n" << script;
     EXPECT_NE(std::system(("sh " + dir.bytes("script") + " >" + dir.bytes("out") + " 2>&1").c_str()), -1);
     return readFile(dir.bytes("out"));
@@ -97,3 +98,4 @@ TEST(Documents, LinkToWhatExists)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -18,15 +18,12 @@
 #include <fstream>
 #include <iterator>
 #include <regex>
-#include <spawn.h>
 #include <sstream>
 #include <string>
 #include <sys/wait.h>
-#include <vector>
 
+namespace krx::test {
 namespace {
-
-using krx::test::TempDir;
 
 constexpr std::string_view kPrompt = "$ ";
 
@@ -39,35 +36,16 @@ std::string readFile(const std::string& path)
 /// Runs the line in a shell and gives all that it prints, and its status unless that is 0.
 std::string run(const TempDir& dir, const std::string& line)
 {
-    const std::string out = dir.bytes("out");
-    const std::string script =
-        "cd '" + dir.bytes("work") + "' && { " + line + "\n} >'" + out + "' 2>&1 </dev/null";
-    std::vector<std::string> environment = {"PATH=" VIDLINT_DIR ":/usr/local/bin:/usr/bin:/bin", "LC_ALL=C"};
+    dir.write("script", "cd '" + dir.bytes("work") + "' && { " + line + "\n}");
+    std::string command = "env -i PATH=" VIDLINT_DIR ":/usr/local/bin:/usr/bin:/bin LC_ALL=C";
     for (const char* name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS", "LLVM_PROFILE_FILE", "TMPDIR"})
-    {
         if (const char* value = std::getenv(name))
-            environment.push_back(std::string(name) + "=" + value);
-    }
-    std::vector<std::string> arguments = {"sh", "-c", script};
-    const auto pointers = [](std::vector<std::string>& texts) {
-        std::vector<char*> result;
-        result.reserve(texts.size() + 1);
-        for (std::string& text : texts)
-            result.push_back(text.data());
-        result.push_back(nullptr);
-        return result;
-    };
-    pid_t pid = 0;
-    int status = 0;
-    if (::posix_spawn(&pid, "/bin/sh", nullptr, nullptr, pointers(arguments).data(),
-                      pointers(environment).data()) != 0 ||
-        ::waitpid(pid, &status, 0) != pid)
-    {
-        return "the shell did not run\n";
-    }
+            command.append(" ").append(name).append("='").append(value).append("'");
+    command += " sh -c \"$(cat '" + dir.bytes("script") + "')\" >'" + dir.bytes("out") + "' 2>&1 </dev/null";
+    const int status = std::system(command.c_str());
     static const std::regex timeStamp(R"(\d\d-\d\d-\d\d \d\d:\d\d:\d\d)");
     static const std::regex memory(R"((Memory Overhead: )\d+)");
-    std::string text = std::regex_replace(readFile(out), timeStamp, "TIME");
+    std::string text = std::regex_replace(dir.read("out"), timeStamp, "TIME");
     text = std::regex_replace(text, memory, "$1N");
     if (!text.empty() && text.back() != '\n')
         text += "(no line end)\n";
@@ -89,7 +67,7 @@ TEST_P(Transcript, PrintsWhatIsExpected)
     ASSERT_FALSE(expected.empty()) << path;
 
     const TempDir dir;
-    krx::test::writeSamples(dir.bytes("work"));
+    writeSamples(dir.bytes("work"));
     std::filesystem::copy(ENCODED_DIR, dir.bytes("work/encoded"));
 
     std::string actual;
@@ -112,3 +90,4 @@ INSTANTIATE_TEST_SUITE_P(Cli, Transcript,
                          [](const auto& transcript) { return std::string(transcript.param); });
 
 }  // namespace
+}  // namespace krx::test

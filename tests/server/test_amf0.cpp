@@ -7,8 +7,7 @@
 
 #include <string>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 struct ValueCase
@@ -110,3 +109,4 @@ TEST(Amf0, WriterGoesBackBeforeWhatDoesNotFitItsLimit)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -11,8 +11,7 @@
 #include <utility>
 #include <vector>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 // A value as AMF3 writes it: the only entry, "a", of an array.
@@ -26,24 +25,6 @@ std::string encodedAMF3(const SRData& value)
 std::string insideArray(const char* bytes)
 {
     return toHex(hexText(std::string("11 09 01 03 'a' ") + bytes + " 01"));
-}
-
-TEST(Amf3, Uint29)
-{
-    const std::pair<unsigned, const char*> cases[] = {{0, "00"},
-                                                      {0x7F, "7F"},
-                                                      {0x80, "81 00"},
-                                                      {0x3FFF, "FF 7F"},
-                                                      {0x4000, "81 80 00"},
-                                                      {0x1FFFFF, "FF FF 7F"},
-                                                      {0x200000, "80 C0 80 00"},
-                                                      {0x1FFFFFFF, "FF FF FF FF"}};
-    for (const auto& [value, bytes] : cases) {
-        SRCSerializer writer;
-        writer.WriteUint29(value);
-        EXPECT_EQ(toHex(written(writer)), bytes);
-        EXPECT_EQ(Reader(hexText(bytes))->ReadUint29(), value);
-    }
 }
 
 TEST(Amf3, ReadsAndWritesEveryMarker)
@@ -253,3 +234,4 @@ TEST(Amf3, WritesReferencesHoweverManyThereAre)
 }
 
 }  // namespace
+}  // namespace krx::test

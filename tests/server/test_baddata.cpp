@@ -7,13 +7,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <ctime>
 #include <sstream>
 #include <string>
 #include <vector>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 const char kVar[] = "while processing script variable";
@@ -145,24 +143,5 @@ TEST(BadData, SkippedValuesKeepTheirPlacesInTheTables)
     }
 }
 
-TEST(BadData, DeepInsideCostsNoMoreToThrowThanToReport)
-{
-    std::string bytes;
-    for (unsigned i = 0; i < SRCSerializer::kMaxNesting - 1; ++i)
-        bytes += hexText("03 0001 'a'");
-    const auto ticks = [&bytes](bool throwOnBad) {
-        constexpr int kRuns = 300;
-        const std::clock_t start = std::clock();
-        for (int i = 0; i < kRuns; ++i) {
-            Reader reader(bytes, throwOnBad);
-            try {
-                reader.get();
-            } catch (const SRBreakConnection&) {
-            }
-        }
-        return std::clock() - start;
-    };
-    EXPECT_LT(ticks(true), 3 * ticks(false));
-}
-
 }  // namespace
+}  // namespace krx::test

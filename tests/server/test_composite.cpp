@@ -14,10 +14,7 @@
 #include <string>
 #include <vector>
 
-using krx::CompositeMessage;
-using krx::CompositeMessagePtr;
-using krx::test::AssertRecorder;
-using krx::test::hexText;
+namespace krx::test {
 
 namespace {
 
@@ -61,38 +58,13 @@ TEST(Aggregate, ListsItsRecordsWithoutCopying)
     EXPECT_EQ(aggregate->getVideoCodecs(), 1 << 7);
     EXPECT_EQ(aggregate->getDataKinds(), CompositeMessage::kHasData);
     EXPECT_EQ(aggregate->getCounter().getCount(kMsgAudio), 2U);
-}
 
-TEST(Aggregate, SplitsByIndexAndByTime)
-{
-    CompositeMessagePtr aggregate = aggregateOf(hexText(kBody));
+    // Parts share the memory of the whole, and keep it alive.
     CompositeMessagePtr first;
     CompositeMessagePtr second;
-    const struct
-    {
-        unsigned index, time;
-        unsigned before;  ///< records of the first part
-    } cases[] = {{0, 100, 0}, {1, 101, 1}, {1, 200, 1}, {2, 201, 2}, {4, 0xFFFFFFFF, 4}, {9, 0x01000001, 4}};
-    for (const auto& c : cases) {
-        for (const bool byTime : {false, true}) {
-            if (byTime)
-                aggregate->splitByTime(c.time, first, second);
-            else
-                aggregate->splitByIndex(c.index, first, second);
-            ASSERT_EQ(first == nullptr, c.before == 0);
-            ASSERT_EQ(second == nullptr, c.before == 4);
-            EXPECT_EQ(first ? first->getMessageCount() : 0, c.before);
-            EXPECT_EQ(second ? second->getMessageCount() : 0, 4 - c.before);
-        }
-    }
-    // Parts share the memory of the whole, and keep it alive.
-    aggregate->splitByIndex(1, first, second);
-    EXPECT_EQ(first->getNext()->getMessageCount(), 3U);
-    EXPECT_EQ(second->getTime(), 200U);
-    EXPECT_EQ(second->getBody(), aggregate->getBody() + 19);
-    aggregate.reset();
-    first.reset();
-    EXPECT_EQ(second->getMessage(1)->getBody()[0], 5);
+    aggregate->splitByTime(0x01000000, first, second);
+    EXPECT_EQ(second->getBody(), memory->data() + 39);
+    EXPECT_EQ(second->getMessageCount(), 2U);
 }
 
 /// However an aggregate is cut, each part has what a walk over its records finds; and records that are taken
@@ -110,7 +82,7 @@ TEST(Aggregate, PartsTellOfTheirRecords)
         body += hexText(record.data());
     }
     const auto check = [](const CompositeMessage& part) {
-        krx::MultiMsgCounter counter;
+        MultiMsgCounter counter;
         for (unsigned i = 0; i < part.getMessageCount(); ++i)
             counter.addOne(static_cast<char>(part.getMessage(i)->getType()));
         for (char type = 0; type < 24; ++type)
@@ -124,15 +96,20 @@ TEST(Aggregate, PartsTellOfTheirRecords)
     for (int i = 0; i < 300; ++i) {
         CompositeMessagePtr part = aggregate;
         while (part && part->getMessageCount() > 1) {
-            CompositeMessagePtr other;
-            const auto at = static_cast<unsigned>(random() % part->getMessageCount());
-            (random() % 2 != 0) ? part->splitByIndex(at, part, other) : part->splitByIndex(at, other, part);
-            if (part && part->getMessageCount() < 50) {
-                check(*part);
-                for (const CompositeMessagePtr& beside : {part->getPrev(), part->getNext()})
-                    if (beside && beside->getMessageCount() < 50)
-                        check(*beside);
-            }
+            const unsigned count = part->getMessageCount();
+            const auto at = static_cast<unsigned>(random() % (count + 2));
+            CompositeMessagePtr first;
+            CompositeMessagePtr second;
+            if (random() % 2 != 0)
+                part->splitByIndex(at, first, second);
+            else
+                part->splitByTime(part->getTime() + at, first, second);
+            ASSERT_EQ(first ? first->getMessageCount() : 0, std::min(at, count));
+            ASSERT_EQ(second ? second->getMessageCount() : 0, count - std::min(at, count));
+            for (const CompositeMessagePtr& one : {first, second, part->getPrev(), part->getNext()})
+                if (one && one->getMessageCount() < 50)
+                    check(*one);
+            part = random() % 2 != 0 ? first : second;
         }
     }
 
@@ -148,3 +125,4 @@ TEST(Aggregate, PartsTellOfTheirRecords)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -4,17 +4,20 @@
 #include "server/SRData.h"
 #include "tests/server/serializerfixture.h"
 #include "tests/support/assertrecorder.h"
+#include "util/SRStrUtil.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
+#include <random>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
-using namespace krx::test;
-
+namespace krx::test {
 namespace {
 
 SRData dateOf(double ms, int timeZone = 0)
@@ -70,107 +73,93 @@ TEST(Data, CopiesShareArraysAndBlobsOnly)
     const SRMemoryPtr memory(new SRMemory(10));
     const SRDataArrayPtr array(new SRDataArray);
     {
-        SRData values[] = {SRData(SRBuffer(memory, 2, 5)),
-                           SRData(array, kObjectType),
-                           SRData("text"),
-                           SRData(1.5),
-                           dateOf(7, 8),
-                           SRData(9LL),
-                           SRData(true),
-                           nullValue()};
-        EXPECT_EQ(memory->_get(), 2);
-        EXPECT_EQ(array->_get(), 2);
+        SRData values[] = {SRData(SRBuffer(memory, 2, 5)), SRData(array, kObjectType), SRData("text"),
+                           dateOf(7, 8)};
         for (SRData& value : values) {
             value.amf3Hint = 12;
-            SRData copy;
-            copy.copy(value);
-            EXPECT_EQ(copy.kind, value.kind);
+            SRData copy(value);
             EXPECT_EQ(copy.amf3Hint, 12);
-            EXPECT_EQ(textOf(copy), textOf(value));
             const SRData& itself = copy;
             copy = itself;
-            SRData moved(std::move(copy));
+            EXPECT_EQ(textOf(copy), textOf(value));
+            const SRData moved(std::move(copy));
             EXPECT_EQ(copy.kind, kUndefinedType);
             EXPECT_EQ(copy.amf3Hint, SRData::kNoHint);
-            moved = value;
-            EXPECT_EQ(textOf(moved), textOf(value));
+            EXPECT_EQ(moved.kind, value.kind);
         }
         EXPECT_EQ(memory->_get(), 2);
-        const SRData blob(values[0]);
-        EXPECT_EQ(SRBuffer(blob).getStart(), 2U);
-        EXPECT_EQ(SRBuffer(blob).length(), 3U);
-        const SRData text(values[2]);
-        EXPECT_EQ(text.payload.text, values[2].payload.text);
-        // Every initialisation releases what was there.
+        EXPECT_EQ(array->_get(), 2);
+        const SRBuffer blob(values[0]);
+        EXPECT_EQ(blob.getStart(), 2U);
+        EXPECT_EQ(blob.length(), 3U);
         values[0].init(static_cast<const char*>(nullptr));
-        values[1].setDate(1, 1);
-        EXPECT_EQ(textOf(values[0]), "");
         EXPECT_EQ(values[0].kind, kStringType);
+        EXPECT_EQ(textOf(values[0]), "");
     }
     EXPECT_EQ(memory->_get(), 1);
     EXPECT_EQ(array->_get(), 1);
 }
 
-TEST(DataArray, FindsNamesIgnoringCase)
+/// However names come, by themselves or given, an array is the list of its entries.
+TEST(DataArray, AgreesWithAListOfItsEntries)
 {
-    SRDataArray array;
-    array.setValue(0, "Duration", SRData(1.0));
-    array.setValue(1, "x", SRData(2.0));
-    array.setValue(2, "DURATION", SRData(3.0));
-    const struct
-    {
-        const char* name;
-        int start, index;
-    } cases[] = {
-        {"duration", 0, 0}, {"duration", -5, 0}, {"duration", 1, 2}, {"duration", 3, -1},
-        {"X", 0, 1},        {"", 0, -1},         {"dur", 0, -1},     {nullptr, 0, -1},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(array.indexOf(c.name, c.start), c.index);
-    EXPECT_EQ(textOf(array["duration"]), "1");
-    array["absent"].init(5.0);
-    EXPECT_EQ(array["absent"].kind, kUndefinedType);
-}
-
-TEST(DataArray, ImpliedNamesAreLikeGivenOnes)
-{
-    // "0", "1", "2" without and with a name of their own.
-    SRDataArray implied;
-    SRDataArray given;
-    for (int i = 0; i < 3; ++i) {
-        implied.append(SRData(double(i)));
-        given.append("x", SRData(double(i)));
-        given.getPropertyName(i) = SRMBString(std::to_string(i).c_str());
-    }
-    EXPECT_TRUE(implied.equals(given));
-    const struct
-    {
-        void (*change)(SRDataArray&);
-        const char* text;
-    } cases[] = {
-        {[](SRDataArray& a) { a.setValue(1, "1", SRData(5.0)); }, "{0: 0, 1: 5, 2: 2}"},
-        {[](SRDataArray& a) { a.setValue(1, "n", SRData(5.0)); }, "{0: 0, n: 5, 2: 2}"},
-        {[](SRDataArray& a) { a.getPropertyName(0) = SRMBString("n"); }, "{n: 0, 1: 1, 2: 2}"},
-        {[](SRDataArray& a) { a.erase(2); }, "{0: 0, 1: 1}"},
-        {[](SRDataArray& a) { a.erase(0); }, "{1: 1, 2: 2}"},
-        {[](SRDataArray& a) { a.append("n", SRData(3.0)), a.erase(2), a.erase(2); }, "{0: 0, 1: 1}"},
-        {[](SRDataArray& a) { a.append("n", SRData()), a.append("4", SRData()); },
-         "{0: 0, 1: 1, 2: 2, n: , 4: }"},
-        {[](SRDataArray& a) { a.getPropertyValue(4).init(true); }, "{0: 0, 1: 1, 2: 2, : , : true}"},
-        {[](SRDataArray& a) { a.reserve(100), a.append(SRData()); }, "{0: 0, 1: 1, 2: 2, 3: }"},
-        {[](SRDataArray& a) { a = SRDataArray(a), a["2"].init(9.0); }, "{0: 0, 1: 1, 2: 9}"},
-    };
-    for (const auto& c : cases) {
-        for (const SRDataArray* const array : {&implied, &given}) {
-            SRDataArray changed(*array);
-            c.change(changed);
-            EXPECT_EQ(changed.toText(), c.text);
-            for (int i = 0; i < changed.getSize(); ++i)
-                EXPECT_EQ(changed.indexOf(changed.getPropertyNameConst(i).c_str(), i), i) << c.text;
+    std::mt19937 random(1);
+    for (int round = 0; round < 2000; ++round) {
+        SRDataArray array;
+        std::vector<std::pair<std::string, std::string>> list;
+        for (unsigned step = 0; step < 12; ++step) {
+            const char* const names[] = {"0", "1", "2", "02", "n", "N", ""};
+            const std::string name = names[random() % std::size(names)];
+            const std::string text = std::to_string(step);
+            const SRData value(text.c_str());
+            const auto i = random() % (list.size() + 2);
+            const auto index = static_cast<int>(i);
+            switch (random() % 6) {
+                case 0:
+                    array.setValue(index, SRMBString(name), value);
+                    list.resize(std::max(list.size(), i + 1));
+                    list[i] = {name, text};
+                    break;
+                case 1:
+                    array.erase(index);
+                    if (i < list.size())
+                        list.erase(list.begin() + index);
+                    break;
+                case 2:
+                    array.getPropertyName(index) = SRMBString(name);
+                    list.resize(std::max(list.size(), i + 1));
+                    list[i].first = name;
+                    break;
+                case 3:
+                    array.append(SRMBString(name), SRData(value));
+                    list.emplace_back(name, text);
+                    break;
+                default:
+                    array.append(SRData(value));
+                    list.emplace_back(std::to_string(list.size()), text);
+                    break;
+            }
+            std::string expected;
+            for (const auto& [entry, content] : list)
+                expected += (expected.empty() ? "" : ", ") + entry + ": " + content;
+            ASSERT_EQ(array.toText(), '{' + expected + '}');
+            const SRDataArray copy(array);
+            ASSERT_TRUE(copy.equals(array));
+            ASSERT_EQ(copy.toText(), array.toText());
+            for (const char* const wanted : names) {
+                const auto found = std::find_if(
+                    list.begin() + std::min(index, array.getSize()), list.end(), [&](const auto& entry) {
+                        return SRStrUtil::compareNoCase(entry.first.c_str(), wanted) == 0;
+                    });
+                const int expectedIndex = found == list.end() ? -1 : static_cast<int>(found - list.begin());
+                ASSERT_EQ(array.indexOf(wanted, index), expectedIndex) << wanted;
+            }
         }
     }
-    EXPECT_EQ(implied.indexOf("02"), -1);
-    EXPECT_EQ(implied.indexOf("0", 1), -1);
+    SRDataArray array;
+    EXPECT_EQ(array.indexOf(nullptr), -1);
+    array["absent"].init(5.0);
+    EXPECT_EQ(array["absent"].kind, kUndefinedType);
 }
 
 TEST(DataArray, ThreadsMayReadTogether)
@@ -199,3 +188,4 @@ TEST(DataArray, CutsItsTextBetweenCharacters)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -4,7 +4,6 @@
 #include "server/KRXASyncFileIo.h"
 #include "server/KRXSyncFileIo.h"
 #include "tests/support/assertrecorder.h"
-#include "tests/support/failingallocations.h"
 #include "tests/support/tempdir.h"
 #include "util/SRThreadPool.h"
 
@@ -17,12 +16,9 @@
 #include <string>
 #include <thread>
 #include <tuple>
-#include <unistd.h>
 #include <vector>
 
-using krx::test::AssertRecorder;
-using krx::test::TempDir;
-
+namespace krx::test {
 namespace {
 
 constexpr int kCreate = O_RDWR | O_CREAT;
@@ -100,7 +96,7 @@ struct Ways
     Adaptor direct;
     Adaptor threaded{&pool};
     SimpleKrxSyncFileIo simple;
-    SimpleKrxASyncFileIo async{&pool, krx::util::kVerboseNone};
+    SimpleKrxASyncFileIo async{&pool, util::kVerboseNone};
     CustomKrxSyncFileIo custom{&direct, nullptr, {}};
     CustomKrxSyncFileIo customThreaded{&threaded, nullptr, {}};
     std::array<IKrxFileIo*, 4> all{&simple, &async, &custom, &customThreaded};
@@ -179,37 +175,6 @@ TEST(FileIo, KnowsDirectories)
     }
 }
 
-TEST(FileIo, FailsWithoutMemory)
-{
-    Ways ways;
-    const TempDir dir;
-    const SRString file = dir.write("file", "");
-    const SRString made = dir.file("made/dir");
-    const SRString pattern = dir.file("f*");
-    for (IKrxFileIo* io : {ways.all[0], ways.all[1]}) {
-        bool thrown = false;
-        bool done = false;
-        const auto callAll = [&] {
-            std::vector<SRString> names;
-            struct stat64 st;
-            int fd = -1;
-            try {
-                fd = io->open(file, O_RDONLY, 0, &st);
-                done = fd >= 0 && io->stat(file, &st, IKrxFileIo::kFile) == 0 && io->createDir(made) == 0 &&
-                       io->remove(made, IKrxFileAdaptor::kRemoveDirRecursive, true) == 0 &&
-                       io->readDir(pattern, names) == 0 && names.size() == 1;
-            } catch (...) {
-                thrown = true;
-            }
-            ::close(fd);
-        };
-        krx::test::withEachAllocationFailing(callAll, [&](unsigned failed) {
-            EXPECT_FALSE(thrown) << failed;
-            EXPECT_TRUE(done || failed != 0);
-        });
-    }
-}
-
 TEST(ASyncFileIo, ServesManyThreadsAndItsOwn)
 {
     Ways ways;
@@ -235,7 +200,7 @@ TEST(ASyncFileIo, ServesManyThreadsAndItsOwn)
     }
     // A pool thread that waited for its own pool would wait for ever.
     SRThreadPool one(1);
-    SimpleKrxASyncFileIo io(&one, krx::util::kVerboseNone);
+    SimpleKrxASyncFileIo io(&one, util::kVerboseNone);
     std::promise<int> answer;
     one.post([&] {
         struct stat64 st;
@@ -249,8 +214,9 @@ TEST(ASyncFileIo, ServesManyThreadsAndItsOwn)
     one.close();
     EXPECT_EQ(io.open(dir.file("shared"), O_RDONLY, 0, nullptr), -1);
     testing::internal::CaptureStderr();
-    SimpleKrxASyncFileIo(&one, krx::util::kVerboseFailures).close(0, true);
+    SimpleKrxASyncFileIo(&one, util::kVerboseFailures).close(0, true);
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "close failed: -1\n");
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -11,9 +11,7 @@
 #include <string>
 #include <vector>
 
-using namespace krx::test;
-
-namespace krx {
+namespace krx::test {
 namespace {
 
 SRBuffer bufferOf(std::string_view bytes)
@@ -184,4 +182,4 @@ TEST(MediaContexts, ImportsManyContextsInProportion)
     }
 }
 
-}  // namespace krx
+}  // namespace krx::test

@@ -40,7 +40,6 @@ public:
 
     IKrxFileIo* io;
     Settings settings;
-    std::vector<std::string> asked{};  ///< keys that were asked for; questions in a row count once
     std::vector<Line> lines{};
 
     /// The lines since the last call, without those of level 5.
@@ -56,8 +55,6 @@ public:
     unsigned getVersion() const override { return 1; }
     int getConfig(const char* key, char** value, int size) override
     {
-        if (asked.empty() || asked.back() != key)
-            asked.emplace_back(key);
         const auto found = settings.find(key);
         if (found == settings.end())
             return -1;

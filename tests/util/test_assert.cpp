@@ -8,16 +8,20 @@
 
 #include <vector>
 
+namespace krx::test {
+
 TEST(Assert, NothingThatASinkDoesStopsTheProgram)
 {
     int calls = 0;
-    auto before = krx::util::setAssertSink([&](const SRString&) {
+    auto before = util::setAssertSink([&](const SRString&) {
         ++calls;
-        krx::util::setAssertSink(nullptr);
+        util::setAssertSink(nullptr);
         throw SRException(L"refused");
     });
-    krx::util::assertFailed("a", 1);
-    krx::util::assertFailed("a", 2);
+    util::assertFailed("a", 1);
+    util::assertFailed("a", 2);
     EXPECT_EQ(calls, 1);
-    krx::util::setAssertSink(before);
+    util::setAssertSink(before);
 }
+
+}  // namespace krx::test

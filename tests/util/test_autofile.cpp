@@ -9,8 +9,10 @@
 
 #include <string>
 
-namespace krx::util {
+namespace krx::test {
 namespace {
+
+using namespace util;
 
 std::string textOf(const SRBuffer& buffer)
 {
@@ -30,33 +32,9 @@ std::string messageOf(Call call)
     return "";
 }
 
-TEST(AutoFileLoad, GivesTheWholeFile)
-{
-    test::MemoryFileIo io("0123456789");
-    for (const unsigned maxRead : {100U, 3U}) {
-        io.maxRead = maxRead;
-        AutoFileLoad load(SRString(L"f"), &io);
-        EXPECT_EQ(textOf(load.getBuffer()), "0123456789");
-        char part[20] = {};
-        load.read(part, 4);
-        EXPECT_STREQ(part, "0123");
-        EXPECT_EQ(load.remaining(), 6U);
-        EXPECT_EQ(load.readU16(), 0x3435);
-        EXPECT_EQ(messageOf([&] { load.read(part, 5); }), "Failed to read file buffer, bytesRead = 4");
-        EXPECT_STREQ(part, "6789");
-        EXPECT_EQ(load.remaining(), 0U);
-    }
-
-    io.bytes().clear();
-    AutoFileLoad empty(SRString(L"f"), &io);
-    EXPECT_EQ(empty.getBuffer().length(), 0U);
-    EXPECT_EQ(messageOf([&] { empty.readU8(); }), "Failed to read file buffer, bytesRead = 0");
-    EXPECT_FALSE(io.isOpen());
-}
-
 TEST(AutoFileLoad, MeasuresByWhatIsReallyThere)
 {
-    test::MemoryFileIo io("abc");
+    MemoryFileIo io("abc");
     io.pretendedSize = 10;  // the file shrinks between the status and the read
     EXPECT_EQ(textOf(AutoFileLoad(SRString(L"f"), &io).getBuffer()), "abc");
     io.pretendedSize = 0x100000000LL;
@@ -72,7 +50,7 @@ TEST(AutoFileLoad, MeasuresByWhatIsReallyThere)
 
 TEST(AutoFileSave, WritesInPiecesThatOneCallCanCount)
 {
-    struct CountingIo : test::MemoryFileIo
+    struct CountingIo : MemoryFileIo
     {
         long long written = 0;
         int write(int, long long offset, void*, unsigned n) override
@@ -92,4 +70,4 @@ TEST(AutoFileSave, WritesInPiecesThatOneCallCanCount)
 }
 
 }  // namespace
-}  // namespace krx::util
+}  // namespace krx::test

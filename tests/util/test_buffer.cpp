@@ -8,6 +8,8 @@
 #include <cstring>
 #include <limits>
 
+namespace krx::test {
+
 TEST(Buffer, OffsetsStayInsideTheMemory)
 {
     const SRMemoryPtr memory(new SRMemory(10));
@@ -58,3 +60,5 @@ TEST(Buffer, ReserveNeverMovesBytesUnderAnotherHolder)
     EXPECT_TRUE(none.reserve(8));
     EXPECT_EQ(none.capacity(), 8U);
 }
+
+}  // namespace krx::test

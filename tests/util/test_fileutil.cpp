@@ -15,11 +15,12 @@
 #include <thread>
 #include <unistd.h>
 
-namespace krx::util {
+namespace krx::test {
 namespace {
 
 namespace fs = std::filesystem;
-using test::TempDir;
+using util::SRAutoFile;
+using util::SRFileUtil;
 
 mode_t permissionOf(const SRString& path)
 {
@@ -104,4 +105,4 @@ TEST(SRFileUtil, RemovesATreeWithoutFollowingLinks)
 }
 
 }  // namespace
-}  // namespace krx::util
+}  // namespace krx::test

@@ -9,7 +9,9 @@
 #include <string>
 #include <vector>
 
-using namespace krx::util;
+namespace krx::test {
+
+using namespace util;
 
 namespace {
 
@@ -66,3 +68,4 @@ TEST(MessageRecord, IsWholeCutShortOrOfWrongSize)
 }
 
 }  // namespace
+}  // namespace krx::test

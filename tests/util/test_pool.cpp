@@ -1,7 +1,6 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-#include "util/SRBuffer.h"
 #include "util/SRPool.h"
 
 #include <gtest/gtest.h>
@@ -13,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+namespace krx::test {
 namespace {
 
 // A pooled class with nothing but what a pool asks for, whose living objects are counted.
@@ -169,20 +169,4 @@ TEST(Pool, ObjectsTravelBetweenThreads)
     EXPECT_EQ(Item::s_alive, 0);
 }
 
-TEST(MemoryPool, ReusedMemoryServesTheRequest)
-{
-    SRPool<SRMemory> pool;
-    SRMemoryPtr memory = pool.acquire(100);
-    const SRMemory* const address = memory.get();
-    memory->setUsed(100);
-    memory.reset();
-    EXPECT_EQ(pool.stats().threadBytes, 100U + SRMemory::kPoolOverhead);
-
-    memory = pool.acquire(5000);
-    EXPECT_EQ(memory.get(), address);
-    EXPECT_EQ(memory->capacity(), 5000U);
-    EXPECT_EQ(memory->getUsed(), 0U);
-    memory->data()[4999] = 1;
-    memory.reset();
-    EXPECT_EQ(pool.acquire(10)->capacity(), 5000U) << "larger memory is not given away";
-}
+}  // namespace krx::test

@@ -15,6 +15,8 @@
 #include <string>
 #include <tuple>
 
+namespace krx::test {
+
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 
@@ -187,3 +189,5 @@ TEST(StringFormat, LocaleHasNoSay)
     EXPECT_EQ(SRMBString::toString(1234.5), "1234.5");
     std::locale::global(before);
 }
+
+}  // namespace krx::test

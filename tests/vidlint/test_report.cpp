@@ -11,10 +11,10 @@
 #include <new>
 #include <string>
 
+namespace krx::test {
 namespace {
 
-using krx::streams::StreamParseError;
-using krx::test::ReportCapture;
+using streams::StreamParseError;
 
 TEST(Report, TextPassesThroughTheBufferUnchanged)
 {
@@ -33,33 +33,6 @@ TEST(Report, TextPassesThroughTheBufferUnchanged)
     EXPECT_EQ(out, expected + "-9223372036854775808\t4294967295\t4294967295\tENCRYPTED UNKNOWN\n");
 }
 
-TEST(Report, StaysSilentAfterAFailureAndAfterSilence)
-{
-    int calls = 0;
-    ReportWriter writer([&](std::string_view) {
-        ++calls;
-        return false;
-    });
-    writer.write("a");
-    writer.flush();
-    writer.write(std::string(100000, 'b'));
-    writer.flush();
-    EXPECT_EQ(calls, 1);
-
-    std::string out;
-    writer.setSink([&](std::string_view text) {
-        out += text;
-        return true;
-    });
-    writer.write("heard");
-    writer.flush();
-    writer.write("pending");
-    writer.silence();
-    writer.write("late");
-    writer.flush();
-    EXPECT_EQ(out, "heard");
-}
-
 TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
 {
     const struct
@@ -67,9 +40,9 @@ TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
         std::function<void()> steps;
         const char* report;
     } cases[] = {
-        {[] { throw StreamParseError(krx::streams::kInvalidZmvSignature); },
+        {[] { throw StreamParseError(streams::kInvalidZmvSignature); },
          "TIME\tError:\t-7\tInvalid ZMV signature.\tin\n\n"},
-        {[] { throw krx::util::FileReadException(SRString(L"gone")); },
+        {[] { throw util::FileReadException(SRString(L"gone")); },
          "TIME\tError:\t-5\tFile read error.\tin\n\n"},
         {[] { throw SRException(SRString(L"other")); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
         {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
@@ -85,3 +58,4 @@ TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -10,12 +10,8 @@
 #include <string>
 #include <vector>
 
+namespace krx::test {
 namespace {
-
-using krx::test::Amf;
-using krx::test::InputRunner;
-using krx::test::metaData;
-using krx::test::ZmvBuilder;
 
 /// What a check of the bytes with the options finds.
 struct Case
@@ -59,8 +55,6 @@ TEST(ZmvHeader, Fields)
     const std::string body = std::string(4, '\0') + ZmvBuilder().data(0, metaData(0)).bytes().substr(13);
     const auto withHeader = [&](const std::string& header) { return header + body; };
     check({
-        {"signature", withHeader(ZmvBuilder(0).bytes().substr(0, 9)).replace(1, 1, 1, 'N'), "w", "e7"},
-        {"length 4", withHeader(ZmvBuilder(0, 1, 4).bytes()), "w", "e8"},
         {"length 0", withHeader(ZmvBuilder(0, 1, 0).bytes()), "w", "e8"},
         {"length 5 overlaps the field", withHeader(ZmvBuilder(0, 1, 5).bytes()), "w", "e9"},
         {"length behind the end", withHeader(ZmvBuilder(0, 1, 0xFFFFFFFF).bytes()), "w", "e9"},
@@ -74,27 +68,17 @@ TEST(ZmvBody, FramingAndOrder)
 {
     const auto meta = [] { return ZmvBuilder().data(0, metaData(1)); };
     const std::string good = meta().audio(1000).video(1000).bytes();
-    const std::string overlong = krx::test::messageBytes({ZmvBuilder::kVideo, 1000, "", 0, 0xFFFFFF, 11});
     check({
-        {"sound", good, "w", "ok"},
-        {"first back-pointer", good.substr(0, 12) + "\1" + good.substr(13), "w", "e9"},
-        {"back-pointer in the middle", meta().message({9, 0, "x", 0, -1, 11}).audio(0).video(1000).bytes(),
-         "w", "e9"},
-        {"last back-pointer before the body", good.substr(0, good.size() - 3) + std::string("\1\0\0", 3), "w",
-         "e9"},
         {"length 0", meta().audio(0, 0).video(1000, 0).audio(1000).bytes(), "w", "ok"},
-        {"length beyond the end", meta().audio(0).raw(overlong).bytes(), "w", "e5"},
         {"ends in a header", meta().audio(0).video(1000).raw(std::string("\x09\0\0\0\0\0\x0B", 7)).bytes(),
          "", "e5"},
         {"trailing bytes", good + "abcd", "w", "e9"},
         {"kinds are ordered apart",
          meta().video(500).audio(1000).video(500).audio(1000).data(0, Amf()).video(1000).bytes(), "", "ok"},
-        {"backward audio", meta().audio(1000).audio(999).video(1000).bytes(), "w", "e11"},
         {"backward video", meta().audio(0).video(1000).video(999).audio(1000).bytes(), "w", "e11"},
         {"backward data of both types",
          meta().data(1000, Amf(), ZmvBuilder::kDataAmf3).data(999, Amf()).bytes(), "w", "e11"},
         {"times above 24 bits", ZmvBuilder().audio(0x00FFFFFF).audio(0x01000000).bytes(), "", "e119"},
-        {"unknown type", meta().message({20, 0, ""}).audio(0).video(1000).bytes(), "w", "e10"},
         {"encrypted unknown type", meta().message({52, 0, ""}).audio(0).video(1000).bytes(), "w", "e10"},
         {"bit 7 is no flag", meta().message({0x89, 0, ""}).audio(0).video(1000).bytes(), "w", "e10"},
         {"unknown types have no order", ZmvBuilder().audio(5).message({20, 0, ""}).bytes(), "w", "e10"},
@@ -127,15 +111,12 @@ TEST(ZmvMetaData, Findings)
     const auto begin = [] { return Amf().string("onMetaData").object(); };
     Amf renamed = begin().name("DURATION").string("30").name("CANSEEKTOEND").boolean(true);
     Amf noDuration = begin().name("canSeekToEnd").boolean(true);
-    Amf noCanSeek = begin().name("duration").number(30);
     Amf canSeekNumber = begin().name("duration").number(30).name("canSeekToEnd").number(1);
     Amf twice =
         begin().name("duration").number(30).name("canSeekToEnd").boolean(true).name("duration").number(0);
     Amf nan = begin().name("duration").number(std::numeric_limits<double>::quiet_NaN());
     nan.name("canSeekToEnd").boolean(true);
     Amf empty = begin();
-    const std::string text = Amf().string("onMetaData").string("duration").bytes();
-    const std::string strict = Amf().string("onMetaData").strictArray(1).number(30).bytes();
     Amf typed = Amf().string("onMetaData").typedObject("c").name("duration").number(30);
     const std::string both =
         ZmvBuilder().data(0, metaData(1)).data(0, metaData(9)).video(1000).audio(1000).bytes();
@@ -151,16 +132,12 @@ TEST(ZmvMetaData, Findings)
         {"as an error", durationOf(0), "W", "e100"},
         {"names and texts", object(renamed), "w", "ok"},
         {"no duration", object(noDuration), "w", "w100 e119"},
-        {"no canSeekToEnd", object(noCanSeek), "w", "w101 ok"},
         {"canSeekToEnd is no boolean", object(canSeekNumber), "w", "w101 ok"},
         {"any wrong duration counts", object(twice), "w", "w100 e119"},
         {"not a number passes", object(nan), "w", "ok"},
         {"empty object", object(empty), "w", "w100 w101 e119"},
-        {"strict array", filmOf(30000, strict), "w", "w100 w101 e119"},
-        {"text is replaced unasked", filmOf(30000, text), "w", "w119 new ok"},
         {"typed object has no list", object(typed), "w", "w119 new ok"},
         {"no argument", filmOf(30000, Amf().string("onMetaData").bytes()), "w", "w119 new ok"},
-        {"no metadata", ZmvBuilder().audio(0).video(30000).bytes(), "", "e119"},
         {"name is exact", filmOf(30000, Amf().string("onMetadata").object().end().bytes()), "", "e119"},
         {"the last one decides, bad", both, "w", "w100 e119"},
         {"the last one decides, good", bothBack, "w", "w100 ok"},
@@ -192,3 +169,4 @@ TEST(ZmvMetaData, UnparsableMessages)
 }
 
 }  // namespace
+}  // namespace krx::test

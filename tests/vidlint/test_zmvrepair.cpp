@@ -15,14 +15,8 @@
 #include <string_view>
 #include <sys/file.h>
 
+namespace krx::test {
 namespace {
-
-using krx::test::Amf;
-using krx::test::InputRunner;
-using krx::test::messageBytes;
-using krx::test::metaData;
-using krx::test::ReportCapture;
-using krx::test::ZmvBuilder;
 
 /// The payload of a default onMetaData message.
 std::string defaultMetaData(double duration)
@@ -195,7 +189,7 @@ TEST(ZmvRepair, StretchesOf2GiBAreNotCopied)
 
     ReportCapture capture;
     VideoValidationJob job;
-    job.parameters = krx::test::parametersFor("m");
+    job.parameters = parametersFor("m");
     EXPECT_FALSE(job.validateFile(path));
     EXPECT_NE(capture.text().find("Error:\t-17\tBox too large.\t"), std::string::npos) << capture.text();
     EXPECT_EQ(runner.dir.read("in.zmv.new"), std::string("\0\0\0\1\1", 5));
@@ -207,13 +201,13 @@ TEST(ZmvRepair, LocksTheCopyUntilItIsAnnounced)
     runner.dir.write("in.zmv", ZmvBuilder().audio(0).video(1000).bytes());
     int locked = 0;
     const auto before = ReportWriter::instance().setSink([&](std::string_view text) {
-        const krx::util::SRAutoFile copy(::open(runner.dir.bytes("in.zmv.new").c_str(), O_RDONLY));
+        const util::SRAutoFile copy(::open(runner.dir.bytes("in.zmv.new").c_str(), O_RDONLY));
         locked += text.find(".new passed") != std::string_view::npos &&
                   ::flock(copy.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
         return true;
     });
     VideoValidationJob job;
-    job.parameters = krx::test::parametersFor("m");
+    job.parameters = parametersFor("m");
     job.files = {runner.dir.bytes("in.zmv")};
     EXPECT_EQ(job.validateAllFiles(), 0);
     ReportWriter::instance().setSink(before);
@@ -248,7 +242,7 @@ TEST(ZmvRepair, NeverTouchesTheInputOrAnythingThatIsNoFile)
     const std::string old(100000, 'x');
     runner.dir.write("in.zmv.new", old);
     {
-        const krx::util::SRAutoFile other(::open(copy.c_str(), O_RDONLY));
+        const util::SRAutoFile other(::open(copy.c_str(), O_RDONLY));
         ASSERT_EQ(::flock(other.get(), LOCK_SH), 0);
         EXPECT_EQ(runner.findings(input, "m"), "new e6");
         EXPECT_EQ(runner.dir.read("in.zmv.new"), old);
@@ -258,3 +252,4 @@ TEST(ZmvRepair, NeverTouchesTheInputOrAnythingThatIsNoFile)
 }
 
 }  // namespace
+}  // namespace krx::test

@@ -168,13 +168,13 @@ bool Mp4Module::getAttribute(void* handle, AttrType_t type, void* out, unsigned&
     const Mp4Data& data = *dataOf(handle);
     switch (type) {
         case kAttrModifiedTime:
-            return sizeAttribute(data.getModifiedTime(), out, size);
+            return streams::sizeAttribute(data.getModifiedTime(), out, size);
         case kAttrDuration:
-            return sizeAttribute(data.getDuration(), out, size);
+            return streams::sizeAttribute(data.getDuration(), out, size);
         case kAttrSize:
-            return sizeAttribute(data.getSize(), out, size);
+            return streams::sizeAttribute(data.getSize(), out, size);
         case kAttrMetadata:
-            return metaAttribute(data.getOnMetaData(), out, size);
+            return streams::metaAttribute(data.getOnMetaData(), out, size);
         default:
             return false;
     }

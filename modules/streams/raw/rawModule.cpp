@@ -134,13 +134,13 @@ bool RawAdaptor::getAttribute(void* handle, AttrType_t type, void* out, unsigned
     const RawData& data = stream(handle);
     switch (type) {
         case kAttrModifiedTime:
-            return sizeAttribute(static_cast<unsigned>(data.getModifiedTime()), out, size);
+            return streams::sizeAttribute(static_cast<unsigned>(data.getModifiedTime()), out, size);
         case kAttrDuration:
-            return sizeAttribute(data.getDuration(), out, size);
+            return streams::sizeAttribute(data.getDuration(), out, size);
         case kAttrSize:
-            return sizeAttribute(data.getSize(), out, size);
+            return streams::sizeAttribute(data.getSize(), out, size);
         case kAttrMetadata:
-            return metaAttribute(findMetadata(*data.getContexts()), out, size);
+            return streams::metaAttribute(findMetadata(*data.getContexts()), out, size);
     }
     return false;
 }

@@ -14,7 +14,7 @@
 namespace krx::test {
 namespace {
 
-using krx::mp4::AMFMessage;
+using mp4::AMFMessage;
 
 std::string bytesOf(const AMFMessage& message)
 {

@@ -35,17 +35,6 @@ TEST(Mp4Hostile, TablesThatShareTheirBytes)
     EXPECT_LT(parsed->mp4.reportMemorySize(), (10U << 20) + 6 * parsed->io.bytes().size());
 }
 
-TEST(Mp4Hostile, RunsThatShareTheirBytes)
-{
-    const std::string rest(400000, '\0');
-    const std::string run = fullBox("trun", Fields().u32(rest.size() / 16), 0, 0xF00);
-    const std::string traf = box("traf", fullBox("tfhd", Fields().u32(1)) + repeated(run, 64));
-    const std::string moof = box("moof", fullBox("mfhd", Fields().u32(1)) + traf);
-    const auto parsed = parseFile(movieFile(TrackBoxes().bytes() + box("mvex"), moof + box("mdat", rest)));
-    EXPECT_EQ(parsed->error, 28);
-    EXPECT_LT(parsed->mp4.reportMemorySize(), (10U << 20) + 6 * parsed->io.bytes().size());
-}
-
 TEST(Mp4Hostile, EditListsThatReadEachOther)
 {
     // Read as entries, the boxes are media and gaps by turns, so that every list goes on to the end of the

@@ -13,8 +13,8 @@
 namespace krx::test {
 namespace {
 
-using krx::mp4::Mp4Config;
-using krx::mp4::Mp4Module;
+using mp4::Mp4Config;
+using mp4::Mp4Module;
 
 Mp4Config configOf(std::map<std::string, std::string> settings)
 {

@@ -203,22 +203,6 @@ TEST(Seekable, ReportsEncryptedSamplesThatAreCutOff)
     }
 }
 
-TEST(Seekable, WritesAggregates)
-{
-    MovieTrack track = plainTrack(audioEntry(".mp3"), 3, 2, 0x01234567);
-    track.timescale = 1000;
-    PlayedFile file(plainFile(track), true);
-    ASSERT_EQ(file.status, kLoadOk);
-    const auto messages = file.load(file.segments().at(0));
-    ASSERT_EQ(messages.size(), 1U);
-    EXPECT_EQ(messages[0].type, 22U);
-    EXPECT_EQ(messages[0].time, 0U);
-    EXPECT_EQ(toHex(messages[0].bytes), toHex(hexText("08 000003 000000 00 000000 2F 0001 0000000E"
-                                                      "08 000003 234567 01 000000 2F 0708 0000000E"
-                                                      "08 000003 468ACE 02 000000 2F 0E0F 0000000E"
-                                                      "08 000000 468ACE 02 000000 0000000B")));
-}
-
 TEST(Seekable, CutsAggregatesBehindTheMessageThatIsTooMuch)
 {
     // Records of 11 + 1 + 10 + 4 = 26 bytes, and an ender of 15.

@@ -6,45 +6,12 @@
 
 #include <gtest/gtest.h>
 
-#include <tuple>
+#include <utility>
 
 namespace krx::test {
 namespace {
 
 using raw::RawAdaptor;
-
-TEST(RawAdaptorTest, ADerivedAdaptorMayTakeOtherSettings)
-{
-    struct Derived : RawAdaptor
-    {
-        using RawAdaptor::RawAdaptor;
-        bool readConfigUnsigned(const char*, unsigned& value, unsigned, unsigned max) override
-        {
-            value = max;
-            return true;
-        }
-    } derived(nullptr);
-    RawAdaptor& adaptor = derived;
-    EXPECT_EQ(adaptor.getConfig().MaxAggMsgSize, 65536U);
-    adaptor.config();
-    EXPECT_EQ(adaptor.getConfig().MaxAggMsgSize, 0xFFFFFFFFU);
-}
-
-TEST(RawAdaptorTest, Configuration)
-{
-    const auto configOf = [](const RecordingContext::Settings& settings) {
-        RecordingContext context(nullptr, settings);
-        const raw::RawConfigStruct config = RawAdaptor(&context).getConfig();
-        return std::tuple(config.EnableAggMsgs, config.MaxAggMsgSize, config.WarningsAsErrors,
-                          config.MaxEraseRetries);
-    };
-    EXPECT_EQ(configOf({}), std::tuple(true, 65536U, false, 2U));
-    EXPECT_EQ(configOf({{"Raw/WarningsAsErrors", "true"},
-                        {"Raw/EnableAggMsgs", "false"},
-                        {"Raw/MaxAggMsgSize", "0"},
-                        {"Raw/MaxEraseRetries", "4294967295"}}),
-              std::tuple(false, 0U, true, 4294967295U));
-}
 
 TEST(RawAdaptorTest, TheMetadataStandsInFrontOfThePositionsOnTrackTwo)
 {

@@ -91,43 +91,6 @@ TEST(RawDataTest, FaultyFilesAreReportedAndLeaveTheStreamEmpty)
     }
 }
 
-TEST(RawDataTest, SoundFiles)
-{
-    const auto wide = [](long long position) {
-        std::string bytes("\x22");
-        putBigEndian(bytes, static_cast<std::uint64_t>(position), 8);
-        return bytes;
-    };
-    const std::string element = RawBuilder::contextBytes({});
-    const std::string wideElement =
-        Amf().object().name("other").null().name("position").raw(wide(-2)).end().bytes();
-    const struct
-    {
-        std::string index;
-        std::string contexts;
-        unsigned duration;
-        long long endPosition;
-        std::size_t numContexts;
-    } cases[] = {
-        {sound(13) + std::string(4, '\0'), "", 0, 0, 0},
-        {sound(), "", 61, 6, 0},
-        {indexOf({{3, 3, 7, 8}}), RawBuilder::contextsFile({element, wideElement}), 8, 4, 2},
-        {indexOf({{0, kMost - 1, 0, 8}}), RawBuilder::contextsFile({element}) + "more", 8, kMost, 1},
-        {indexOf({{std::numeric_limits<long long>::min(), -2, 9, 8}}),
-         Amf().strictArray(1).raw(element).bytes(), 8, -1, 1},
-    };
-    for (const auto& c : cases) {
-        RawFixture raw({{"index", c.index}, {"contexts", c.contexts}});
-        EXPECT_TRUE(raw.data.load());
-        EXPECT_EQ(raw.context.takeFindings(), Lines());
-        EXPECT_EQ(raw.data.getDuration(), c.duration);
-        EXPECT_EQ(raw.data.getEndPosition(), c.endPosition);
-        EXPECT_EQ(raw.data.getContexts()->numContexts(), c.numContexts);
-        EXPECT_EQ(raw.data.getSerializedIndexSize(), c.index.size());
-        EXPECT_GT(raw.data.reportMemorySize(), c.index.size());
-    }
-}
-
 TEST(RawDataTest, FindsSegments)
 {
     RawFixture raw(

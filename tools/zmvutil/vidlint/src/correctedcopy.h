@@ -38,6 +38,6 @@ private:
     krx::util::SRAutoFile m_file;
     krx::util::SRAutoFile m_lock;  ///< the same open file, which keeps the lock after m_file is closed
     std::vector<unsigned char> m_buffer;
-    std::array<unsigned char, zmv::kSignature.size()> m_signature{};
+    std::array<unsigned char, kZmvSignature.size()> m_signature{};
     std::size_t m_held = 0;  ///< bytes that m_signature holds
 };

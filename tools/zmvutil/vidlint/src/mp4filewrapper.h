@@ -5,8 +5,6 @@
 
 #include "tools/zmvutil/vidlint/src/videofile.h"
 
-namespace krx::mp4 {
-
 /// An MP4 file as an input of a job. There is nothing to repair in it.
 class MP4FileWrapper : public VideoFile
 {
@@ -16,5 +14,3 @@ public:
     void parse() override;
     void applyFixes() override;
 };
-
-}  // namespace krx::mp4

@@ -87,7 +87,7 @@ std::shared_ptr<VideoFile> VideoValidationJob::getVideoFile(const SRString& path
             return std::make_shared<VideoFile>(path, parameters);
         if (SRStrUtil::compareNoCase(extensionOf(bytes), kZmvExtension) == 0)
             return std::make_shared<ZmvFile>(path, parameters);
-        return std::make_shared<krx::mp4::MP4FileWrapper>(path, parameters);
+        return std::make_shared<MP4FileWrapper>(path, parameters);
     } catch (const std::exception&) {
         throw StreamParseError(krx::streams::kInvalidPath);
     }

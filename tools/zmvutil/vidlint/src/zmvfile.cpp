@@ -75,12 +75,12 @@ void ZmvFile::checkZmvHeader()
 {
     logInfo("\n---Checking Header---\n");
     read(m_signature.data(), static_cast<FilePos>(m_signature.size()));
-    if (m_signature != zmv::kSignature)
+    if (m_signature != kZmvSignature)
         throw StreamParseError(krx::streams::kInvalidZmvSignature);
     m_version = static_cast<unsigned char>(readUnsigned(1));
     m_flags = static_cast<unsigned>(readUnsigned(1));
     m_headerLength = static_cast<unsigned>(readUnsigned(4));
-    if (m_headerLength < zmv::kMinHeaderLength || !skipTo(m_headerLength))
+    if (m_headerLength < kZmvMinHeaderLength || !skipTo(m_headerLength))
         throw StreamParseError(krx::streams::kInvalidZmvDataPosition);
 }
 
@@ -105,7 +105,7 @@ void ZmvFile::checkZmvBody()
     logInfo("\n---Scanning ZMV Body---\n");
     logInfo("\nMessage Pos\tTimestamp\tLength\tType\n\n");
     skipTo(m_headerLength);
-    compareMsgSize(static_cast<unsigned>(readUnsigned(kBackPointerSize)), zmv::kFirstBackPointer);
+    compareMsgSize(static_cast<unsigned>(readUnsigned(kBackPointerSize)), kZmvFirstBackPointer);
 
     const bool listing = isShown(krx::streams::LOG_INFO);
     ReportWriter& report = ReportWriter::instance();

@@ -12,17 +12,14 @@
 /// A file begins with a header: the signature (3 bytes), the version (1), the flags (1) and the header length
 /// (4), which is the offset of the body. The body is a back-pointer of 0 (4 bytes) and then messages up to
 /// the end of the file, each a record (see krx::util::RecordHeader).
-namespace zmv {
 
-constexpr std::array<unsigned char, 3> kSignature{'Z', 'M', 'V'};
+constexpr std::array<unsigned char, 3> kZmvSignature{'Z', 'M', 'V'};
 
-constexpr unsigned kFlagsPosition = 4;
-constexpr unsigned kVideoFlag = 1;
-constexpr unsigned kAudioFlag = 4;
+constexpr unsigned kZmvFlagsPosition = 4;
+constexpr unsigned kZmvVideoFlag = 1;
+constexpr unsigned kZmvAudioFlag = 4;
 
 /// A body cannot begin inside the first bytes of the header.
-constexpr unsigned kMinHeaderLength = 5;
+constexpr unsigned kZmvMinHeaderLength = 5;
 
-constexpr unsigned kFirstBackPointer = 0;
-
-}  // namespace zmv
+constexpr unsigned kZmvFirstBackPointer = 0;

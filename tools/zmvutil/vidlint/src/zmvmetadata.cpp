@@ -165,12 +165,12 @@ void ZmvFile::correctFlag(unsigned flag, bool seen, ParseStatus notSet, ParseSta
 void ZmvFile::validateFlags()
 {
     const unsigned flags = m_flags;
-    correctFlag(zmv::kVideoFlag, m_videoSeen, krx::streams::kVideoFlagNotSet,
+    correctFlag(kZmvVideoFlag, m_videoSeen, krx::streams::kVideoFlagNotSet,
                 krx::streams::kVideoFlagWithoutVideo);
-    correctFlag(zmv::kAudioFlag, m_audioSeen, krx::streams::kAudioFlagNotSet,
+    correctFlag(kZmvAudioFlag, m_audioSeen, krx::streams::kAudioFlagNotSet,
                 krx::streams::kAudioFlagWithoutAudio);
     if (m_parameters.fixMetaData && m_flags != flags) {
-        FileFix fix(zmv::kFlagsPosition, 1, 1);
+        FileFix fix(kZmvFlagsPosition, 1, 1);
         fix.writeU8(static_cast<unsigned char>(m_flags));
         m_fixes.push_back(std::move(fix));
     }
