@@ -256,7 +256,7 @@ Box movieBox(const LargeMp4& wanted, std::uint64_t mediaStart, std::uint64_t* ta
 /// One movie fragment with its media data.
 void writeFragment(BulkWriter& out, std::uint32_t sequence, std::uint32_t trackId, std::uint32_t samples)
 {
-    constexpr std::uint32_t kSampleSize = 100;
+    constexpr std::uint32_t kSampleSize = 210;
     const auto moof = [&](std::uint32_t dataOffset) {
         const Box header("mfhd", 8, [sequence](BulkWriter& to) {
             to.u32(0);
@@ -284,6 +284,35 @@ void writeFragment(BulkWriter& out, std::uint32_t sequence, std::uint32_t trackI
     out.fill(std::uint64_t{samples} * kSampleSize);
 }
 
+/// 1 h of 60 fps.
+LargeTrack videoTrack()
+{
+    LargeTrack video;
+    video.samples = 216000;
+    video.timescale = 60000;
+    video.delta = 1000;
+    video.minSize = 500;
+    video.maxSize = 30000;
+    video.samplesPerChunk = 30;
+    video.syncEvery = 120;
+    video.compositionOffsets = true;
+    return video;
+}
+
+/// 1 h of 48 kHz.
+LargeTrack audioTrack()
+{
+    LargeTrack audio;
+    audio.video = false;
+    audio.samples = 168750;
+    audio.timescale = 48000;
+    audio.delta = 1024;
+    audio.minSize = 150;
+    audio.maxSize = 500;
+    audio.samplesPerChunk = 24;
+    return audio;
+}
+
 }  // namespace
 
 LargeMp4Facts writeLargeMp4(const std::string& path, const LargeMp4& wanted)
@@ -307,7 +336,9 @@ LargeMp4Facts writeLargeMp4(const std::string& path, const LargeMp4& wanted)
     out.u32(1);
     out.bytes("mdat", 4);
     out.u64(16 + mediaSize);
-    if (mediaSize > 0) {
+    if (wanted.mediaWritten) {
+        out.fill(mediaSize);
+    } else if (mediaSize > 0) {
         out.skip(mediaSize - 1);
         out.u8(0);
     }
@@ -321,28 +352,24 @@ LargeMp4Facts writeLargeMp4(const std::string& path, const LargeMp4& wanted)
 
 LargeMp4 largeMp4(const std::string& name)
 {
-    LargeTrack video;
-    video.samples = 216000;
-    video.timescale = 60000;
-    video.delta = 1000;
-    video.minSize = 500;
-    video.maxSize = 30000;
-    video.samplesPerChunk = 30;
-    video.syncEvery = 120;
-    video.compositionOffsets = true;
-    LargeTrack audio;
-    audio.video = false;
-    audio.samples = 168750;
-    audio.timescale = 48000;
-    audio.delta = 1024;
-    audio.minSize = 150;
-    audio.maxSize = 500;
-    audio.samplesPerChunk = 24;
-
+    LargeTrack video = videoTrack();
+    LargeTrack audio = audioTrack();
     LargeMp4 movie;
     if (name == "hour")
         movie.tracks = {video, audio};
-    else if (name == "samples") {
+    else if (name == "lowrate") {
+        video.samples = 90000;
+        video.timescale = 25000;
+        audio.samples = 77521;
+        audio.timescale = 22050;
+        for (LargeTrack* track : {&video, &audio}) {
+            track->minSize = 20;
+            track->maxSize = 91;
+            track->samplesPerChunk = 1;
+        }
+        movie.tracks = {video, audio};
+        movie.mediaWritten = true;
+    } else if (name == "samples") {
         video.samples = 10000000;
         video.minSize = 100;
         video.maxSize = 1500;

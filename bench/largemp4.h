@@ -28,10 +28,12 @@ struct LargeTrack
     bool sampleFlags = false;         ///< a flags byte a sample
 };
 
-/// A movie whose media data is a hole in the file: only boxes and tables take space on the disk.
+/// A movie, as a rule one whose media data is a hole in the file: only boxes and tables take space on the
+/// disk.
 struct LargeMp4
 {
     std::vector<LargeTrack> tracks;
+    bool mediaWritten = false;    ///< the media of the tracks is bytes and no hole
     std::uint32_t fragments = 0;  ///< movie fragments after the movie box, one run each, the tracks in turn
     std::uint32_t samplesPerFragment = 0;
 };
@@ -46,9 +48,10 @@ struct LargeMp4Facts
 /// Writes the file in pieces. Throws std::runtime_error when it cannot be written.
 LargeMp4Facts writeLargeMp4(const std::string& path, const LargeMp4& wanted);
 
-/// The movies that the benchmarks share, by name: "hour" (1 h of 60 fps video and 48 kHz audio), "samples"
-/// (10 million samples in one track), "tracks" (64 tracks), "fragments" (100,000 fragments), "pages" (tables
-/// that playback cuts into 20,000 pages). Throws std::runtime_error for another name.
+/// The movies that the benchmarks share, by name: "hour" (1 h of 60 fps video and 48 kHz audio), "lowrate" (1
+/// h of 25 fps video and 22 kHz audio in 12 MB, media and all), "samples" (10 million samples in one track),
+/// "tracks" (64 tracks), "fragments" (100,000 fragments), "pages" (tables that playback cuts into 20,000
+/// pages). Throws std::runtime_error for another name.
 LargeMp4 largeMp4(const std::string& name);
 
 }  // namespace krx::bench
