@@ -66,8 +66,9 @@ public:
     void skip(unsigned steps)
     {
         const unsigned char* at = m_table->at(m_state.index);
+        const unsigned end = m_table->curEnd();
         while (steps != 0) {
-            if (steps >= kBatch && m_state.used == 0 && eachServesOne(at)) {
+            if (steps >= kBatch && end - m_state.index >= kBatch && m_state.used == 0 && eachServesOne(at)) {
                 steps -= kBatch;
                 m_state.index += kBatch;
                 at += kBatch * sizeof(Entry);
