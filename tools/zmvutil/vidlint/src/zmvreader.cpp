@@ -81,18 +81,16 @@ void ZmvReader::moveWindow(FilePos start, std::size_t size)
 {
     const unsigned char* const kept = m_window + m_cursor;
     const std::size_t keptSize = m_filled - m_cursor;
-    std::unique_ptr<unsigned char[]> larger;
-    if (size + kPageSize > m_capacity)
-        larger.reset(new unsigned char[size + kPageSize]);
-    unsigned char* const memory = larger ? larger.get() : m_memory.get();
-    const auto address = reinterpret_cast<std::uintptr_t>(memory);
-    m_window = memory + (static_cast<std::uintptr_t>(start) - address) % kPageSize;
-    if (keptSize > 0)
-        std::memmove(m_window, kept, keptSize);
-    if (larger) {
-        m_memory = std::move(larger);
+    std::unique_ptr<unsigned char[]> former;  // has what is kept until it is moved
+    if (size + kPageSize > m_capacity) {
+        former.reset(new unsigned char[size + kPageSize]);
+        former.swap(m_memory);
         m_capacity = size + kPageSize;
     }
+    const auto address = reinterpret_cast<std::uintptr_t>(m_memory.get());
+    m_window = m_memory.get() + (static_cast<std::uintptr_t>(start) - address) % kPageSize;
+    if (keptSize > 0)
+        std::memmove(m_window, kept, keptSize);
     m_base = start;
     m_cursor = 0;
     m_filled = keptSize;
