@@ -256,7 +256,7 @@ unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long
         unsigned long long batch = 0;
         for (unsigned i = 0; i < kBatch; ++i)
             batch += sizes[i];
-        const unsigned long long after = messages + batch + kBatch * headerBytes;
+        const unsigned long long after = messages + batch + 1ULL * kBatch * headerBytes;
         if (batch > maxSize || batch > room - bytes || after > roomInTally)
             break;
         bytes += batch;

@@ -67,7 +67,8 @@ public:
     {
         const unsigned char* at = m_table->at(m_state.index);
         const unsigned end = m_table->curEnd();
-        while (steps != 0) {
+        // Without a page stretch() is 0.
+        while (at && steps != 0) {
             if (steps >= kBatch && end - m_state.index >= kBatch && m_state.used == 0 && eachServesOne(at)) {
                 steps -= kBatch;
                 m_state.index += kBatch;
