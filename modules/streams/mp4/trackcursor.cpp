@@ -124,14 +124,35 @@ void TrackCursor::settle()
     m_times.skip(steps);
     m_compositions.skip(steps);
     m_sampleNumber += steps;
+    passChunk();
+}
+
+/// Brings the stepper of the chunks to where the others are.
+void TrackCursor::passChunk()
+{
+    const unsigned steps = m_stretch.prepared - m_stretch.left;
+    m_stretch.prepared = m_stretch.left;
+    m_stretch.ahead -= steps;
     if (m_chunks.skip(steps))
         m_fileOffset = m_chunks.offset();
+}
+
+/// The next chunk of a stretch for which the other tables are prepared. False when there is none.
+bool TrackCursor::prepareChunk()
+{
+    passChunk();
+    m_stretch.left = std::min(m_chunks.stretch(), m_stretch.ahead);
+    m_stretch.prepared = m_stretch.left;
+    return m_stretch.left != 0;
 }
 
 /// Finds out how many steps from here on are plain. False when not even the next one is.
 bool TrackCursor::prepareStretch()
 {
+    if (m_inMovieBox && m_stretch.ahead != 0 && prepareChunk())
+        return true;
     settle();
+    m_stretch.ahead = 0;
     // Times are so small that no sum of a stretch overflows.
     if (sampleType() == kSampleUnsupported || isHeader() || isEnder() || atEndOfTrack() ||
         m_decodeTime >= kFarTime || mediaTime() >= kFarTime)
@@ -139,15 +160,18 @@ bool TrackCursor::prepareStretch()
     unsigned steps = m_inMovieBox ? prepareTables() : prepareRun();
     if (m_limited)
         steps = std::min(steps, m_limit - m_stepCount);
-    m_stretch.left = steps;
+    const unsigned left = m_inMovieBox ? std::min(steps, m_chunks.stretch()) : steps;
+    if (left == 0)
+        return false;
     m_stretch.headerBytes = getHeaderBytes();
-    return steps != 0;
+    m_stretch.ahead = steps;
+    m_stretch.prepared = m_stretch.left = left;
+    return true;
 }
 
 unsigned TrackCursor::prepareTables()
 {
-    unsigned steps = std::min(
-        {m_chunks.stretch(), m_times.stretch(), m_compositions.stretch(), m_syncs.stretch(m_sampleNumber)});
+    unsigned steps = std::min({m_times.stretch(), m_compositions.stretch(), m_syncs.stretch(m_sampleNumber)});
     m_stretch.size = m_track->constantSampleSize;
     m_stretch.sizes = WordColumn();
     if (m_stretch.size == 0) {
@@ -426,7 +450,7 @@ void TrackCursor::checkForGap()
 void TrackCursor::setLimit(const TrackPosition& end)
 {
     settle();
-    m_stretch.left = 0;
+    m_stretch = Stretch();
     if (m_stepCount > end.stepCount)
         krx::util::assertFailed(kAssertPlace, kLimitLine);
     m_limited = true;

@@ -184,10 +184,12 @@ private:
     /// Steps that are prepared.
     struct Stretch
     {
-        unsigned left = 0;
-        unsigned taken = 0;    ///< which the steppers do not know of
-        WordColumn sizes;      ///< of the samples that are left; none where all have the same
-        WordColumn durations;  ///< likewise
+        unsigned left = 0;   ///< of these, up to the end of the chunk
+        unsigned ahead = 0;  ///< that all tables but those of the chunks allow, from where left was prepared
+        unsigned prepared = 0;  ///< what left was then
+        unsigned taken = 0;     ///< which the steppers do not know of
+        WordColumn sizes;       ///< of the samples that are left; none where all have the same
+        WordColumn durations;   ///< likewise
         unsigned size = 0;
         unsigned duration = 0;
         unsigned headerBytes = 0;
@@ -196,6 +198,8 @@ private:
     bool atLimit() const { return m_limited && m_stepCount + m_stretch.taken == m_limit; }
     void restore(const TrackPosition& position);
     bool prepareStretch();
+    bool prepareChunk();
+    void passChunk();
     unsigned prepareTables();
     unsigned prepareRun();
     void passSample(unsigned size);
