@@ -34,8 +34,8 @@ private:
 /// The body of an "onMetaData" message; duration in seconds.
 std::string metadataBody(double duration);
 
-/// Writes a message with header and back-pointer. Its body begins with the given bytes, no more than length;
-/// bytes of no meaning follow. time in ms.
+/// Writes a message with header and back-pointer. Its body is the given bytes (at most length) and filler.
+/// time in ms.
 void putMessage(BulkWriter& out, std::uint8_t type, std::uint32_t length, std::uint32_t time,
                 std::string_view body = {});
 

@@ -24,7 +24,7 @@ public:
     void u32(std::uint32_t value) { put(value, 4); }
     void u64(std::uint64_t value) { put(value, 8); }
     void bytes(const void* data, std::size_t n);
-    /// n bytes of no meaning.
+    /// Writes n bytes of filler.
     void fill(std::uint64_t n);
     /// Leaves a hole of n bytes.
     void skip(std::uint64_t n);

@@ -22,18 +22,18 @@ struct LargeTrack
     std::uint32_t maxSize = 100;
     std::uint32_t samplesPerChunk = 1;
     std::uint32_t syncEvery = 0;      ///< every n-th sample is a sync sample; 0: no table
-    bool compositionOffsets = false;  ///< an entry a sample
-    bool timingPerSample = false;     ///< a time-to-sample entry a sample, else one for all
-    bool chunkRunPerChunk = false;    ///< a sample-to-chunk entry a chunk, else one for all
-    bool sampleFlags = false;         ///< a flags byte a sample
+    bool compositionOffsets = false;  ///< one entry per sample
+    bool timingPerSample = false;     ///< one time-to-sample entry per sample, else one for all
+    bool chunkRunPerChunk = false;    ///< one sample-to-chunk entry per chunk, else one for all
+    bool sampleFlags = false;         ///< one flags byte per sample
 };
 
-/// A movie, as a rule one whose media data is a hole in the file: only boxes and tables take space on the
-/// disk.
+/// A movie. Unless mediaWritten is set, its media data is a hole in the file: only boxes and tables take
+/// space on the disk.
 struct LargeMp4
 {
     std::vector<LargeTrack> tracks;
-    bool mediaWritten = false;    ///< the media of the tracks is bytes and no hole
+    bool mediaWritten = false;    ///< the media is written, not left as a hole
     std::uint32_t fragments = 0;  ///< movie fragments after the movie box, one run each, the tracks in turn
     std::uint32_t samplesPerFragment = 0;
 };

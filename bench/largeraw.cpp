@@ -111,13 +111,13 @@ std::string segmentPath(const std::string& directory, std::uint64_t start)
     return directory + name.data();
 }
 
-/// Writes the segment files; what is written joins facts.
+/// Writes the segment files and adds them to facts.
 std::vector<Bounds> writeSegments(const std::string& directory, const LargeRaw& wanted, LargeRawFacts& facts)
 {
     std::vector<Bounds> bounds;
     MessageLengths lengths(wanted.minLength, wanted.maxLength);
     for (std::uint64_t k = 1; k <= wanted.segments; ++k) {
-        // A segment ends at its share of the bytes, which a message may run past, but has a message at least.
+        // A segment ends with the message that reaches its share of the bytes, and has at least one.
         const std::uint64_t share = wanted.targetBytes / wanted.segments * k;
         BulkWriter out(segmentPath(directory, facts.messages));
         do {

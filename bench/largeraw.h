@@ -8,9 +8,9 @@
 
 namespace krx::bench {
 
-/// A sound recording: audio and video messages in turn, whose lengths are spread evenly over [minLength,
-/// maxLength] by a fixed sequence, in segments of about the same size, and the metadata of the stream (the
-/// same arguments give the same files).
+/// A sound recording: audio and video messages in turn, in segments of about the same size, and metadata.
+/// Message lengths are spread evenly over [minLength, maxLength] by a fixed sequence; the same arguments give
+/// the same files.
 struct LargeRaw
 {
     std::uint64_t segments = 0;

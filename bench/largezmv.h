@@ -8,8 +8,8 @@
 
 namespace krx::bench {
 
-/// A sound ZMV file of any size: one onMetaData message, then audio and video messages in turn, whose lengths
-/// are spread evenly over [minLength, maxLength] by a fixed sequence (the same arguments give the same file).
+/// A sound ZMV file of any size: one onMetaData message, then audio and video messages in turn. Their lengths
+/// are spread evenly over [minLength, maxLength] by a fixed sequence; the same arguments give the same file.
 struct LargeZmv
 {
     std::uint64_t targetBytes = 0;     ///< stop at the first message at or past this size; 0: no such end

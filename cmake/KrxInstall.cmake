@@ -49,7 +49,7 @@ function(krx_install_documents)
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT runtime)
   install(FILES "${PROJECT_SOURCE_DIR}/completions/_vidlint"
     DESTINATION "${KRX_ZSH_COMPLETION_DIR}" COMPONENT runtime)
-  # The samples are not installed, so what links to them becomes plain text.
+  # The samples are not installed, so links to them become plain text.
   set(faults "${PROJECT_SOURCE_DIR}/docs/faults.md")
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${faults}")
   file(READ "${faults}" text)

@@ -19,7 +19,7 @@ include(KrxInstall)
 include(CheckPIESupported)
 check_pie_supported()  # so that CMAKE_POSITION_INDEPENDENT_CODE reaches the linking of programs too
 
-# Of these settings a program that uses the installed library gets the language level and the include path alone.
+# A program that uses the installed library gets only the language level and the include path of these.
 add_library(krx_settings INTERFACE)
 target_compile_features(krx_settings INTERFACE cxx_std_20)
 target_include_directories(krx_settings INTERFACE

@@ -1,4 +1,4 @@
-# Static libraries for programs that start fast: with shared ones most of a start is the search for some two thousand
+# Static libraries for programs that start fast: with shared ones a start is mostly the search for some 2,000
 # symbols. The C library stays shared.
 
 option(KRX_STATIC "Link Boost and the compiler's libraries into the programs, where static ones are found" ON)
@@ -7,7 +7,7 @@ if(KRX_SANITIZERS OR KRX_FUZZERS)
 endif()
 
 set(static_options -static-libstdc++ -static-libgcc -Wl,--gc-sections -Wl,--as-needed)
-# Comes last, and takes from the mathematical library the two functions for which it would be loaded.
+# Comes last, with the two functions used of the mathematical library, which then need not be loaded.
 set(static_libraries "-Wl,--push-state,-Bstatic,-lstdc++,-lm,--pop-state")
 if(KRX_STATIC)
   include(CheckCXXSourceCompiles)
@@ -19,8 +19,8 @@ if(KRX_STATIC)
   unset(CMAKE_REQUIRED_LIBRARIES)
 endif()
 
-# krx_find_boost(COMPONENTS...): shared libraries where there are no static ones. They bring the shared libraries of the
-# compiler, of which a program must not have a second copy.
+# krx_find_boost(COMPONENTS...): shared libraries where there are no static ones. They load the compiler's
+# shared libraries; a program must not hold a second, static copy of those.
 macro(krx_find_boost)
   set(Boost_USE_STATIC_LIBS ${KRX_STATIC})
   find_package(Boost 1.71 QUIET COMPONENTS ${ARGN})

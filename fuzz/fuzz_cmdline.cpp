@@ -26,8 +26,8 @@ namespace {
 namespace fs = std::filesystem;
 using namespace krx::test;
 
-/// The current directory while one input runs, with one-letter names that are easily hit. Fuzzers name their
-/// own files relative to the directory where they began.
+/// The current directory while one input runs, with one-letter names that a fuzzer finds easily. Fuzzers name
+/// their own files relative to the directory where they began.
 class Workplace
 {
 public:

@@ -2,9 +2,9 @@
 // All rights reserved.
 
 // Parses an MP4 file and asks the parser for all that it knows. The first byte chooses the options, the rest
-// is the file. Besides that nothing crashes: every finding is in the catalogue, what is held stays in
-// proportion to the file, the size of the read-ahead changes nothing, and a warning that counts as an error
-// ends the parse.
+// is the file. Besides crashes, it checks that every finding is in the catalogue, memory stays in proportion
+// to the file, the size of the read-ahead changes nothing, and a warning that counts as an error ends the
+// parse.
 
 #include "fuzz/fuzzing.h"
 #include "modules/streams/mp4/mp4.h"

@@ -2,9 +2,9 @@
 // All rights reserved.
 
 // Plays an MP4 file: opens it, looks segments up and loads them. The first byte chooses the options, the rest
-// is the file. Besides that nothing crashes: a file opens or stands for one status message, its segments lie
-// one after the other, each load that succeeds delivers every position, and the contexts survive their file
-// form.
+// is the file. Besides crashes, it checks that a file opens or stands for one status message, segments are
+// contiguous, each load that succeeds delivers no more messages than positions, and the contexts survive
+// their file form.
 
 #include "fuzz/fuzzing.h"
 #include "modules/streams/mp4/mp4Data.h"
@@ -68,7 +68,7 @@ void load(Mp4Data& data)
         require(data.findSegmentByPos(i, &bounds) && bounds.start == i && bounds.end >= i);
         require(i == 0 || bounds.startTime == before.endTime);
         require(bounds.startTime <= bounds.endTime);
-        // Segments that last no time may stand in front, and begin when this one does.
+        // Segments without duration may come before this one and start at the same time.
         SegmentBounds byTime;
         if (bounds.startTime < bounds.endTime) {
             require(data.findSegmentByTime(bounds.startTime, &byTime));

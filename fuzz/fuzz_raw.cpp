@@ -68,7 +68,7 @@ private:
     volatile unsigned m_sum = 0;
 };
 
-/// Cuts the input into pieces, whose lengths stand in front.
+/// Cuts the input into pieces, whose lengths come first.
 class Input
 {
 public:
@@ -113,8 +113,8 @@ void checkContexts(const RawAdaptor& adaptor, void* handle, Holder& holder)
     }
 }
 
-/// Walks the stream as a validator does; whether all of it is sound. The bytes of at most two segment files
-/// are given.
+/// Walks the stream as a validator does. Returns whether all of it is sound. The input holds at most two
+/// segment files.
 bool walk(RawAdaptor& adaptor, void* handle, const Context& context, krx::test::MemoryFileIo& io,
           const std::array<std::string, 2>& content, Holder& holder)
 {

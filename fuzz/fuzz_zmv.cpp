@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Holds a ZMV file against the rules of checking and repairing. The first byte chooses the options, the rest
-// is the file.
+// Checks the rules of checking and repairing on a ZMV file. The first byte chooses the options, the rest is
+// the file.
 
 #include "tests/support/repairrules.h"
 

@@ -9,7 +9,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-/// Ends the run, which makes the input a find, unless what must hold does.
+/// Ends the run unless holds is true; the input is then a find.
 inline void require(bool holds)
 {
     if (!holds)

@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Holds the documents to the truth: the bytes in docs/formats.md are those of the samples, a block
-// that begins with "$ " shows what its commands print, and links lead somewhere.
+// Checks the documents: the bytes in docs/formats.md are those of the samples, blocks that begin with "$ "
+// show what their commands print, and links have targets.
 
 #include "tests/support/tempdir.h"
 #include "tests/support/writesamples.h"
@@ -53,7 +53,7 @@ TEST(Documents, TellTheBytesOfTheSamples)
     EXPECT_GT(compared, 600U);
 }
 
-/// What a shell prints where the samples are.
+/// What a shell prints in the directory of the samples.
 std::string run(const std::string& script)
 {
     const TempDir dir;

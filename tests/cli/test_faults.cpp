@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Holds the catalogue, docs/faults.md and samples/faults together: every number has its section, and a sample
-// that really shows it, unless the section says why there is none.
+// Checks that the catalogue, docs/faults.md and samples/faults agree: every number has a section, and a
+// sample that shows it unless the section says why there is none.
 
 #include "modules/streams/mp4/mp4Data.h"
 #include "modules/streams/streamparseerror.h"
@@ -104,7 +104,7 @@ TEST(Samples, AreWhatTheBuilderMakes)
         ADD_FAILURE() << name << ": no builder makes it";
 }
 
-/// The findings of the MP4 module, warnings too, which the report does not show.
+/// The findings of the MP4 module, including warnings, which the report does not show.
 std::set<int> mp4Findings(const std::string& path)
 {
     std::set<int> findings;

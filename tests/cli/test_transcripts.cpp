@@ -1,12 +1,11 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Runs the real program as a user does. A transcript is what a terminal would show: lines that begin with "$
-// " are given to the shell, and the lines up to the next one must be exactly what they print (both streams,
-// time stamps shown as TIME, memory sizes as N), then "[N]" when the status is not 0. The lines of a
-// transcript run one after the other in a directory of its own that holds the samples and, in the
-// folder "encoded", files of a general encoder. With
-// VIDLINT_UPDATE_TRANSCRIPTS set, what was printed replaces what the files expect.
+// Runs the real program as a user does. A transcript is what a terminal would show. Lines that begin
+// with "$ " go to the shell. The lines up to the next one must be exactly what they print (both streams, time
+// stamps shown as TIME, memory sizes as N), then "[N]" when the status is not 0. The lines of a transcript
+// run in order in their own directory. It holds the samples and, in the folder "encoded", files of a general
+// encoder. With VIDLINT_UPDATE_TRANSCRIPTS set, the output replaces what the files expect.
 
 #include "tests/support/tempdir.h"
 #include "tests/support/writesamples.h"
@@ -33,7 +32,7 @@ std::string readFile(const std::string& path)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
-/// Runs the line in a shell and gives all that it prints, and its status unless that is 0.
+/// Runs the line in a shell. Returns all that it prints, and its status unless that is 0.
 std::string run(const TempDir& dir, const std::string& line)
 {
     dir.write("script", "cd '" + dir.bytes("work") + "' && { " + line + "\n}");

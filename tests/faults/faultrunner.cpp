@@ -29,7 +29,7 @@ namespace fs = std::filesystem;
 /// No run takes a tenth of it.
 constexpr unsigned kSecondsToHang = 30;
 
-/// An hour ago, so that a write shows in it.
+/// Age of the inputs in seconds: a write shows in it.
 constexpr time_t kAge = 3600;
 
 /// Needs metadata and two silences, and takes several reads and writes.
@@ -175,7 +175,7 @@ Outcome FaultRunner::run(const FaultRun& how, const std::vector<std::string>& op
     if (WIFSIGNALED(status))
         outcome.signal = WTERMSIG(status);
     outcome.report = dir.read("report");
-    // Where memory or space ends, so does the record of the coverage, if one is kept.
+    // Without memory or space the coverage profile, if one is kept, cannot be written.
     static const std::regex unrecorded("LLVM Profile Error: [^\n]*\n");
     outcome.errors = std::regex_replace(dir.read("errors"), unrecorded, "");
     std::istringstream calls(dir.read("calls"));

@@ -40,23 +40,24 @@ struct Outcome
     unsigned long peak = 0;                      ///< the most bytes that were resident
 };
 
-/// A directory with a victim and another valid input, and the program run over both, repairs on.
+/// A directory with a victim and another valid input. Runs the program over both, with repairs.
 class FaultRunner
 {
 public:
     explicit FaultRunner(Victim victim);
 
-    /// Puts the inputs and no copy into the directory, as they were at first.
+    /// Restores the inputs and removes any copy.
     void restore();
     Outcome run(const FaultRun& how, const std::vector<std::string>& options = {"-nms"});
 
     /// How many of the two inputs have a passed line.
     int passed(const Outcome& outcome) const;
-    /// What must hold whatever happened: the process ended by itself and said nothing on standard error, the
-    /// other input passed, and the victim either passed, or was counted and is rejected by at most one
-    /// numbered line. Returns that number, 0 when it passed, and -1 when it has no line.
+    /// Checks what holds after any fault: the process ended by itself, standard error is empty, the other
+    /// input passed. The victim passed, or was counted as invalid with at most one numbered line.
+    /// Returns that number, 0 when it passed, -1 when it has no line.
     int verdict(const Outcome& outcome);
-    /// The input is what it was, and what has the copy's name is the whole copy or does not look like one.
+    /// Checks that the input is unchanged. A file with the copy's name is the whole copy or does not look
+    /// like one.
     void expectNoHarm();
     bool hasWholeCopy() { return dir.read("in/victim.zmv.new") == m_copy; }
 

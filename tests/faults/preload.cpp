@@ -1,23 +1,23 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// A library to be preloaded into the program: it stands between the program and the system's calls, counts
-// them, and makes a chosen one fail. Steered by the environment:
+// A library to preload into the program: it counts the program's system calls and makes a chosen one fail.
+// The environment steers it:
 //
-//   FAULT        "CALL:N:ACTION". CALL is open, stat, read, write, truncate, lock, close or malloc, or any
-//   for
-//                all of these but malloc; N is the number of the call from 1, "N+" for that one and all after
-//                it, or "*" for every one. ACTION is the number of an error, or one of short       an eighth
-//                is moved of what was asked for interrupt   EINTR, and the same call made again goes through
+//   FAULT        "CALL:N:ACTION".
+//                CALL is open, stat, read, write, truncate, lock, close or malloc; any is all but malloc.
+//                N is the number of the call from 1, "N+" that one and all after it, "*" every one.
+//                ACTION is the number of an error, or one of
+//                short       an eighth of what was asked for is moved
+//                interrupt   EINTR; the same call made again goes through
 //                shrink      the file FAULT_TARGET is cut to half, then the call goes on
 //                grow        bytes are appended to it
 //                vanish      it is removed (or moved away, when it is a directory)
 //                stop        the process is stopped until somebody continues it
 //                SIGn        the process sends itself the signal n, then the call goes on
 //   FAULT_FILE   only calls on paths that begin with this text count, and on descriptors of such files;
-//                malloc counts when the libraries have been set up, since they need not outlive a failure.
-//   FAULT_COUNT  a file that receives the numbers of calls at the end: lines of a CALL and a number; and one
-//   of
+//                malloc counts after the libraries are set up, since they need not survive a failure.
+//   FAULT_COUNT  a file that receives the numbers of calls at the end, one line per CALL, and a line of
 //                "peak" and the most KiB that were resident.
 
 #include <cerrno>
@@ -180,8 +180,8 @@ void change(Action action)
     (void)::syscall(SYS_close, fd);
 }
 
-/// Counts a call and does what is planned for it. True when the call is to fail, with errno; n, where there
-/// is one, becomes the number of bytes that the call may move.
+/// Counts a call and does what is planned for it. Returns true, with errno set, when the call must fail. n,
+/// if given, becomes the number of bytes that the call may move.
 bool fails(Call call, std::size_t* n = nullptr)
 {
     if (call == kMalloc && !g_started)
@@ -222,7 +222,7 @@ bool fails(Call call, std::size_t* n = nullptr)
     return false;
 }
 
-/// As the system counts it for this program alone, not for what was there before it in the process.
+/// In KiB, of this program alone, not of what ran in the process before it.
 unsigned long peakMemory()
 {
     char text[4096] = {};
@@ -272,7 +272,7 @@ mode_t modeOf(int flags, va_list arguments)
 
 #define FAULTS_INTERPOSE extern "C" __attribute__((visibility("default")))
 
-// Which of two names of a call a program uses depends on how it was compiled.
+// A call has two names; how a program was compiled decides which one it uses.
 // NOLINTBEGIN(bugprone-macro-parentheses): the arguments are names and types.
 
 #define FAULTS_OPEN(name)                                       \
@@ -354,7 +354,7 @@ FAULTS_INTERPOSE int close(int fd)
     const bool watched = isWatched(fd);
     if (watched)
         g_watched[fd] = false;
-    // A close that fails has closed all the same.
+    // A close that fails has still closed.
     const bool failure = watched && fails(kClose);
     const int error = errno;
     const int result = real(fd);
@@ -379,7 +379,7 @@ int startedMain(int argc, char** argv, char** environment)
 
 }  // namespace
 
-// Begins the program's own code, after the set-up of its libraries, shared or linked into it.
+// Starts the program's own code, after its shared and static libraries are set up.
 FAULTS_INTERPOSE int __libc_start_main(int (*main)(int, char**, char**), int argc, char** argv,
                                        void (*init)(), void (*fini)(), void (*linkerFini)(), void* stackEnd)
 {

@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// MP4 files made to take far more memory than they have bytes: a process keeps to its bound, and what would
-// pass it is refused, not left out.
+// MP4 files made to take far more memory than they have bytes. A process keeps to its bound. What would
+// exceed it is refused, not left out.
 
 #include "tests/faults/faultrunner.h"
 #include "tests/support/mp4builder.h"
@@ -17,12 +17,12 @@
 namespace krx::test {
 namespace {
 
-/// So much that the bound is not that of the smallest file.
+/// Large enough that the bound exceeds that of the smallest file.
 constexpr std::size_t kBytes = 4'000'000;
 constexpr int kFits = 0;
 constexpr int kRefused = 28;
 
-/// bytes again and again, n of them in all.
+/// Repeats bytes, whole, up to a size of n.
 std::string filled(std::string_view bytes, std::size_t n = kBytes)
 {
     std::string all;
@@ -45,7 +45,7 @@ std::string entries(const std::string& bytes, std::size_t count)
     return fullBox("stsd", Fields().u32(count).raw(bytes));
 }
 
-/// Where a track is not the point of a form, it has one sample of 10 bytes.
+/// By default, a track with one sample of 10 bytes.
 struct Track
 {
     std::string description = stsd({audioEntry(".mp3")});
@@ -95,7 +95,7 @@ std::string fonts(const std::string& name)
     return described(all, all.size() / entry.size());
 }
 
-/// Every sample has a chunk and, in turns, one of the descriptions.
+/// Every sample has its own chunk; the samples alternate between the descriptions.
 std::string alternating(const std::string& descriptions)
 {
     constexpr std::uint32_t kCount = kBytes / 16;

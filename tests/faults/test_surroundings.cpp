@@ -88,7 +88,7 @@ TEST(Surroundings, AddressSpaceEndsTheLargeInputOnly)
     const auto limited = [&](rlim_t megabytes) {
         return runner.run({"", "", false, false, {{RLIMIT_AS, megabytes << 20}}});
     };
-    // The least that does for an input of usual size.
+    // The least that is enough for an input of usual size.
     runner.setCopy((runner.run({}), runner.dir.read("in/victim.zmv.new")));
     rlim_t enough = 8;
     while (enough < 1024 && limited(enough).status != 0)
@@ -104,7 +104,7 @@ TEST(Surroundings, AddressSpaceEndsTheLargeInputOnly)
     const Outcome outcome = limited(enough + 8);
     EXPECT_NE(runner.verdict(outcome), 0);
     EXPECT_EQ(runner.dir.read("in/victim.zmv"), large);
-    // It is only memory that it lacks.
+    // It lacks only memory.
     const Outcome unlimited = runner.run({});
     EXPECT_EQ(unlimited.status, 0) << unlimited.report;
 }

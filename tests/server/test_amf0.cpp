@@ -94,7 +94,7 @@ TEST(Amf0, WriterGoesBackBeforeWhatDoesNotFitItsLimit)
     EXPECT_EQ(writer.ProcessScriptVar(&value), 3);
     EXPECT_EQ(toHex(written(writer)), toHex(hexText("05 03 0005 'small' 01 01 0000 09")));
 
-    // A strict array has its count in front, so it goes as a whole, and its place in the table with it.
+    // The count of a strict array comes first, so the whole array is dropped, and its table entry too.
     const SRData strict = makeArray(kStrictArrayType);
     arrayOf(strict).setValue(0, "", SRData(std::string(1000, 'x').c_str()));
     SRCSerializer second;

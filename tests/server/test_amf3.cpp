@@ -113,7 +113,7 @@ TEST(Amf3, NumbersWithoutHintBecomeIntegersWhereTheyFit)
     EXPECT_EQ(encodedAMF3(xml), insideArray("07 09 '<a/>'"));
 }
 
-/// Documents of all that both encodings have, with arrays that lie in them more than once.
+/// Documents of every value that both encodings have. Some arrays occur more than once.
 class RandomDocument
 {
 public:

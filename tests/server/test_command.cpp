@@ -102,7 +102,7 @@ TEST(Command, FailuresAreTracedAndPassedOnAsAsked)
         EXPECT_TRUE(lenient.command.getErrorTrace().empty());
         EXPECT_EQ(dir.read("logs/cmdParsingLog.log"), strict);
     }
-    // Data that breaks off: an exception, or what was there up to it.
+    // Truncated data: an exception, or the values before the end.
     const char* const cut = "02 000A 'onMetaData' 08 00000000 0001 'a' 01 01 0001 'b' 00 40";
     EXPECT_THROW(Parsed(18, cut, true), SRBreakConnection);
     EXPECT_EQ(stringizeSRCommand(Parsed(18, cut, false).command), "0: onMetaData[0]({a: true})");

@@ -67,8 +67,8 @@ TEST(Aggregate, ListsItsRecordsWithoutCopying)
     EXPECT_EQ(second->getMessageCount(), 2U);
 }
 
-/// However an aggregate is cut, each part has what a walk over its records finds; and records that are taken
-/// off one by one do not cost the more the more there are.
+/// However an aggregate is cut, each part reports what a walk over its records finds. The cost of taking off
+/// one record does not grow with their number.
 TEST(Aggregate, PartsTellOfTheirRecords)
 {
     std::mt19937 random(1);

@@ -100,7 +100,7 @@ TEST(Data, CopiesShareArraysAndBlobsOnly)
     EXPECT_EQ(array->_get(), 1);
 }
 
-/// However names come, by themselves or given, an array is the list of its entries.
+/// With default names and given ones, an array is the list of its entries.
 TEST(DataArray, AgreesWithAListOfItsEntries)
 {
     std::mt19937 random(1);

@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Data that is made to cost: nesting, counts, references, circles. That nothing leaks and no stack overflows
-// is for the sanitizers to see.
+// Data made to be costly: nesting, counts, references, circles. The sanitizers find leaks and stack
+// overflows.
 
 #include "server/SRCommand.h"
 #include "server/messagedump.h"
@@ -131,7 +131,7 @@ TEST(References, ShareTextsAndBytes)
 {
     constexpr unsigned kLength = 16000;
     const std::string text = hexText("81 FA 01") + std::string(kLength, 'x');
-    // Given again 50,000 times: as values, as names, as class and member names, as XML, as bytes.
+    // Repeated by reference 50,000 times: as values, as names, as class and member names, as XML, as bytes.
     const struct
     {
         std::string first;
@@ -246,7 +246,7 @@ TEST(References, DumpsAreBoundedHoweverTheyMultiply)
         EXPECT_EQ(dump.view().substr(dump.size() - 3), "...");
     }
 
-    // As ECMA arrays, which have no references in AMF0, they would fill every memory.
+    // As ECMA arrays, which have no references in AMF0, they would exhaust any memory.
     SRData doubled = makeArray(kArrayType);
     for (int i = 0; i < 40; ++i) {
         const SRData outer = makeArray(kArrayType);
@@ -265,7 +265,7 @@ TEST(Circles, AreReadShownWrittenAndFreed)
     {
         const char* bytes;
         const char* text;
-        const char* opened;  ///< what a copy shows when the reader is gone
+        const char* opened;  ///< text of a copy after the reader is gone
         const char* again;   ///< written form; null: the same
     } cases[] = {
         {"03 0001 'a' 07 0000 0000 09", "{a: {...}}", "{a: }", nullptr},

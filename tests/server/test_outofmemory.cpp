@@ -1,7 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// What values and files answer when memory runs out, wherever that happens.
+// How values and files fail when memory runs out at any allocation.
 
 #include "server/KRXASyncFileIo.h"
 #include "server/KRXSyncFileIo.h"
@@ -65,7 +65,7 @@ struct Case
     std::function<bool()> operation;
 };
 
-/// check looks at each outcome, with the number of the allocation that failed.
+/// check receives each outcome and the number of the allocation that failed.
 void expectOutcomes(const std::vector<Case>& cases, const std::function<void(unsigned)>& check)
 {
     for (const Case& c : cases) {
@@ -74,7 +74,7 @@ void expectOutcomes(const std::vector<Case>& cases, const std::function<void(uns
         withEachAllocationFailing(
             [&] { outcome = outcomeOf(c.operation); },
             [&](unsigned failed) {
-                // Some allocations only spare time.
+                // Some allocations only save time.
                 EXPECT_TRUE(outcome == c.always || (failed != 0 && outcome == c.without)) << failed;
                 check(failed);
             });

@@ -1,7 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// What every stream module keeps to, whatever it reads.
+// The rules of every stream module, whatever it reads.
 
 #include "modules/streams/mediacontexts.h"
 #include "modules/streams/mp4/mp4module.h"
@@ -68,7 +68,7 @@ protected:
         ASSERT_EQ(m_adaptor->open(nullptr, "in", 0, nullptr, m_handle), 0);
         ASSERT_NE(m_handle, nullptr);
     }
-    /// Whether the attribute fits so much room; size is what is said of it.
+    /// Whether the attribute fits into room bytes; size receives the size reported.
     bool get(unsigned type, unsigned room, std::string& bytes, unsigned& size) const
     {
         bytes.assign(4096, '\0');

@@ -122,7 +122,7 @@ TEST(MediaContexts, ImportsOrRefusesForeignFiles)
     const Case cases[] = {
         {"empty file", "", true, 0},
         {"empty ECMA array", hexText("08 00000000 0000 09"), true, 0},
-        {"object as outer value, int64 position, foreign property, bytes behind",
+        {"object as outer value, int64 position, foreign property, bytes after it",
          hexText("03 0000 03 0008 'position' 22 0000000000000009 0001 'z' 01 01 0000 09 0000 09 FF"), true,
          1},
         {"strict array, kinds that do not fit", hexText("0A 00000001 03 0006 'buffer' 02 0001 'b' 0000 09"),
@@ -143,7 +143,7 @@ TEST(MediaContexts, ImportsOrRefusesForeignFiles)
     }
 }
 
-/// An AMF3 array of count + 1 objects that have a member trackID alone, in five bytes each.
+/// An AMF3 array of count + 1 objects with the only member trackID, five bytes each.
 std::string shortObjects(const char* sizeOfArray, unsigned count, unsigned tracks)
 {
     std::string bytes = hexText("11 09") + hexText(sizeOfArray) + hexText("01 0A 13 01 0F 'trackID' 04 01");
@@ -155,7 +155,7 @@ std::string shortObjects(const char* sizeOfArray, unsigned count, unsigned track
     return bytes;
 }
 
-/// What is kept and the time that it takes grow with the bytes of the file.
+/// The contexts kept and the time taken grow with the bytes of the file.
 TEST(MediaContexts, ImportsManyContextsInProportion)
 {
     std::string sameObject = hexText("0A 000186A1 03");

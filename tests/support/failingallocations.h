@@ -5,9 +5,9 @@
 
 namespace krx::test {
 
-/// Makes one allocation of the calling thread fail while it lives: its n-th, counted from 1. Operators new
-/// count, those of the standard library included, and what the project's own code asks of malloc and realloc.
-/// One at a time; for programs that link krx_failing_allocations.
+/// While it lives, the n-th allocation of the calling thread fails, counted from 1. Calls of operator new
+/// count, also in the standard library, and the project's own calls of malloc and realloc. One at a time; for
+/// programs that link krx_failing_allocations.
 class FailingAllocation
 {
 public:
@@ -19,9 +19,9 @@ public:
     bool hasFailed() const;
 };
 
-/// Runs operation with its first allocation failing, then with its second, and so on to a run in which all
-/// succeed. check looks at each outcome, with the number of the allocation that failed, 0 in the last run.
-/// operation begins anew in each run and catches what it may throw.
+/// Runs operation with its first allocation failing, then its second, and so on until all succeed. check
+/// receives each outcome and the number of the allocation that failed, 0 in the last run. operation starts
+/// anew in each run and catches what it may throw.
 template <typename Operation, typename Check>
 void withEachAllocationFailing(Operation operation, Check check)
 {

@@ -16,8 +16,8 @@
 
 namespace krx::test {
 
-/// Reading access to files that lie in memory. A path that others begin with, up to a '/', is a directory.
-/// Reads are counted, can be short, and can fail.
+/// Read access to files in memory. A path is a directory when others begin with it and a '/'. Reads are
+/// counted, can be short, and can fail.
 class MemoryFileIo : public IKrxFileIo
 {
 public:
@@ -29,7 +29,7 @@ public:
     std::map<std::string, struct timespec> modifiedTimes;  ///< by path; others have 1 s
     std::vector<std::string> opened;                       ///< the paths that were opened, in order
     std::vector<unsigned> reads;                           ///< the bytes asked of each read
-    unsigned maxRead = INT_MAX;                            ///< bytes that one read gives at most
+    unsigned maxRead = INT_MAX;                            ///< most bytes that one read returns
     long long pretendedSize = -1;                          ///< the size of every file; negative: the true one
 
     /// The file under any path.
@@ -37,7 +37,7 @@ public:
     bool isOpen() const { return m_openFiles != 0; }
     /// The n-th read from now on (1-based) fails with -1, as do all after it.
     void failReadsFrom(std::size_t n) { m_failFrom = reads.size() + n; }
-    /// Whether a file can be opened from now on.
+    /// Sets whether files can be opened from now on.
     void allowOpen(bool allowed) { m_mayOpen = allowed; }
 
     int open(const SRString& path, int, int, struct stat64* st) override

@@ -10,7 +10,7 @@
 namespace krx::test {
 namespace {
 
-/// Samples of one track that stand together in the file.
+/// Samples of one track that are contiguous in the file.
 struct Chunk
 {
     std::size_t track;
@@ -45,7 +45,7 @@ std::uint64_t durationOf(const MovieTrack& track)
         [](std::uint64_t sum, const MovieSample& sample) { return sum + sample.duration; });
 }
 
-/// count, value pairs of a run-length table.
+/// The (count, value) pairs of a run-length table.
 template <typename Get>
 std::vector<std::uint32_t> runLengths(std::span<const MovieSample> samples, Get get)
 {
@@ -61,7 +61,7 @@ std::vector<std::uint32_t> runLengths(std::span<const MovieSample> samples, Get 
     return words;
 }
 
-/// One entry a chunk where the number of samples or the description changes.
+/// One entry per chunk at which the number of samples or the description changes.
 std::vector<std::uint32_t> sampleToChunk(const MovieTrack& track, std::size_t samples)
 {
     std::vector<std::uint32_t> words;
@@ -76,7 +76,7 @@ std::vector<std::uint32_t> sampleToChunk(const MovieTrack& track, std::size_t sa
     return words;
 }
 
-/// count: of the samples that stand in the tables.
+/// count: number of samples in the tables.
 std::string sampleTable(const MovieTrack& track, std::size_t count,
                         const std::vector<std::uint64_t>& chunkOffsets)
 {
@@ -353,7 +353,7 @@ BuiltMovie buildMovie(const Movie& movie)
         return movie.samplesPerFragment == 0 || chunk.first < movie.samplesInTables;
     });
 
-    // The movie box is as long with any offsets: it is made twice when it stands in front of them.
+    // The length of the movie box does not depend on the offsets: when it comes first, it is made twice.
     BuiltMovie built;
     built.samples.resize(movie.tracks.size());
     std::vector<std::vector<std::uint64_t>> offsets(movie.tracks.size());

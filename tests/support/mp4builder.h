@@ -34,9 +34,9 @@ private:
 };
 
 std::string box(std::string_view type, std::string_view content = {});
-/// With a size field of its own.
+/// A box with the given size field.
 std::string sizedBox(std::uint32_t size, std::string_view type, std::string_view content = {});
-/// With the 64-bit size field.
+/// A box with a 64-bit size field.
 std::string largeBox(std::string_view type, std::string_view content = {});
 std::string sizedLargeBox(std::uint64_t size, std::string_view type, std::string_view content = {});
 /// Version and flags in front of the content.
@@ -113,12 +113,12 @@ struct Movie
     std::uint32_t timescale = 1000;
     std::vector<MovieTrack> tracks;
     bool movieFirst = true;                ///< 'moov' in front of 'mdat'
-    std::uint32_t samplesPerFragment = 0;  ///< above 0: the samples stand in fragments of so many
-    std::uint32_t samplesInTables = 0;     ///< but not the first ones of each track: a multiple of the former
+    std::uint32_t samplesPerFragment = 0;  ///< above 0: samples per fragment
+    std::uint32_t samplesInTables = 0;     ///< first samples of a track left in tables; a multiple of it
     std::string extraInMovie;              ///< boxes at the end of 'moov'
 };
 
-/// A file and where its samples stand.
+/// A file and the places of its samples.
 struct BuiltMovie
 {
     struct Place
@@ -138,7 +138,7 @@ char sampleByte(std::size_t track, std::size_t sample, std::size_t i);
 
 /// AVC with composition offsets, one sync sample in ten and an initial gap, 25 frames a second, id 1.
 MovieTrack avcTrack(std::size_t samples = 50);
-/// AAC of 1,024 units a sample at 44,100 Hz, id 2.
+/// AAC of 1,024 units per sample at 44,100 Hz, id 2.
 MovieTrack aacTrack(std::size_t samples = 86);
 /// Both, two seconds long.
 Movie soundMovie();

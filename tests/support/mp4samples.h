@@ -8,8 +8,8 @@
 
 namespace krx::test {
 
-/// A small MP4 file. The name of one that shows a finding is "faults/", its number, and what it has;
-/// docs/faults.md describes these, samples/README.md the sound ones.
+/// A small MP4 file. One that shows a finding is named "faults/", its number, and what it has. docs/faults.md
+/// describes these, samples/README.md the sound ones.
 struct Mp4Sample
 {
     std::string name;

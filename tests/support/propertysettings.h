@@ -14,7 +14,7 @@ inline unsigned long setting(const char* name, unsigned long usual)
     return value ? std::strtoul(value, nullptr, 10) : usual;
 }
 
-/// How many cases a property test has, each run the same ones, unless more or others are asked for.
+/// The number of cases of a property test.
 inline unsigned long propertyCases(unsigned long usual)
 {
     return setting("VIDLINT_PROPERTY_CASES", usual);

@@ -27,8 +27,8 @@ struct RawContext
     unsigned contextType = 1;
 };
 
-/// The files of a recorded stream. What the builder derives from the messages can be changed afterwards, so
-/// that files that contradict each other can be made as well.
+/// The files of a recorded stream. Values derived from the messages can be changed afterwards, to make files
+/// that contradict each other.
 class RawBuilder
 {
 public:

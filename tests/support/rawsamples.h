@@ -9,8 +9,8 @@
 
 namespace krx::test {
 
-/// A small recorded stream. The name of one that shows a finding is "faults/", its number, and
-/// what it has; docs/faults.md describes these, samples/README.md the sound ones.
+/// A small recorded stream. One that shows a finding is named "faults/", its number, and what it has.
+/// docs/faults.md describes these, samples/README.md the sound ones.
 struct RawSample
 {
     std::string name;                          ///< of the directory

@@ -58,7 +58,7 @@ RepairRules::Outcome RepairRules::check(const std::string& file,
 {
     const std::string place = shown == Shown::kAll ? kTracedPlace : kQuietPlace;
     const std::string name = place + "/in.zmv";
-    fs::remove(m_dir.bytes(name));  // to write over a file can take a wait for the disk
+    fs::remove(m_dir.bytes(name));  // overwriting a file can wait for the disk
     m_dir.write(name, file);
     m_report.clear();
     VideoValidationJob job;
@@ -82,7 +82,7 @@ RepairRules::Outcome RepairRules::check(const std::string& file,
     if (passed && outcome.hasCopy != (m_report.find("in.zmv.new passed\n") != std::string::npos))
         m_problem = "the passed line names another file";
 
-    // At most one trace a message, and each in proportion to it.
+    // At most one trace per message, each in proportion to its size.
     const std::string trace = m_dir.bytes(place + '/' + kTraceFile);
     constexpr std::size_t kLeastMessage = 15;
     if (fs::exists(trace) && fs::file_size(trace) > 4096 * (file.size() / kLeastMessage) + 32 * file.size())

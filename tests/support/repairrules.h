@@ -11,12 +11,12 @@
 
 namespace krx::test {
 
-/// The rules above all checking and repairing of ZMV files, held against any bytes:
+/// The rules of checking and repairing ZMV files, which hold for any bytes:
 ///
 /// - An announced copy passes again, with every set of repair options; the options that made it find nothing
 ///   more to repair.
 /// - What passes without a repair option is not rejected with one, unless the copy cannot be written.
-/// - What is shown or traced changes neither verdict nor warnings nor copy.
+/// - Listings and traces change neither verdict nor warnings nor copy.
 /// - The input stays as it is.
 ///
 /// The process's report writer and current directory are in use during a check.
@@ -28,8 +28,8 @@ public:
     RepairRules(const RepairRules&) = delete;
     RepairRules& operator=(const RepairRules&) = delete;
 
-    /// Empty when the rules hold for the file under the parameters, whose log level does not matter;
-    /// otherwise a text that names the broken one.
+    /// Returns a text that names the broken rule, empty when all hold for the file under the parameters.
+    /// Their log level does not matter.
     std::string broken(const std::string& file, streams::VideoValidationParameters parameters);
 
     unsigned copies = 0;  ///< that were made and checked so far

@@ -16,7 +16,7 @@
 
 namespace krx::test {
 
-/// A directory of its own for one test, removed with all that it holds at the end.
+/// A new directory for one test, removed with its content at the end.
 class TempDir
 {
 public:

@@ -22,7 +22,7 @@ struct Link
     const char* target;
 };
 
-/// Findings about a path, which no content shows.
+/// Findings about a path, not about content.
 constexpr Link kLinks[] = {
     {"faults/2-loop.zmv", "2-loop.zmv"},
     {"faults/3-dangling.zmv", "nowhere.zmv"},

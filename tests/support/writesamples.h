@@ -7,8 +7,8 @@
 
 namespace krx::test {
 
-/// Writes all samples to a directory, which is created: the sound ones, and in its folder "faults" those that
-/// show a finding, whose names begin with the finding's number.
+/// Writes all samples to a directory, which is created. Those in its folder "faults" show a finding; their
+/// names begin with its number.
 void writeSamples(const std::string& directory);
 
 }  // namespace krx::test

@@ -13,7 +13,7 @@ namespace krx::test {
 /// Appends the low n bytes of a value, most significant first.
 void putBigEndian(std::string& out, std::uint64_t value, int n);
 
-/// AMF0 text, piece by piece and without any check, so wrong text can be made too.
+/// AMF0 data, piece by piece and without any check, so wrong data can be made too.
 class Amf
 {
 public:
@@ -54,8 +54,8 @@ private:
 /// The payload of a usual onMetaData message: an ECMA array with duration (seconds) and canSeekToEnd.
 std::string metaData(double duration, bool canSeekToEnd = true);
 
-/// A ZMV file, message by message. Everything is written as given: lengths and back-pointers that do not fit
-/// are given through Message or raw().
+/// A ZMV file, message by message. Everything is written as given. Wrong lengths and back-pointers are set
+/// through Message or raw().
 class ZmvBuilder
 {
 public:
@@ -77,7 +77,7 @@ public:
         std::int64_t footer = -1;  ///< back-pointer; -1: the length + 11
     };
 
-    /// The header, and the first back-pointer when the header is one of 9 bytes.
+    /// The header, and the first back-pointer when the header has 9 bytes.
     explicit ZmvBuilder(std::uint8_t flags = 5, std::uint8_t version = 1, std::uint32_t headerLength = 9);
 
     ZmvBuilder& message(const Message& message);

@@ -35,7 +35,7 @@ protected:
         m_io.files = {{"f", m_content}, {"other", "another file"}};
         m_fd = m_io.open(SRString(L"f"), 0, 0, nullptr);
     }
-    /// What a quiet read gives.
+    /// What a quiet read returns.
     std::string read(AutoFileBuffer& buffer, FilePos pos, unsigned n)
     {
         std::string out(n, '\0');

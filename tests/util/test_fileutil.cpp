@@ -49,7 +49,7 @@ TEST(SRFileUtil, OpenCreatesWithThePermissionOfTheModeBits)
     EXPECT_EQ(errno, ENOENT);
 }
 
-/// Bytes that come in pieces, and signals that interrupt every call, lose nothing.
+/// No byte is lost when bytes come in pieces and signals interrupt every call.
 TEST(SRFileUtil, UntilDoneSurvivesPiecesAndSignals)
 {
     struct sigaction interrupting = {};

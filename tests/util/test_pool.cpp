@@ -15,7 +15,7 @@
 namespace krx::test {
 namespace {
 
-// A pooled class with nothing but what a pool asks for, whose living objects are counted.
+// A pooled class with only what a pool requires. Living objects are counted.
 class Item : public SRObject
 {
 public:
@@ -36,7 +36,7 @@ public:
     void onPooled() { m_next.reset(); }
     unsigned pooledBytes() const { return m_size; }
 
-    SRPtr<Item> m_next;  // given up when the item comes back
+    SRPtr<Item> m_next;  // released when the item comes back
     SRPtr<Item> m_own;   // kept as long as the item lives
     unsigned m_touched = 0;
 

@@ -28,7 +28,7 @@ struct Utf8Case
     std::wstring_view wide;
 };
 
-// Groups digits and writes a decimal comma, as many a user's locale does.
+// Groups digits and writes a decimal comma, as many locales do.
 struct CommaPunct : std::numpunct<char>
 {
     char do_decimal_point() const override { return ','; }
@@ -77,7 +77,7 @@ TEST(StringConversion, DecodesStrictly)
 
 TEST(StringConversion, AnyBytesSurviveTheWayThereAndBack)
 {
-    // Bytes near the borders of the encoding meet each other often.
+    // Bytes near the borders of the encoding are often adjacent.
     static constexpr unsigned char kPalette[] = {0,    'a',  0x7F, 0x80, 0x8F, 0x90, 0x9F, 0xA0, 0xB2, 0xBF,
                                                  0xC0, 0xC2, 0xDC, 0xE0, 0xED, 0xEF, 0xF0, 0xF4, 0xF5, 0xFF};
     std::mt19937 random(20260101);

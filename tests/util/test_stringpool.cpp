@@ -117,7 +117,7 @@ TYPED_TEST(StringPoolWidths, BlocksAgreeWithPlainStrings)
     EXPECT_EQ(pool.collectGarbage(), static_cast<int>(interned.size()));
     EXPECT_EQ(pool.collectGarbage(), 0);
 
-    // A text written over the whole room is cut before it can promise room that is not there.
+    // A text that fills the whole room is cut, so that it cannot claim more room than there is.
     TypeParam* const full = pool.toMutable(pool.get(Text(2, 'x').c_str()));
     std::fill_n(full, SRStringPool::room(2), TypeParam('x'));
     SRStringPool::updateLength(full);

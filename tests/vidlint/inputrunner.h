@@ -13,7 +13,7 @@
 
 namespace krx::test {
 
-/// Catches what the process's report writer gives up while it lives.
+/// Captures the output of the process's report writer while it lives.
 class ReportCapture
 {
 public:
@@ -63,7 +63,7 @@ inline streams::VideoValidationParameters parametersFor(std::string_view options
 class InputRunner
 {
 public:
-    /// Validates the bytes as a file of that name and gives the report.
+    /// Validates the bytes as a file of that name and returns the report.
     std::string report(std::string_view bytes, std::string_view options, std::string_view name = "in.zmv")
     {
         dir.write(name, bytes);

@@ -57,7 +57,7 @@ TEST(ZmvHeader, Fields)
     check({
         {"length 0", withHeader(ZmvBuilder(0, 1, 0).bytes()), "w", "e8"},
         {"length 5 overlaps the field", withHeader(ZmvBuilder(0, 1, 5).bytes()), "w", "e9"},
-        {"length behind the end", withHeader(ZmvBuilder(0, 1, 0xFFFFFFFF).bytes()), "w", "e9"},
+        {"length past the end", withHeader(ZmvBuilder(0, 1, 0xFFFFFFFF).bytes()), "w", "e9"},
         {"longer header", ZmvBuilder(0, 1, 12).bytes() + "abc" + body, "w", "ok"},
         {"version 0", withHeader(ZmvBuilder(0, 0).bytes().substr(0, 9)), "w", "ok"},
         {"version 255, other flags", withHeader(ZmvBuilder(0xFA, 255).bytes().substr(0, 9)), "w", "ok"},

@@ -1,9 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Holds the rules of checking and repairing against thousands of damaged files: made ones, and the samples
-// with some of their bytes changed. VIDLINT_PROPERTY_CASES asks for more of them, VIDLINT_PROPERTY_SEED for
-// others.
+// Checks the rules of checking and repairing on thousands of damaged files: generated ones, and samples with
+// some bytes changed. VIDLINT_PROPERTY_CASES sets their number, VIDLINT_PROPERTY_SEED selects others.
 
 #include "tests/support/propertysettings.h"
 #include "tests/support/repairrules.h"

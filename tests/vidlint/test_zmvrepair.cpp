@@ -135,7 +135,7 @@ TEST(ZmvRepair, WhatCannotBeRepairedIsReportedAsWithoutTheOption)
     for (unsigned char i = 1; i <= 40; ++i)
         explosion.name(std::to_string(i)).strictArray(2).reference(i).reference(i);
     explosion.end();
-    // A list that is as large as a message can be before the corrected values join it.
+    // A list that fills a message before the corrected values are added.
     Amf large = Amf().string("onMetaData").object();
     for (int i = 0; i < 256; ++i)
         large.name("n").string(std::string(65525, 'x'));

@@ -234,7 +234,7 @@ void ZmvGenerator::amf3Value(Amf& out, unsigned depth)
         out.raw(u29(below(5) * 2));
         return;
     }
-    // What is not nested, by its marker.
+    // Values that are not nested, by marker.
     constexpr std::string_view kPlain[] = {"",
                                            "",
                                            "",

@@ -11,8 +11,8 @@
 
 namespace krx::test {
 
-/// Makes ZMV files of every kind of fault that a checker looks into: wrong times and stalls, metadata in both
-/// encodings with references and circles, cut ends. The same seed gives the same files.
+/// Makes ZMV files with every kind of fault that a checker looks for: wrong times and stalls, metadata in
+/// both encodings with references and circles, cut ends. The same seed gives the same files.
 class ZmvGenerator
 {
 public:
@@ -43,7 +43,7 @@ private:
     void doubling(Amf& out);
 
     std::mt19937 m_random;
-    double m_duration = 0;  ///< of the file in work, in seconds
+    double m_duration = 0;  ///< of the current file, in seconds
 };
 
 }  // namespace krx::test

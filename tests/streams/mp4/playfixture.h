@@ -20,11 +20,11 @@ class PlayedFile
 public:
     explicit PlayedFile(std::string bytes, bool aggregates = false, unsigned maxAggregate = 65536);
 
-    /// The segments as lookups by position give them.
+    /// The segments as lookups by position return them.
     std::vector<SegmentBounds> segments() const;
     /// All messages of all segments; loads must succeed.
     std::vector<RecordingHolder::Message> messages();
-    /// The segment's messages; loaded: what loadSegment said.
+    /// The segment's messages; loaded: what loadSegment must return.
     std::vector<RecordingHolder::Message> load(const SegmentBounds& bounds, bool loaded = true);
     /// The bodies of the contexts of a track.
     std::vector<std::string> contexts(unsigned track) const;

@@ -129,7 +129,7 @@ TEST(AMFMessage, TellsTheMovie)
               "1: {length: 88064, timescale: 44100, language: und, "
               "sampledescription: {0: {sampletype: mp4a}}}}}");
 
-    // The first and the last bytes, where a reader of values would not see the encoding.
+    // The first and the last bytes: a reader of values would not show their encoding.
     const std::string body = file.metadata();
     const std::string start = hexText("02 000A 'onMetaData' 08 00000000 0008 'duration' 00 4000000000000000");
     EXPECT_EQ(toHex(body.substr(0, start.size())), toHex(start));
@@ -233,7 +233,7 @@ TEST(AMFMessage, TellsTimedText)
          "hi, highlight: {startchar: 1, endchar: 2}}"},
         {"size 0 ends the list", hi + sizedBox(0, "twrp", Fields().u8(9)), "hi}"},
         {"so does a size below the header's", hi + sizedBox(7, "twrp", Fields().u8(9)), "hi}"},
-        {"a few bytes behind", hi + hexText("000001"), "hi}"},
+        {"a few bytes after it", hi + hexText("000001"), "hi}"},
     };
     for (const Case& c : cases)
         EXPECT_EQ(readable(textMessage(c.sample)), start + c.text) << c.name;

@@ -20,8 +20,8 @@ namespace {
 
 using namespace krx::mp4;
 
-/// Walks by stretches wherever there are some, of one sample and more, and by single steps beside it: both
-/// must stand at the same place whenever a stretch ends.
+/// Walks by stretches of one or more samples where possible, and in parallel by single steps. Both must be at
+/// the same place at the end of every stretch.
 void expectStretchesAreSteps(TrackInfo& track)
 {
     constexpr WalkLimits kNoLimits{~0ULL, ~0U};
@@ -219,7 +219,7 @@ TEST(TrackCursor, WalksFragments)
         const char* steps;
     };
     const Case cases[] = {
-        {"behind the tables", TrackBoxes(), {based + run(2, 5)}, "100+10@0 1005+3@1000 1008+3@1007 e@1007 "},
+        {"after the tables", TrackBoxes(), {based + run(2, 5)}, "100+10@0 1005+3@1000 1008+3@1007 e@1007 "},
         {"two runs and two fragments",
          emptyTables(),
          {based + run(2, 5) + run(1, -4), based + run(1, 0)},
@@ -255,7 +255,7 @@ TEST(TrackCursor, WalksFragments)
     EXPECT_EQ(steps(*parsed->track()), std::to_string(moof + 20) + "+3@0 e@0 ");
 }
 
-/// Moves some numbers of a position anywhere, and the rest nowhere.
+/// Sets some numbers of a position to random values and keeps the rest.
 TrackPosition movedAnywhere(TrackPosition position, std::mt19937_64& random)
 {
     TrackPosition::visit(position, position, [&](auto& number, auto&) {

@@ -102,7 +102,7 @@ TEST(Mp4Descriptions, Faults)
 
 TEST(Mp4Descriptions, ScanBeyondTheFile)
 {
-    // The entry ends the file: a type could start in its last bytes and would not end.
+    // The entry ends the file: a type could start in its last bytes, but not end.
     const std::string track = box("trak", tkhd(1) + stsd({videoEntry("avc1", box("pasp"))}));
     expectFaults({
         {"at the end", ftyp() + box("moov", track), 5},

@@ -78,7 +78,7 @@ TEST_F(Mp4FileIOTest, Reading)
     EXPECT_EQ(statusOf([&] { file.readInt(4); }), 5);
 }
 
-/// What the window shows is what the file has, in whatever steps and portions it is read.
+/// The window shows the file's bytes, whatever the steps and portions of reading.
 TEST_F(Mp4FileIOTest, LookingAnywhere)
 {
     const std::string expected = bytes();
@@ -101,7 +101,7 @@ TEST_F(Mp4FileIOTest, LookingAnywhere)
     EXPECT_EQ(statusOf([&] { file.look(0, 1); }), 117);
 }
 
-/// A reader that hops reads once for each hop, however much it takes there; one that goes on reads ever more.
+/// A hop costs one read, whatever is looked at there. Sequential looks cause ever larger reads.
 TEST_F(Mp4FileIOTest, LookingAhead)
 {
     file.Open();

@@ -58,7 +58,7 @@ TEST(Mp4Fragments, Faults)
         {"fragment of an unknown track, all records in use", withFragment(tfhd(9)), 31, {}, one},
         {"no header", withFragment(""), 31},
         {"run first", withFragment(trun(1) + tfhd(1)), 31},
-        {"bytes behind the header", withFragment(tfhd(1) + "1234567"), 0, {112}},
+        {"bytes after the header", withFragment(tfhd(1) + "1234567"), 0, {112}},
         {"bytes instead of a header", withFragment("1234567"), 31, {112}},
         {"other boxes", withFragment(tfhd(1) + box("tfdt", "x") + box("sdtp") + trun(1) + box("abcd"))},
         {"box beyond the fragment", withFragment(tfhd(1) + sizedBox(100, "trun")), 18},

@@ -5,8 +5,8 @@
 
 #include <gtest/gtest.h>
 
-// Files made to cost more than they are. The limits on memory are checked here and, for the whole program, in
-// tests/faults/test_mp4memory.cpp; those on time by the suite's time-out.
+// Files made to cost more than their size. The limits on memory are checked here and, for the whole program,
+// in tests/faults/test_mp4memory.cpp; those on time by the suite's time-out.
 
 namespace krx::test {
 namespace {
@@ -37,7 +37,7 @@ TEST(Mp4Hostile, TablesThatShareTheirBytes)
 
 TEST(Mp4Hostile, EditListsThatReadEachOther)
 {
-    // Read as entries, the boxes are media and gaps by turns, so that every list goes on to the end of the
+    // Read as entries, the boxes alternate between media and gaps, so every list extends to the end of the
     // file.
     const std::string list = box("elst", Fields().u8(0).u24(1).u32(20000).u32(0xFFFFFFFFU).u32(1));
     const auto parsed = parseFile(movieFile(box("trak", tkhd(1) + repeated(list, 10000))));
@@ -47,8 +47,8 @@ TEST(Mp4Hostile, EditListsThatReadEachOther)
 
 TEST(Mp4Hostile, DamagedMovies)
 {
-    // Cut at every place, and with every byte changed: a finding of the catalogue, or none. A file that is
-    // cut before the movie box is complete has an error.
+    // Cut at any place, or with any byte changed, a file has an error of the catalogue or none. A file cut
+    // before the end of the movie box has one.
     for (Movie movie : {soundMovie(), fragmentedMovie()}) {
         movie.tracks[0].samples.resize(12);
         movie.tracks[1].samples.resize(12);

@@ -18,7 +18,7 @@ std::string lineOf(int status, const streams::Place& place)
     return line.str();
 }
 
-/// A line for each finding that reading the boxes of the file makes.
+/// One line per finding of the parse.
 std::vector<std::string> placesOf(const ParsedFile& parsed)
 {
     std::vector<std::string> lines;
@@ -29,8 +29,8 @@ std::vector<std::string> placesOf(const ParsedFile& parsed)
     return lines;
 }
 
-/// The innermost box of the path starts at the offset, and the track is the one that the path goes through:
-/// in the samples the n-th has the ID n.
+/// The innermost box of the path starts at the offset, and the track is the one in the path. In the samples
+/// the n-th track has the ID n.
 void expectConsistent(const std::string& bytes, int status, const streams::Place& place)
 {
     ASSERT_GE(place.offset, 0);
@@ -55,7 +55,7 @@ TEST(Mp4Places, EveryFindingOfTheSamplesHasOne)
         findings += parsed->warnings.size();
         for (std::size_t i = 0; i < parsed->warnings.size(); ++i)
             expectConsistent(sample.bytes, parsed->warnings[i], parsed->places[i]);
-        // A box that is missing is nowhere.
+        // A missing box has no place.
         if (parsed->error == streams::kNoMovieBox)
             EXPECT_EQ(parsed->errorPlace.offset, -1);
         else if (parsed->error != 0)

@@ -409,7 +409,7 @@ TEST(Mp4Segments, GiveUpAWalkThatCostsTooMuch)
         {"the search for the time coordination",
          movieFile(cut.bytes() + still.bytes() + extends(2), endless(2)),
          {117, 28}},
-        {"behind the end", trackFile(cut), {117}}};
+        {"after the end", trackFile(cut), {117}}};
     for (const Case& c : cases) {
         PlayedFile file(c.bytes);
         EXPECT_EQ(file.warnings, c.warnings) << c.name;

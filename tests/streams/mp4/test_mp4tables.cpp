@@ -45,17 +45,17 @@ TEST(Mp4Tables, Faults)
     expectFaults({
         {"outside a track", movieFile(empty), 31},
         {"second 'stts'", withTable(tableBox("stts", 0, {})), 19},
-        {"second 'stts' behind an empty one", with([&](TrackBoxes& t) { t.times = empty + t.times; })},
+        {"second 'stts' after an empty one", with([&](TrackBoxes& t) { t.times = empty + t.times; })},
         {"second 'ctts'", withTable(tableBox("ctts", 1, {1, 0}) + tableBox("ctts", 1, {1, 0})), 19},
         {"second 'stsc'", withTable(tableBox("stsc", 1, {1, 1, 1})), 19},
-        {"'co64' behind 'stco'", withTable(tableBox("co64", 1, {0, 100})), 19},
+        {"'co64' after 'stco'", withTable(tableBox("co64", 1, {0, 100})), 19},
         {"second 'stss'", withTable(tableBox("stss", 1, {1}) + tableBox("stss", 0, {})), 19},
-        {"second 'stsz' behind a constant size", withSizes(stsz(10, 1) + stsz(0, 1, {9}))},
+        {"second 'stsz' after a constant size", withSizes(stsz(10, 1) + stsz(0, 1, {9}))},
         {"second 'stsz'", withSizes(stsz(0, 1, {9}) + stsz(10, 1)), 19},
         {"second 'sdtp'", withTable(fullBox("sdtp", flags) + fullBox("sdtp", flags)), 19},
         {"duplicates come before versions", withTable(fullBox("stsc", {}, 1)), 19},
         {"version", withTable(fullBox("ctts", {}, 1)), 0, {123}},
-        {"negative delta, told once",
+        {"negative delta, reported once",
          with([](TrackBoxes& t) {
              t.times = tableBox("stts", 3, {1, 1, 1, 0x80000000U, 1, 0xFFFFFFFFU});
          }),
@@ -110,10 +110,10 @@ TEST(Mp4Tables, EditLists)
         {"one", elst({{1000, 0}}), 1},
         {"gap and media", elst({{500, -1}, {1000, 0}}), 2},
         {"gaps between", elst({{1, 5}, {2, -1}, {3, 5}, {4, -1}, {5, 6}}, 1), 5},
-        {"room behind", elst({{1, 0}}, 0, box("free", std::string(992, 0))), 1, 992},
-        {"other box behind", elst({{1, 0}}, 0, box("abcd", "x")), 1},
-        {"eight bytes behind", elst({{1, 0}}, 0, box("free")), 1},
-        {"truncated box behind", elst({{1, 0}}, 0, sizedBox(100, "free", "x")), 0},
+        {"room after it", elst({{1, 0}}, 0, box("free", std::string(992, 0))), 1, 992},
+        {"other box after it", elst({{1, 0}}, 0, box("abcd", "x")), 1},
+        {"eight bytes after it", elst({{1, 0}}, 0, box("free")), 1},
+        {"truncated box after it", elst({{1, 0}}, 0, sizedBox(100, "free", "x")), 0},
         {"version 2", elst({{1, 0}}, 2), 0},
         {"two media", elst({{1, 0}, {1, 0}}), 0},
         {"gap at the end", elst({{1, 0}, {1, -1}}), 0},
@@ -135,7 +135,7 @@ TEST(Mp4Tables, EditLists)
     }
     expectFaults({
         {"second", withEdits(elst({{1, 0}}) + elst({{1, 0}})), 19},
-        {"second behind a refused one", withEdits(elst({{1, 0, 0}}) + elst({{1, 0}})), 0, {118}},
+        {"second after a refused one", withEdits(elst({{1, 0, 0}}) + elst({{1, 0}})), 0, {118}},
         {"outside a track", movieFile(elst({{1, 0}})), 31},
     });
 

@@ -38,11 +38,11 @@ TEST(Mp4Walk, Faults)
         {"no movie", ftyp() + box("mdat"), 13},
         {"movie", moov},
         {"second movie", moov + moov, 19},
-        {"seven bytes behind", moov + std::string(7, '\0'), 0, {112}},
+        {"seven bytes after it", moov + std::string(7, '\0'), 0, {112}},
         {"seven bytes in a container", movieFile(box("udta", std::string(7, '\0'))), 0, {112}},
         {"unknown boxes", box("wide") + moov + box("\xA9nam"), 0, {102, 102}},
         {"size 0 runs to the end", moov + sizedBox(0, "mdat", "abc")},
-        {"size 0 behind which the parent ends", movieFile(sizedBox(0, "udta")), 18},
+        {"size 0 after which the parent ends", movieFile(sizedBox(0, "udta")), 18},
         {"64-bit size", largeBox("mdat", "abc") + moov},
         {"smaller than its header", sizedBox(7, "free") + moov, 18},
         {"smaller than its large header", sizedLargeBox(15, "free") + moov, 18},
@@ -103,7 +103,7 @@ TEST(Mp4Movie, Tracks)
          with([](TrackBoxes& t) { t.mediaHeader = mdhd(1, 1, 2); }),
          0,
          {123, 103}},
-        {"header behind the media", with([](TrackBoxes& t) {
+        {"header after the media", with([](TrackBoxes& t) {
              t.inTrack = box("udta", mdhd(1000, 1000)) + t.header;
              t.mediaHeader.clear();
              t.header.clear();

@@ -1,7 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Walks of random movies, compared with an expansion of the same movies that knows no tables.
+// Compares walks of random movies with a model that expands them without tables.
 
 #include "server/KRXSyncFileIo.h"
 #include "server/SRMessage.h"
@@ -88,7 +88,7 @@ double wholeMillis(double t, unsigned timescale)
     return std::nearbyint(1000.0 * t / timescale);
 }
 
-/// The same of a time, which 32 bits hold.
+/// The same for a time, limited to 32 bits.
 unsigned millis(unsigned long long t, unsigned timescale)
 {
     return static_cast<unsigned>(std::min(wholeMillis(static_cast<double>(t), timescale), 4294967295.0));

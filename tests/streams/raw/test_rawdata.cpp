@@ -137,7 +137,7 @@ TEST(RawDataTest, SaveWritesWhatWasLoaded)
     EXPECT_EQ(temp.read("rec/contexts"), files.at("contexts"));
     EXPECT_TRUE(data.load());
 
-    // Nothing at all becomes an index without segments and empty contexts, in a directory that is created.
+    // Saving an empty stream creates the directory, an index without segments, and empty contexts.
     RawData fresh(temp.file("new/rec"), {}, &context, &io);
     EXPECT_TRUE(fresh.save());
     EXPECT_EQ(temp.read("new/rec/index"), std::string("\0\1\0\0", 4) + std::string(13, '\0'));

@@ -15,7 +15,7 @@ using Messages = std::vector<RecordingHolder::Message>;
 
 const std::string kPath = "rec/0000000000000000";
 
-/// What a load of one segment gave.
+/// The result of loading one segment.
 struct Loaded
 {
     bool result = false;
