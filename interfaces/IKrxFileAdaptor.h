@@ -9,9 +9,9 @@
 
 /// A pluggable file adaptor that works asynchronously. Paths are bytes.
 ///
-/// Every operation answers whether it took the request. A request that was taken is completed exactly once,
-/// from any thread and perhaps before the operation returns; what the arguments point at must live until
-/// then. A request that was refused is never completed.
+/// Every operation returns whether it accepted the request. An accepted request completes exactly once, on
+/// any thread, perhaps before the operation returns; what the arguments point to must live until then. A
+/// refused request never completes.
 class IKrxFileAdaptor
 {
 public:
@@ -20,7 +20,7 @@ public:
     {
         kRemoveFile = 0,          ///< a file
         kRemoveEmptyDir = 1,      ///< a directory that is empty
-        kRemoveDirRecursive = 3,  ///< a directory with all that it holds
+        kRemoveDirRecursive = 3,  ///< a directory and its contents
     };
 
     /// Receives the end of one request.

@@ -15,7 +15,7 @@ class SRString;
 class IKrxFileIo
 {
 public:
-    /// The kind of file that a caller of fstat and stat expects. A status of another kind fails with -1.
+    /// The kind of file that a caller of fstat and stat expects. Another kind fails with -1.
     enum Mode
     {
         kAny = -1,

@@ -7,7 +7,7 @@ class IQVStreamOpenContext;
 class ISegmentHolder;
 struct SegmentBounds;
 
-/// What IQVStreamAdaptor::getAttribute answers.
+/// What IQVStreamAdaptor::getAttribute returns.
 enum AttrType_t : unsigned
 {
     kAttrModifiedTime = 1,  ///< 4 bytes, seconds since 1970

@@ -12,7 +12,7 @@ public:
     virtual ~IQVStreamContext() = default;
     virtual unsigned getVersion() const = 0;
     /// Copies the setting's text to *value, which has room for size bytes, without a terminating zero.
-    /// Returns 0 when it did, the size needed when that is above size, -1 when the key is not configured.
+    /// Returns 0 on success, the size needed when size is too small, -1 when the key is not configured.
     virtual int getConfig(const char* key, char** value, int size) = 0;
     /// Hands over a finding. level is a LogLevel_t.
     virtual void log(const char* text, unsigned short level, bool flag) = 0;

@@ -20,8 +20,7 @@ enum VerboseLevel_
 }  // namespace krx::util
 
 /// The calls of SimpleKrxSyncFileIo, made on the threads of a pool while the caller waits. A call from one of
-/// the pool's own threads is made at once; one that comes when the pool is closed gives -1. Safe from any
-/// thread.
+/// the pool's own threads is made at once; a call after the pool is closed gives -1. Safe from any thread.
 class SimpleKrxASyncFileIo : public IKrxFileIo
 {
 public:

@@ -66,7 +66,7 @@ int SimpleKrxSyncFileIo::close(int fd, bool)
     return SRFileUtil::close(fd);
 }
 
-// The position travels with the call: same result as a seek in front of it, with one system call.
+// Positional calls: the result of a seek and a call, with one system call.
 
 int SimpleKrxSyncFileIo::read(int fd, long long offset, void* buf, unsigned n)
 {

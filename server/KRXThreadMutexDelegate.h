@@ -19,7 +19,7 @@ public:
 
     /// Waits until done is set by resume(). Only for the owning thread.
     void suspend(const bool& done);
-    /// Sets done and wakes the owner. The owner may be gone with all that it owned when this returns.
+    /// Sets done and wakes the owner. The owner and all it owns may be gone when this returns.
     void resume(bool& done);
 
 private:

@@ -15,22 +15,22 @@
 /// AMF3's variable-length integers, and its texts with their reference table. The table lives as long as the
 /// parser. A text that is referred to is shared with the table, however often.
 ///
-/// What a reader makes takes at most kMemoryFactor bytes of memory for each byte that it reads, and
-/// kMemorySlack; more than that is bad data. Data that means something takes less than half of it: only
-/// masses of objects and blobs of two or three bytes each come near.
+/// A reader takes at most kMemoryFactor bytes of memory per byte that it reads, plus kMemorySlack; more is
+/// bad data. Meaningful data takes less than half of it: only masses of objects and blobs of two or three
+/// bytes each come near.
 class SRAMF3Parser : public SRDataParser
 {
 public:
     static constexpr unsigned kMemoryFactor = 44;
     static constexpr unsigned kMemorySlack = 4U << 20;
-    /// What a reader of so many bytes may take.
+    /// The limit for a reader of that many bytes.
     static constexpr std::uint64_t memoryLimitFor(unsigned bytes)
     {
         return std::uint64_t{kMemoryFactor} * bytes + kMemorySlack;
     }
 
-    /// Makes the limit of a reader's memory smaller. A writer has none by default; with one it fails, as at
-    /// its output limit, when its buffer and its tables would take more.
+    /// Lowers a reader's memory limit. A writer has none by default; with one it fails, as at its output
+    /// limit, when its buffer and tables would take more.
     void setMemoryLimit(std::uint64_t bytes) { m_memoryLimit = bytes; }
     /// An upper bound of the memory taken so far.
     std::uint64_t memoryCharged() const { return m_charged; }
@@ -57,15 +57,15 @@ protected:
     /// Adds the text that was written last.
     void StringTableAdd(std::string_view text);
     std::size_t stringTableSize() const { return m_written.size(); }
-    /// Drops what was added since a writer's table had that size.
+    /// Cuts a writer's table back to that size.
     void shrinkStringTable(std::size_t size) { m_written.resize(std::min(size, m_written.size())); }
 
     /// As ReadAMF3String; true unless the text was encoded as the empty one (which ends a list of names).
     bool readAMF3Text(SRMBString& text);
-    /// As ReadXMLString, where the bytes lie.
+    /// As ReadXMLString, without a copy.
     bool readXMLText(unsigned u29, std::string_view& text);
 
-    /// Accounts for memory that is taken. Beyond the limit it is false after bad data, and a writer throws
+    /// Accounts for memory. Beyond the limit a reader returns false after bad data, a writer throws
     /// OutputLimitReached.
     bool charge(std::size_t bytes);
     /// The same for an allocation of so many bytes.

@@ -18,11 +18,10 @@
 /// a later value may refer to, another one AMF3's class descriptions; both are common to all values until a
 /// reset.
 ///
-/// Values that are nested deeper than kMaxNesting are bad data in reading and a failure in writing.
+/// Values nested deeper than kMaxNesting are bad data when read and a failure when written.
 ///
-/// References can make an array lie in itself. A reader remembers where it closed a circle, and opens it
-/// again at its own end, so that nothing leaks: that one value becomes undefined. The rest of a value that
-/// was copied out stays intact.
+/// References can make an array contain itself. A reader remembers the value that closes a circle, and makes
+/// it undefined at its own end, so that nothing leaks. The rest of a value that was copied out stays intact.
 class SRCSerializer : public SRAMF3Parser
 {
 public:
@@ -32,13 +31,13 @@ public:
     SRCSerializer() = default;
     ~SRCSerializer() override;
 
-    /// Reads one value; with reset the tables are emptied afterwards. Returns its marker, 9 when there is
-    /// none, or not the memory for it (see hasReadStarved). Throws SRBreakConnection 1029, for a marker that
-    /// does not exist also when the reader does not throw on bad data.
+    /// Reads one value; with reset the tables are emptied afterwards. Returns its marker; 9 when there is
+    /// none, or no memory for it (see hasReadStarved). Throws SRBreakConnection 1029, for an unknown marker
+    /// also when the reader does not throw on bad data.
     int GetVar(SRData* value, bool reset);
-    /// Writes one value; with reset the tables are emptied afterwards. False, and the output is what it was,
-    /// when the value cannot be written wholly: no memory, the output limit, too deep, or an array that lies
-    /// in itself where the encoding has no references.
+    /// Writes one value; with reset the tables are emptied afterwards. False, with the output unchanged, when
+    /// the value cannot be written wholly: no memory, the output limit, too deep, or an array that contains
+    /// itself where the encoding has no references.
     bool PutVar(const SRData* value, bool reset);
 
     /// Reads or writes one AMF0 value, after its name when there is one. Returns the marker; 9 when the value
@@ -55,10 +54,9 @@ public:
 
     /// Some value since the start could not be written wholly.
     bool hasWriteFailed() const { return m_writeFailed; }
-    /// The same for want of memory, not by its nature or the output limit.
+    /// The same for lack of memory, not for its nature or the output limit.
     bool hasWriteStarved() const { return m_writeStarved; }
-    /// Some value since the start could not be read for want of memory: the values read are not all of the
-    /// input.
+    /// Some value since the start could not be read for lack of memory: the values read are incomplete.
     bool hasReadStarved() const { return m_readStarved; }
 
     /// Puts an array into the object table, which grows with empty slots when the index lies past its end.
@@ -70,13 +68,13 @@ private:
     /// Hint of an entry of the object table whose values are being read: a reference to it closes a circle.
     static constexpr unsigned char kBeingRead = 255;
 
-    /// What an array's entries take besides themselves, and the name that some of them have, at most.
+    /// At most what an array's entries take besides themselves and the name that some have.
     static constexpr std::size_t kEntriesBytes = 24;
 
     /// What the index of a writer's object takes.
     static constexpr std::size_t kIndexBytes = 8;
 
-    /// A holder has a reference to a target in which it lies itself.
+    /// A holder has a reference to a target that contains it.
     struct Circle
     {
         SRDataArrayPtr holder;
@@ -116,14 +114,13 @@ private:
     void shrinkTable(unsigned size);
     void shareTableEntry(SRData& value, unsigned index, int kind);
     void openCircles() noexcept;
-    /// Null after bad data for a marker that does not exist, which throws whatever the reader does with bad
-    /// data.
+    /// Null after bad data for an unknown marker, which throws in every reader.
     const MarkerRow* existingRow(int marker);
     void readWith(const MarkerRow& row, SRData& value, int marker);
 
     // AMF0.
     int readVar(SRData& value, std::string_view* name);
-    /// What read returns; the end marker where memory runs out.
+    /// Returns read(), or the end marker when memory runs out.
     template <typename Read>
     int unlessStarved(const Read& read);
     int readVarInside(SRData& value, std::string_view* name);
@@ -179,8 +176,8 @@ private:
     bool readNamedVar(SRDataArray& array, SRMBString&& name);
     void readNamedVars(SRDataArray& array);
     bool isTableIndex(unsigned index, const wchar_t* what);
-    /// False where the value is written out. A reference copies what it refers to; the value stays undefined
-    /// where that is of another kind.
+    /// False when the value follows inline. A reference copies its target; the value stays undefined when
+    /// that is of another kind.
     bool readCarried(SRData& value, unsigned header, const wchar_t* what, int kind);
     void writeAMF3Var(const SRData& value);
     void writeAMF3Number(const SRData& value);
@@ -195,19 +192,18 @@ private:
     void writeAMF3Entries(const SRDataArray& array, int first);
     bool writeAMF3Reference(SRDataArray& array);
 
-    /// What a later value may refer to: arrays, and the AMF3 values that may be referred to as well: dates,
-    /// XML and blobs. The arrays that carry these are made when one is asked for. An array that was skipped
-    /// is a null with its kind in timeZone until then.
+    /// What a later value may refer to: arrays, and AMF3 dates, XML and blobs. The array that carries one of
+    /// these is made on demand. Until then a skipped array is a null with its kind in timeZone.
     krx::ChunkedTable<SRData> m_objects;
     unsigned m_nextObject = 0;  ///< next free index of m_objects
     krx::ChunkedTable<SRNameListPtr> m_traits;
-    krx::HashIndex m_objectIndex;  ///< a writer's way from a value to its first index in m_objects
+    krx::HashIndex m_objectIndex;  ///< a writer's map of values to their first index in m_objects
 
     /// Arrays whose values are being read, and ECMA arrays whose values are being written; outermost first.
     std::vector<SRDataArray*> m_open;
     std::vector<Circle> m_circles;
-    /// Elements that the counts of the arrays being read promise and that are yet to come. Each needs at
-    /// least one byte: counts get no more room than there are bytes left.
+    /// Elements yet to come by the counts of the arrays being read. Each needs at least one byte: counts get
+    /// no more room than there are bytes left.
     std::uint64_t m_promised = 0;
     unsigned m_depth = 0;
     bool m_readStarved = false;

@@ -376,7 +376,7 @@ void SRCSerializer::skipElements()
 
 int SRCSerializer::writeVar(const SRData& value, const std::string_view* name)
 {
-    // Once something could not be written, all that is open is closed: trying on and on could take for ever.
+    // After a failure all open values are closed: trying on could take for ever.
     if (m_depth == 0)
         m_writeBroken = false;
     else if (m_writeBroken)
@@ -527,7 +527,7 @@ void SRCSerializer::writeStrictArray(SRDataArray& array)
     const int size = array.getSize();
     PutDWord(static_cast<unsigned>(size));
     for (int i = 0; i < size; ++i) {
-        // The count is written, so none may be missing.
+        // The count is written: none may be missing.
         if (writeVar(array.getPropertyValueConst(i), nullptr) == kObjectEndType)
             throw Unwritable();
     }

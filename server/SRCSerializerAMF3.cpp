@@ -225,7 +225,7 @@ void SRCSerializer::readAMF3Array(SRData& value, int)
     const Building building(*this, array.get(), Building::Table::kJoin);
     value.init(array.get(), kArrayType);
 
-    // The named elements come first and go after the others.
+    // The named elements are read first but appended last.
     if (count == 0) {
         readNamedVars(*array);
         return;
@@ -286,7 +286,7 @@ SRNameListPtr SRCSerializer::makeTraits(const SRMBString& className, std::vector
                                         bool isDynamic)
 {
     charge(sizeof(SRNameListPtr));
-    // Anonymous objects describe their class each: one description serves all.
+    // Each anonymous object describes its class: one description serves all.
     if (members.empty() && m_traits.size() > 0) {
         const SRNameListPtr& last = m_traits[m_traits.size() - 1];
         if (last->memberCount() == 0 && last->isDynamic() == isDynamic &&
@@ -532,7 +532,7 @@ void SRCSerializer::writeAMF3Vector(SRDataArray& array, int marker)
     if (writeAMF3Reference(array))
         return;
     const int first = marker == kAMF3ObjectVector ? 3 : 2;
-    // The array may have been changed since: no more elements than it has.
+    // The array may have changed since: write no more than it has.
     const auto present = static_cast<unsigned>(std::max(array.getSize() - first, 0));
     const unsigned count = std::min(static_cast<unsigned>(array.getPropertyValueConst(0)), present);
     WriteUint29(count * 2 + kAMF3Inline);

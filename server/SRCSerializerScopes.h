@@ -72,7 +72,7 @@ public:
     Promise(const Promise&) = delete;
     Promise& operator=(const Promise&) = delete;
 
-    /// As many of the elements as the bytes allow that no other promise needs.
+    /// The elements that fit in the bytes that no other promise needs.
     int room() const { return m_credible; }
     /// Counts one element as read. False when all are.
     bool takeOne()

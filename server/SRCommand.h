@@ -41,8 +41,8 @@ public:
         kCmdStopTransmit,
     };
 
-    /// When set, every parsing command treats bad data as in strict mode inside; whether the caller sees the
-    /// exception stays the matter of the command's own flag.
+    /// When set, every parsing command treats bad data as in strict mode inside; its own flag still decides
+    /// whether the caller sees the exception.
     static std::atomic<bool> gLogCommandParserError;
 
     /// An empty writer.
@@ -52,7 +52,7 @@ public:
     SRCommand& operator=(const SRCommand&) = delete;
     /// Parses length bytes of a body as they are. type: 20 and 17 are commands, 18 and 15 data. With
     /// throwFlag malformed data throws SRBreakConnection 1029; without it the command keeps what could be
-    /// read. Throws SROutOfMemory rather than pass a part for the whole.
+    /// read. Throws SROutOfMemory rather than keep a part only.
     SRCommand(unsigned char type, const unsigned char* data, int length, bool throwFlag);
     /// Parses a message's body, without the leading byte of AMF3 messages.
     SRCommand(const krx::SingleMessagePtr& message, bool throwFlag);
@@ -69,7 +69,7 @@ public:
     int argCount() const { return static_cast<int>(m_args.size()); }
     /// Argument i; an undefined value when there is none.
     const SRData& getArg(int i) const;
-    /// A new message with the bytes of argument index as its body, and advances index; null, and index stays,
+    /// Returns a new message with the bytes of argument index and advances index; null, with index unchanged,
     /// when that argument is no blob or too long.
     SRMessagePtr getArgAsMessage(int& index) const;
 

@@ -45,8 +45,8 @@ using SRDataArrayPtr = SRPtr<SRDataArray>;
 struct SRBlobSpan;
 class SRNameList;
 
-/// The plain part of a value: it owns nothing by itself and can be moved about byte by byte. Data that is
-/// read has as many of these as it has bytes, at worst: it has 16 bytes.
+/// The plain part of a value: it owns nothing by itself and can be moved byte by byte. It has only 16 bytes,
+/// as data may need one of these per byte.
 struct SRDataValue
 {
     union Payload {
@@ -161,7 +161,7 @@ public:
     /// Makes out a string: the readable form of this value.
     void toString(SRData& out) const;
     /// The same as a string. Arrays are rendered as "{name: value, name: value}", to at most maxBytes and
-    /// with "{...}" where an array lies in itself or too deep.
+    /// with "{...}" for an array inside itself or too deep.
     SRMBString toText(std::size_t maxBytes = kMaxTextBytes) const;
 
     /// Longest rendering of an array: references can make its full form exponentially long.
@@ -179,15 +179,15 @@ private:
 };
 
 /// An ordered list of named values: objects and arrays of every sort. Duplicate names are kept; names are
-/// looked up ignoring the case of ASCII letters. Several threads may read one array; nobody may read what
-/// another one changes.
+/// looked up ignoring the case of ASCII letters. Several threads may read one array, but not while another
+/// one changes it.
 ///
-/// Data that is read may mean an array for every two bytes, and a value for each, so an array without entries
-/// has 40 bytes, and names take none while they are implied: the first entries may be named by their index in
-/// decimal, or by a list that many arrays share. All functions that allocate throw SROutOfMemory and leave
-/// the array as it was.
+/// Data may have an array per two bytes and a value per byte, so an array without entries has 40 bytes, and
+/// names take none while they are implied: the first entries may be named by their index in decimal, or by a
+/// list that many arrays share. All functions that allocate throw SROutOfMemory and leave the array as it
+/// was.
 ///
-/// Releasing an array never recurses, however deep its values are nested. Arrays that lie in themselves keep
+/// Releasing an array never recurses, however deep its values are nested. Arrays that contain themselves keep
 /// themselves alive: whoever builds such a circle breaks it (a reader of serialized data does so at its end).
 class SRDataArray : public SRObject
 {
@@ -198,10 +198,10 @@ public:
     SRDataArray() = default;
     /// Empty, with room for capacity entries; a capacity below 1 is reported.
     explicit SRDataArray(int capacity);
-    /// Empty. The first entries that are appended without a name have those of the list; its first value,
-    /// when it has one, is the array's.
+    /// Empty but for the list's first value, if it has one. The first entries appended without a name take
+    /// the list's names.
     explicit SRDataArray(const SRPtr<SRNameList>& names);
-    /// New entries; the values in them are copied as values are, so nested arrays are shared.
+    /// Copies the entries; nested arrays are shared.
     SRDataArray(const SRDataArray& other);
     ~SRDataArray() override;
     /// Takes the kind and sets every entry of other by index; surplus entries of this array stay.
@@ -227,7 +227,7 @@ public:
     const SRData& operator[](const char* name) const;
 
     /// Entry i, for which the array grows when needed. A negative index gives a value that is not part of it,
-    /// as above. Asking for a name, by which it could be changed, is a change where names are implied.
+    /// as above. Where names are implied, asking for one counts as a change of it.
     SRMBString& getPropertyName(int i);
     SRData& getPropertyValue(int i);
     /// Entry i; the empty name and the undefined value when there is none.
@@ -238,7 +238,7 @@ public:
 
     /// Sets entry i, for which the array grows when needed (a negative index: nothing happens). Returns 1.
     int setValue(int i, const SRMBString& name, const SRData& value);
-    /// An entry that is appended under that name would have it as its implied one.
+    /// The name is the one implied for the next appended entry.
     bool impliesNext(std::string_view name) const
     {
         return m_implied == m_size && !m_link.names && isImpliedName(m_size, name);
@@ -257,7 +257,7 @@ public:
     /// The same piece by piece, for any length. write must not keep a piece.
     void writeText(std::size_t maxBytes, const std::function<void(std::string_view piece)>& write) const;
 
-    /// True when some array, reached from this one, lies in itself.
+    /// True when some array reached from this one contains itself.
     bool containsCircle() const;
 
 private:
@@ -296,7 +296,7 @@ private:
 
     int m_kind = kUndefinedType;
     unsigned m_size = 0;
-    unsigned m_implied = 0;  ///< so many entries from the first on have no name of their own
+    unsigned m_implied = 0;  ///< that many first entries have no name of their own
     /// Null while there are no entries, or only the one that the list gives.
     mutable std::atomic<Block*> m_block{nullptr};
     mutable Link m_link{nullptr};

@@ -237,7 +237,7 @@ int SRDataArray::indexOf(const char* name, int start) const
     NameBuffer buffer;
     auto i = static_cast<unsigned>(std::max(start, 0));
     if (!m_link.names && i < m_implied) {
-        // The name of an index names that one only.
+        // A decimal name means that index only.
         unsigned wanted = 0;
         const auto parsed = std::from_chars(name, name + std::strlen(name), wanted);
         if (parsed.ec == std::errc() && wanted >= i && wanted < m_implied && isImpliedName(wanted, name))
@@ -245,7 +245,7 @@ int SRDataArray::indexOf(const char* name, int start) const
         i = m_implied;
     }
     for (; i < m_size; ++i) {
-        // All names end with a zero character but those of indices.
+        // All names but those of indices end with a zero character.
         if (SRStrUtil::compareNoCase(getNameView(static_cast<int>(i), buffer).data(), name) == 0)
             return static_cast<int>(i);
     }

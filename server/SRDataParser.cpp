@@ -127,7 +127,7 @@ void SRDataParser::logErrorTrace() const
     if (directory.empty())
         return;
     const SRString pattern = SRFileUtil::nameToNative(L"%S\\logs\\cmdParsingLog.log");
-    // Whatever bears the file's name, opening it must not wait for anybody.
+    // Opening must not block, whatever has the file's name.
     const krx::util::SRAutoFile file(SRFileUtil::open(SRString::format(pattern.c_str(), directory),
                                                       O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_NOCTTY,
                                                       kCreateForAll));

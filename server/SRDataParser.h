@@ -16,9 +16,9 @@
 /// A cursor over serialized bytes: a reader over bytes that it does not own, or a writer with a growing
 /// buffer of its own. All integers and doubles are big-endian.
 ///
-/// Bad data in reading is put into the error trace. Then a reader that throws throws SRBreakConnection 1029;
-/// any other one writes the trace out, is marked bad and jumps to its end, so that every further read quietly
-/// gives 0. A primitive of the wrong direction is reported and does nothing (a read gives 0).
+/// Bad data goes into the error trace. Then a throwing reader throws SRBreakConnection 1029; any other writes
+/// the trace out, is marked bad and jumps to its end, so that every further read gives 0. Reading from a
+/// writer or writing to a reader is reported and does nothing (a read gives 0).
 class SRDataParser : protected krx::AMFWriter
 {
 public:
@@ -28,7 +28,7 @@ public:
     static constexpr unsigned kMaxShortText = kAMF0MaxShortText;
     static constexpr int kAMF0 = 0;
     static constexpr int kAMF3 = 3;
-    /// Most bytes that a writer collects unless it is set otherwise.
+    /// Default limit of a writer's output in bytes.
     static constexpr unsigned kDefaultOutputLimit = 64U << 20;
 
     /// A writer without a buffer.
@@ -62,7 +62,7 @@ public:
     void PutString(const char* text, int type);
     void PutString(std::string_view text, int type);
     void PutData(const void* bytes, unsigned n) { putBytes(bytes, n); }
-    /// Makes room for n more bytes: doubles up to 64 KiB, then grows by 64 KiB, from 256 bytes on.
+    /// Makes room for n more bytes: starts with 256 bytes, doubles up to 64 KiB, then adds 64 KiB.
     void CheckBufferSize(unsigned n);
 
     /// Begins a record with a header word of type * 64 + length; with isLong the length follows in 32 bits.
@@ -94,7 +94,7 @@ public:
     /// Appends the trace to the file cmdParsingLog.log in the directory "logs" under the current directory,
     /// when there is such a directory. It is cut after traceLimit() bytes.
     void logErrorTrace() const;
-    /// A reader's trace may have 4 KiB, and 32 bytes for each byte that it reads from.
+    /// A reader's trace may have 4 KiB plus 32 bytes per byte of its input.
     std::size_t traceLimit() const { return 4096 + std::size_t{32} * m_limit; }
 
 protected:
@@ -112,7 +112,7 @@ protected:
     /// Whether logErrorTrace() would find its directory.
     static bool hasTraceDirectory();
 
-    /// Something that is being read: as long as it lives, failures inside it have its line in the trace.
+    /// Something being read: while it lives, failures inside it add its line to the trace.
     class TraceScope
     {
     public:
@@ -152,7 +152,7 @@ protected:
         DeferredThrow(const DeferredThrow&) = delete;
         DeferredThrow& operator=(const DeferredThrow&) = delete;
 
-        /// Throws SRBreakConnection 1029, with the reader at the bad data and not bad, when there was any.
+        /// After bad data, moves the reader back to it, no longer bad, and throws SRBreakConnection 1029.
         void finish()
         {
             if (m_isOutermost && m_parser.m_throwPending)
@@ -164,8 +164,8 @@ protected:
         const bool m_isOutermost;
     };
 
-    /// Adds the lines of all that is being read to the trace, from the inside outwards, and throws
-    /// SRBreakConnection 1029, or has it thrown.
+    /// Adds the lines of all scopes to the trace, innermost first, and throws SRBreakConnection 1029 or
+    /// defers it.
     void raiseBadData();
 
     /// A writer would pass its output limit.

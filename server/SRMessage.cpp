@@ -209,7 +209,7 @@ bool SRMessage::reallocBuffer(unsigned n)
         const unsigned capacity = capacityFor(n);
         if (m_body && m_body->capacity() == capacity)
             return true;
-        // A body that others hold too stays theirs as it is.
+        // A body that others hold too must not change.
         const bool shared = m_body && m_body->_get() > (m_body->pool() ? 2 : 1);
         if (m_body && !shared)
             return m_body->resize(capacity);
@@ -242,8 +242,7 @@ bool SRMessage::appendSpace(unsigned n, unsigned char*& out)
         krx::util::assertFailed(kSourceFile, kSizeLine);
         return false;
     }
-    // Doubling keeps many small appends cheap; where that much memory is not to be had, what is needed will
-    // do.
+    // Doubling keeps many small appends cheap; without memory for that, just what is needed.
     const unsigned capacity = m_body ? m_body->capacity() : 0;
     if (length + n > capacity)
         reallocBuffer(std::min(std::max(length + n, capacity * 2), kMaxMessageLength));

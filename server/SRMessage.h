@@ -115,8 +115,8 @@ using SingleMessagePtr = SRPtr<SingleMessage>;
 class SRMessage;
 using SRMessagePtr = SRPtr<SRMessage>;
 
-/// A message of its own: it owns its body and can grow it. Lengths are in bytes, at most kMaxMessageLength;
-/// the body length stands in the header and is mirrored to the memory's used length.
+/// A message that owns its body and can grow it. Lengths are in bytes, at most kMaxMessageLength; the body
+/// length stands in the header and is mirrored to the memory's used length.
 class SRMessage : public krx::SingleMessage
 {
 public:
@@ -136,7 +136,7 @@ public:
     /// An empty message from that pool. Throws SROutOfMemory.
     static SRMessagePtr create(unsigned size = kDefaultSize);
 
-    /// At a count of 1 with an owning pool the last reference is the pool's: the message goes back there.
+    /// With an owning pool, a count of 1 is the pool's reference: the message goes back there.
     int _release() const override;
 
     /// Queue that the message belongs to: 0 audio, 1 video, 2 others, 3 shared objects.
@@ -170,14 +170,14 @@ public:
 
     SRPool<SRMessage>* pool() const { return m_pool; }
 
-    // What SRPool asks of its objects.
+    // Required by SRPool.
     static SRMessage* createForPool(unsigned size, SRPool<SRMessage>* pool);
     bool prepareForReuse(unsigned size);
     std::size_t pooledBytes() const;
     void onPooled();
 
 private:
-    /// Throws SROutOfMemory for a size whose capacity has no 32 bits.
+    /// Throws SROutOfMemory when the capacity exceeds 32 bits.
     static unsigned capacityFor(unsigned size);
     bool appendSpace(unsigned n, unsigned char*& out);
 

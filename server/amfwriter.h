@@ -10,7 +10,7 @@
 namespace krx {
 
 /// The encoder of AMF: writes markers, lengths, names and plain values into the room that a derived class
-/// provides. It keeps no state; what belongs together is the caller's matter. All numbers are big-endian.
+/// provides. It keeps no state; the caller keeps values complete. All numbers are big-endian.
 class AMFWriter
 {
 public:
@@ -30,8 +30,8 @@ public:
     void putShortText(std::string_view text);
     /// A length of four bytes and the bytes. The text has less than 2^32 bytes.
     void putLongText(std::string_view text);
-    /// What stands before the bytes of an AMF0 text of that size, less than 2^32: the marker if wanted, and
-    /// the length in the short form where that is possible.
+    /// The start of an AMF0 text of that size, less than 2^32: the marker if wanted, and the length, in the
+    /// short form if possible.
     void putTextStart(unsigned size, bool withMarker);
     /// An AMF0 number with its marker.
     void putNumber(double value);
@@ -46,7 +46,7 @@ protected:
     AMFWriter& operator=(const AMFWriter&) = default;
     ~AMFWriter() = default;
 
-    /// Returns the next n bytes to write to, or null: then they are left out.
+    /// Returns the next n bytes to write to, or null to leave them out.
     virtual unsigned char* make(unsigned n) = 0;
 };
 

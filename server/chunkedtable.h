@@ -9,8 +9,8 @@
 
 namespace krx {
 
-/// A growing list whose entries stay where they are: while it grows it takes no more memory than afterwards.
-/// Unlike a std::deque it allocates nothing before its first entry, as most messages have none.
+/// A growing list whose entries never move: growing takes no more memory than the result. Unlike a std::deque
+/// it allocates nothing before its first entry, as most messages have none.
 template <typename T>
 class ChunkedTable
 {

@@ -15,8 +15,7 @@ namespace krx {
 class CompositeMessage;
 using CompositeMessagePtr = SRPtr<CompositeMessage>;
 
-/// One message inside an aggregate. It lives as long as its aggregate, so it counts on the aggregate's
-/// references.
+/// One message inside an aggregate. It lives as long as its aggregate, which counts its references.
 class SubMessage : public SingleMessage
 {
 public:
@@ -87,8 +86,8 @@ public:
     unsigned char getDataKinds() const;
 
     // Cuts the range in two aggregates; an empty part is null, and a part that is the whole is this aggregate
-    // itself. Parts share the body of the aggregate that they all come from, and keep it alive. The time
-    // grows with the smaller part: taking the records off one by one takes time in proportion to them.
+    // itself. Parts share the body of the aggregate that they all come from, and keep it alive. The time is
+    // linear in the smaller part: taking all records off one by one is linear too.
 
     /// Before record i.
     void splitByIndex(unsigned i, CompositeMessagePtr& first, CompositeMessagePtr& second);
@@ -100,7 +99,7 @@ public:
     CompositeMessagePtr getNext() const;
 
 private:
-    /// What a record counts as, kept from when the whole was made: subtraction must match addition.
+    /// How a record was counted when the whole was made: subtraction must match addition.
     struct RecordKind
     {
         unsigned char type;

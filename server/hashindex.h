@@ -12,13 +12,13 @@
 namespace krx {
 
 /// Finds entries of a list by a hash: a table of their indices with linear probing and slots of 4 bytes, at
-/// most three quarters of them used. The list is kept elsewhere. Entries may leave it at its end and be
-/// replaced by others: every candidate is compared with the list.
+/// most three quarters of them used. The list is kept elsewhere. Entries at its end may be dropped and
+/// replaced: every candidate is compared with the list.
 class HashIndex
 {
 public:
-    /// The first of the entries with that hash, by the order of adding, for which isSame(index); -1 when
-    /// there is none. isSame must be false for an index past the end of the list.
+    /// The first entry added with that hash for which isSame(index) is true; -1 when there is none. isSame
+    /// must be false for an index past the end of the list.
     template <typename IsSame>
     int find(std::uint64_t hash, IsSame isSame) const
     {

@@ -20,11 +20,11 @@ public:
 
     /// Allocates capacity bytes (0: none); throws SROutOfMemory. pool owns the block or is null.
     explicit SRMemory(unsigned capacity, SRPool<SRMemory>* pool = nullptr);
-    /// Takes over data, which is given to freeFunction at the end (null: it stays the caller's).
+    /// Takes over data and frees it with freeFunction (null: it stays the caller's).
     SRMemory(unsigned char* data, unsigned capacity, FreeFunction freeFunction);
     ~SRMemory() override;
 
-    /// At a count of 1 with an owning pool the last reference is the pool's: the block goes back on its list.
+    /// With an owning pool, a count of 1 is the pool's reference: the block goes back on its list.
     int _release() const override;
 
     unsigned char* data() { return m_data; }
@@ -38,7 +38,7 @@ public:
     /// move: only a sole holder may resize.
     bool resize(unsigned capacity) noexcept;
 
-    // What SRPool asks of its objects.
+    // Required by SRPool.
     static SRMemory* createForPool(unsigned size, SRPool<SRMemory>* pool);
     bool prepareForReuse(unsigned size) noexcept;
     void onPooled() noexcept {}
@@ -82,8 +82,8 @@ public:
     void setEnd(unsigned end);
     unsigned length() const { return m_end - m_start; }
 
-    /// Makes the capacity at least capacity bytes, keeping the bytes; false when there is no memory. Memory
-    /// that others hold too is copied, and they keep theirs.
+    /// Makes the capacity at least capacity bytes and keeps the bytes; false when there is no memory. Memory
+    /// that others hold too is copied.
     bool reserve(unsigned capacity);
 
 private:

@@ -33,7 +33,7 @@ protected:
     SRString m_message;
 };
 
-/// The peer or the data is not to be trusted any further; code is the reason.
+/// The peer or the data can no longer be trusted; code is the reason.
 class SRBreakConnection : public SRException
 {
 public:
@@ -54,8 +54,8 @@ public:
 
 namespace krx::util {
 
-/// What call returns, or what otherwise returns when call ends for want of memory: the library throws
-/// SROutOfMemory then, the standard library std::bad_alloc. Other exceptions pass.
+/// Returns call(), or otherwise() when call runs out of memory: with SROutOfMemory from the library or
+/// std::bad_alloc from the standard library. Other exceptions pass.
 template <typename Call, typename Otherwise>
 auto unlessOutOfMemory(Call call, Otherwise otherwise) -> decltype(call())
 {

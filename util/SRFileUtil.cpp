@@ -21,7 +21,7 @@ namespace krx::util {
 
 namespace {
 
-/// Makes the call again while a signal interrupts it.
+/// Repeats the call while a signal interrupts it.
 template <typename Call>
 auto retried(Call call)
 {
@@ -39,7 +39,7 @@ bool failed(int error)
     return false;
 }
 
-/// What call returns, or failure, with ENOMEM, where memory runs out.
+/// Returns call(); when memory runs out, sets ENOMEM and returns failure.
 template <typename Call, typename Result>
 auto orFailure(Call call, Result failure)
 {
@@ -49,20 +49,20 @@ auto orFailure(Call call, Result failure)
     });
 }
 
-/// What call returns for the bytes of a path, or failure as above.
+/// Returns call() for the bytes of a path, or failure as above.
 template <typename Call, typename Result>
 auto withBytes(const SRString& path, Call call, Result failure)
 {
     return orFailure([&] { return call(SRLocaleString(path).c_str()); }, failure);
 }
 
-/// Whether the status of path can be had; into st.
+/// Gets the status of path; false on failure.
 bool statusOf(const SRString& path, struct ::stat64& st)
 {
     return SRFileUtil::stat64(path, &st) == 0;
 }
 
-/// Bytes that an UTF-8 sequence with this first byte has; 0 for a byte that starts none.
+/// Bytes of a UTF-8 sequence with this first byte; 0 for a byte that starts none.
 unsigned sequenceLength(int lead)
 {
     if (lead < 0x80)
@@ -74,7 +74,7 @@ unsigned sequenceLength(int lead)
     return lead >= 0xF0 && lead <= 0xF4 ? 4 : 0;
 }
 
-/// The character that begins with the byte lead, which was read.
+/// The character that begins with lead, a byte already read.
 std::wint_t restOfCharacter(int lead, std::FILE* file)
 {
     const unsigned length = sequenceLength(lead);
@@ -199,7 +199,7 @@ int SRFileUtil::open(const SRString& path, int flags, int mode)
 
 int SRFileUtil::close(int fd)
 {
-    // The descriptor is gone even when a signal interrupts the call, so it is never made again.
+    // The descriptor is gone even when a signal interrupts the call, so it is never repeated.
     return ::close(fd);
 }
 
@@ -407,7 +407,7 @@ FilePos SRFileUtil::getFileLen(const SRString& path)
 
 FilePos SRFileUtil::getFileLen(std::FILE* file)
 {
-    // What the stream still holds belongs to the file's length.
+    // Bytes that the stream still holds count in the length.
     return std::fflush(file) == 0 ? getFileLen(::fileno(file)) : -1;
 }
 

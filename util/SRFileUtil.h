@@ -22,10 +22,9 @@ using FilePos = long long;
 
 /// The toolbox of path and file operations.
 ///
-/// A path is handed to the system as its bytes, whatever the locale. Operations that return an int, a FilePos
-/// or an ssize_t give a negative value on failure, those that return a bool false, those that return a
-/// pointer null; errno then has the reason. These do not throw: without memory they fail with ENOMEM.
-/// Descriptors and streams are closed on exec.
+/// A path is passed to the system as bytes, whatever the locale. On failure an operation returns a negative
+/// value (int, FilePos, ssize_t), false (bool) or null (pointer), and errno has the reason. These do not
+/// throw: without memory they fail with ENOMEM. Descriptors and streams are closed on exec.
 class SRFileUtil
 {
 public:
@@ -41,7 +40,7 @@ public:
     /// One system call; may move fewer than n bytes.
     static ssize_t read(int fd, void* buf, std::size_t n);
     static ssize_t write(int fd, const void* buf, std::size_t n);
-    /// Repeats until n bytes are read or the file ends; the count read.
+    /// Repeats until n bytes are read or the file ends; returns the count.
     static ssize_t readUntilDone(int fd, void* buf, std::size_t n);
     /// Repeats until n bytes are written.
     static ssize_t writeUntilDone(int fd, const void* buf, std::size_t n);
@@ -58,15 +57,15 @@ public:
     static std::size_t fread(void* buf, std::size_t size, std::size_t count, std::FILE* file);
     static std::size_t fwrite(const void* buf, std::size_t size, std::size_t count, std::FILE* file);
     static int fgetc(std::FILE* file);
-    /// One character of UTF-8 text, WEOF at the end. A byte that is no part of well-formed UTF-8 gives
-    /// U+DC00 + byte, as SRString has it.
+    /// One character of UTF-8 text, WEOF at the end. A byte outside well-formed UTF-8 gives U+DC00 + byte, as
+    /// in SRString.
     static std::wint_t fgetwc(std::FILE* file);
     static int fputc(int c, std::FILE* file);
     static int ungetc(int c, std::FILE* file);
     static int fflush(std::FILE* file);
     static bool _feof(std::FILE* file);
 
-    /// Steps over a leading byte order mark (EF BB BF), else goes back to the start; whether there was one.
+    /// Skips a leading byte order mark (EF BB BF), else goes to the start. Returns whether there was one.
     static bool skipUTF8Header(std::FILE* file);
     static bool skipUTF8Header(unsigned char*& data, unsigned& length);
 
@@ -75,9 +74,9 @@ public:
     static int stat64(const SRString& path, struct stat64* st);
     static int stat(const SRString& path, struct stat* st);
     static int access(const SRString& path, int mode);
-    static bool fileExists(const SRString& path);  ///< something of whatever kind
+    static bool fileExists(const SRString& path);  ///< something of any kind
     static bool dirExists(const SRString& path);
-    static bool isFile(const SRString& path);         ///< something that is no directory
+    static bool isFile(const SRString& path);         ///< anything but a directory
     static bool isRegularFile(const SRString& path);  ///< no directory, device, socket or pipe
     /// Whether the file exists and nobody has the permission to write it.
     static bool isReadOnly(const SRString& path);
@@ -100,8 +99,8 @@ public:
     static int rmdir(const SRString& path);
     static bool removeFile(const SRString& path);
     static bool removeDir(const SRString& path);  ///< an empty directory
-    /// Removes the directory and all that it holds. A symbolic link is removed, never followed; path itself
-    /// must not be one. Entries that vanish meanwhile do not count as failures.
+    /// Removes the directory and its contents. A symbolic link is removed, never followed; path itself must
+    /// not be one. Entries that vanish meanwhile do not count as failures.
     static bool removeDirRecursive(const SRString& path);
     static int mkdir(const SRString& path, mode_t mode = 0777);
     /// Creates the directory with all its missing parents; '\\' separates like '/'. True when it is there at
@@ -118,33 +117,30 @@ public:
     static void* dlopen(const SRString& path, int flags);
     static nl_catd catopen(const SRString& path, int flag);
 
-    // Path forms. These work on the text alone, except that a relative path is completed by the current
-    // directory where the result is an absolute one. Without memory they throw SROutOfMemory or
-    // std::bad_alloc.
+    // Path forms. These work on the text alone; only an absolute result may use the current directory, to
+    // complete a relative path. Without memory they throw SROutOfMemory or std::bad_alloc.
 
     static bool isDirSep(wchar_t c) { return c == L'/' || c == L'\\'; }
     /// Splits at the last directory separator, which belongs to neither part; only a root stays in dir. dir
     /// is empty when there is no separator. The outputs may be path itself.
     static void splitPath(const SRString& path, SRString& dir, SRString& name);
-    /// The directory that holds path, separators at the end of path ignored; empty for a root and a bare
-    /// name.
+    /// The directory that holds path, ignoring separators at its end; empty for a root and a bare name.
     static SRString getParentDir(const SRString& path);
     /// The absolute form, with "." and ".." resolved in the text; the file need not exist.
     static bool fullpath(SRString& out, const SRString& path);
-    /// relative as seen from the directory base, with "." and ".." resolved; relative itself when it is
-    /// absolute.
+    /// base/relative, with "." and ".." resolved; relative itself when it is absolute.
     static SRString resolvePath(const SRString& base, const SRString& relative);
-    /// path as seen from the directory base; path itself unless both are absolute.
+    /// The way from directory base to path; path itself unless both are absolute.
     static SRString absoluteToRelativePath(const SRString& base, const SRString& path);
-    /// Without doubled separators and "." components; ".." stays, since a link may stand before it.
+    /// Removes doubled separators and "." components; ".." stays, as it may follow a link.
     static SRString fixPathName(const SRString& path);
-    /// The name as one component of a path on any usual file system: forbidden characters become '_'.
+    /// Makes name a valid path component on usual file systems: forbidden characters become '_'.
     static SRString makeFileNameFriendly(const SRString& name);
-    /// With '\\' turned into '/'.
+    /// Replaces '\\' by '/'.
     static SRString nameToNative(const SRString& path);
     static bool isAbsolutePath(const SRString& path);
-    /// Whether a path stays below the directory that it is to be taken from: it is relative, and no ".."
-    /// leaves the base on the way. '\\' separates like '/'.
+    /// Whether a path stays below its base directory: it is relative, and no ".." leaves the base on the way.
+    /// '\\' separates like '/'.
     static bool isPathAllowed(const SRString& path);
 
     // Directories of the process. Safe from any thread.

@@ -45,8 +45,7 @@ Components componentsOf(std::wstring_view path)
     return componentsOf(path, [](wchar_t c) { return c == L'/'; });
 }
 
-/// Resolves "..". Where nothing is left to go up from, an absolute path stays at the root and a relative one
-/// keeps it.
+/// Resolves "..". With no component left, an absolute path stays at the root and a relative one keeps it.
 Components resolveDots(const Components& components, bool absolute)
 {
     Components resolved;

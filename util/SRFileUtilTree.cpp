@@ -104,7 +104,7 @@ private:
         return true;
     }
 
-    /// Removes what is no directory; child is the first directory met, empty at the end of the listing.
+    /// Removes entries up to the first directory, whose name child gets; empty at the end.
     bool removeEntries(std::string& child)
     {
         for (;;) {
@@ -116,7 +116,7 @@ private:
             if (name == "." || name == ".." || ::unlinkat(::dirfd(m_dir.get()), name.c_str(), 0) == 0 ||
                 errno == ENOENT)
                 continue;
-            // Systems differ in what they answer for a directory.
+            // Systems differ in the error for a directory.
             if (errno != EISDIR && errno != EPERM)
                 return false;
             child = name;

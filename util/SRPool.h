@@ -17,12 +17,12 @@
 #include <utility>
 #include <vector>
 
-/// Keeps objects of a class derived from SRObject for reuse: a free list for each thread, used without a
-/// lock, and a shared one that takes over what ending threads leave.
+/// Keeps objects of a class derived from SRObject for reuse: a free list per thread, used without a lock, and
+/// a shared one that takes over what ending threads leave.
 ///
 /// The pool holds one count on every object that it handed out or keeps. T::_release() calls giveBack() when
-/// SRObject::_release() returns 1; it must read which pool the object belongs to before that, since the
-/// object may be another holder's and gone afterwards. Any thread may release what another one acquired.
+/// SRObject::_release() returns 1; it must read the object's pool before that, since another holder may have
+/// deleted the object afterwards. Any thread may release what another one acquired.
 ///
 /// T supplies
 /// - `static T* createForPool(unsigned size, SRPool<T>*)`: a new object, count 0; throws SROutOfMemory
@@ -52,8 +52,8 @@ public:
     /// Takes back an object of this pool whose last count is the pool's.
     void giveBack(T* object) noexcept;
 
-    /// Destroys what lies idle in the shared list and in this thread's. Other threads destroy theirs when
-    /// they use the pool next.
+    /// Destroys the idle objects of the shared list and this thread's. Other threads destroy theirs when they
+    /// use the pool next.
     void clear();
 
     struct Stats
@@ -329,7 +329,7 @@ typename SRPool<T>::ThreadList* SRPool<T>::addThreadList()
             return nullptr;
         lists = created.release();
     }
-    // Lists of pools that are gone are empty, but perhaps just being emptied: leave() waits for that.
+    // The list of a destroyed pool is empty or still being emptied: leave() waits for that.
     lists->erase(std::remove_if(lists->begin(), lists->end(),
                                 [](const auto& list) {
                                     const bool gone = list->core->closed.load(std::memory_order_relaxed);

@@ -85,8 +85,8 @@ class SRMBString;
 
 /// The wide string: paths, report texts, exception messages.
 ///
-/// Multibyte text is UTF-8 whatever the locale. Every byte that is no part of well-formed UTF-8 becomes a
-/// lone surrogate (U+DC00 + byte) and turns back into that byte, so any path survives the way there and back.
+/// Multibyte text is UTF-8 whatever the locale. Every byte outside well-formed UTF-8 becomes a lone surrogate
+/// (U+DC00 + byte) and turns back into that byte, so any path survives the round trip.
 class SRString : public SRPooledText<wchar_t>
 {
 public:
@@ -99,7 +99,7 @@ public:
 
     /// Fills a printf-style pattern. %s and %S take strings of either width; integers and floating-point
     /// numbers are taken by their own type, so length modifiers have no effect; unsigned and signed char are
-    /// numbers. Missing values leave nothing; surplus ones are ignored. The locale has no say.
+    /// numbers. Missing values give no text; surplus ones are ignored. The locale has no effect.
     template <typename... Args>
     static SRString format(const wchar_t* pattern, const Args&... args);
 };
@@ -195,8 +195,8 @@ const T& formatArg(const T& value)
     return value;
 }
 
-/// A value on its way into a formatter's stream. Without memory a stream swallows the failure and with it the
-/// text, unless it is asked to pass the exception on.
+/// A value to write to a formatter's stream. Without memory a stream drops the text silently, unless it is
+/// asked to pass the exception on.
 template <typename T>
 struct StreamedArg
 {

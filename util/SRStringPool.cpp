@@ -80,7 +80,7 @@ View<CharT> textOf(const CharT* block)
     return View<CharT>(block, blockLength(block));
 }
 
-// The room of a block follows from the length of its text alone. A text that filled all of it would stand for
+// The room of a block follows from the length of its text alone. A text that filled all of it would imply
 // more room, so the last character of the room stays unused.
 template <typename CharT>
 bool fits(const CharT* block, std::size_t length)
@@ -99,8 +99,8 @@ std::size_t givenLength(const CharT* text, int n)
     return length;
 }
 
-// A block with its header set and room for characters (terminator included); the text is the caller's to
-// write. previous is an old private block to be enlarged, or null.
+// A block with its header set and room for characters (terminator included); the caller writes the text.
+// previous is an old private block to enlarge, or null.
 template <typename CharT>
 CharT* allocateBlock(std::size_t characters, SRStringPool::BlockType type, CharT* previous = nullptr)
 {
@@ -245,7 +245,7 @@ public:
             std::unique_lock lock(bucket.mutex);
             const std::size_t texts = bucket.texts.size();
             const unsigned long long requests = bucket.requests;
-            lock.unlock();  // what the stream does is not ours to know
+            lock.unlock();  // the stream may do anything
             out << name << " length " << length << ": " << texts << " texts, " << requests << " requests\n";
         });
     }

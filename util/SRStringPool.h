@@ -75,8 +75,8 @@ public:
     char* toMutable(char* block);
     wchar_t* toMutable(wchar_t* block);
 
-    /// Sets the length of a private block to that of its text up to the first zero character, after the
-    /// characters were changed in place. A text that fills its room is cut to what the room allows.
+    /// After a change in place: sets the length of a private block to that of its text up to the first zero
+    /// character. A text that fills its room is cut to what the room allows.
     static void updateLength(char* block);
     static void updateLength(wchar_t* block);
 
@@ -86,12 +86,12 @@ public:
     static BlockType type(const wchar_t* block) { return headerType(block); }
 
     /// Characters allocated for a private block of the given length, terminator included. A text and its
-    /// terminator use one less at most: the length of a text that filled them all would stand for more room
-    /// than its block has.
+    /// terminator leave one unused: the length of a text that filled all would imply more room than its block
+    /// has.
     static constexpr std::size_t room(std::size_t length) { return ((length + 1) & ~std::size_t{31}) + 32; }
 
-    /// The interning limit that the text of KRX_STRING_POOL asks for: 0 for a null text and for anything but
-    /// a decimal number, kMaxLength for any number above it.
+    /// The interning limit for a value of KRX_STRING_POOL: 0 for null and for anything but a decimal number,
+    /// kMaxLength for any number above it.
     static int parseLimit(const char* text);
 
     /// Uses of an interned text; 0 when it is not interned.

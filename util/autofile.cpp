@@ -103,7 +103,7 @@ SRString directoryOf(const SRString& path)
 
 AutoFileLoad::AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room)
 {
-    // Opening a pipe would wait for its other end, so what is no regular file is not even opened.
+    // Opening a pipe would wait for its other end, so only regular files are opened.
     struct ::stat64 st = {};
     if (io && io->stat(path, &st, IKrxFileIo::kFile) == 0 && !S_ISREG(st.st_mode))
         throwNotOpened(path);
@@ -118,7 +118,7 @@ AutoFileLoad::AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room)
         return;
 
     if (room.capacity() < size) {
-        room = SRBuffer();  // before there is other memory
+        room = SRBuffer();  // freed before the next one is made
         room = makeBuffer(static_cast<unsigned>(size));
     }
     m_buffer = SRBuffer(room.memory(), 0, 0);

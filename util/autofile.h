@@ -35,14 +35,14 @@ private:
 
 namespace krx::util {
 
-/// A whole file in memory, read at construction, and a position from which it is read on. Throws nothing but
-/// FileReadException, also where memory runs out; its text may be missing then.
+/// A whole file in memory, read at construction, and a read position. Throws only FileReadException, also
+/// when memory runs out; its text may be missing then.
 class AutoFileLoad : public IDeserialize
 {
 public:
     /// Throws FileReadException when path is no regular file that can be read, has 4 GiB or more, or does not
-    /// fit the memory. A file that shrinks while it is read gives the bytes that were still there. The bytes
-    /// go to the memory of room, which must have no other holder, where that is large enough.
+    /// fit the memory. A file that shrinks meanwhile gives the bytes that are left. They go to the memory of
+    /// room, which must have no other holder, if it is large enough.
     AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room = SRBuffer());
 
     const SRBuffer& getBuffer() const { return m_buffer; }
@@ -68,8 +68,8 @@ public:
     const SRBuffer& getBuffer() const { return m_buffer; }
     /// Throws FileReadException when the bytes do not fit the memory; nothing is appended then.
     void write(const void* bytes, unsigned n) override;
-    /// Writes the file in place, creating it and the directories above it where they are missing. Throws
-    /// FileReadException when the file is not written wholly.
+    /// Writes the file in place and creates it and its missing directories. Throws FileReadException when the
+    /// file is not written wholly.
     void flush();
 
 private:

@@ -188,8 +188,8 @@ unsigned AutoFileBuffer::readAt(int fd, FilePos pos, void* buf, unsigned n)
     return got > 0 ? std::min(static_cast<unsigned>(got), n) : 0;
 }
 
-/// Makes sure that there is memory, and more of it after a refill that used all. The window is lost when the
-/// memory grows, so this is called only where the position has left it.
+/// Provides memory, and more of it after a refill that used all. Growing loses the window, so this is called
+/// only when the position has left it.
 bool AutoFileBuffer::provideMemory()
 {
     unsigned wanted = std::min(m_cacheSize, kFirstMemory);

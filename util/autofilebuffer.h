@@ -26,7 +26,7 @@ public:
         kBefore,        ///< it ends at or before the start of the window
         kInside,        ///< the window holds all of it
         kPartlyInside,  ///< the window holds some of it
-        kAfter,         ///< it starts at or after the end of the window; also of an empty window
+        kAfter,         ///< it starts at or after the end of the window; also for an empty window
     };
 
     /// cacheSize in bytes; 0 caches nothing. With a parent, all reads are done through it.
@@ -39,27 +39,26 @@ public:
     void seek(int fd, FilePos pos);
     FilePos tell() const { return m_pos; }
 
-    /// Reads n bytes at the position and advances it. Returns the bytes read. Fewer than n, unless
-    /// allowShort, are reported on the standard error stream with the caller's file and line and throw
+    /// Reads n bytes at the position and advances it. Returns the bytes read. If they are fewer than n,
+    /// without allowShort, it reports the caller's file and line on standard error and throws
     /// FileReadException; with quiet neither happens.
     unsigned sequentialRead(void* buf, unsigned n, bool allowShort, unsigned line, const char* file,
                             bool quiet = false);
     /// seek, then sequentialRead. A negative position gives 0 bytes with quiet.
     unsigned indexedRead(int fd, FilePos pos, void* buf, unsigned n, bool allowShort, unsigned line,
                          const char* file, bool quiet = false);
-    /// Reads past the cache, which stays as it is. Throws FileReadException when not a single byte can be
-    /// read.
+    /// Reads without using or changing the cache. Throws FileReadException when no byte can be read.
     unsigned directRead(int fd, FilePos pos, void* buf, unsigned n);
 
     /// In direct-read mode nothing is cached.
     void setDirectRead(bool direct);
 
     Range isInRange(FilePos pos, unsigned n) const;
-    /// False for a negative position, or FileReadException unless quiet.
+    /// For a negative position: false if quiet, else throws FileReadException.
     static bool sanityCheck(FilePos pos, bool quiet);
 
-    /// Refills the window at the position; the bytes that it then holds, 0 at the end of the file, on failure
-    /// and where there is no memory.
+    /// Refills the window at the position. Returns its size: 0 at the end of the file, on failure and without
+    /// memory.
     unsigned loadBuffer();
     /// Forgets the cached bytes and the descriptor.
     void flush();

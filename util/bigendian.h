@@ -8,7 +8,7 @@
 #include <cstring>
 
 /// Loads and stores of big-endian integers, the byte order of every format that this project reads or writes.
-/// A function touches the bytes that its name or its width says, and no others; they need no alignment.
+/// A function touches only the bytes that its name or its width states; they need no alignment.
 namespace krx::util {
 
 /// Native to big-endian, and back.

@@ -31,14 +31,14 @@ using FindHandle = std::unique_ptr<FindState, FindStateDeleter>;
 /// The entries "." and ".." are listed like any other. Names are matched as bytes, whatever the locale.
 ///
 /// data receives the first match, with an empty name when nothing matches. Null when the directory cannot be
-/// opened and where memory runs out; errno then has the reason.
+/// opened or memory runs out; errno then has the reason.
 FindHandle FindFirstFile(const SRString& pattern, FindData& data);
 
 /// The next match; false, with an empty name, when there is none. Without memory for the name it throws
 /// SROutOfMemory or std::bad_alloc.
 bool FindNextFile(const FindHandle& handle, FindData& data);
 
-/// Ends the listing, as the end of the handle does; false when there is none.
+/// Ends the listing, as destroying the handle does; false when there is none.
 bool FindClose(FindHandle& handle);
 
 }  // namespace krx::util

@@ -52,7 +52,7 @@ void assertFailed(const char* file, int line) noexcept
         if (sink)
             (*sink)(failureText("Assert", file, line));
     } catch (...) {
-        // A failed assumption stops nothing, nor does a report that cannot be made.
+        // Neither a failed assumption nor a failed report stops the caller.
     }
 }
 

@@ -9,10 +9,10 @@ class SRString;
 
 namespace krx::util {
 
-/// Reports that an assumption did not hold and returns: the caller goes on with a neutral result. file is the
-/// stable place that operators know (for example "server/SRCommand"), not the present source line. The report
-/// "Assert failed in FILE line N" goes to the sink, or nowhere when there is none; what the sink throws ends
-/// here.
+/// Reports that an assumption did not hold and returns: the caller goes on with a neutral result. file and
+/// line are a stable name that operators know (for example "server/SRCommand"), not the source line. The
+/// report "Assert failed in FILE line N" goes to the sink, if there is one; what the sink throws is
+/// swallowed.
 void assertFailed(const char* file, int line) noexcept;
 
 /// Builds the same text with "Ensure" and throws it as an SRException.

@@ -22,7 +22,7 @@ public:
 
     /// Without memory for capacity bytes, and for a capacity of 0, the buffer takes no messages.
     explicit MessageBuffer(unsigned capacity = kDefaultCapacity);
-    /// Packs into memory (null: takes no messages), which is left for a larger one when it is full.
+    /// Packs into memory (null: takes no messages), and moves to a larger one when it is full.
     explicit MessageBuffer(const SRMemoryPtr& memory);
 
     void clear();

@@ -57,7 +57,7 @@ struct RecordHeader
 
     /// Decodes the kSize bytes at in.
     static RecordHeader load(const unsigned char* in);
-    /// Encodes to the kSize bytes at out. Of the length the low 24 bits are written.
+    /// Encodes to the kSize bytes at out. Writes the low 24 bits of the length.
     void store(unsigned char* out) const;
 
     // Single fields of an encoded header.
@@ -97,17 +97,17 @@ enum class RecordState
 /// A record in memory. It points into the bytes that it was read from.
 struct MessageRecord
 {
-    RecordHeader header;                  ///< all zero when not even the header is whole
+    RecordHeader header;                  ///< all zero when the header is cut short
     const unsigned char* body = nullptr;  ///< null unless the whole body is there
     /// Bytes of the whole record.
     unsigned size() const { return header.length + kRecordOverhead; }
 };
 
-/// Reads the record at bytes, with available bytes there. Fills record as far as it is there.
+/// Reads the record in the available bytes at bytes. Fills record as far as they go.
 RecordState readRecord(const unsigned char* bytes, std::size_t available, MessageRecord& record);
 
-/// Writes header, body and back-pointer: header.length + kRecordOverhead bytes. body may be null where the
-/// length is 0, or where the body stands at its place already.
+/// Writes header, body and back-pointer: header.length + kRecordOverhead bytes. body may be null when the
+/// length is 0 or the body is in place already.
 void writeRecord(unsigned char* out, const RecordHeader& header, const void* body);
 
 inline RecordHeader RecordHeader::load(const unsigned char* in)

@@ -5,7 +5,7 @@
 
 namespace krx::util {
 
-/// A sink of bytes with big-endian integers on top. What cannot be written is the sink's to report.
+/// A sink of bytes with big-endian integers on top. The sink reports what it cannot write.
 class ISerialize
 {
 public:

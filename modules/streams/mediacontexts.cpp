@@ -58,8 +58,8 @@ ContextMessage fromObject(const SRDataArray& properties)
     return message;
 }
 
-/// Takes the contexts out of the elements of a file's array, which are released on the way: what was read and
-/// what is kept are not in memory twice.
+/// Takes the contexts out of the elements of a file's array and releases these on the way, so that nothing is
+/// in memory twice.
 class ContextImport
 {
 public:
@@ -88,7 +88,7 @@ public:
 
 private:
     /// A context takes a hundred bytes of a file. References to one object, and objects without these
-    /// properties, take far less: as many as fit can stay.
+    /// properties, take far less: as many as fit are kept.
     static constexpr std::size_t kRoomPerByte = 24;
     static constexpr std::size_t kSpareRoom = std::size_t{64} * 1024;
     /// What a track takes with its first context.

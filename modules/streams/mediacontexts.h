@@ -62,8 +62,7 @@ private:
 class MediaContexts
 {
 public:
-    /// Messages of the file as a whole stand in tracks of their own: these, above the numbers of the real
-    /// tracks.
+    /// Tracks for the messages of the whole file, above the numbers of the real tracks.
     enum ContextTrack : unsigned
     {
         kStatusTrack = 1,
@@ -112,8 +111,8 @@ public:
 
     /// Puts the contexts into buffer, which it replaces. False when they cannot be written.
     bool exportContexts(SRBuffer& buffer) const;
-    /// Replaces everything by what buffer holds. False, and empty, when it does not parse, and when so few
-    /// bytes stand for so many contexts and tracks that these would take more than 24 times the bytes.
+    /// Replaces everything by what buffer holds. False, and empty, when it does not parse, and when the
+    /// contexts and tracks would take more than 24 times the bytes.
     bool importContexts(const SRBuffer& buffer);
 
     // The same answers, in the form in which a stream adaptor gives them. A null holder is reported.
@@ -135,8 +134,8 @@ private:
 
 namespace krx::streams {
 
-/// What IQVStreamAdaptor::getAttribute answers with a number of fixed width: copies it to out where size is
-/// room enough, and sets size to its bytes.
+/// IQVStreamAdaptor::getAttribute for a number of fixed width: copies it to out if size allows, and sets size
+/// to its bytes.
 template <typename T>
 bool sizeAttribute(T value, void* out, unsigned& size)
 {

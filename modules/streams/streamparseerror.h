@@ -106,13 +106,13 @@ const CatalogueEntry* catalogueEnd();
 /// Where in a file a finding was made. What is not known keeps its default.
 struct Place
 {
-    long long offset = -1;  ///< of the box, or of bytes in it that are the fault, in the file
+    long long offset = -1;  ///< in the file, of the box or of the faulty bytes in it
     /// The boxes around it, from the outermost to the innermost whose header is sound, as in
     /// "moov/trak[2]/mdia/minf/stbl/stsd" (UTF-8). Empty at the top of the file.
     ///
-    /// A type that the format lets a box have several times ('trak', 'moof', 'traf', 'trex') has a number,
-    /// which counts the boxes of the type in their parent from 1 on. An entry of 'stsd' has the number by
-    /// which samples name it. Other types have none.
+    /// A type that a parent may hold several times ('trak', 'moof', 'traf', 'trex') has its number among that
+    /// type in the parent, from 1 on. An entry of 'stsd' has the number by which samples name it. Other types
+    /// have none.
     std::string path;
     unsigned track = 0;  ///< ID of the track that was being read; 0 for none
 };

@@ -9,8 +9,8 @@ namespace krx::raw {
 struct RawConfigStruct
 {
     bool EnableAggMsgs = true;  ///< "Raw/EnableAggMsgs": deliver runs of messages as aggregates
-    /// "Raw/MaxAggMsgSize": an aggregate of so many bytes is delivered; at the latest before it becomes
-    /// larger than a message can be.
+    /// "Raw/MaxAggMsgSize": an aggregate of this many bytes is delivered, or sooner if it would outgrow a
+    /// message.
     unsigned MaxAggMsgSize = 65536;
     bool WarningsAsErrors = false;  ///< "Raw/WarningsAsErrors"
     unsigned MaxEraseRetries = 2;   ///< "Raw/MaxEraseRetries": of the recording side

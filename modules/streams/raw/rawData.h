@@ -37,8 +37,8 @@ public:
     /// Gets the stream ready for playback. False when it cannot be loaded, and for recording, which is not
     /// supported.
     bool init(unsigned flags);
-    /// Reads the index and the contexts, each only when it was modified since the last time. False, with the
-    /// reason reported (except for a directory that does not exist) and the stream empty, when one is faulty.
+    /// Reads the index and the contexts, each only when it was modified since the last time. When one is
+    /// faulty: false, the stream empty and the reason reported (except for a missing directory).
     bool load();
     /// Writes both files. False, with the reason reported, on failure.
     bool save();

@@ -49,7 +49,7 @@ void RawIndex::readSegBounds(krx::util::IDeserialize& loader)
     bounds.startTime = loader.readU32();
     bounds.endTime = loader.readU32();
 
-    // After the largest position no end position is left.
+    // The largest position has no end position after it.
     if (bounds.end < bounds.start || bounds.end == std::numeric_limits<long long>::max()) {
         throwReadError(L"Found invalid segment bounds while reading index file: start = %lld, end = %lld",
                        bounds.start, bounds.end);

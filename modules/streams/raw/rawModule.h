@@ -10,8 +10,8 @@ class IQVStreamContext;
 
 namespace krx::raw {
 
-/// The stream module for recorded-stream directories. Every operation but close wants a handle from a
-/// successful open. The operations of the recording side are not supported: they do nothing and answer false.
+/// The stream module for recorded-stream directories. Every operation but close needs a handle from a
+/// successful open. The operations of the recording side are not supported: they do nothing and return false.
 class RawAdaptor : public IQVStreamAdaptor
 {
 public:
@@ -20,7 +20,7 @@ public:
     explicit RawAdaptor(IQVStreamContext* context);
 
     unsigned getVersion() const override;
-    /// path is a directory, in bytes. 1 when the stream cannot be loaded; the reasons went to the context.
+    /// path is a directory, in bytes. 1 when the stream cannot be loaded; the context gets the reasons.
     int open(IQVStreamOpenContext* openContext, const char* path, unsigned flags, void* userData,
              void*& handle) override;
     void setUserData(void* handle, void* userData) override;
@@ -50,7 +50,7 @@ public:
 
     /// Asks the context for every setting.
     virtual void config();
-    /// As krx::util::StreamConfig, asked of the adaptor's context.
+    /// As krx::util::StreamConfig, for the adaptor's context.
     virtual bool readConfig(const char* key, char*& buffer, unsigned& size);
     virtual bool readConfigBool(const char* key, bool& value);
     virtual bool readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max);

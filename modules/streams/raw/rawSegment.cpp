@@ -116,7 +116,7 @@ void SegmentReader::aggregate(unsigned char* record, const util::RecordHeader& h
         if (m_aggregate.length() != 0)
             deliverAggregate();
         if (!m_aggregate.append(record, length, header.timestamp)) {
-            // Its body fits a message, with header and footer around it they do not.
+            // Its body fits a message, but not with header and footer.
             deliver(header.type, record + util::RecordHeader::kSize, header.length, header.timestamp);
             return;
         }

@@ -17,8 +17,8 @@ struct RecordHeader;
 
 namespace krx::raw {
 
-/// A run of records on its way to the holder. As long as the records stand together it is a span of their
-/// bytes; only a run with a gap is copied.
+/// A run of records on its way to the holder. While the records are contiguous it is a span of their bytes;
+/// only a run with a gap is copied.
 class PendingAggregate
 {
 public:
@@ -48,8 +48,8 @@ class SegmentReader
 public:
     using WarningSink = std::function<void(const krx::streams::StreamParseError&)>;
 
-    /// fileName stands in the texts of faults. Warnings go to the sink, which may throw them. The holder and
-    /// the arguments taken by reference must outlive the reader.
+    /// fileName appears in fault texts. Warnings go to the sink, which may throw them. The holder and the
+    /// arguments taken by reference must outlive the reader.
     SegmentReader(const RawConfigStruct& config, const SegmentBounds& bounds, const SRString& fileName,
                   ISegmentHolder& holder, WarningSink warn);
 
