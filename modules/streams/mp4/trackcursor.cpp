@@ -128,7 +128,7 @@ void TrackCursor::settle()
         m_fileOffset = m_chunks.offset();
 }
 
-/// Finds out how many steps from here on are plain. False when not even the next one is.
+/// Prepares the plain steps from here on. False when the next step is not plain.
 bool TrackCursor::prepareStretch()
 {
     settle();
@@ -242,8 +242,8 @@ unsigned TrackCursor::passSamples(unsigned steps, const WalkLimits& limits, Walk
     return passed;
 }
 
-/// How many of the next samples are no larger than maxSize and lie within room bytes, up to the one whose
-/// message exceeds the room in the tally; bytes becomes the sum of their sizes.
+/// Counts the next samples that are no larger than maxSize and fit into room bytes, up to the one whose
+/// message exceeds the room in the tally. bytes becomes the sum of their sizes.
 unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long long room,
                                  unsigned long long roomInTally, unsigned long long& bytes) const
 {
@@ -296,7 +296,7 @@ void TrackCursor::advance()
         return;
     }
     ++m_stepCount;
-    // Nobody goes on from here, and the tables that the step needs may be those of the next page.
+    // The walk ends here, and the step may need tables of the next page.
     if (atLimit())
         return;
     if (isHeader())
