@@ -184,7 +184,7 @@ bool listContexts(const IQVStreamAdaptor& adaptor, void* handle)
     return printer.hasDecoded();
 }
 
-/// False when the arguments are none that the program takes.
+/// False for arguments that the program does not take.
 bool parseArguments(int argc, char** argv, Listing& listing, const char*& input)
 {
     const auto isOption = [](const char* argument) { return std::string_view(argument).starts_with("--"); };
@@ -200,8 +200,8 @@ bool parseArguments(int argc, char** argv, Listing& listing, const char*& input)
 
 }  // namespace
 
-/// Lists, as JSON lines, the segments and messages that a player of an MP4 file or a recorded stream would be
-/// sent, or the context messages that one which joins in the middle would be sent first. Ends with 1 when the
+/// Lists as JSON lines what a player of an MP4 file or a recorded stream would be sent: the segments and
+/// messages, or the context messages that a player joining in the middle gets first. Ends with 1 when the
 /// list is not whole.
 int main(int argc, char** argv)
 {

@@ -16,12 +16,12 @@ class TrackInfo;
 struct DRMTrackInfo;
 struct Movie;
 
-/// The body of a data message that is made from an MP4 file's facts, in AMF0. All numbers are big-endian;
-/// numbers of the file are written as doubles.
+/// The body, in AMF0, of a data message made from an MP4 file's facts. All numbers are big-endian; numbers of
+/// the file are written as doubles.
 ///
-/// When the buffer cannot grow, nothing more is written and hasFailed() is true: the body is then of no use.
-/// Bodies about the whole file may be long: they are counted before they are written, charged to the budget,
-/// and take the memory that they need at once. They throw MemoryLimitError and SROutOfMemory.
+/// When the buffer cannot grow, hasFailed() becomes true, nothing more is written, and the body is of no use.
+/// Bodies about the whole file may be long: their length is counted first and charged to the budget, then the
+/// memory is taken in one piece. They throw MemoryLimitError and SROutOfMemory.
 class AMFMessage : public SRMemory, private AMFWriter
 {
 public:
@@ -34,8 +34,7 @@ public:
     unsigned length() const { return m_length; }
     bool hasFailed() const { return m_failed; }
 
-    // Builders of one whole body each. With amf3 it is the body of an AMF3 data message and starts with a
-    // zero byte.
+    // Each builds one whole body. With amf3 it is that of an AMF3 data message and starts with a zero byte.
 
     /// "onMetaData": what the file and its tracks are. duration in ms.
     void initMetaData(const Movie& movie, unsigned duration, bool amf3);
@@ -48,7 +47,7 @@ public:
     /// "|AdditionalHeader": how the content is protected. False, and empty, when no valid track is protected.
     bool initDRMData(const Movie& movie);
 
-    // What they are made of.
+    // The parts of a body.
 
     void WriteAMF0Byte(unsigned char byte) { putByte(byte); }
     void WriteAMF0U32(unsigned value) { putU32(value); }
@@ -70,7 +69,7 @@ public:
     static void FourCCToUTF8(char* out, unsigned fourCC);
     /// Writes the three letters of a packed language code, and a zero byte; out has room for 4 bytes.
     static void ToLanguageString(unsigned code, char* out);
-    /// Reads up to n bytes, but none from end on, and advances *p.
+    /// Reads up to n bytes before end, and advances *p.
     static unsigned SaveReadUnsigned(const unsigned char** p, int n, const unsigned char* end);
 
 private:
@@ -81,7 +80,7 @@ private:
     unsigned char* make(unsigned n) override;
     void putUTF8(std::string_view utf16);
     void writeDRMData(const DRMTrackInfo& drm);
-    /// A value that has a name in front.
+    /// The name of the value that follows.
     void addName(std::string_view name) { AddAMF0String(name, false); }
     void addNamedText(std::string_view name, std::string_view value);
     void beginObject() { putByte(kAMF0Object); }

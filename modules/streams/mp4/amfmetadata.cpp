@@ -163,7 +163,7 @@ private:
         }
     }
 
-    /// Writes the run of images of one item from tag first on as one value and returns its length.
+    /// Writes the images of one item, from tag first on, as one value. Returns how many they are.
     std::size_t writeImages(std::size_t first)
     {
         const std::deque<TagEntry>& tags = m_movie.tags;

@@ -25,7 +25,7 @@ unsigned char* putNumber(unsigned char* out, unsigned long long value)
     return out;
 }
 
-/// The way from one number to another, which may be backward: the sign is the lowest bit. Differences wrap.
+/// Writes the difference of two numbers, with its sign in the lowest bit. Differences wrap.
 template <typename Number>
 unsigned char* putStep(unsigned char* out, Number from, Number to)
 {
@@ -34,8 +34,8 @@ unsigned char* putStep(unsigned char* out, Number from, Number to)
     return putNumber(out, step << 1 ^ (0 - (step >> 63)));
 }
 
-/// Appends the distance to the track from the one written before, which numbers of its position have changed,
-/// and the steps of these. False, and nothing is appended, when none has.
+/// Appends the distance from the track written before, a mask of the numbers that changed, and their
+/// differences. Appends nothing and returns false when none changed.
 bool putPosition(std::vector<unsigned char>& out, unsigned long long distance, const TrackPosition& to,
                  TrackPosition& from)
 {
@@ -56,7 +56,7 @@ bool putPosition(std::vector<unsigned char>& out, unsigned long long distance, c
     });
     if (changed == 0)
         return false;
-    // Known only now, the head is moved up to what it stands in front of.
+    // The head is known only now; it is placed directly before the differences.
     std::array<unsigned char, kHead> head;
     unsigned char* const headEnd = putNumber(putNumber(head.data(), distance), changed);
     out.insert(out.end(), std::copy_backward(head.data(), headEnd, steps), end);

@@ -20,13 +20,13 @@ struct BoundaryPoint
 };
 
 /// The boundaries between the segments of a file, in order of both index and time. A file has one for every
-/// 256 KiB of messages or for every larger message, each with a position in every track. Kept is what changed
-/// since the boundary before, so that a track that did not move takes nothing: some 10 to 15 bytes for each
-/// track that moved. Every 16th boundary is whole, and no more than 16 are read to find one.
+/// 256 KiB of messages or for each larger message, with a position in every track. Only the difference to the
+/// previous boundary is kept: some 10 to 15 bytes per track that moved, nothing for the others. Every 16th
+/// boundary is whole, so at most 16 are read to find one.
 class BoundaryList
 {
 public:
-    /// Appends a state, which has as many tracks as those before. Returns the bytes that this takes.
+    /// Appends a state with as many tracks as the previous ones. Returns the bytes that it takes.
     std::size_t append(const CursorState& state);
 
     bool empty() const { return m_size == 0; }

@@ -19,13 +19,12 @@
 
 namespace krx::mp4 {
 
-/// Reads the boxes of a file: a position, integers and headers at it, which boxes are open around it, and the
-/// findings about them. Knows no box type; what is done with a box is the matter of BoxWalk and of the
-/// handlers.
+/// Reads the boxes of a file: keeps the position, reads integers and headers there, knows the open boxes, and
+/// reports findings. Knows no box type: BoxWalk and the handlers decide what is done with a box.
 ///
-/// Positions and sizes are bytes of the file; integers are big-endian. A read that the file ends in throws
-/// kFileReadError, one where nothing is left TruncatedStreamError (kTruncatedFile). A fault leaves the reader
-/// with its place.
+/// Positions and sizes are bytes of the file; integers are big-endian. A read that crosses the end of the
+/// file throws kFileReadError, one that starts there TruncatedStreamError (kTruncatedFile). Every fault that
+/// the reader throws has its place.
 class BoxReader
 {
 public:
@@ -37,8 +36,8 @@ public:
 
     /// The settings that the file is read under.
     const Mp4Config& config() const { return m_config; }
-    /// What the file may make the program keep; whoever keeps something because of the file charges it here
-    /// before the memory is taken.
+    /// The memory that the file may use. Whoever keeps data of the file charges it here before the memory is
+    /// taken.
     MemoryBudget& memory() { return m_memory; }
 
     /// Not owned. Must be set, and open, before start.
@@ -75,19 +74,19 @@ public:
 
     // Boxes.
 
-    /// Reads the header of a box that starts at the position inside parent, and checks its size; the position
-    /// is that of the payload then. Throws kTruncatedBox for a box that leaves its parent or is smaller than
-    /// its header, and notPositive for a size that, read as a signed number, is not positive. Media data that
-    /// the file ends in is a warning.
+    /// Reads the header of the box at the position, inside parent, checks its size, and leaves the position
+    /// at the payload. Throws kTruncatedBox for a box that leaves its parent or is smaller than its header,
+    /// and notPositive for a size that is not positive as a signed number. Media data cut off by the end of
+    /// the file is a warning.
     BoxHeader readHeader(const BoxHeader& parent,
                          krx::streams::ParseStatus notPositive = krx::streams::kTruncatedBox);
-    /// Finds a box by its type alone, at whatever byte before end it starts. When there is one the position
-    /// is the start of its header.
+    /// Finds a box by its type alone; it may start at any byte before end. If found, the position is the
+    /// start of its header.
     bool skipToBox(unsigned type, krx::util::FilePos end);
 
-    /// Runs function with the box open: it is the innermost one of the paths in places and in the log.
-    /// number is the one that places show, see krx::streams::Place; 0 for none. A fault that leaves function
-    /// without a place is given that of the box.
+    /// Runs function with the box open: the box ends the paths in places and in the log. number is shown in
+    /// places, see krx::streams::Place; 0 for none. A fault that leaves function without a place gets that of
+    /// the box.
     template <typename Function>
     void inside(const BoxHeader& box, unsigned number, Function function)
     {
@@ -118,7 +117,7 @@ public:
     void warnHere(krx::streams::ParseStatus status);
     /// Warns with the name of the box, which is the innermost open one or in it.
     void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
-    /// The same with the place of the fault that the warning is made of.
+    /// The same for a fault that becomes a warning. It keeps its place.
     void warnAboutBox(const krx::streams::StreamParseError& fault, const BoxHeader& box);
     /// Hands the warning to the observer, throws a copy when warnings count as errors, and prints it above
     /// log level 2.
@@ -130,7 +129,7 @@ public:
     void setWarningsAsErrors(bool on) { m_warningsAsErrors = on; }
     /// Called with every warning, before it is thrown or printed.
     void setWarningObserver(WarningObserver observer) { m_warningObserver = std::move(observer); }
-    /// While on, warn and warnAboutBox do nothing: what is read again has given its warnings.
+    /// While on, warn and warnAboutBox do nothing: bytes that are read again gave their warnings before.
     void setQuiet(bool on) { m_quiet = on; }
     /// Bytes held, those of the object itself excluded.
     std::size_t reportMemorySize() const { return m_open.capacity() * sizeof(Open); }

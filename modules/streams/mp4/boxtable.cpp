@@ -100,7 +100,7 @@ constexpr std::array kRows{
         .reads(readProgressiveDownload),
     box("uuid").reads(readXmp),
 
-    // Content protection. What comes as version and flags before the children of a key box is not looked at.
+    // Content protection. Version and flags before the children of a key box are not checked.
     box("frma").once([](const TrackInfo& t) { return t.drm.originalFormat != 0; }).reads(readOriginalFormat),
     box("schm").reads(readProtectionScheme),
     box("qhdr")

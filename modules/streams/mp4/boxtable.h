@@ -13,11 +13,11 @@ class TrackInfo;
 struct Movie;
 
 /// What the walk does with a box of one type; a row of the table in boxtable.cpp. The walk checks what the
-/// row asks for in the order of the fields, and calls the handler after that. A row without a handler and
-/// without children is of a box that is known and passed over.
+/// row asks for in the order of the fields, then calls the handler. A row without handler and children is for
+/// a box that is known but passed over.
 ///
-/// A handler starts after what the walk has read: the header, and version and flags of a row with a version.
-/// It may leave the position anywhere. A row has one at most.
+/// A handler starts after the bytes that the walk has read: the header, and version and flags if the row has
+/// a version. It may leave the position anywhere. A row has at most one handler.
 struct BoxRule
 {
     /// Reads a box into the facts of the movie.
@@ -46,9 +46,9 @@ struct BoxRule
     unsigned childOffset = 0;            ///< bytes passed over before the children
     unsigned numberSlot = kNotNumbered;  ///< below kNumberedTypes, see numbered
 
-    // What a row is written with.
+    // For writing a row.
 
-    /// No box of the type may come after one that has given its facts.
+    /// After a box of the type has given its facts, another one is an error.
     constexpr BoxRule once(bool (*has)(const TrackInfo&)) const
     {
         BoxRule rule = inTrack();
@@ -104,7 +104,7 @@ struct BoxRule
         rule.walkHandler = handler;
         return rule;
     }
-    /// The boxes from offset bytes after the place where the handler, if there is one, leaves off.
+    /// Children follow offset bytes after the place where the handler, if any, stops.
     constexpr BoxRule children(unsigned offset = 0) const
     {
         BoxRule rule = *this;

@@ -32,7 +32,7 @@ public:
 
 private:
     static constexpr std::size_t kBlock = 65536;
-    /// Above this, so that the end of a block that is left unused is a small part of it.
+    /// More bytes than this get their own block, so that little of a shared block stays unused.
     static constexpr std::size_t kOwnBlock = kBlock / 8;
 
     char* makeBlock(std::size_t n, MemoryBudget& budget)

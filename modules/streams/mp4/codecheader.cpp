@@ -25,7 +25,8 @@ constexpr unsigned kKeyFrame = 0x10;
 constexpr unsigned kInterFrame = 0x20;
 constexpr unsigned kDisposableFrame = 0x30;
 
-// High nibble of an audio message's first byte. Below follow 2 bits of rate, 16-bit samples, and stereo.
+// High nibble of an audio message's first byte. The low nibble: 2 bits of rate, 1 for 16-bit samples, 1 for
+// stereo.
 constexpr unsigned kMP3 = 0x20;
 constexpr unsigned kNellymoser16k = 0x40;
 constexpr unsigned kNellymoser8k = 0x50;
@@ -87,7 +88,7 @@ unsigned nellymoserByte(const SampleEntry& entry)
     }
 }
 
-/// How far the picture is larger than what is shown: the complement of what its size is above whole blocks.
+/// How much of the picture is not shown: the complement of width and height modulo 16, a nibble each.
 unsigned vp6Cropping(const SampleEntry& entry)
 {
     const unsigned width = static_cast<unsigned>(entry.width) & 15;

@@ -12,10 +12,10 @@ class IKrxFileIo;
 
 namespace krx::mp4 {
 
-/// The bytes of a file around the place that is read, for a reader that takes a few at a time, and jumps.
+/// A window of a file's bytes at the place of reading, for a reader that takes a few at a time, and jumps.
 ///
-/// A read that goes on from the window doubles it. After a jump the window is twice what was used since the
-/// jump before: a reader that hops from fragment to fragment needs one read of the file each.
+/// A read that continues from the window doubles it. After a jump the window is twice what was used since the
+/// previous jump: a reader that hops from fragment to fragment needs one file read per fragment.
 class FileWindow
 {
 public:
@@ -34,8 +34,8 @@ public:
         m_used = static_cast<unsigned>(offset) + n;
         return m_bytes.get() + offset;
     }
-    /// Moves the window to pos, which is not negative, and reads. The n bytes there, n being at most
-    /// kLargest; null when the file ends before or cannot be read.
+    /// Moves the window to pos (not negative) and reads. Returns the n bytes there (at most kLargest), or
+    /// null when the file ends before or cannot be read.
     const unsigned char* load(int handle, krx::util::FilePos pos, unsigned n);
     /// Forgets the bytes and gives back their memory.
     void release();

@@ -43,7 +43,7 @@ constexpr unsigned kFieldSize = 4;
 constexpr unsigned long long kMostKept = 64U << 20;
 constexpr unsigned kKeptShare = 4;
 
-/// Keeps warnings to the parse, for a fragment that is read again after it.
+/// Silences warnings while a fragment is read again after the parse.
 class QuietReader
 {
 public:

@@ -20,11 +20,11 @@ public:
     /// fragment. Returns its track. Throws kBadBoxHierarchy when a header with a track does not come first,
     /// kTableReadError for runs that the file cannot hold, and what the reader throws.
     TrackInfo& read(TrackFragment& fragment, krx::util::FilePos end);
-    /// After the parse, with the file open: the same from payload to end, without the warnings that the parse
-    /// has given.
+    /// After the parse, with the file open: the same from payload to end, without the warnings, which the
+    /// parse gave.
     void reload(TrackFragment& fragment, krx::util::FilePos payload, krx::util::FilePos end);
-    /// Whether the fragment, which was just parsed, stays loaded until it is played first, so that most files
-    /// are read once. It is not charged to the budget then: what is kept so has a bound of its own.
+    /// Whether the fragment, just parsed, stays loaded until it is first played, so that most files are read
+    /// once. Such fragments have a limit of their own and are not charged to the budget.
     bool keep(TrackFragment& fragment);
 
 private:

@@ -10,29 +10,29 @@
 
 namespace krx::mp4 {
 
-/// The file wants more memory than its size allows. Never made a warning of.
+/// The file wants more memory than its size allows. Never becomes a warning.
 class MemoryLimitError : public krx::streams::StreamParseError
 {
 public:
     MemoryLimitError() : StreamParseError(krx::streams::kTableReadError) {}
 };
 
-/// What an open file may make the program keep, by its size alone. All whose amount the file decides is
+/// The memory that an open file may use, by its size alone. Everything whose amount the file decides is
 /// charged: tables, edit lists, descriptions, tags, chapters, fragments, protection texts, boundaries,
-/// contexts, and the messages that are made of them. Boxes that all claim the same bytes, and a few bytes
-/// that mean many, would else multiply a small file.
+/// contexts, and the messages made of them. Otherwise boxes that all claim the same bytes, and a few bytes
+/// that mean many, would multiply a small file.
 ///
-/// A process keeps below 16 MiB and 8 times the file: about 5 MiB are the program itself, and what is left
-/// above the budget is for what is held for a moment only, such as a text while it is copied, and for the
-/// fragments that stay loaded after the parse (see FragmentLoader::keep).
+/// A process stays below 16 MiB plus 8 times the file. About 5 MiB are the program itself. The rest above the
+/// budget is for data held briefly, such as a text while it is copied, and for the fragments that stay loaded
+/// after the parse (see FragmentLoader::keep).
 class MemoryBudget
 {
 public:
     /// For small files, whose share would be nothing.
     static constexpr unsigned long long kFloor = 8U << 20;
-    /// Tables take at most twice their bytes in the file ('stco' has 4 bytes an entry and 8 in memory). The
-    /// dearest of what real files have many of, download hints and text descriptions, takes six to eight
-    /// times its bytes with the metadata made of it; but there it is a small part of the file.
+    /// Tables are charged at most twice their bytes in the file ('stco' has 4 bytes per entry, charged as 8).
+    /// Of the boxes that real files have many of, download hints and text descriptions cost most: with their
+    /// metadata six to eight times their bytes. But they are a small part of the file.
     static constexpr unsigned long long kPerFileByte = 6;
 
     /// fileSize in bytes. What was charged stays charged.

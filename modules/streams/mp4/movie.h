@@ -78,8 +78,7 @@ struct Movie
     unsigned long long duration = 0;   ///< movie timescale units
     std::deque<FreeSpace> freeBoxes;   ///< in 'moov'
 
-    /// In file order. Records are made when an ID first comes up, so that the configured maximum costs
-    /// nothing.
+    /// In file order. A record is made when its ID first appears, so the configured maximum costs nothing.
     std::vector<std::unique_ptr<TrackInfo>> tracks;
     std::unordered_map<unsigned, TrackInfo*> tracksById;
 
@@ -108,7 +107,7 @@ struct Movie
     std::deque<TagEntry> tags;
     std::deque<ChapterEntry> chapters;
     std::vector<ProgressiveEntry> progressive;
-    /// The XMP text, zero-terminated, its used length without the zero; null before there was one.
+    /// The XMP text, zero-terminated; its used length excludes the zero. Null until there is one.
     std::unique_ptr<SRMemory> xmp;
 
     /// The track with that ID, or null.

@@ -108,7 +108,7 @@ std::vector<TrackInfo*> MP4File::getTrackVec()
 
 void MP4File::numberContexts()
 {
-    // Fewer tracks than numbers: the smallest one that is free is below their count.
+    // The smallest free number is always below the count of tracks.
     const unsigned maxTracks = m_reader.config().MaxTracks;
     std::vector<bool> taken(m_movie.tracks.size());
     for (const auto& track : m_movie.tracks) {

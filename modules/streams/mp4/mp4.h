@@ -44,9 +44,9 @@ public:
     void setIO(Mp4FileIO* io) { m_reader.setFile(io); }
     /// Parses from start to the end of the file.
     void parse(long long start);
-    /// Gives each track the number under which its context messages are kept: its ID where that is below the
-    /// configured MaxTracks, else, in file order, the smallest number from 0 on that no track has. From
-    /// MaxTracks on the numbers are those of the file's own contexts. parse does this at its end.
+    /// Gives each track the number of its context messages: its ID if that is below the configured MaxTracks,
+    /// else, in file order, the smallest number from 0 on that no track has. Numbers from MaxTracks on belong
+    /// to the file's own contexts. parse calls this at its end.
     void numberContexts();
 
     /// The facts, which are all that playback looks at.
@@ -56,8 +56,8 @@ public:
     bool isAppendable() const;
     /// The record in use with that ID, or null.
     TrackInfo* getTrack(unsigned id) { return m_movie.findTrack(id); }
-    /// Makes the track current, in a new record if its ID is not known; none for ID 0 or when all records are
-    /// in use.
+    /// Makes the track current, in a new record if its ID is new. With ID 0, or when all records are in use,
+    /// no track is current.
     void setCurTrack(unsigned id);
     TrackInfo* getCurTrack() const { return m_walk.track(); }
     /// The records in use, in file order; valid for the life of the object.
@@ -74,9 +74,8 @@ public:
     krx::util::FilePos getMovieHeaderBoxPos() const { return m_movie.headerPos; }
     bool getMovieExtendsBoxPos(krx::util::FilePos& pos) const;
     /// Recording path: takes size bytes from the smallest free box of the movie box that has exactly that
-    /// size or room for another box after it; pos is where they start, remaining what the free box keeps. Of
-    /// size 0 the smallest free box is found, and keeps all. False when there is none, and for a negative
-    /// size.
+    /// size, or room for another box after it. pos becomes their start, remaining what the free box keeps.
+    /// Size 0 finds the smallest free box and takes nothing. False when there is none or size is negative.
     bool consumeFreeBoxInMoov(long long size, krx::util::FilePos& pos, krx::util::FilePos& remaining);
 
     bool hasAVCVideo() const { return m_movie.avcSeen; }
@@ -88,7 +87,7 @@ public:
     const std::deque<ChapterEntry>& getChapters() const { return m_movie.chapters; }
     const std::vector<ProgressiveEntry>& getProgressiveEntries() const { return m_movie.progressive; }
     bool hasXMPData() const;
-    /// The XMP text, zero-terminated, its used length without the zero; null before there was one.
+    /// The XMP text, zero-terminated; its used length excludes the zero. Null until there is one.
     const SRMemory* getXMP() const { return m_movie.xmp.get(); }
 
     /// Throws a copy when warnings count as errors; prints above log level 2.
@@ -100,7 +99,7 @@ public:
     /// Called with every warning, before it is thrown or printed.
     void setWarningObserver(WarningObserver observer) { m_reader.setWarningObserver(std::move(observer)); }
 
-    /// What the file may make the program keep; whoever keeps something because of the file charges it here.
+    /// The memory that the file may use. Whoever keeps data of the file charges it here.
     MemoryBudget& memory() { return m_reader.memory(); }
     /// Bytes really held.
     std::size_t reportMemorySize() const;

@@ -15,15 +15,15 @@ namespace {
 
 using krx::streams::StreamParseError;
 
-/// What it takes to know a context by its description and kind, while the file is walked.
+/// Bytes that it takes to know a context by its description and kind during the walk.
 constexpr std::size_t kKnownContext = 128;
 
 /// Later times are cut to this one, ms.
 constexpr unsigned kTimeLimit = std::numeric_limits<unsigned>::max();
 
 // Entries of the next page that a page holds too: its last message may be a sample whose ender is the next
-// page's first, or an ender, whose step was found by a look at the next page's first sample. That takes the
-// first entry of each table, and of the sample-to-chunk entries the one after it, too.
+// page's first message, or an ender that was found by reading the next page's first sample. That takes the
+// first entry of each table, and also the second of the sample-to-chunk table.
 constexpr unsigned kOverlap = 1;
 constexpr unsigned kSampleToChunkOverlap = 2;
 
@@ -151,8 +151,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
     CursorState state;
     appendBoundary(cursor, state);
 
-    // Also where an error leaves the walk: how far it came is kept, and fragments that it has not walked to
-    // their end are released.
+    // Runs also when an error ends the walk: keeps how far it came, and releases unfinished fragments.
     struct WalkEnd
     {
         Mp4Cursor& cursor;
@@ -225,14 +224,14 @@ void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, Context
     contexts.cacheContextMessage(message);
 }
 
-/// state takes what the cursor saves; it is the same each time, so that its memory is used again.
+/// state takes what the cursor saves. Callers pass the same one each time, to reuse its memory.
 void Mp4Data::appendBoundary(Mp4Cursor& cursor, CursorState& state)
 {
     cursor.save(state);
     m_file.memory().charge(m_boundaries.append(state));
 }
 
-/// Cuts the tables of each track where the boundaries of the split points stand in them.
+/// Cuts the tables of each track at the boundaries of the split points.
 void Mp4Data::splitTables(const std::vector<std::size_t>& splitPoints)
 {
     if (splitPoints.empty())

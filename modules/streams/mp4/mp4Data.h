@@ -31,7 +31,7 @@ enum StreamLoadStatus : int
     kLoadNotPlayable = 5,  ///< the file stands for a single status message
 };
 
-/// Why a file is loaded. Recording into MP4 files is not supported, and with it all but the first.
+/// Why a file is loaded. All but the first belong to recording into MP4 files, which is not supported.
 enum Mp4LoadType : int
 {
     kFirstLoad = 0,
@@ -46,8 +46,8 @@ enum Mp4LoadType : int
 class Mp4Data
 {
 public:
-    /// A segment closes after the message that takes it above this size, and a table page at the first
-    /// segment end after this many bytes of table entries.
+    /// A segment ends after the message that takes it above kSegmentSize bytes. A table page ends at the
+    /// first segment end after kTablePageSize bytes of table entries.
     static constexpr unsigned kSegmentSize = 0x40000;
     static constexpr unsigned kTablePageSize = 0x40000;
 
@@ -75,10 +75,9 @@ public:
     /// False, and bounds unchanged, when no segment holds the time (ms) or the position.
     bool findSegmentByTime(unsigned time, SegmentBounds* bounds) const;
     bool findSegmentByPos(long long index, SegmentBounds* bounds) const;
-    /// Delivers the messages of a segment, whose bounds must be those that a lookup gives. A bad sample is
-    /// left out, and the first one of the file is logged. Anything else that fails ends the load: that is
-    /// logged each time, the messages before it are delivered, also those of an aggregate in work, and the
-    /// result is false.
+    /// Delivers the messages of a segment. bounds must come from a lookup. A bad sample is left out, and the
+    /// first one of the file is logged. Any other failure ends the load: it is logged each time, the messages
+    /// before it are delivered, those of an unfinished aggregate included, and the result is false.
     bool loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder);
     /// Releases a page of the sample tables until a segment needs it again.
     void clearTableSegment(unsigned tablePage);

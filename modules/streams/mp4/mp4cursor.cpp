@@ -116,10 +116,10 @@ bool Mp4Cursor::walk(const WalkLimits& limits, WalkTally& tally)
     return walked;
 }
 
-/// Walks a track that goes first, up to where another one does.
+/// Walks the track that goes first until another one goes first.
 void Mp4Cursor::walkOn(std::size_t track, const WalkLimits& limits, WalkTally& tally)
 {
-    // Mostly that is soon, so that a stretch is not worth its preparation.
+    // Mostly that is soon: a stretch is not worth preparing.
     constexpr int kSteps = 3;
     const Key rival = rivalOf(track);
     TrackCursor& cursor = m_tracks[track];

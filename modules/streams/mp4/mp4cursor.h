@@ -12,7 +12,7 @@ namespace krx::mp4 {
 
 class MP4File;
 
-/// A kept Mp4Cursor: the boundary between two segments.
+/// The saved state of an Mp4Cursor: the boundary between two segments.
 struct CursorState
 {
     long long index = 0;     ///< of the next message
@@ -34,7 +34,7 @@ public:
     Mp4Cursor& operator=(const Mp4Cursor&) = delete;
 
     CursorState save();
-    /// The same into a state that is kept, whose memory is used again.
+    /// The same into an existing state, whose memory is reused.
     void save(CursorState& state);
 
     /// Null at the end.
@@ -44,9 +44,8 @@ public:
     }
     /// Moves the active track on. At the end throws kTableReadError.
     void advance();
-    /// Passes samples of all tracks in their order and counts them as messages, for as long as the steps are
-    /// plain and the samples keep to the limits, as far as the tally goes. False when not even the next step
-    /// is of that kind.
+    /// Passes samples of all tracks in their order and counts them as messages, while the steps are plain,
+    /// the samples keep to the limits, and the tally allows it. False when it passed none.
     bool walk(const WalkLimits& limits, WalkTally& tally);
     /// Chooses the active track anew, after limits or tables changed.
     void findNextSample();

@@ -43,9 +43,9 @@ public:
     /// Returns length, or 0 when the file is closed or the position at or past its end. Throws kFileReadError
     /// when only a part is there, kBoxTooLarge for a length above 2 GiB.
     unsigned Read(void* dest, unsigned long long length);
-    /// The n bytes at position, which stay where they are until the next look or Close. n is at most
-    /// FileWindow::kLargest. The read position does not move. Throws TruncatedStreamError (kTruncatedFile)
-    /// when the file is closed or position not inside it, kFileReadError when only a part is there.
+    /// The n bytes at position, valid until the next look or Close. n is at most FileWindow::kLargest. The
+    /// read position does not move. Throws TruncatedStreamError (kTruncatedFile) when the file is closed or
+    /// position not inside it, kFileReadError when only a part is there.
     const unsigned char* look(long long position, unsigned n)
     {
         const unsigned char* bytes = m_window.at(position, n);

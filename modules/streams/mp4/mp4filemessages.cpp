@@ -113,7 +113,7 @@ void Mp4Data::setXMP()
     cacheFileMessage(body, body->length(), kSampleDataAMF0, MediaContexts::kXMPTrack);
 }
 
-/// The time coordination is the first sample of its name among those at time 0 of the first data track.
+/// The time coordination is the first sample with its name at time 0 of the first data track.
 void Mp4Data::setATC()
 {
     const std::vector<TrackInfo*> tracks = m_file.getTrackVec();

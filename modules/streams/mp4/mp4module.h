@@ -11,8 +11,8 @@ class IQVStreamContext;
 
 namespace krx::mp4 {
 
-/// The stream adaptor of MP4 files, for playback: what records answers false or does nothing. A handle is
-/// null (then every answer is 0 or false) or one that open gave and that was not closed yet.
+/// The stream adaptor of MP4 files, for playback: recording operations return false or do nothing. A handle
+/// is null (then every answer is 0 or false) or comes from open and is not closed yet.
 class Mp4Module : public IQVStreamAdaptor
 {
 public:

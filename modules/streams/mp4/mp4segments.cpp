@@ -24,7 +24,7 @@ void deliver(ISegmentHolder& holder, unsigned char type, void* data, unsigned le
         throw StreamParseError(krx::streams::kUnknownError);
 }
 
-/// Delivers what the aggregate holds and begins it anew; nothing while it is empty.
+/// Delivers and empties the aggregate; does nothing if it is empty.
 void deliverAggregate(ISegmentHolder& holder, AggMsg& aggregate)
 {
     const unsigned size = aggregate.size();
@@ -185,7 +185,7 @@ bool Mp4Data::isToSkipLoad(const Seekable& message)
     return message.getTrack()->isData && message.getTime() == 0 && isTimeCoordInfo(message);
 }
 
-/// Releases what the last load left of fragments, except where state goes on in them.
+/// Releases the fragments that the last load left, except those in which state continues.
 void Mp4Data::keepFragments(const CursorState& state)
 {
     const std::vector<TrackInfo*> tracks = m_file.getTrackVec();

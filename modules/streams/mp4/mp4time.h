@@ -8,11 +8,10 @@
 
 namespace krx::mp4 {
 
-/// The nearest integer, ties to even, as std::nearbyint gives it; inline, since every sample needs one.
+/// The nearest integer, ties to even, like std::nearbyint; inline, since every sample needs one.
 inline double roundToEven(double value)
 {
-    // Doubles from there on have no fraction: what is added to reach them is rounded away, and the rest is
-    // exact.
+    // Doubles from kWhole on have no fraction: the addition rounds it away, and the subtraction is exact.
     constexpr double kWhole = 4503599627370496.0;
     if (value >= 0)
         return value < kWhole ? (value + kWhole) - kWhole : value;
@@ -26,7 +25,7 @@ inline double toMillisExact(double time, unsigned timescale)
     return timescale == 0 ? 0 : roundToEven(1000.0 * time / timescale);
 }
 
-/// The same of a track's time; what 32 bits cannot hold becomes the largest value. Takes the timescale as a
+/// The same for a track's time; a value beyond 32 bits becomes the largest one. Takes the timescale as a
 /// double, so that a walk does not convert it for each sample.
 inline unsigned toMillis(unsigned long long time, double timescale)
 {
@@ -40,7 +39,8 @@ inline unsigned toMillis(unsigned long long time, double timescale)
     return millis < kMax ? static_cast<unsigned>(static_cast<long long>(roundToEven(millis))) : kMax;
 }
 
-/// The smallest time that is millis or later; the largest time there is when none is, as at a timescale of 0.
+/// The smallest time that is millis or later; the largest possible time when there is none, such as at a
+/// timescale of 0.
 inline unsigned long long firstTimeOf(unsigned long long millis, double timescale)
 {
     constexpr unsigned long long kNever = ~0ULL;
@@ -60,7 +60,7 @@ inline unsigned long long firstTimeOf(unsigned long long millis, double timescal
 /// Milliseconds from time to time + offset, each taken to the nearest integer; cut to 32 bits.
 inline int offsetMillis(unsigned long long time, int offset, unsigned timescale)
 {
-    // From there on both times are beyond what 32 bits hold; below, their sum is far from overflow.
+    // From here on both times exceed 32 bits; below, their sum cannot overflow.
     constexpr unsigned long long kFarTime = 1ULL << 62;
     if (offset == 0 || time >= kFarTime)
         return 0;

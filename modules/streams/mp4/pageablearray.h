@@ -17,8 +17,8 @@ namespace krx::mp4 {
 
 class Mp4FileIO;
 
-// Table records. Tables are kept as the file has them, in big-endian order, and an entry is made when it is
-// asked for: most are looked at once.
+// Table records. Tables are kept in the file's big-endian form, and an entry is decoded on demand: most are
+// read once.
 
 /// An 'stts' entry. A delta with the top bit set is invalid and counts as 0.
 struct TimeToSample
@@ -42,7 +42,7 @@ struct SampleToChunk
     unsigned descriptionIndex;  ///< 1-based
 };
 
-/// The entry in the bytes at p; size: bytes that it takes there, 4 or 8 for a 64-bit integer, else sizeof(T).
+/// The entry at p, which takes size bytes there: 4 or 8 for a 64-bit integer, else sizeof(T).
 template <typename T>
 T loadEntry(const unsigned char* p, [[maybe_unused]] unsigned size)
 {
@@ -69,8 +69,8 @@ struct ArrayPage
 };
 
 /// A table of a file that is loaded one page at a time. Instantiated for TimeToSample, CompositionOffset,
-/// SampleToChunk, unsigned, unsigned long long, long long and unsigned char. Every failure is a
-/// StreamParseError kTableReadError, but for what the reader throws.
+/// SampleToChunk, unsigned, unsigned long long, long long and unsigned char. Failures throw StreamParseError
+/// kTableReadError, or what the reader throws.
 template <typename T>
 class PageableArray
 {
@@ -84,8 +84,8 @@ public:
 
     /// Makes page n current and loads it; nothing when not initialised.
     void setCurPage(std::size_t n);
-    /// Cuts the table before each of the given entry indices (rising; equal ones make empty pages), one page
-    /// more than indices, and makes the page current that holds the start of the formerly current one. Each
+    /// Cuts the table before each of the given entry indices (rising; equal ones make empty pages), into one
+    /// page more than indices. The page that holds the start of the former current page becomes current. Each
     /// page also holds the first overlap entries after its end, as far as the table has them.
     void split(const std::vector<unsigned>& boundaries, unsigned overlap = 0);
     /// Releases the page's array; it is loaded again when next made current. Nothing when not initialised.
@@ -104,12 +104,12 @@ public:
             throwTableError();
         return loadEntry<T>(at(i), m_entrySize);
     }
-    /// The bytes of entry i, which the current page holds, and of those after it; null without a page.
+    /// The bytes of entry i, which must lie in the current page, and of those after it; null without a page.
     const unsigned char* at(unsigned i) const
     {
         return m_cur ? m_cur + static_cast<std::size_t>(i - m_curStart) * m_entrySize : nullptr;
     }
-    /// From entry i on the words at the offset in each entry.
+    /// The words at the offset in each entry, from entry i on.
     WordColumn words(unsigned i, unsigned offset = 0) const { return {at(i) + offset, m_entrySize}; }
     unsigned curStart() const { return m_curStart; }
     unsigned curEnd() const { return m_curEnd; }

@@ -13,8 +13,8 @@
 
 namespace krx::mp4 {
 
-/// The fonts of a text entry, held as they stand in the file: for each an identifier of 2 bytes (big-endian),
-/// a length of 1 byte, and the name.
+/// The fonts of a text entry, as in the file: each has an identifier of 2 bytes (big-endian), a length of 1
+/// byte, and the name.
 class FontTable
 {
 public:
@@ -98,8 +98,8 @@ struct SampleEntry
     std::size_t reportMemorySize() const;
 };
 
-/// The sample descriptions of a track, in file order. One that is the same as another shortly in front of it
-/// is held once.
+/// The sample descriptions of a track, in file order. One that equals another a few places before it is held
+/// once.
 class SampleDescriptions
 {
 public:

@@ -7,7 +7,7 @@
 
 namespace krx::mp4 {
 
-/// What a sample holds, and with it how its message begins.
+/// What a sample holds, which decides how its message begins.
 enum SampleType : unsigned char
 {
     kSampleUnsupported = 0,
@@ -65,10 +65,10 @@ const Codec* findCodec(unsigned code);
 /// The sample type of the codec; kSampleUnsupported when there is none.
 SampleType sampleTypeOf(unsigned code);
 
-/// Header bytes of a type that no step has: what it wraps is asked instead.
+/// Header bytes of an encrypted type, which no step has: the type of what was encrypted counts.
 constexpr unsigned kNoHeaderSize = ~0U;
 
-/// Room that an encrypted sample's message has for its filters, without the initialisation vector.
+/// Bytes for the filters in an encrypted sample's message, without the initialisation vector.
 constexpr unsigned kPreambleRoom = 24;
 
 /// How the messages of a sample type begin.

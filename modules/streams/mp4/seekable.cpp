@@ -29,8 +29,8 @@ constexpr int kHeaderSizeLine = 171;
 constexpr int kPendingLine = 1402;
 constexpr int kNoRoomLine = 1540;
 
-// The protection of a payload is described before it by filters: their number, and for each its name with a
-// zero byte, the length of its parameters (24 bits), and these.
+// Filters before a payload describe its protection: their number, and for each its name with a zero byte, the
+// length of its parameters (24 bits), and the parameters.
 constexpr char kEncryptionFilter[] = "Encryption";
 constexpr char kSelectiveFilter[] = "SE";
 constexpr unsigned char kEncryptedAccessUnit = 0x80;
@@ -319,7 +319,7 @@ unsigned Seekable::writePayload(Mp4FileIO& io, unsigned char* out, unsigned cons
     return size;
 }
 
-/// Replaces the sample of size bytes at the offset by its data message and returns that one's length.
+/// Replaces the sample of size bytes at the offset by its data message. Returns the message's length.
 unsigned Seekable::replaceByTextMessage(SRMemory& buffer, unsigned at, unsigned size)
 {
     AMFMessage text;

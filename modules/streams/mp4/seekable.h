@@ -38,8 +38,8 @@ public:
     /// Largest payload in bytes.
     static constexpr unsigned kMaxPayload = 0xDFF00000;
 
-    /// The cursor's present step as message index. False for a step of an unsupported type, from which no
-    /// message is made. Throws TruncatedStreamError for a payload that lies beyond the end of the file,
+    /// Makes the cursor's current step the message with that index. False for a step of an unsupported type,
+    /// which has no message. Throws TruncatedStreamError for a payload that lies beyond the end of the file,
     /// kInvalidSampleSize for one that is too large, and what the cursor throws.
     bool initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& io);
     /// The same for the active track and the cursor's index; false without an active track.
@@ -53,17 +53,17 @@ public:
     /// Writes the message into the own buffer.
     void readPayload(Mp4FileIO& io);
     /// Writes the message at offset of buffer, which has room for the estimated size, and returns its length.
-    /// Only the headers are written where the payload finds no room; timed text makes the buffer grow as
-    /// needed. Throws StreamParseError: a sample that is too short for its protection or not wholly there, or
-    /// BadSampleError.
+    /// If the payload does not fit, only the headers are written; timed text grows the buffer as needed.
+    /// Throws BadSampleError, and StreamParseError for a sample that is incomplete or too short for its
+    /// protection.
     unsigned readPayloadToBuffer(Mp4FileIO& io, SRMemory& buffer, unsigned offset);
 
     /// A copy of what readPayload wrote. False for samples.
     bool toContextMessage(ContextMessage& message) const;
 
-    /// 0, reported, for a type that does not exist.
+    /// Reports a type that does not exist and returns 0.
     static unsigned char getMessageType(unsigned sampleType);
-    /// Bytes of codec header; 0, reported, for a type that does not exist or that no step has.
+    /// Bytes of codec header. Reports a type that does not exist or that no step has, and returns 0.
     static unsigned getExtraHeaderAmt(unsigned sampleType);
     /// Sets type, header bytes and message type.
     void setSampleType(SampleType type);
@@ -138,11 +138,11 @@ public:
     /// Bytes that an aggregate has at most: it is a message itself.
     static constexpr unsigned kMaxSize = kMaxMessageLength;
 
-    /// Appends the message. False, and the aggregate unchanged, when it would come above kMaxSize: it is to
-    /// be delivered and cleared first, and a message that an empty one refuses is to be delivered alone.
-    /// Throws SROutOfMemory and what readPayloadToBuffer throws; the aggregate is unchanged then, too.
+    /// Appends the message. False when the aggregate would exceed kMaxSize: the caller delivers and clears it
+    /// first. A message that an empty aggregate refuses is to be delivered alone. Throws SROutOfMemory and
+    /// what readPayloadToBuffer throws. On every failure the aggregate is unchanged.
     bool appendSeekable(Mp4FileIO& io, Seekable& message);
-    /// Empty again. What data() and getTime() give stays until the next append.
+    /// Empties the aggregate. data() and getTime() stay valid until the next append.
     void clear() { m_position = 0; }
 
     unsigned size() const { return m_position; }

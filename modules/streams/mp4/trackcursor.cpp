@@ -146,7 +146,7 @@ bool TrackCursor::prepareChunk()
     return m_stretch.left != 0;
 }
 
-/// Finds out how many steps from here on are plain. False when not even the next one is.
+/// Prepares the plain steps from here on. False when the next step is not plain.
 bool TrackCursor::prepareStretch()
 {
     if (m_inMovieBox && m_stretch.ahead != 0 && prepareChunk())
@@ -266,8 +266,8 @@ unsigned TrackCursor::passSamples(unsigned steps, const WalkLimits& limits, Walk
     return passed;
 }
 
-/// How many of the next samples are no larger than maxSize and lie within room bytes, up to the one whose
-/// message exceeds the room in the tally; bytes becomes the sum of their sizes.
+/// Counts the next samples that are no larger than maxSize and fit into room bytes, up to the one whose
+/// message exceeds the room in the tally. bytes becomes the sum of their sizes.
 unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long long room,
                                  unsigned long long roomInTally, unsigned long long& bytes) const
 {
@@ -320,7 +320,7 @@ void TrackCursor::advance()
         return;
     }
     ++m_stepCount;
-    // Nobody goes on from here, and the tables that the step needs may be those of the next page.
+    // The walk ends here, and the step may need tables of the next page.
     if (atLimit())
         return;
     if (isHeader())
@@ -329,8 +329,8 @@ void TrackCursor::advance()
         advanceSlowly();
 }
 
-/// A step that may end a stretch. When it does, the ender comes first, and stands at the sample before
-/// it.
+/// A step after which the description may be closed. Then the ender comes first, and stands at the sample
+/// before it.
 void TrackCursor::advanceSlowly()
 {
     if (isEnder()) {
@@ -425,8 +425,8 @@ void TrackCursor::updateSampleEntry()
     m_description.typeValid = true;
 }
 
-/// Closes the stretch at the end of the track and where a gap of the edit list begins; the gap shifts what
-/// follows.
+/// Closes the description at the end of the track and where a gap of the edit list begins. The gap delays the
+/// samples after it.
 void TrackCursor::checkForGap()
 {
     if (atEndOfTrack()) {

@@ -14,7 +14,7 @@
 
 namespace krx::mp4 {
 
-/// What describes the samples at a position, and which of its own steps come before the next one.
+/// The description of the samples at a position, and which header or ender step comes before the next one.
 struct DescriptionState
 {
     unsigned descriptionIndex = 0;  ///< 1-based
@@ -38,8 +38,8 @@ struct DescriptionState
 };
 
 /// Where a track cursor stands: the states of its steppers. Plain and compact, so that the boundaries between
-/// segments can be kept. Times are in the track's timescale. Samples of the movie box are counted by
-/// sampleNumber, those after it are named by fragment, run and sample in the run.
+/// segments can be kept. Times are in the track's timescale. sampleNumber counts the samples of the movie
+/// box; later ones are named by fragment, run and sample in the run.
 struct TrackPosition
 {
     unsigned long long decodeTime = 0;  ///< with the delay
@@ -81,10 +81,10 @@ struct TrackPosition
     friend bool operator==(const TrackPosition&, const TrackPosition&) = default;
 };
 
-/// What samples must keep to, so that they can be passed without a message of each.
+/// What samples must keep to in order to be passed without making messages.
 struct WalkLimits
 {
-    unsigned long long fileSize = 0;  ///< samples lie in front of it
+    unsigned long long fileSize = 0;  ///< samples end before or at it
     unsigned maxSampleSize = 0;
 };
 
@@ -97,15 +97,15 @@ struct WalkTally
 };
 
 /// Walks the samples of one track in decode order: those of the movie box's tables, then those of the
-/// fragments. In front of the samples of a description stands a header step where the codec needs one, and
-/// after them an ender step. A track that is not valid has no steps.
+/// fragments. Where the codec needs them, a header step comes before the samples of a description and an
+/// ender step after them. A track that is not valid has no steps.
 ///
-/// What contradicts itself throws StreamParseError kTableReadError; the cursor is of no use afterwards. The
-/// file must be open where samples lie in fragments, whose runs are loaded while the cursor stands in them.
+/// Contradictions throw StreamParseError kTableReadError; the cursor is of no use afterwards. For samples in
+/// fragments the file must be open: runs are loaded while the cursor stands in them.
 ///
-/// Most steps are plain: one sample after the other, of which the tables say at once how many there are. They
-/// are prepared as a stretch, and while it lasts only offset and time move; the steppers follow when the
-/// stretch ends or when somebody asks for what they know.
+/// Most steps are plain: samples in a row, whose number the tables give at once. They are prepared as a
+/// stretch. During a stretch only offset and time move; the steppers follow at its end, or when their state
+/// is needed.
 class TrackCursor
 {
 public:
@@ -130,10 +130,10 @@ public:
 
     /// To the next step.
     void advance();
-    /// Passes one sample, where the step is plain and the sample keeps to the limits. False when it is not:
-    /// then it is left to advance(), with all that it finds.
+    /// Passes one sample if the step is plain and the sample keeps to the limits. Else returns false: the
+    /// step, with its faults, is left to advance().
     bool walkStep(const WalkLimits& limits, WalkTally& tally);
-    /// The same for all samples up to the first one of endMillis or a later time. Returns how many it passed.
+    /// The same for all samples up to the first one at endMillis or later. Returns how many it passed.
     unsigned walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis);
     /// Samples that walkStep and walkStretch have passed.
     unsigned walkedSamples() const { return m_walkedSamples; }
@@ -166,9 +166,9 @@ public:
             return false;
         return m_inMovieBox ? m_chunks.atEnd() : m_runs.atEnd();
     }
-    /// The segment ends where end stands, a later position in the same track. The step that ends it is
-    /// counted but not looked at, as only the next segment has what that may read: at the limit the position
-    /// means no more than the count.
+    /// The segment ends at end, a later position in the same track. The last step is counted but not made,
+    /// since what it may read belongs to the next segment. At the limit only the count of the position has a
+    /// meaning.
     void setLimit(const TrackPosition& end);
 
     /// Bytes of the table entries that the cursor has passed.

@@ -20,7 +20,7 @@ class FragmentLoader;
 class TrackFragmentRun
 {
 public:
-    /// What a run may have of each sample, in the order of the file.
+    /// The fields that a run may have per sample, in file order.
     enum Field : unsigned
     {
         kDuration = 1,
@@ -68,8 +68,8 @@ struct TrackFragmentHeader
     unsigned defaultFlags = 0;
 };
 
-/// One 'traf'. A file may have hundreds of thousands: what is kept is the place, header and runs are read
-/// from the file on demand.
+/// One 'traf'. A file may have hundreds of thousands: only its place is kept; header and runs are read from
+/// the file on demand.
 class TrackFragment
 {
 public:
@@ -79,7 +79,7 @@ public:
         : m_loader(loader), m_payload(payload), m_end(box.end), m_moofStart(moofStart)
     {
     }
-    /// What is loaded is copied, too.
+    /// Copies what is loaded, too.
     TrackFragment(const TrackFragment& other);
     TrackFragment(TrackFragment&&) noexcept = default;
     TrackFragment& operator=(TrackFragment other) noexcept;
@@ -96,7 +96,7 @@ public:
     void releaseCharge() { content().charge = MemoryCharge(); }
     /// Charges what is loaded, until it is released.
     void charge(MemoryBudget& budget, unsigned long long bytes) { content().charge.add(budget, bytes); }
-    /// These load first. An i that is not below getRunCount() throws kTableReadError.
+    /// These load the fragment first. An i that is not below getRunCount() throws kTableReadError.
     const TrackFragmentHeader& header();
     const TrackFragmentRun& getRun(std::size_t i);
     std::size_t getRunCount();

@@ -9,16 +9,15 @@
 
 namespace krx::mp4 {
 
-/// What a walk over samples may cost, in steps. A table can claim samples without end in a few bytes, by
-/// constant sizes, shared chunks and runs: a walk is given up after so many steps. Sizes do not count, since
-/// samples may share their bytes, as those of a still picture or of silence do.
+/// What a walk over samples may cost, in steps. With constant sizes, shared chunks and runs a few bytes of a
+/// table can claim any number of samples, so the steps of a walk are limited. Sizes do not count: samples may
+/// share their bytes, such as those of a still picture or of silence.
 class WalkBudget
 {
 public:
-    /// Ten hours of sound are 2 million samples. A plain step takes at most 37 ns, so that these are done in
-    /// 0.3 s.
+    /// Ten hours of sound are 2 million samples. A plain step takes at most 37 ns, so this many take 0.3 s.
     static constexpr unsigned long long kFloor = 8'000'000;
-    /// Where each sample has a size of its own, it has 4 bytes in the tables.
+    /// A sample with a size of its own takes 4 bytes in the tables.
     static constexpr unsigned long long kPerFileByte = 8;
 
     /// Samples that are looked at one by one, wherever they stand: those that make no message (images, and

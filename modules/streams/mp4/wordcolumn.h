@@ -9,8 +9,7 @@
 
 namespace krx::mp4 {
 
-/// 32-bit numbers that stand in big-endian order at equal distances, as in the entries of a table. The bytes
-/// are not owned.
+/// Big-endian 32-bit numbers at equal distances, as in the entries of a table. The bytes are not owned.
 class WordColumn
 {
 public:

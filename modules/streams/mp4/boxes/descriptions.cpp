@@ -134,8 +134,8 @@ void readVideoEntry(const EntryReading& reading)
     in.inside(avcC, 0, [&] { readAvcConfiguration(reading, avcC); });
 }
 
-/// A number of 7 bits a byte; the last byte has its high bit clear. A number that does not end before end is
-/// part of a descriptor that leaves its entry.
+/// A number of 7 bits per byte; the last byte has its high bit clear. A number that does not end before end
+/// belongs to a descriptor that leaves its entry.
 unsigned readDescriptorLength(BoxReader& in, krx::util::FilePos end)
 {
     unsigned value = 0;
@@ -223,7 +223,7 @@ void readAudioEntry(const EntryReading& reading)
     in.inside(esds, 0, [&] { readStreamDescriptor(reading); });
 }
 
-/// The fonts of a text entry; a missing table has none, one that ends early those before.
+/// The fonts of a text entry: none if the table is missing, the complete ones if it ends early.
 FontTable readFontTable(BoxReader& in, const BoxHeader& box)
 {
     if (in.bytesLeft(box.end) < kBoxHeaderSize)
@@ -232,7 +232,7 @@ FontTable readFontTable(BoxReader& in, const BoxHeader& box)
     if (table.type != fourCC("ftab") || in.bytesLeft(table.end) < 2)
         return {};
     const unsigned announced = in.readU16();
-    // What comes after the announced fonts may be as long as it likes.
+    // Any number of bytes may follow the announced fonts.
     std::vector<unsigned char> records(
         std::min<unsigned long long>(in.bytesLeft(table.end), announced * FontTable::kLongest));
     in.read(records.data(), records.size());
@@ -264,7 +264,7 @@ void readTextEntry(const EntryReading& reading)
     reading.entry.style = std::move(style);
 }
 
-/// Reads the entry from after its header on. The position may be anywhere then.
+/// Reads the entry after its header. The position may be anywhere afterwards.
 SampleEntry readEntry(BoxWalk& walk, const BoxHeader& box)
 {
     BoxReader& in = walk.reader();

@@ -31,7 +31,7 @@ TrackInfo* readTrackExtends(BoxReader& in, const BoxHeader&, Movie& movie)
     track->defaultSampleDuration = in.readU32();
     track->defaultSampleSize = in.readU32();
     track->defaultSampleFlags = in.readU32();
-    // Fragments before it that are kept have other defaults.
+    // Fragments kept from before this box were read with other defaults.
     for (TrackFragment& fragment : track->fragments)
         fragment.unload();
     return nullptr;

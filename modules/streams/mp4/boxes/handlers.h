@@ -7,9 +7,9 @@
 
 #include <optional>
 
-// The handlers of the boxes, for the table of boxes; BoxRule has what they start from. Each reads one box,
-// and sees the reader and the facts that it is given. They throw what the reader throws, and the finding that
-// the box is.
+// The handlers of the boxes, for the table of boxes; BoxRule says where they start. Each reads one box and
+// sees only the reader and the facts passed to it. They throw what the reader throws, and findings about the
+// box.
 
 namespace krx::mp4 {
 

@@ -41,7 +41,7 @@ void addTag(BoxReader& in, Movie& movie, const TagEntry& tag)
     movie.tags.push_back(tag);
 }
 
-/// Reads one box of an item and stands after it then.
+/// Reads one box of an item and moves after it.
 void readItemData(BoxReader& in, const BoxHeader& item, Movie& movie)
 {
     const BoxHeader data = in.readHeader(item);
@@ -76,7 +76,7 @@ void readItemData(BoxReader& in, const BoxHeader& item, Movie& movie)
     in.skipTo(data.end);
 }
 
-/// Room for n bytes and a zero after them, in the place of an earlier text.
+/// Returns room for n bytes and a zero after them; it replaces an earlier text.
 void* provideXmp(BoxReader& in, Movie& movie, unsigned n)
 {
     if (!movie.xmp)

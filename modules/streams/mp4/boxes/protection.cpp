@@ -22,7 +22,7 @@ using krx::streams::StreamParseError;
 constexpr unsigned kZolProtection = 1;
 constexpr unsigned kWdxsProtection = 2;
 
-/// A text of the box, which ends with a zero, which is consumed, or after as many bytes as the box has.
+/// A text of the box. It ends with a zero, which is consumed, or with the box.
 SRMBString readText(BoxReader& in, const BoxHeader& box)
 {
     // What a string of the library can hold.

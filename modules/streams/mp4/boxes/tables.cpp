@@ -57,7 +57,7 @@ unsigned largestOf(const WordColumn& numbers, unsigned count)
     throw StreamParseError(krx::streams::kUnsupportedEditList);
 }
 
-/// Supported are gaps and media by turns, media last, and no media time before the one of an earlier entry.
+/// Supports only lists where gaps and media alternate, media comes last, and no media time decreases.
 void readEditListEntries(BoxReader& in, EditList& list, MemoryCharge& charge)
 {
     const unsigned version = in.readU8();
@@ -137,7 +137,7 @@ void readSampleSize(BoxReader& in, const BoxHeader& box, TrackInfo& track)
         loadTable(in, track.sampleSizes, track.sampleCount, 4);
         if (track.sampleCount == 0)
             return;
-        // No size is above the bits of all together, which mostly show that none is too large.
+        // No size exceeds the union of their bits, which mostly shows that none is too large.
         largest = unionOf<4>(track.sampleSizes.at(0), track.sampleCount);
         if (largest >= limit)
             largest = largestOf(track.sampleSizes.words(0), track.sampleCount);

@@ -19,14 +19,14 @@ void ChunkStepper::begin()
     m_state.samplesPerChunk = (*m_runs)[0].samplesPerChunk;
 }
 
-/// Whether the table has an entry at the index, and it is the one of the chunk. Both must be at hand.
+/// Whether entry run exists and starts at the chunk. If it exists, the current page must hold it.
 bool ChunkStepper::startsAt(unsigned run, unsigned chunk) const
 {
     return run < m_runs->size() && (*m_runs)[run].firstChunk == chunk + 1;
 }
 
-/// Finds the entry of a chunk that was just entered: of several for the same chunk the last one counts. True
-/// when it is another one than before.
+/// Finds the entry of a chunk that was just entered; the last of several for the same chunk counts. True when
+/// the entry has changed.
 bool ChunkStepper::findRun()
 {
     const unsigned before = m_state.sampleToChunkIndex;
@@ -59,7 +59,7 @@ bool ChunkStepper::isNextChunkPlain() const
     if (m_offsets->entriesFrom(chunk) == 0)
         return false;
     const unsigned run = m_state.sampleToChunkIndex + 1;
-    // This entry and the one after it are looked at, as far as there are so many.
+    // Entry run and the one after it are read, as far as they exist.
     const unsigned held = m_runs->entriesFrom(run);
     if (run < m_runs->size() && held < 2 && held < m_runs->size() - run)
         return false;

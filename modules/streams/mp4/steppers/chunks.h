@@ -45,7 +45,7 @@ public:
     /// 1-based, as it stands in the table.
     unsigned descriptionIndex() const { return (*m_runs)[m_state.sampleToChunkIndex].descriptionIndex; }
 
-    /// What a step came to.
+    /// Where a step led.
     enum Step
     {
         kSameChunk,
@@ -54,9 +54,9 @@ public:
         kEnd,
     };
     Step step();
-    /// The last of them may be the one to the next chunk, but none changes the description.
+    /// The last of these steps may lead to the next chunk; none changes the description.
     unsigned stretch() const;
-    /// True when it came to the next chunk.
+    /// True when this led to the next chunk.
     bool skip(unsigned steps);
 
 private:

@@ -34,16 +34,16 @@ public:
     const State& state() const { return m_state; }
     void restore(const State& state);
 
-    /// To the first media entry. Returns the delay that a gap in front of it makes. This and pass() throw
+    /// Moves to the first media entry. Returns the delay by a gap before it. This and pass() throw
     /// kTableReadError where the next two entries are not media and a gap.
     unsigned long long begin();
     /// Media time at which the next gap begins.
     unsigned long long gapStart() const { return m_gapStart; }
     bool hasFurtherGap() const;
-    /// Past the gap that the media time has reached. Returns its delay less what the time is beyond its
+    /// Passes the gap that the media time has reached. Returns its duration less the time already beyond its
     /// start.
     unsigned long long pass(unsigned long long mediaTime);
-    /// How many steps of delta stay in front of the gap.
+    /// How many steps of delta stay before the gap.
     unsigned stretch(unsigned long long mediaTime, unsigned delta) const;
 
 private:

@@ -14,16 +14,14 @@
 //   stretch()     how many steps from here on cannot fail, as far as a look at the tables' pages shows
 //   skip(n)       n steps at once, at most as many as stretch() said
 //
-// The table outlives the stepper and stands still: entries may come and go with their pages, but do not
-// change.
+// The table outlives the stepper. Its entries may come and go with their pages, but do not change.
 
 namespace krx::mp4 {
 
 /// As many steps as there may be.
 constexpr unsigned kAnySteps = ~0U;
 
-/// Steps through a table whose entries hold for so many samples each. An entry that counts no sample serves
-/// one.
+/// Steps through a table whose entries each serve a number of samples. An entry with the count 0 serves one.
 template <typename Entry>
 class RunLengthStepper
 {
@@ -49,7 +47,7 @@ public:
 
     /// Of the current sample. Throws kTableReadError when it is not at hand.
     Entry entry() const { return (*m_table)[m_state.index]; }
-    /// The samples that have the current entry, from the current one on; 0 when the entry is not at hand.
+    /// How many samples from the current one on have its entry; 0 when the entry is not at hand.
     unsigned entryStretch() const { return isAtHand() ? left(entry().count) : 0; }
 
     void step()
@@ -89,7 +87,7 @@ public:
 
 private:
     bool isAtHand() const { return m_table->entriesFrom(m_state.index) != 0; }
-    /// Whether that is so of the next kBatch entries: many tables have an entry for each sample.
+    /// Whether each of the next kBatch entries serves one sample: many tables have an entry per sample.
     static bool eachServesOne(const unsigned char* at)
     {
         unsigned counts = 0;

@@ -11,7 +11,7 @@
 namespace krx::mp4 {
 
 /// Steps through the samples of a track's fragments, run by run. Fragments are loaded when they are entered
-/// and released when they are left, so that the file must be open. Throws what loading throws.
+/// and released when they are left: the file must be open. Throws what loading throws.
 class FragmentStepper
 {
 public:
@@ -37,9 +37,9 @@ public:
     void restore(const State& state) { m_state = state; }
 
     bool atEnd() const { return m_state.fragmentIndex >= m_fragments->size(); }
-    /// Past all fragments, without a look at them.
+    /// Moves past all fragments without loading them.
     void leaveAll() { m_state.fragmentIndex = static_cast<unsigned>(m_fragments->size()); }
-    /// What findSample came to.
+    /// Where findSample arrived.
     enum Arrival
     {
         kSameRun,
@@ -47,7 +47,7 @@ public:
         kNextFragment,
         kEnd,
     };
-    /// Past empty runs and finished fragments, to the sample that comes next.
+    /// Moves past empty runs and finished fragments to the next sample.
     Arrival findSample();
     /// To the next sample of the run or to its end, where findSample goes on.
     void step() { ++m_state.sampleInRun; }

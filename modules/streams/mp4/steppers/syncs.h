@@ -29,7 +29,7 @@ public:
     const State& state() const { return m_state; }
     void restore(const State& state) { m_state = state; }
 
-    /// Whether the sample (0-based), which is the current one, is in the table.
+    /// Whether the current sample, whose number (0-based) is given, is in the table.
     bool isSync(unsigned sample) const
     {
         return m_state.index < m_table->size() && sampleOf(m_state.index) == sample;
@@ -47,7 +47,7 @@ public:
             return kAnySteps;
         if (m_table->entriesFrom(m_state.index) == 0)
             return 0;
-        // The entry after the page's last one is asked for when the last one was met.
+        // Once the page's last entry is met, the entry after it is needed.
         const unsigned last = sampleOf(end - 1);
         return end == m_table->size() || last < sample || last - sample == kAnySteps ? kAnySteps
                                                                                      : last - sample + 1;

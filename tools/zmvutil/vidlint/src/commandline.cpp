@@ -81,8 +81,7 @@ void writeHelp(std::ostream& out, const po::options_description& options)
         << options << '\n';
 }
 
-/// Whether nothing that follows the argument can belong to it: a name, a value, a switch, or an option with
-/// its value.
+/// Whether the argument is complete by itself: a name, a value, a switch, or an option with its value.
 bool isComplete(const std::string& argument, const po::options_description& options)
 {
     const auto takesValue = [](const po::option_description& option) {
@@ -98,7 +97,7 @@ bool isComplete(const std::string& argument, const po::options_description& opti
     }
     if (argument.rfind('-', 0) != 0)
         return true;
-    // Letters are switches up to one that takes the rest of the argument for its value, or the next argument.
+    // Letters are switches, up to one that takes the rest of the argument, or the next one, as its value.
     for (std::size_t i = 1; i < argument.size(); ++i) {
         const auto* const option = options.find_nothrow(std::string("-") + argument[i], false);
         if (!option || takesValue(*option))
@@ -196,7 +195,7 @@ char unusedByte(const std::vector<std::string>& texts)
 }
 
 /// The message of an error in the arguments. The options library replaces names like "%option%" until none is
-/// left, which never ends where an argument holds one: it gets no percent signs.
+/// left. With one in an argument this never ends, so the library gets no percent signs.
 std::string optionError(const std::exception& error, std::vector<std::string> arguments)
 {
     const auto holdsPercent = [](const std::string& argument) {
@@ -216,7 +215,7 @@ std::string optionError(const std::exception& error, std::vector<std::string> ar
         std::replace(message.begin(), message.end(), mask, '%');
         return message;
     }
-    return error.what();  // no error of the options, which would have come again
+    return error.what();  // not an error of the options: that would have come again
 }
 
 }  // namespace
@@ -227,7 +226,7 @@ bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
         const std::vector<std::string> arguments(argv + (argc > 0 ? 1 : 0), argv + argc);
         std::ostringstream out;
         out.imbue(std::locale::classic());
-        out.exceptions(std::ios_base::badbit);  // no memory: or the text would be lost without a word
+        out.exceptions(std::ios_base::badbit);  // without memory the text would be lost silently
         bool run = false;
         try {
             run = processOptions(arguments, job, out);

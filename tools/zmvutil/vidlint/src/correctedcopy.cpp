@@ -52,7 +52,7 @@ CorrectedCopy::CorrectedCopy(const SRString& path, const ZmvReader& input)
     require(m_file.get() >= 0 && ::fstat64(m_file.get(), &st) == 0);
     require(S_ISREG(st.st_mode) && !input.isSameFile(st));
     require(lockForWriting(m_file.get()));
-    // Closing m_file has to report whether all was written, and does not end the lock then.
+    // m_file is closed to learn whether all was written; m_lock keeps the lock.
     (void)m_lock.reset(::fcntl(m_file.get(), F_DUPFD_CLOEXEC, 0));
     require(m_lock.get() >= 0);
     require(SRFileUtil::chsize(m_file.get(), 0) == 0);

@@ -13,8 +13,8 @@
 class ZmvReader;
 
 /// The corrected copy of an input, written from front to back and buffered. The signature is zeros until the
-/// end: nothing takes a part for a whole copy, however the writing ends. The file is locked before its old
-/// content goes and until the object ends: no other process writes to it meanwhile. Throws StreamParseError
+/// end, so an incomplete copy never passes for a whole one. The file is locked from before its old content is
+/// removed until the object ends, so no other process writes to it. Throws StreamParseError
 /// kCannotCreateFile.
 class CorrectedCopy
 {
@@ -28,7 +28,7 @@ public:
     CorrectedCopy& operator=(const CorrectedCopy&) = delete;
 
     void write(const unsigned char* bytes, std::size_t n);
-    /// Writes what is still buffered and the signature, and closes the file but for its lock; only then is
+    /// Writes the rest of the buffer and the signature, and closes the file but keeps its lock. Only then is
     /// the copy whole.
     void finish();
 

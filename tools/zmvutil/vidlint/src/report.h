@@ -14,15 +14,14 @@
 
 class SRDataArray;
 
-/// The only way of report text to standard output: the forms of the lines, and a buffer in front of the
-/// descriptor. Whether a line's level is to be shown is the caller's decision, taken before any text is
-/// built.
+/// The only way of report text to standard output: it forms the lines and buffers them. The caller decides
+/// whether a line's level is shown, before any text is built.
 ///
 /// A failure to write is no finding: from then on the text is lost and everything else goes on.
 class ReportWriter
 {
 public:
-    /// Receives text whenever the buffer is given up; false makes the writer silent.
+    /// Receives text whenever the buffer is flushed; false makes the writer silent.
     using Sink = std::function<bool(std::string_view text)>;
 
     explicit ReportWriter(Sink sink);
@@ -31,7 +30,7 @@ public:
 
     /// The process's writer, at first on standard output.
     static ReportWriter& instance();
-    /// Flushes, then sends all further text to the sink, even after silence(). Returns the sink before.
+    /// Flushes, then sends all further text to the sink, even after silence(). Returns the former sink.
     Sink setSink(Sink sink);
 
     /// Text as it stands.

@@ -28,6 +28,6 @@ struct VideoValidationJob
     std::shared_ptr<VideoFile> getVideoFile(const SRString& path);
 };
 
-/// Runs the steps of the input at the path. Whatever leaves them ends the input and nothing else: false, and
-/// a finding or an exception of the foundation has its line in the report. Throws nothing.
+/// Runs the steps of the input at the path. An exception from them ends this input only: returns false, after
+/// a finding or an exception of the foundation got its line in the report. Throws nothing.
 bool runInput(const SRString& path, const std::function<void()>& steps);

@@ -24,8 +24,8 @@ public:
 };
 
 /// One input of a job: its path, its parameters, its part of the report, and its answers to the stream
-/// modules. The base class itself stands for a directory with a recorded stream. Faults leave the constructor
-/// and every step as a thrown StreamParseError.
+/// modules. The base class itself stands for a directory with a recorded stream. The constructor and every
+/// step throw faults as StreamParseError.
 class VideoFile : public IQVStreamContext, public ISegmentHolder
 {
 public:

@@ -18,11 +18,11 @@ using krx::util::RecordState;
 
 namespace {
 
-/// A message that is no audio is a stall when it comes later after the last audio than this many spacings.
+/// A message that is not audio is a stall when it comes more than this many spacings after the last audio.
 constexpr unsigned kStallFactor = 4;
 
-/// The values of a message that is rewritten have at most this many bytes, and this many for each byte that
-/// it had: references can mean far more.
+/// The values of a rewritten message take at most this many bytes, plus this many per byte that it had:
+/// references can mean far more.
 constexpr unsigned kLeastReplacement = 1024;
 constexpr unsigned long long kReplacementFactor = 32;
 

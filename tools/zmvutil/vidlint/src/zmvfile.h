@@ -66,7 +66,7 @@ private:
     bool isStall(const krx::util::RecordHeader& header) const;
     void trackAudio(const krx::util::RecordHeader& header);
     void validateDataMessage(const SRMessageHeader& header, const unsigned char* payload);
-    /// Checks the message's values. True when others are to replace them, which are written then.
+    /// Checks the message's values. True when they are to be replaced; replacement then holds the new ones.
     bool validateValues(const SRMessagePtr& message, SRCSerializer& replacement);
 
     // Metadata. A body has the values only, without the first byte of type 15.
@@ -82,19 +82,18 @@ private:
     void correct(SRDataArray& list, krx::streams::ParseStatus status, int index) const;
     /// Reports that there is no metadata, and writes the default.
     void putDefaultMetaData(SRCSerializer& body);
-    /// Whether a reader takes the body, in the memory that the replaced message may take, and finds no fault
-    /// in it.
+    /// Whether a reader accepts the body without a fault, in the memory that the replaced message may take.
     bool isSound(const SRCSerializer& body, unsigned replacedLength) const;
     void correctFlag(unsigned flag, bool seen, krx::streams::ParseStatus notSet,
                      krx::streams::ParseStatus setWithoutMessages);
 
     // Requests for repairs.
-    /// Requests the silence that waits, unless audio of an earlier time follows.
+    /// Requests the pending silence, unless the audio that follows is earlier.
     void settleSilence(std::optional<unsigned> nextAudioTime);
     void fixAddSilenceMessage(krx::util::FilePos position, unsigned timestamp);
     void fixMetaData(const SRCSerializer& body, const SRMessageHeader& header);
     void addMetaData(const SRCSerializer& body, krx::util::FilePos position);
-    /// header: its length does not count yet.
+    /// The length in header is ignored: body gives it.
     void addMessageFix(krx::util::FilePos position, krx::util::FilePos replaceLength, SRMessageHeader header,
                        const SRCSerializer& body);
 

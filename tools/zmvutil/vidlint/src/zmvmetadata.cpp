@@ -134,8 +134,7 @@ void ZmvFile::putDefaultMetaData(SRCSerializer& body)
 bool ZmvFile::isSound(const SRCSerializer& body, unsigned replacedLength) const
 {
     SRCSerializer reader(body.getBuffer(), static_cast<int>(body.getPosition()), true);
-    // Together with the body, and the holes that the values of the message left, no more than these could
-    // take.
+    // Body, new values, and the holes that the message's values left take no more than those values could.
     const std::uint64_t memory = SRCSerializer::memoryLimitFor(replacedLength) / 4 * 3;
     reader.setMemoryLimit(memory - std::min<std::uint64_t>(memory, body.getPosition()));
     SRData name;

@@ -29,7 +29,7 @@ public:
     /// Whether st is the status of the very file that is read.
     bool isSameFile(const struct stat64& st) const;
 
-    /// False, and nothing changes, for a negative offset. An offset beyond the end is taken; reading there
+    /// False, and nothing changes, for a negative offset. An offset beyond the end is accepted; reading there
     /// fails.
     bool seek(krx::util::FilePos offset);
     /// The next n bytes, in one piece.
@@ -45,7 +45,7 @@ public:
     std::span<const unsigned char> ahead() const { return {m_window + m_cursor, m_filled - m_cursor}; }
     /// At least one and at most max of the next bytes, as many as come at once.
     std::span<const unsigned char> takeSome(krx::util::FilePos max);
-    /// Reads n bytes to nowhere.
+    /// Reads n bytes and drops them.
     void pass(std::size_t n)
     {
         if (n <= m_filled - m_cursor)
