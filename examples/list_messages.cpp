@@ -23,7 +23,6 @@
 
 namespace {
 
-
 /// What is listed.
 enum class Listing
 {
