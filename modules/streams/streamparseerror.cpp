@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <iterator>
+#include <string>
+#include <string_view>
 
 namespace krx::streams {
 namespace {
@@ -108,6 +110,18 @@ StreamParseError::StreamParseError(ParseStatus status)
 StreamParseError::StreamParseError(ParseStatus status, const SRString& message)
     : SRException(message), m_status(status)
 {
+}
+
+Finding makeFinding(const StreamParseError& error, FindingLevel level)
+{
+    const SRMBString message = error.getMessage().toMultiByte();
+    std::string_view text = message.view();
+    // Texts begin with the number and a tab. Those of failures of writing have neither.
+    const std::size_t tab = text.find('\t');
+    const bool isNumbered = tab != std::string_view::npos && error.getStatus() < kIndexWriteFailed;
+    if (isNumbered)
+        text.remove_prefix(tab + 1);
+    return {isNumbered ? -error.getStatus() : 0, level, std::string(text), error.place(), 0};
 }
 
 }  // namespace krx::streams

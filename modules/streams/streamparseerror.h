@@ -3,9 +3,9 @@
 
 #pragma once
 
+#include "modules/streams/finding.h"
 #include "util/SRException.h"
 
-#include <string>
 #include <utility>
 
 namespace krx::streams {
@@ -103,20 +103,6 @@ const wchar_t* catalogueText(ParseStatus status);
 const CatalogueEntry* catalogueBegin();
 const CatalogueEntry* catalogueEnd();
 
-/// Where in a file a finding was made. What is not known keeps its default.
-struct Place
-{
-    long long offset = -1;  ///< in the file, of the box or of the faulty bytes in it
-    /// The boxes around it, from the outermost to the innermost whose header is sound, as in
-    /// "moov/trak[2]/mdia/minf/stbl/stsd" (UTF-8). Empty at the top of the file.
-    ///
-    /// A type that a parent may hold several times ('trak', 'moof', 'traf', 'trex') has its number among that
-    /// type in the parent, from 1 on. An entry of 'stsd' has the number by which samples name it. Other types
-    /// have none.
-    std::string path;
-    unsigned track = 0;  ///< ID of the track that was being read; 0 for none
-};
-
 /// A numbered finding: the full text (number and tab included), the status, and where it was made.
 class StreamParseError : public SRException
 {
@@ -128,6 +114,7 @@ public:
 
     ParseStatus getStatus() const { return m_status; }
     const Place& place() const { return m_place; }
+    Place& place() { return m_place; }
     bool hasPlace() const { return m_place.offset >= 0; }
     void setPlace(Place place) { m_place = std::move(place); }
 
@@ -142,5 +129,8 @@ StreamParseError makeParseError(ParseStatus status, const Args&... args)
 {
     return StreamParseError(status, SRString::format(catalogueText(status), args...));
 }
+
+/// The same as data.
+Finding makeFinding(const StreamParseError& error, FindingLevel level);
 
 }  // namespace krx::streams

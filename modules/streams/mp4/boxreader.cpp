@@ -134,7 +134,9 @@ void BoxReader::checkNesting() const
 
 Place BoxReader::placeAt(FilePos offset) const
 {
-    Place place{offset, {}, m_trackId};
+    Place place;
+    place.offset = offset;
+    place.track = m_trackId;
     for (const Open& box : m_open) {
         if (!place.path.empty())
             place.path += '/';
