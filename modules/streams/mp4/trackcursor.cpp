@@ -26,15 +26,7 @@ void TrackCursor::throwTableError()
     throw krx::streams::StreamParseError(krx::streams::kTableReadError);
 }
 
-TrackCursor::TrackCursor(TrackInfo& track)
-    : m_timescale(track.timescale),
-      m_track(&track),
-      m_chunks(track),
-      m_times(track.timeToSample),
-      m_compositions(track.compositionOffsets),
-      m_syncs(track.syncSamples),
-      m_runs(track.fragments),
-      m_edits(track.editList.get())
+TrackCursor::TrackCursor(TrackInfo& track) : m_track(&track)
 {
     if (!track.isValid()) {
         m_inMovieBox = false;
@@ -52,15 +44,7 @@ TrackCursor::TrackCursor(TrackInfo& track)
     updateMillis();
 }
 
-TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position)
-    : m_timescale(track.timescale),
-      m_track(&track),
-      m_chunks(track),
-      m_times(track.timeToSample),
-      m_compositions(track.compositionOffsets),
-      m_syncs(track.syncSamples),
-      m_runs(track.fragments),
-      m_edits(track.editList.get())
+TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position) : m_track(&track)
 {
     restore(position);
     updateMillis();
@@ -176,6 +160,8 @@ unsigned TrackCursor::prepareTables()
     m_stretch.sizes = WordColumn();
     if (m_stretch.size == 0) {
         steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_sampleNumber));
+        if (steps == 0)
+            return 0;
         m_stretch.sizes = m_track->sampleSizes.words(m_sampleNumber);
     }
     if (m_track->sampleFlags.isInit())
