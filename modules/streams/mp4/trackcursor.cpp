@@ -19,6 +19,9 @@ constexpr unsigned long long kFarTime = 1ULL << 62;
 /// Samples that are passed together.
 constexpr unsigned kBatch = 4;
 
+/// Samples whose times are looked at before their sizes. A run may have millions of samples and segments.
+constexpr unsigned long long kMostAhead = 4096;
+
 }  // namespace
 
 void TrackCursor::throwTableError()
@@ -196,7 +199,7 @@ unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, un
     unsigned walked = 0;
     while (m_decodeTime < endTime && tally.bytes <= tally.maxBytes &&
            (m_stretch.left != 0 || prepareStretch())) {
-        const unsigned steps = plainSteps(endTime, tally.stepsLeft);
+        const unsigned steps = plainSteps(endTime, std::min(tally.stepsLeft, kMostAhead));
         const unsigned passed = passSamples(steps, limits, tally);
         walked += passed;
         if (passed != steps || steps == 0)
