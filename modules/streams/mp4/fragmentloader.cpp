@@ -43,6 +43,9 @@ constexpr unsigned kFieldSize = 4;
 constexpr unsigned long long kMostKept = 64U << 20;
 constexpr unsigned kKeptShare = 4;
 
+/// Bytes that one read of records takes at most; the reader has a limit.
+constexpr unsigned long long kPortion = 1U << 30;
+
 /// Silences warnings while a fragment is read again after the parse.
 class QuietReader
 {
@@ -55,6 +58,15 @@ public:
 private:
     BoxReader& m_reader;
 };
+
+void readRecords(BoxReader& in, unsigned char* records, unsigned long long bytes)
+{
+    for (unsigned long long done = 0; done < bytes;) {
+        const unsigned long long part = std::min(bytes - done, kPortion);
+        in.read(records + done, part);
+        done += part;
+    }
+}
 
 void readRun(BoxReader& in, TrackFragment& fragment)
 {
@@ -80,7 +92,7 @@ void readRun(BoxReader& in, TrackFragment& fragment)
     if (recordSize != 0) {
         if (!run.allocate(fields))
             throw StreamParseError(krx::streams::kTableReadError);
-        in.read(run.records(), static_cast<unsigned long long>(run.sampleCount) * recordSize);
+        readRecords(in, run.records(), 1ULL * run.sampleCount * recordSize);
     }
     fragment.insertRun(std::move(run));
 }
@@ -158,7 +170,8 @@ bool FragmentLoader::keep(TrackFragment& fragment)
     const unsigned long long most =
         std::min(kMostKept, static_cast<unsigned long long>(m_reader.fileSize()) / kKeptShare);
     const std::size_t bytes = fragment.reportMemorySize();
-    if (bytes > most - m_kept)
+    // A file that is parsed again may have shrunk.
+    if (m_kept > most || bytes > most - m_kept)
         return false;
     m_kept += bytes;
     fragment.releaseCharge();

@@ -109,8 +109,8 @@ public:
     {
         return m_cur ? m_cur + static_cast<std::size_t>(i - m_curStart) * m_entrySize : nullptr;
     }
-    /// The words at the offset in each entry, from entry i on.
-    WordColumn words(unsigned i, unsigned offset = 0) const { return {at(i) + offset, m_entrySize}; }
+    /// The first word of each entry, from entry i on; none without a page.
+    WordColumn words(unsigned i) const { return {at(i), m_entrySize}; }
     unsigned curStart() const { return m_curStart; }
     unsigned curEnd() const { return m_curEnd; }
     /// How many entries the current page holds from entry i on.

@@ -19,6 +19,9 @@ constexpr unsigned long long kFarTime = 1ULL << 62;
 /// Samples that are passed together.
 constexpr unsigned kBatch = 4;
 
+/// Samples whose times are looked at before their sizes. A run may have millions of samples and segments.
+constexpr unsigned long long kMostAhead = 4096;
+
 }  // namespace
 
 void TrackCursor::throwTableError()
@@ -26,15 +29,7 @@ void TrackCursor::throwTableError()
     throw krx::streams::StreamParseError(krx::streams::kTableReadError);
 }
 
-TrackCursor::TrackCursor(TrackInfo& track)
-    : m_timescale(track.timescale),
-      m_track(&track),
-      m_chunks(track),
-      m_times(track.timeToSample),
-      m_compositions(track.compositionOffsets),
-      m_syncs(track.syncSamples),
-      m_runs(track.fragments),
-      m_edits(track.editList.get())
+TrackCursor::TrackCursor(TrackInfo& track) : m_track(&track)
 {
     if (!track.isValid()) {
         m_inMovieBox = false;
@@ -52,15 +47,7 @@ TrackCursor::TrackCursor(TrackInfo& track)
     updateMillis();
 }
 
-TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position)
-    : m_timescale(track.timescale),
-      m_track(&track),
-      m_chunks(track),
-      m_times(track.timeToSample),
-      m_compositions(track.compositionOffsets),
-      m_syncs(track.syncSamples),
-      m_runs(track.fragments),
-      m_edits(track.editList.get())
+TrackCursor::TrackCursor(TrackInfo& track, const TrackPosition& position) : m_track(&track)
 {
     restore(position);
     updateMillis();
@@ -176,6 +163,8 @@ unsigned TrackCursor::prepareTables()
     m_stretch.sizes = WordColumn();
     if (m_stretch.size == 0) {
         steps = std::min(steps, m_track->sampleSizes.entriesFrom(m_sampleNumber));
+        if (steps == 0)
+            return 0;
         m_stretch.sizes = m_track->sampleSizes.words(m_sampleNumber);
     }
     if (m_track->sampleFlags.isInit())
@@ -210,7 +199,7 @@ unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, un
     unsigned walked = 0;
     while (m_decodeTime < endTime && tally.bytes <= tally.maxBytes &&
            (m_stretch.left != 0 || prepareStretch())) {
-        const unsigned steps = plainSteps(endTime, tally.stepsLeft);
+        const unsigned steps = plainSteps(endTime, std::min(tally.stepsLeft, kMostAhead));
         const unsigned passed = passSamples(steps, limits, tally);
         walked += passed;
         if (passed != steps || steps == 0)

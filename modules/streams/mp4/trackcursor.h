@@ -221,12 +221,14 @@ private:
     void updateMillis() { m_millis = toMillis(m_decodeTime, m_timescale); }
     [[noreturn]] static void throwTableError();
 
+    TrackInfo* m_track;
+
     // What a plain step reads and writes stands together.
     Stretch m_stretch;
     unsigned long long m_decodeTime = 0;
     unsigned long long m_delay = 0;
     unsigned long long m_fileOffset = 0;  ///< stale at the end of a stretch, until it is settled
-    double m_timescale;
+    double m_timescale = m_track->timescale;
     unsigned m_millis = 0;
     unsigned m_stepCount = 0;
     unsigned m_sampleNumber = 0;
@@ -235,14 +237,13 @@ private:
     bool m_limited = false;
     bool m_inMovieBox = true;
 
-    TrackInfo* m_track;
     DescriptionState m_description;
-    ChunkStepper m_chunks;
-    TimeStepper m_times;
-    CompositionStepper m_compositions;
-    SyncStepper m_syncs;
-    FragmentStepper m_runs;
-    EditStepper m_edits;
+    ChunkStepper m_chunks{*m_track};
+    TimeStepper m_times{m_track->timeToSample};
+    CompositionStepper m_compositions{m_track->compositionOffsets};
+    SyncStepper m_syncs{m_track->syncSamples};
+    FragmentStepper m_runs{m_track->fragments};
+    EditStepper m_edits{m_track->editList.get()};
 };
 
 /// A plain step.

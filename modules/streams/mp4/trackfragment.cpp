@@ -15,6 +15,10 @@ namespace {
 constexpr const char* kFile = "modules/streams/mp4/mp4";
 constexpr int kNoLoaderLine = 202;
 
+/// A std::deque without elements, on the heap: it has a first block, and room for the addresses of eight.
+constexpr std::size_t kEmptyDeque =
+    sizeof(std::deque<TrackFragmentRun>) + 512 + 8 * sizeof(void*) + 3 * kBlockOverhead;
+
 }  // namespace
 
 bool TrackFragmentRun::allocate(unsigned fields) noexcept
@@ -115,12 +119,14 @@ std::size_t TrackFragment::reportMemorySize() const
 {
     std::size_t bytes = sizeof(*this);
     if (m_content) {
-        bytes += sizeof(Content);
+        bytes += sizeof(Content) + kBlockOverhead;
         if (m_content->firstRun)
             bytes += m_content->firstRun->reportMemorySize();
-        if (m_content->moreRuns)
+        if (m_content->moreRuns) {
+            bytes += kEmptyDeque;
             for (const TrackFragmentRun& run : *m_content->moreRuns)
                 bytes += run.reportMemorySize();
+        }
     }
     return bytes;
 }
