@@ -68,6 +68,7 @@ int RawAdaptor::open(IQVStreamOpenContext* /*openContext*/, const char* path, un
         return kNotOpened;
     auto data =
         std::make_unique<RawData>(SRString::fromMultiByte(path), m_config, m_context, m_context->getFileIo());
+    data->setFindingSink(m_sink);
     if (!data->init(flags))
         return kNotOpened;
     handle = data.release();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "interfaces/IQVStreamAdaptor.h"
+#include "modules/streams/finding.h"
 #include "modules/streams/raw/rawConfig.h"
 
 class IQVStreamContext;
@@ -18,6 +19,10 @@ public:
     /// Reads the configuration, by its own operations. context (null: defaults, and nothing can be opened)
     /// must outlive the adaptor.
     explicit RawAdaptor(IQVStreamContext* context);
+
+    /// Errors and warnings of streams that are opened from now on go to the sink instead of to the context's
+    /// log; null: to the log. The sink must outlive those streams.
+    void setFindingSink(krx::streams::FindingSink* sink) { m_sink = sink; }
 
     unsigned getVersion() const override;
     /// path is a directory, in bytes. 1 when the stream cannot be loaded; the context gets the reasons.
@@ -59,6 +64,7 @@ public:
 
 private:
     IQVStreamContext* const m_context;
+    krx::streams::FindingSink* m_sink = nullptr;
     RawConfigStruct m_config;
 };
 
