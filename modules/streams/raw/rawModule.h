@@ -6,6 +6,9 @@
 #include "interfaces/IQVStreamAdaptor.h"
 #include "modules/streams/finding.h"
 #include "modules/streams/raw/rawConfig.h"
+#include "util/streamconfigutil.h"
+
+#include <span>
 
 class IQVStreamContext;
 
@@ -60,6 +63,8 @@ public:
     virtual bool readConfigBool(const char* key, bool& value);
     virtual bool readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max);
 
+    /// Every setting that the adaptor asks for.
+    static std::span<const krx::util::SettingKey> settingKeys();
     const RawConfigStruct& getConfig() const { return m_config; }
 
 private:
