@@ -35,6 +35,13 @@ int uninterrupted(Call call)
     return static_cast<int>(result);
 }
 
+/// The result of a call that fails by itself, and not in the system.
+int withoutSystemError(int result)
+{
+    errno = 0;
+    return result;
+}
+
 }  // namespace
 
 bool SimpleKrxSyncFileIo::isOfKind(const struct stat64& st, Mode mode)
@@ -55,7 +62,9 @@ int SimpleKrxSyncFileIo::open(const SRString& path, int flags, int mode, struct 
 {
     const int fd = SRFileUtil::open(path, flags, mode);
     if (fd >= 0 && st && ::fstat64(fd, st) != 0) {
+        const int error = errno;
         close(fd, false);
+        errno = error;
         return -1;
     }
     return fd;
@@ -72,10 +81,10 @@ int SimpleKrxSyncFileIo::read(int fd, long long offset, void* buf, unsigned n)
 {
     if (!buf) {
         krx::util::assertFailed(kSourceFile, kReadBufferLine);
-        return -1;
+        return withoutSystemError(-1);
     }
     if (fd < 0)
-        return fd;
+        return withoutSystemError(fd);
     return uninterrupted([&] { return ::pread64(fd, buf, n, offset); });
 }
 
@@ -83,10 +92,10 @@ int SimpleKrxSyncFileIo::write(int fd, long long offset, void* buf, unsigned n)
 {
     if (!buf) {
         krx::util::assertFailed(kSourceFile, kWriteBufferLine);
-        return -1;
+        return withoutSystemError(-1);
     }
     if (fd < 0)
-        return fd;
+        return withoutSystemError(fd);
     return uninterrupted([&] { return ::pwrite64(fd, buf, n, offset); });
 }
 
@@ -94,22 +103,22 @@ int SimpleKrxSyncFileIo::fstat(int fd, struct stat64* st, Mode mode)
 {
     if (!st) {
         krx::util::assertFailed(kSourceFile, kStatBufferLine);
-        return -1;
+        return withoutSystemError(-1);
     }
     if (fd < 0)
-        return fd;
+        return withoutSystemError(fd);
     const int result = ::fstat64(fd, st);
-    return result == 0 && !isOfKind(*st, mode) ? -1 : result;
+    return result == 0 && !isOfKind(*st, mode) ? withoutSystemError(-1) : result;
 }
 
 int SimpleKrxSyncFileIo::stat(const SRString& path, struct stat64* st, Mode mode)
 {
     if (!st) {
         krx::util::assertFailed(kSourceFile, kStatBufferLine);
-        return -1;
+        return withoutSystemError(-1);
     }
     const int result = SRFileUtil::stat64(path, st);
-    return result == 0 && !isOfKind(*st, mode) ? -1 : result;
+    return result == 0 && !isOfKind(*st, mode) ? withoutSystemError(-1) : result;
 }
 
 int SimpleKrxSyncFileIo::remove(const SRString& path, IKrxFileAdaptor::RemoveFlags flags, bool)

@@ -6,7 +6,8 @@
 #include "interfaces/IKRXLog.h"
 #include "interfaces/IKrxFileIo.h"
 
-/// File access by plain system calls on the calling thread.
+/// File access by plain system calls on the calling thread. Where open, read, write, fstat or stat fails,
+/// errno is that of the system call, or 0 when none failed.
 class SimpleKrxSyncFileIo : public IKrxFileIo
 {
 public:

@@ -72,6 +72,16 @@ class FileReadException : public SRException
 {
 public:
     using SRException::SRException;
+    /// offset: of the bytes that could not be read or are faulty, from the start of the file.
+    FileReadException(SRString message, long long offset) : SRException(std::move(message)), m_offset(offset)
+    {
+    }
+
+    /// Negative when it is not known.
+    long long offset() const { return m_offset; }
+
+private:
+    long long m_offset = -1;
 };
 
 }  // namespace krx::util

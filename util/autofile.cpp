@@ -52,10 +52,11 @@ constexpr unsigned kMaxTransfer = 0x40000000;
 
 /// The text is left out where there is no memory for it.
 template <typename Value>
-[[noreturn]] void fail(const wchar_t* pattern, const Value& value)
+[[noreturn]] void fail(const wchar_t* pattern, const Value& value, long long offset = -1)
 {
     throw FileReadException(
-        unlessOutOfMemory([&] { return SRString::format(pattern, value); }, [] { return SRString(); }));
+        unlessOutOfMemory([&] { return SRString::format(pattern, value); }, [] { return SRString(); }),
+        offset);
 }
 
 [[noreturn]] void throwNotOpened(const SRString& path)
@@ -68,9 +69,9 @@ template <typename Value>
     fail(L"Read buffer size too large to initialize, size = %llu", size);
 }
 
-[[noreturn]] void throwReadFailed(unsigned bytesRead)
+[[noreturn]] void throwReadFailed(unsigned bytesRead, long long offset)
 {
-    fail(L"Failed to read file buffer, bytesRead = %u", bytesRead);
+    fail(L"Failed to read file buffer, bytesRead = %u", bytesRead, offset);
 }
 
 [[noreturn]] void throwWriteFailed(int errorCode)
@@ -127,7 +128,7 @@ AutoFileLoad::AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room)
         const unsigned wanted = std::min(static_cast<unsigned>(size) - done, kMaxTransfer);
         const int got = io->read(file.get(), done, m_buffer.base() + done, wanted);
         if (got < 0)
-            throwReadFailed(done);
+            throwReadFailed(done, done);
         if (got == 0)
             break;
         done += std::min(static_cast<unsigned>(got), wanted);
@@ -142,7 +143,7 @@ void AutoFileLoad::read(void* out, unsigned n)
         std::memcpy(out, m_buffer.data() + m_pos, count);
     m_pos += count;
     if (count < n)
-        throwReadFailed(count);
+        throwReadFailed(count, m_pos);
 }
 
 // AutoFileSave.

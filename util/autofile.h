@@ -46,8 +46,11 @@ public:
     AutoFileLoad(const SRString& path, IKrxFileIo* io, SRBuffer room = SRBuffer());
 
     const SRBuffer& getBuffer() const { return m_buffer; }
-    /// Copies the next n bytes. Where fewer are left it copies those and throws FileReadException.
+    /// Copies the next n bytes. Where fewer are left it copies those and throws FileReadException, with the
+    /// offset of the end.
     void read(void* out, unsigned n) override;
+    /// Bytes that are read.
+    unsigned position() const { return m_pos; }
     /// Bytes that are not yet read.
     unsigned remaining() const { return m_buffer.length() - m_pos; }
 

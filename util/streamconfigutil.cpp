@@ -7,11 +7,13 @@
 #include "util/krxassert.h"
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <new>
 #include <string>
+#include <system_error>
 
 namespace krx::util {
 
@@ -37,6 +39,16 @@ bool readText(IQVStreamContext* context, const char* key, std::string& text)
 }
 
 }  // namespace
+
+bool isValidSetting(const SettingKey& key, std::string_view value)
+{
+    if (key.kind == SettingKey::Kind::kBool)
+        return value == "true" || value == "false";
+    unsigned number = 0;
+    const char* const end = value.data() + value.size();
+    const auto [stop, error] = std::from_chars(value.data(), end, number);
+    return error == std::errc() && stop == end && number >= key.min && number <= key.max;
+}
 
 bool StreamConfig::readConfig(IQVStreamContext* context, const char* key, char** buffer, unsigned& size)
 {

@@ -216,14 +216,22 @@ bool MediaContexts::exportContexts(SRBuffer& buffer) const
     return true;
 }
 
-bool MediaContexts::importContexts(const SRBuffer& buffer)
+bool MediaContexts::importContexts(const SRBuffer& buffer, unsigned* stoppedAt)
 {
     clear();
     if (buffer.length() == 0)
         return true;
+    if (stoppedAt)
+        *stoppedAt = 0;
     if (buffer.length() > INT_MAX)
         return false;
     SRCSerializer reader(buffer.data(), static_cast<int>(buffer.length()), true);
+    const auto refuse = [&] {
+        clear();
+        if (stoppedAt)
+            *stoppedAt = reader.getPosition();
+        return false;
+    };
     try {
         SRData value;
         reader.GetVar(&value, true);
@@ -231,20 +239,19 @@ bool MediaContexts::importContexts(const SRBuffer& buffer)
             throw SROutOfMemory();
         auto* const all = static_cast<SRDataArray*>(value);
         if (!all || reader.isBad())
-            return false;
+            return refuse();
         ContextImport contexts(*this, buffer.length());
         for (int i = 0; i < all->getSize(); ++i) {
-            if (!contexts.take(all->getPropertyValue(i))) {
-                clear();
-                return false;
-            }
+            if (!contexts.take(all->getPropertyValue(i)))
+                return refuse();
         }
         return true;
     } catch (const SRBreakConnection&) {
-        clear();
-        if (reader.hasReadStarved())
+        if (reader.hasReadStarved()) {
+            clear();
             throw SROutOfMemory();  // bad data after a value that was not read says nothing about the file
-        return false;
+        }
+        return refuse();
     }
 }
 

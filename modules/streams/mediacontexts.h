@@ -112,8 +112,9 @@ public:
     /// Puts the contexts into buffer, which it replaces. False when they cannot be written.
     bool exportContexts(SRBuffer& buffer) const;
     /// Replaces everything by what buffer holds. False, and empty, when it does not parse, and when the
-    /// contexts and tracks would take more than 24 times the bytes.
-    bool importContexts(const SRBuffer& buffer);
+    /// contexts and tracks would take more than 24 times the bytes; stoppedAt (may be null) is then the
+    /// number of bytes that were read. The contexts are looked at after the whole array is read.
+    bool importContexts(const SRBuffer& buffer, unsigned* stoppedAt = nullptr);
 
     // The same answers, in the form in which a stream adaptor gives them. A null holder is reported.
 

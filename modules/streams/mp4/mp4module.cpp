@@ -5,57 +5,55 @@
 
 #include "interfaces/IQVStreamContext.h"
 #include "modules/streams/mp4/mp4Data.h"
-#include "util/streamconfigutil.h"
 
+#include <array>
 #include <cstring>
-#include <limits>
 #include <memory>
 
 namespace krx::mp4 {
 namespace {
 
+using krx::util::SettingKey;
 using krx::util::StreamConfig;
 
-constexpr unsigned kNoLimit = std::numeric_limits<unsigned>::max();
+using Setting = krx::util::Setting<Mp4Config>;
+
 constexpr unsigned kMinReadAhead = 1024;
 constexpr unsigned kMaxSampleSizeLimit = 16'777'216;
 
-/// The read-ahead size of old configurations, for all kinds of messages together.
-constexpr char kDeprecatedReadAheadKey[] = "Mp4AutoBufferReadSize";
-
-struct NumberSetting
-{
-    const char* key;
-    unsigned Mp4Config::*field;
-    unsigned min;
-    unsigned max;
-};
-
-constexpr NumberSetting kReadAheadSettings[] = {
-    {"Mp4/Playback/VideoAutoBufferReadSize", &Mp4Config::videoReadAheadSize, kMinReadAhead, kNoLimit},
-    {"Mp4/Playback/AudioAutoBufferReadSize", &Mp4Config::audioReadAheadSize, kMinReadAhead, kNoLimit},
-    {"Mp4/Playback/OtherAutoBufferReadSize", &Mp4Config::otherReadAheadSize, kMinReadAhead, kNoLimit},
-};
-
-constexpr NumberSetting kPlaybackSettings[] = {
-    {"Mp4/Playback/MaxAggMsgSize", &Mp4Config::MaxAggMsgSize, 0, kNoLimit},
-    {"Mp4/Playback/MaxTracks", &Mp4Config::MaxTracks, 0, kNoLimit},
+/// All settings, in the order in which they are asked for.
+constexpr Setting kSettings[] = {
+    // The read-ahead size of old configurations, for all kinds of messages together.
+    {"Mp4AutoBufferReadSize", static_cast<unsigned Mp4Config::*>(nullptr), kMinReadAhead},
+    {"Mp4/Playback/VideoAutoBufferReadSize", &Mp4Config::videoReadAheadSize, kMinReadAhead},
+    {"Mp4/Playback/AudioAutoBufferReadSize", &Mp4Config::audioReadAheadSize, kMinReadAhead},
+    {"Mp4/Playback/OtherAutoBufferReadSize", &Mp4Config::otherReadAheadSize, kMinReadAhead},
+    {"Mp4/Playback/EnableAggMsgs", &Mp4Config::EnableAggMsgs},
+    {"Mp4/Playback/MaxAggMsgSize", &Mp4Config::MaxAggMsgSize},
+    {"Mp4/Playback/MaxTracks", &Mp4Config::MaxTracks},
     {"Mp4/Playback/MaxSampleSize", &Mp4Config::MaxSampleSize, 0, kMaxSampleSizeLimit},
+    {"Mp4/Playback/AllowAnyAVCProfile", &Mp4Config::AllowAnyAVCProfile},
+    {"Mp4/Playback/AllowAnyAACProfile", &Mp4Config::AllowAnyAACProfile},
+    {"Mp4/Recording/MaxELSTEntries", &Mp4Config::MaxELSTEntries},
+    {"Mp4/Recording/MaxDataSampleDescriptions", &Mp4Config::MaxDataSampleDescriptions},
+    {"Mp4/Recording/MaxAudioSampleDescriptions", &Mp4Config::MaxAudioSampleDescriptions},
+    {"Mp4/Recording/MaxVideoSampleDescriptions", &Mp4Config::MaxVideoSampleDescriptions},
 };
+constexpr std::array kSettingKeys = krx::util::keysOf(kSettings);
 
-constexpr NumberSetting kRecordingSettings[] = {
-    {"Mp4/Recording/MaxELSTEntries", &Mp4Config::MaxELSTEntries, 0, kNoLimit},
-    {"Mp4/Recording/MaxDataSampleDescriptions", &Mp4Config::MaxDataSampleDescriptions, 0, kNoLimit},
-    {"Mp4/Recording/MaxAudioSampleDescriptions", &Mp4Config::MaxAudioSampleDescriptions, 0, kNoLimit},
-    {"Mp4/Recording/MaxVideoSampleDescriptions", &Mp4Config::MaxVideoSampleDescriptions, 0, kNoLimit},
-};
+// The parts of the table.
+constexpr const SettingKey& kDeprecatedReadAhead = kSettings[0].key;
+constexpr std::span kReadAheadSettings = std::span(kSettings).subspan<1, 3>();
+constexpr std::span kOtherSettings = std::span(kSettings).subspan<4>();
 
-template <std::size_t N>
-void readNumbers(IQVStreamContext* context, Mp4Config& config, const NumberSetting (&settings)[N])
+void readSettings(IQVStreamContext* context, Mp4Config& config, std::span<const Setting> settings)
 {
-    for (const NumberSetting& setting : settings)
-        StreamConfig::readConfigUnsigned(context, setting.key, config.*setting.field, setting.min,
-                                         setting.max);
+    for (const auto& [key, flag, number] : settings) {
+        if (flag)
+            StreamConfig::readConfigBool(context, key.name, config.*flag);
+        else
+            StreamConfig::readConfigUnsigned(context, key.name, config.*number, key.min, key.max);
+    }
 }
 
 Mp4Data* dataOf(void* handle)
@@ -73,22 +71,24 @@ Mp4Module::Mp4Module(IQVStreamContext* context) : m_context(context)
     readConfig();
 }
 
+std::span<const SettingKey> Mp4Module::settingKeys()
+{
+    return kSettingKeys;
+}
+
 void Mp4Module::readConfig()
 {
     readReadAheadSizes();
-    StreamConfig::readConfigBool(m_context, "Mp4/Playback/EnableAggMsgs", m_config.EnableAggMsgs);
-    readNumbers(m_context, m_config, kPlaybackSettings);
-    StreamConfig::readConfigBool(m_context, "Mp4/Playback/AllowAnyAVCProfile", m_config.AllowAnyAVCProfile);
-    StreamConfig::readConfigBool(m_context, "Mp4/Playback/AllowAnyAACProfile", m_config.AllowAnyAACProfile);
-    readNumbers(m_context, m_config, kRecordingSettings);
+    readSettings(m_context, m_config, kOtherSettings);
 }
 
 void Mp4Module::readReadAheadSizes()
 {
     unsigned all = kMinReadAhead;
-    StreamConfig::readConfigUnsigned(m_context, kDeprecatedReadAheadKey, all, kMinReadAhead, kNoLimit);
+    StreamConfig::readConfigUnsigned(m_context, kDeprecatedReadAhead.name, all, kDeprecatedReadAhead.min,
+                                     kDeprecatedReadAhead.max);
     if (all == kMinReadAhead) {
-        readNumbers(m_context, m_config, kReadAheadSettings);
+        readSettings(m_context, m_config, kReadAheadSettings);
         return;
     }
     m_context->log(
@@ -96,8 +96,8 @@ void Mp4Module::readReadAheadSizes()
         "Use instead specific video/audio/other configs.  "
         "Splitting evenly into vid/aud/other auto buffers.",
         krx::streams::LOG_WARNING, false);
-    for (const NumberSetting& setting : kReadAheadSettings)
-        m_config.*setting.field = all / 3;
+    for (const Setting& setting : kReadAheadSettings)
+        m_config.*setting.number = all / 3;
 }
 
 int Mp4Module::open(IQVStreamOpenContext*, const char* name, unsigned flags, void*, void*& handle)

@@ -5,6 +5,9 @@
 
 #include "interfaces/IQVStreamAdaptor.h"
 #include "modules/streams/mp4/mp4config.h"
+#include "util/streamconfigutil.h"
+
+#include <span>
 
 class IKrxFileIo;
 class IQVStreamContext;
@@ -19,6 +22,8 @@ public:
     /// Reads the settings from context (null: defaults, and no file opens), which is not owned.
     explicit Mp4Module(IQVStreamContext* context);
 
+    /// Every setting that the module asks for.
+    static std::span<const krx::util::SettingKey> settingKeys();
     const Mp4Config& getConfig() const { return m_config; }
 
     unsigned getVersion() const override { return kVersion; }

@@ -10,6 +10,8 @@
 #include "util/autofile.h"
 #include "util/krxassert.h"
 
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace krx::raw {
@@ -24,16 +26,56 @@ constexpr const char* kFile = "modules/streams/raw/rawData";
 constexpr int kNoBoundsLine = 412;
 constexpr int kNoHolderLine = 431;
 
-constexpr const wchar_t* kIndexName = L"/index";
-constexpr const wchar_t* kContextsName = L"/contexts";
+constexpr const char* kIndexName = "index";
+constexpr const char* kContextsName = "contexts";
+
+SRString pathOf(const SRString& directory, std::string_view name)
+{
+    return directory + L"/" + SRString::fromMultiByte(name);
+}
+
+SRMBString segmentName(const SegmentBounds& bounds)
+{
+    return SRMBString::format("%016X", static_cast<unsigned>(bounds.start));
+}
+
+Place placeIn(std::string_view file, long long offset)
+{
+    Place place;
+    place.file = file;
+    place.offset = offset;
+    return place;
+}
 
 }  // namespace
+
+/// The warnings of one segment.
+class RawData::Warnings : public SegmentWarnings
+{
+public:
+    Warnings(const RawData& data, IQVStreamContext* context) : m_data(data), m_context(context) {}
+
+    bool admits() override
+    {
+        return m_data.m_config.WarningsAsErrors || !m_data.m_sink || m_data.m_sink->admitsWarning();
+    }
+    void take(const StreamParseError& warning) override
+    {
+        if (m_data.m_config.WarningsAsErrors)
+            throw StreamParseError(warning);
+        m_data.report(m_context, warning, FindingLevel::kWarning);
+    }
+
+private:
+    const RawData& m_data;
+    IQVStreamContext* const m_context;
+};
 
 RawData::RawData(const SRString& path, const RawConfigStruct& config, IQVStreamContext* context,
                  IKrxFileIo* fileIo)
     : m_path(path),
-      m_indexPath(path + kIndexName),
-      m_contextsPath(path + kContextsName),
+      m_indexPath(pathOf(path, kIndexName)),
+      m_contextsPath(pathOf(path, kContextsName)),
       m_config(config),
       m_context(context),
       m_fileIo(fileIo)
@@ -47,18 +89,21 @@ bool RawData::init(unsigned flags)
 
 bool RawData::load()
 {
+    const char* file = kIndexName;
     try {
         Snapshot loaded = snapshot();
         readIndex(loaded);
+        file = kContextsName;
         readContexts(loaded);
         replace(std::move(loaded));
         return true;
-    } catch (const StreamParseError& error) {
+    } catch (StreamParseError& error) {
         replace({});
-        logError(error);
+        error.place().file = file;
+        report(m_context, error, FindingLevel::kError);
     } catch (const FileReadException& error) {
         replace({});
-        handleFileLoadError(error);
+        reportUnloaded(error, file);
     }
     return false;
 }
@@ -83,8 +128,10 @@ void RawData::readContexts(Snapshot& loaded) const
         return;
     const AutoFileLoad file(m_contextsPath, m_fileIo);
     auto contexts = std::make_shared<MediaContexts>();
-    if (!contexts->importContexts(file.getBuffer()))
-        throw FileReadException(SRString(L"Failed to deserialize contexts vector from the buffer."));
+    unsigned stoppedAt = 0;
+    if (!contexts->importContexts(file.getBuffer(), &stoppedAt))
+        throw FileReadException(SRString(L"Failed to deserialize contexts vector from the buffer."),
+                                stoppedAt);
     loaded.contexts = contexts;
     loaded.contextsTime = modified;
 }
@@ -97,8 +144,8 @@ bool RawData::save()
         writeContexts(*now.contexts);
         return true;
     } catch (const FileReadException& error) {
-        logError(error);
-        logError(StreamParseError(kIndexWriteFailed));
+        reportSentence(m_context, error, Place());
+        report(m_context, StreamParseError(kIndexWriteFailed), FindingLevel::kError);
     }
     return false;
 }
@@ -128,23 +175,25 @@ bool RawData::loadSegment(IQVStreamContext* context, const SegmentBounds* bounds
     const SRString fileName = getSegFileName(bounds);
     try {
         const AutoFileLoad file(fileName, m_fileIo, takeRoom());
-        SegmentReader reader(m_config, *bounds, fileName, *holder,
-                             [&](const StreamParseError& warning) { logWarning(warning, context); });
+        Warnings warnings(*this, context);
+        SegmentReader reader(m_config, *bounds, fileName, *holder, warnings);
         reader.read(file.getBuffer().data(), file.getBuffer().length());
         keepRoom(file.getBuffer());
         return true;
     } catch (const StreamParseError& error) {
-        logTo(context, error, LOG_ERROR);
+        report(context, error, FindingLevel::kError);
     } catch (const FileReadException& error) {
-        logTo(context, error, LOG_ERROR);
-        logTo(context, makeParseError(kSegmentReadFailed, fileName), LOG_ERROR);
+        auto failure = makeParseError(kSegmentReadFailed, fileName);
+        failure.setPlace(placeIn(segmentName(*bounds), error.offset()));
+        reportSentence(context, error, failure.place());
+        report(context, failure, FindingLevel::kError);
     }
     return false;
 }
 
 SRString RawData::getSegFileName(const SegmentBounds* bounds) const
 {
-    return SRString::format(L"%s/%016X", m_path, static_cast<unsigned>(bounds->start));
+    return pathOf(m_path, segmentName(*bounds));
 }
 
 bool RawData::findByTime(unsigned ms, SegmentBounds* bounds) const
@@ -223,12 +272,14 @@ std::size_t RawData::reportMemorySize() const
            m_loaded.contexts->reportMemorySize() + m_room.capacity();
 }
 
-void RawData::handleFileLoadError(const SRException& error) const
+void RawData::reportUnloaded(const FileReadException& error, const char* file) const
 {
     if (!streamDirExists())
         return;  // a stream that is yet to be recorded
-    logError(error);
-    logError(StreamParseError(kIndexOrContextsCorrupted));
+    StreamParseError failure(kIndexOrContextsCorrupted);
+    failure.setPlace(placeIn(file, error.offset()));
+    reportSentence(m_context, error, failure.place());
+    report(m_context, failure, FindingLevel::kError);
 }
 
 void RawData::logIndex(const RawIndex& index) const
@@ -243,11 +294,21 @@ void RawData::logIndex(const RawIndex& index) const
     log(SRMBString::format("Number of Segments:\t%d\n\n", index.segments.size()));
 }
 
-void RawData::logWarning(const StreamParseError& warning, IQVStreamContext* context) const
+void RawData::report(IQVStreamContext* context, const StreamParseError& error, FindingLevel level) const
 {
-    if (m_config.WarningsAsErrors)
-        throw StreamParseError(warning);
-    logTo(context, warning, LOG_WARNING);
+    if (m_sink)
+        m_sink->add(makeFinding(error, level));
+    else
+        logTo(context, error, level == FindingLevel::kWarning ? LOG_WARNING : LOG_ERROR);
+}
+
+void RawData::reportSentence(IQVStreamContext* context, const SRException& error, const Place& place) const
+{
+    if (m_sink)
+        m_sink->add(
+            {0, FindingLevel::kError, std::string(error.getMessage().toMultiByte().view()), place, 0});
+    else
+        logTo(context, error, LOG_ERROR);
 }
 
 void RawData::logTo(IQVStreamContext* context, const SRException& error, LogLevel_t level) const

@@ -4,12 +4,14 @@
 #pragma once
 
 #include "interfaces/IQVStreamAdaptor.h"
+#include "modules/streams/finding.h"
 #include "modules/streams/mediacontexts.h"
 #include "modules/streams/raw/rawConfig.h"
 #include "modules/streams/raw/rawIndex.h"
 #include "modules/streams/streamparseerror.h"
 #include "modules/streams/videovalidationparameters.h"
 #include "util/SRBuffer.h"
+#include "util/SRException.h"
 #include "util/SRString.h"
 
 #include <ctime>
@@ -33,6 +35,10 @@ public:
     /// fileIo stay the caller's.
     RawData(const SRString& path, const RawConfigStruct& config, IQVStreamContext* context,
             IKrxFileIo* fileIo);
+
+    /// Errors and warnings go to the sink instead of to the contexts; null: to the contexts. To be set before
+    /// the stream is used; the sink stays the caller's.
+    void setFindingSink(krx::streams::FindingSink* sink) { m_sink = sink; }
 
     /// Gets the stream ready for playback. False when it cannot be loaded, and for recording, which is not
     /// supported.
@@ -72,6 +78,8 @@ public:
     std::size_t reportMemorySize() const;
 
 private:
+    class Warnings;
+
     struct FileTime
     {
         std::time_t seconds = 0;
@@ -103,10 +111,13 @@ private:
     void writeContexts(const MediaContexts& contexts) const;
 
     void logIndex(const RawIndex& index) const;
-    void handleFileLoadError(const SRException& error) const;
-    void logError(const SRException& error) const { logTo(m_context, error, krx::streams::LOG_ERROR); }
-    /// Throws the warning when warnings count as errors.
-    void logWarning(const krx::streams::StreamParseError& warning, IQVStreamContext* context) const;
+    void reportUnloaded(const krx::util::FileReadException& error, const char* file) const;
+    /// Hands an error or a warning on, with its place when there is a sink.
+    void report(IQVStreamContext* context, const krx::streams::StreamParseError& error,
+                krx::streams::FindingLevel level) const;
+    /// The same for an error without a number.
+    void reportSentence(IQVStreamContext* context, const SRException& error,
+                        const krx::streams::Place& place) const;
     void logTo(IQVStreamContext* context, const SRException& error, krx::streams::LogLevel_t level) const;
 
     const SRString m_path;
@@ -115,6 +126,7 @@ private:
     const RawConfigStruct m_config;
     IQVStreamContext* const m_context;
     IKrxFileIo* const m_fileIo;
+    krx::streams::FindingSink* m_sink = nullptr;
 
     mutable std::mutex m_mutex;  ///< of what follows
     Snapshot m_loaded;

@@ -17,9 +17,9 @@ namespace {
 using krx::util::FileReadException;
 
 template <typename... Args>
-[[noreturn]] void throwReadError(const wchar_t* pattern, const Args&... args)
+[[noreturn]] void throwReadError(unsigned offset, const wchar_t* pattern, const Args&... args)
 {
-    throw FileReadException(SRString::format(pattern, args...));
+    throw FileReadException(SRString::format(pattern, args...), offset);
 }
 
 }  // namespace
@@ -27,8 +27,11 @@ template <typename... Args>
 void RawIndex::read(krx::util::AutoFileLoad& loader)
 {
     version = loader.readU32();
-    if (version != kVersion)
-        throw krx::streams::makeParseError(krx::streams::kIndexVersionNotSupported, version, kVersion);
+    if (version != kVersion) {
+        auto error = krx::streams::makeParseError(krx::streams::kIndexVersionNotSupported, version, kVersion);
+        error.place().offset = 0;
+        throw krx::streams::StreamParseError(error);
+    }
     type = loader.readU8();
     size = loader.readI64();
     const unsigned count = loader.readU32();
@@ -38,11 +41,12 @@ void RawIndex::read(krx::util::AutoFileLoad& loader)
     for (unsigned i = 0; i < count; ++i)
         readSegBounds(loader);
     if (loader.remaining() != 0)
-        throwReadError(L"Failed to read index file successfully.");
+        throwReadError(loader.position(), L"Failed to read index file successfully.");
 }
 
-void RawIndex::readSegBounds(krx::util::IDeserialize& loader)
+void RawIndex::readSegBounds(krx::util::AutoFileLoad& loader)
 {
+    const unsigned offset = loader.position();
     SegmentBounds bounds;
     bounds.start = loader.readI64();
     bounds.end = loader.readI64();
@@ -51,13 +55,15 @@ void RawIndex::readSegBounds(krx::util::IDeserialize& loader)
 
     // The largest position has no end position after it.
     if (bounds.end < bounds.start || bounds.end == std::numeric_limits<long long>::max()) {
-        throwReadError(L"Found invalid segment bounds while reading index file: start = %lld, end = %lld",
+        throwReadError(offset,
+                       L"Found invalid segment bounds while reading index file: start = %lld, end = %lld",
                        bounds.start, bounds.end);
     }
     if (!segments.empty()) {
         const SegmentBounds& last = segments.back();
         if (bounds.startTime != last.endTime) {
             throwReadError(
+                offset,
                 L"Segment bounds do not line up with previous bounds: segment start time = %u, previous "
                 L"segment "
                 L"end time = %u",
@@ -65,6 +71,7 @@ void RawIndex::readSegBounds(krx::util::IDeserialize& loader)
         }
         if (bounds.start != last.end + 1) {
             throwReadError(
+                offset,
                 L"Segment bounds do not line up with previous bounds: segment start = %lld, previous segment "
                 L"end "
                 L"= %lld",

@@ -10,7 +10,6 @@
 
 namespace krx::util {
 class AutoFileLoad;
-class IDeserialize;
 class ISerialize;
 }  // namespace krx::util
 
@@ -33,7 +32,8 @@ struct RawIndex
 
     /// Takes everything from a file, which must end after the last record. Throws StreamParseError for
     /// another version, FileReadException for a file that is too short or too long and for segments that do
-    /// not line up; the object then holds what was read before.
+    /// not line up; the object then holds what was read before. Both have the offset of the record, or of the
+    /// end of what could be read.
     void read(krx::util::AutoFileLoad& loader);
     void write(krx::util::ISerialize& out) const;
     /// Bytes that write() writes.
@@ -54,7 +54,7 @@ struct RawIndex
     const SegmentBounds* findSegment(const SegmentBounds& key, Comparator comparator) const;
 
 private:
-    void readSegBounds(krx::util::IDeserialize& loader);
+    void readSegBounds(krx::util::AutoFileLoad& loader);
 };
 
 }  // namespace krx::raw

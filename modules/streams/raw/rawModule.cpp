@@ -6,9 +6,9 @@
 #include "interfaces/IQVStreamContext.h"
 #include "modules/streams/raw/rawData.h"
 #include "util/krxassert.h"
-#include "util/streamconfigutil.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <memory>
@@ -26,6 +26,16 @@ constexpr int kNotOpened = 1;
 
 /// The recording side keeps the first "onMetaData" of a stream before this position.
 constexpr long long kMetadataPosition = -1;
+
+using Setting = krx::util::Setting<RawConfigStruct>;
+
+constexpr Setting kSettings[] = {
+    {"Raw/WarningsAsErrors", &RawConfigStruct::WarningsAsErrors},
+    {"Raw/EnableAggMsgs", &RawConfigStruct::EnableAggMsgs},
+    {"Raw/MaxAggMsgSize", &RawConfigStruct::MaxAggMsgSize},
+    {"Raw/MaxEraseRetries", &RawConfigStruct::MaxEraseRetries},
+};
+constexpr std::array kSettingKeys = krx::util::keysOf(kSettings);
 
 RawData& stream(void* handle)
 {
@@ -68,6 +78,7 @@ int RawAdaptor::open(IQVStreamOpenContext* /*openContext*/, const char* path, un
         return kNotOpened;
     auto data =
         std::make_unique<RawData>(SRString::fromMultiByte(path), m_config, m_context, m_context->getFileIo());
+    data->setFindingSink(m_sink);
     if (!data->init(flags))
         return kNotOpened;
     handle = data.release();
@@ -187,15 +198,22 @@ bool RawAdaptor::updateMediaContext(void* /*handle*/, ContextType_t /*contextTyp
 
 // Configuration.
 
+std::span<const krx::util::SettingKey> RawAdaptor::settingKeys()
+{
+    return kSettingKeys;
+}
+
 void RawAdaptor::config()
 {
-    constexpr unsigned kMost = std::numeric_limits<unsigned>::max();
     // The constructor means this class's own: a derived one calls config() again.
     // NOLINTBEGIN(clang-analyzer-optin.cplusplus.VirtualCall)
-    readConfigBool("Raw/WarningsAsErrors", m_config.WarningsAsErrors);
-    readConfigBool("Raw/EnableAggMsgs", m_config.EnableAggMsgs);
-    readConfigUnsigned("Raw/MaxAggMsgSize", m_config.MaxAggMsgSize, 0, kMost);
-    readConfigUnsigned("Raw/MaxEraseRetries", m_config.MaxEraseRetries, 0, kMost);
+    for (const Setting& setting : kSettings) {
+        const krx::util::SettingKey& key = setting.key;
+        if (setting.flag)
+            readConfigBool(key.name, m_config.*setting.flag);
+        else
+            readConfigUnsigned(key.name, m_config.*setting.number, key.min, key.max);
+    }
     // NOLINTEND(clang-analyzer-optin.cplusplus.VirtualCall)
 }
 

@@ -4,7 +4,11 @@
 #pragma once
 
 #include "interfaces/IQVStreamAdaptor.h"
+#include "modules/streams/finding.h"
 #include "modules/streams/raw/rawConfig.h"
+#include "util/streamconfigutil.h"
+
+#include <span>
 
 class IQVStreamContext;
 
@@ -18,6 +22,10 @@ public:
     /// Reads the configuration, by its own operations. context (null: defaults, and nothing can be opened)
     /// must outlive the adaptor.
     explicit RawAdaptor(IQVStreamContext* context);
+
+    /// Errors and warnings of streams that are opened from now on go to the sink instead of to the context's
+    /// log; null: to the log. The sink must outlive those streams.
+    void setFindingSink(krx::streams::FindingSink* sink) { m_sink = sink; }
 
     unsigned getVersion() const override;
     /// path is a directory, in bytes. 1 when the stream cannot be loaded; the context gets the reasons.
@@ -55,10 +63,13 @@ public:
     virtual bool readConfigBool(const char* key, bool& value);
     virtual bool readConfigUnsigned(const char* key, unsigned& value, unsigned min, unsigned max);
 
+    /// Every setting that the adaptor asks for.
+    static std::span<const krx::util::SettingKey> settingKeys();
     const RawConfigStruct& getConfig() const { return m_config; }
 
 private:
     IQVStreamContext* const m_context;
+    krx::streams::FindingSink* m_sink = nullptr;
     RawConfigStruct m_config;
 };
 

@@ -6,7 +6,8 @@
 #include "util/messagerecord.h"
 
 #include <algorithm>
-#include <utility>
+#include <limits>
+#include <string_view>
 
 namespace krx::raw {
 namespace {
@@ -55,20 +56,20 @@ void PendingAggregate::clear()
 }
 
 SegmentReader::SegmentReader(const RawConfigStruct& config, const SegmentBounds& bounds,
-                             const SRString& fileName, ISegmentHolder& holder, WarningSink warn)
+                             const SRString& fileName, ISegmentHolder& holder, SegmentWarnings& warnings)
     : m_config(config),
       m_bounds(bounds),
       m_fileName(fileName),
       m_holder(holder),
-      m_warn(std::move(warn)),
+      m_warnings(warnings),
       m_minTime(std::max(bounds.startTime, 1U) - 1)
 {
 }
 
 void SegmentReader::read(unsigned char* data, unsigned length)
 {
-    for (unsigned offset = 0; offset < length;)
-        offset += readRecord(data + offset, length - offset);
+    for (m_offset = 0; m_offset < length;)
+        m_offset += readRecord(data + m_offset, length - m_offset);
     if (m_aggregate.length() != 0)
         deliverAggregate();
 
@@ -76,7 +77,7 @@ void SegmentReader::read(unsigned char* data, unsigned length)
     const unsigned long long expected =
         static_cast<unsigned long long>(m_bounds.end) - static_cast<unsigned long long>(m_bounds.start) + 1;
     if (m_count != expected || m_maxTime + 1ULL != m_bounds.endTime)
-        throw fault(kSegmentMismatch);
+        throw fault(kSegmentMismatch, kNoTime);
 }
 
 /// Returns the length of the record.
@@ -85,16 +86,16 @@ unsigned SegmentReader::readRecord(unsigned char* record, unsigned remaining)
     util::MessageRecord found;
     const util::RecordState state = util::readRecord(record, remaining, found);
     if (remaining < util::RecordHeader::kSize)
-        throw fault(kSegmentTruncatedMessage);
+        throw fault(kSegmentTruncatedMessage, kNoTime);
     const util::RecordHeader& header = found.header;
     if (!isTypeValid(header.type))
-        throw fault(kSegmentUnrecognizedType);
+        throw fault(kSegmentUnrecognizedType, header.timestamp);
     if (header.timestamp < m_minTime)
-        warnBackwardTime();
+        warnBackwardTime(header.timestamp);
     if (state == util::RecordState::kCutShort)
-        throw fault(kSegmentTruncatedMessage);
+        throw fault(kSegmentTruncatedMessage, header.timestamp);
     if (state == util::RecordState::kWrongSize)
-        throw fault(kSegmentInvalidFooter);
+        throw fault(kSegmentInvalidFooter, header.timestamp);
 
     if (isDelivered(found)) {
         // A message at time 0 does not wait: it overtakes the aggregate that is pending.
@@ -134,19 +135,39 @@ void SegmentReader::deliverAggregate()
 void SegmentReader::deliver(unsigned char type, unsigned char* data, unsigned length, unsigned time)
 {
     if (!m_holder.add(type, data, length, time))
-        throw StreamParseError(kUnknownError);
+        throw fault(kUnknownError, time);
 }
 
-void SegmentReader::warnBackwardTime()
+void SegmentReader::warnBackwardTime(unsigned time)
 {
-    if (!m_backwardTime)
-        m_backwardTime = fault(kSegmentBackwardTimestamp);
-    m_warn(*m_backwardTime);
+    if (!m_warnings.admits())
+        return;
+    // A file may have millions: text and file name are made once.
+    if (m_backwardTime)
+        setPlace(m_backwardTime->place(), time);
+    else
+        m_backwardTime = fault(kSegmentBackwardTimestamp, time);
+    m_warnings.take(*m_backwardTime);
 }
 
-StreamParseError SegmentReader::fault(ParseStatus status) const
+StreamParseError SegmentReader::fault(ParseStatus status, long long time) const
 {
-    return makeParseError(status, m_fileName);
+    StreamParseError error = makeParseError(status, m_fileName);
+    const SRMBString path = m_fileName.toMultiByte();
+    error.place().file = path.view().substr(path.view().rfind('/') + 1);
+    setPlace(error.place(), time);
+    return error;
+}
+
+void SegmentReader::setPlace(Place& place, long long time) const
+{
+    // The bounds are the file's, and a file has less than 2^32 records.
+    const auto count = static_cast<long long>(m_count);
+    const bool isPosition =
+        m_bounds.start >= 0 && m_bounds.start <= std::numeric_limits<long long>::max() - count;
+    place.offset = m_offset;
+    place.message = isPosition ? m_bounds.start + count : -1;
+    place.time = time;
 }
 
 }  // namespace krx::raw
