@@ -9,6 +9,7 @@
 #include "fuzz/fuzzing.h"
 #include "modules/streams/mp4/mp4.h"
 #include "modules/streams/mp4/mp4fileio.h"
+#include "tests/support/findingcollector.h"
 #include "tests/support/memoryfileio.h"
 #include "util/SRBuffer.h"
 
@@ -129,18 +130,20 @@ Result parse(const std::string& bytes, const Mp4Config& config, bool warningsAsE
     MP4File mp4(config, nullptr);
     mp4.setIO(&file);
     mp4.setWarningsAsErrors(warningsAsErrors);
-    mp4.setWarningObserver([&](const StreamParseError& w) { result.warnings.push_back(w.getStatus()); });
+    krx::test::FindingCollector sink;
+    mp4.setFindingSink(&sink);
     file.Open();
     try {
         mp4.parse(0);
     } catch (const StreamParseError& e) {
         result.error = e.getStatus();
     }
+    mp4.setFindingSink(nullptr);
+    result.warnings = sink.statuses();
     require(inCatalogue(result.error));
     require(std::all_of(result.warnings.begin(), result.warnings.end(), inCatalogue));
     require(mp4.reportMemorySize() <= kMemoryFloor + kMemoryPerByte * bytes.size());
 
-    mp4.setWarningObserver({});
     for (krx::mp4::TrackInfo* track : mp4.getTrackVec()) {
         try {
             readTrack(*track);

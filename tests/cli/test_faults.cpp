@@ -7,6 +7,7 @@
 #include "modules/streams/mp4/mp4Data.h"
 #include "modules/streams/streamparseerror.h"
 #include "server/KRXSyncFileIo.h"
+#include "tests/support/findingcollector.h"
 #include "tests/support/tempdir.h"
 #include "tests/support/writesamples.h"
 #include "tests/vidlint/inputrunner.h"
@@ -107,18 +108,18 @@ TEST(Samples, AreWhatTheBuilderMakes)
 /// The findings of the MP4 module, including warnings, which the report does not show.
 std::set<int> mp4Findings(const std::string& path)
 {
-    std::set<int> findings;
+    FindingCollector sink;
     SimpleKrxSyncFileIo io;
     mp4::Mp4Data data(SRMBString(path.c_str()), nullptr, &io, 0, {});
-    data.getFile().setWarningObserver(
-        [&](const streams::StreamParseError& warning) { findings.insert(warning.getStatus()); });
+    data.getFile().setFindingSink(&sink);
     const mp4::AutoMp4Open open(data.getFileIO());
     try {
         data.subInitPlayback(mp4::kFirstLoad);
     } catch (const streams::StreamParseError& error) {
-        findings.insert(error.getStatus());
+        sink.add(makeFinding(error, streams::FindingLevel::kError));
     }
-    return findings;
+    const std::vector<int> statuses = sink.statuses();
+    return {statuses.begin(), statuses.end()};
 }
 
 TEST(Faults, EverySampleShowsItsNumber)

@@ -38,7 +38,14 @@ void appendName(std::string& text, unsigned type)
     }
 }
 
+void writeToStandardOutput(std::string_view text)
+{
+    std::cout << text;
+}
+
 }  // namespace
+
+BoxReader::BoxReader(const Mp4Config& config) : m_config(config), m_lineSink(writeToStandardOutput) {}
 
 void BoxReader::start(FilePos pos)
 {
@@ -162,62 +169,79 @@ void BoxReader::addPlace(StreamParseError& error) const
 
 void BoxReader::warn(ParseStatus status)
 {
-    if (isSilent())
-        return;
-    StreamParseError warning(status);
-    addPlace(warning);
-    logWarning(warning);
+    warnOf([&] {
+        StreamParseError warning(status);
+        addPlace(warning);
+        return warning;
+    });
 }
 
-void BoxReader::warnHere(ParseStatus status)
+void BoxReader::warnAt(FilePos offset, ParseStatus status)
 {
-    if (isSilent())
-        return;
-    StreamParseError warning(status);
-    warning.setPlace(placeAt(m_position));
-    logWarning(warning);
+    warnOf([&] {
+        StreamParseError warning(status);
+        warning.setPlace(placeAt(offset));
+        return warning;
+    });
 }
 
 void BoxReader::warnAboutBox(ParseStatus status, const BoxHeader& box)
 {
-    if (isSilent())
-        return;
-    StreamParseError warning = krx::streams::makeParseError(status, box.getBoxName());
-    const bool isOpen = !m_open.empty() && m_open.back().start == box.start;
-    if (isOpen)
-        addPlace(warning);
-    else
-        inside(box, 0, [&] { addPlace(warning); });
-    logWarning(warning);
+    warnOf([&] {
+        StreamParseError warning = krx::streams::makeParseError(status, box.getBoxName());
+        const bool isOpen = !m_open.empty() && m_open.back().start == box.start;
+        if (isOpen)
+            addPlace(warning);
+        else
+            inside(box, 0, [&] { addPlace(warning); });
+        return warning;
+    });
 }
 
 void BoxReader::warnAboutBox(const StreamParseError& fault, const BoxHeader& box)
 {
-    if (isSilent())
-        return;
-    StreamParseError warning = krx::streams::makeParseError(fault.getStatus(), box.getBoxName());
-    warning.setPlace(fault.place());
-    logWarning(warning);
+    warnOf([&] {
+        StreamParseError warning = krx::streams::makeParseError(fault.getStatus(), box.getBoxName());
+        warning.setPlace(fault.place());
+        return warning;
+    });
 }
 
 void BoxReader::logWarning(const StreamParseError& warning)
 {
-    if (m_warningObserver)
-        m_warningObserver(warning);
+    deliver(warning, askSink());
+}
+
+/// Whether a warning goes anywhere. admitted: the sink takes it.
+bool BoxReader::isUsed(bool admitted) const
+{
+    return admitted || m_warningsAsErrors || m_logLevel > kWarningsAbove;
+}
+
+void BoxReader::deliver(const StreamParseError& warning, bool admitted) const
+{
+    if (admitted)
+        m_findingSink->add(krx::streams::makeFinding(warning, krx::streams::FindingLevel::kWarning));
     if (m_warningsAsErrors) {
         StreamParseError error(warning.getStatus(), warning.getMessage());
         error.setPlace(warning.place());
         throw error;
     }
     if (m_logLevel > kWarningsAbove)
-        std::cout << "Warning:\t" << warning.getMessage() << "\t"
-                  << (m_file ? m_file->GetFileName() : SRMBString()) << "\n\n";
+        printLine("Warning:\t" + std::string(warning.getMessage().toMultiByte().view()) + "\t" +
+                  std::string(m_file ? m_file->GetFileName().view() : std::string_view()) + "\n\n");
 }
 
 void BoxReader::logInfo(const std::string& text) const
 {
     if (m_logLevel > kInfoAbove)
-        std::cout << text;
+        printLine(text);
+}
+
+void BoxReader::printLine(std::string_view text) const
+{
+    if (m_lineSink)
+        m_lineSink(text);
 }
 
 void BoxReader::logHeader(const BoxHeader& box) const

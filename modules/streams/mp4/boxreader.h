@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -28,9 +29,10 @@ namespace krx::mp4 {
 class BoxReader
 {
 public:
-    using WarningObserver = std::function<void(const krx::streams::StreamParseError& warning)>;
+    /// Takes text that ends its lines itself.
+    using LineSink = std::function<void(std::string_view text)>;
 
-    explicit BoxReader(const Mp4Config& config) : m_config(config) {}
+    explicit BoxReader(const Mp4Config& config);
     BoxReader(const BoxReader&) = delete;
     BoxReader& operator=(const BoxReader&) = delete;
 
@@ -104,32 +106,38 @@ public:
     /// Throws kTruncatedBox where more boxes are open than a file may nest.
     void checkNesting() const;
 
-    // Findings.
+    // Findings. A warning that nobody takes is not made: neither the finding sink, nor the lines, nor those
+    // who count warnings as errors.
 
     /// The track that findings are about from here on; 0 for none.
     void setTrackId(unsigned id) { m_trackId = id; }
     /// Gives the fault the place of the innermost open box, unless it has one. Outside of all boxes it is the
     /// position.
     void addPlace(krx::streams::StreamParseError& error) const;
+    /// Throws the fault with that offset, in the open boxes.
+    [[noreturn]] void failAt(krx::util::FilePos offset, krx::streams::ParseStatus status) const;
     /// Warns, with the place of addPlace.
     void warn(krx::streams::ParseStatus status);
-    /// Warns about the bytes at the position: the place is in the innermost open box.
-    void warnHere(krx::streams::ParseStatus status);
+    /// Warns about the bytes at the offset, which are in the open boxes.
+    void warnAt(krx::util::FilePos offset, krx::streams::ParseStatus status);
     /// Warns with the name of the box, which is the innermost open one or in it.
     void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
     /// The same for a fault that becomes a warning. It keeps its place.
     void warnAboutBox(const krx::streams::StreamParseError& fault, const BoxHeader& box);
-    /// Hands the warning to the observer, throws a copy when warnings count as errors, and prints it above
-    /// log level 2.
+    /// Hands the warning to the finding sink if that admits it, throws a copy when warnings count as errors,
+    /// and prints it above log level 2.
     void logWarning(const krx::streams::StreamParseError& warning);
     /// Prints above log level 4.
     void logInfo(const std::string& text) const;
 
     void setLogLevel(int level) { m_logLevel = level; }
     void setWarningsAsErrors(bool on) { m_warningsAsErrors = on; }
-    /// Called with every warning, before it is thrown or printed.
-    void setWarningObserver(WarningObserver observer) { m_warningObserver = std::move(observer); }
-    /// While on, warn and warnAboutBox do nothing: bytes that are read again gave their warnings before.
+    /// Gets the warnings, each before it is thrown or printed. Null for none; not owned.
+    void setFindingSink(krx::streams::FindingSink* sink) { m_findingSink = sink; }
+    /// Gets what is printed, which without a call goes to the standard output. An empty one drops it.
+    void setLineSink(LineSink sink) { m_lineSink = std::move(sink); }
+    /// While on, all warnings but those of logWarning are left out: bytes that are read again gave theirs
+    /// before.
     void setQuiet(bool on) { m_quiet = on; }
     /// Bytes held, those of the object itself excluded.
     std::size_t reportMemorySize() const { return m_open.capacity() * sizeof(Open); }
@@ -163,11 +171,20 @@ private:
         return bytes;
     }
     void logHeader(const BoxHeader& box) const;
+    void printLine(std::string_view text) const;
     krx::streams::Place placeAt(krx::util::FilePos offset) const;
-    [[noreturn]] void failAt(krx::util::FilePos offset, krx::streams::ParseStatus status) const;
-    bool isSilent() const
+    bool askSink() const { return m_findingSink && m_findingSink->admitsWarning(); }
+    bool isUsed(bool admitted) const;
+    void deliver(const krx::streams::StreamParseError& warning, bool admitted) const;
+    /// Delivers what make() returns, if it is wanted.
+    template <typename Make>
+    void warnOf(Make make)
     {
-        return m_quiet || (m_logLevel <= 2 && !m_warningsAsErrors && !m_warningObserver);
+        if (m_quiet)
+            return;
+        const bool admitted = askSink();
+        if (isUsed(admitted))
+            deliver(make(), admitted);
     }
 
     Mp4Config m_config;
@@ -181,7 +198,8 @@ private:
     int m_logLevel = 2;
     bool m_warningsAsErrors = false;
     bool m_quiet = false;
-    WarningObserver m_warningObserver;
+    krx::streams::FindingSink* m_findingSink = nullptr;
+    LineSink m_lineSink;
 };
 
 }  // namespace krx::mp4

@@ -31,7 +31,7 @@ void BoxWalk::readChildren(const BoxHeader& parent)
     std::array<unsigned, kNumberedTypes> numbers{};
     while (m_reader.position() < parent.end) {
         if (m_reader.bytesLeft(parent.end) < kBoxHeaderSize) {
-            m_reader.warnHere(krx::streams::kExtraneousBytes);
+            m_reader.warnAt(m_reader.position(), krx::streams::kExtraneousBytes);
             m_reader.skipTo(parent.end);
             return;
         }

@@ -106,7 +106,7 @@ TrackInfo& FragmentLoader::read(TrackFragment& fragment, FilePos end)
     TrackInfo* track = nullptr;
     while (m_reader.position() < end) {
         if (m_reader.bytesLeft(end) < kBoxHeaderSize) {
-            m_reader.warnHere(krx::streams::kExtraneousBytes);
+            m_reader.warnAt(m_reader.position(), krx::streams::kExtraneousBytes);
             break;
         }
         const BoxHeader box = m_reader.readHeader(traf);

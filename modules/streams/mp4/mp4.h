@@ -32,7 +32,6 @@ public:
     using TagEntry = krx::mp4::TagEntry;
     using ChapterEntry = krx::mp4::ChapterEntry;
     using ProgressiveEntry = krx::mp4::ProgressiveEntry;
-    using WarningObserver = BoxReader::WarningObserver;
 
     MP4File(const Mp4Config& config, IQVStreamContext* context);
     ~MP4File();
@@ -90,14 +89,17 @@ public:
     /// The XMP text, zero-terminated; its used length excludes the zero. Null until there is one.
     const SRMemory* getXMP() const { return m_movie.xmp.get(); }
 
-    /// Throws a copy when warnings count as errors; prints above log level 2.
+    /// Hands the warning to the finding sink if that admits it, throws a copy when warnings count as errors,
+    /// and prints it above log level 2.
     void logWarning(const krx::streams::StreamParseError& warning) { m_reader.logWarning(warning); }
     /// Prints above log level 4.
     void logInfo(const std::string& text) { m_reader.logInfo(text); }
     void setLogLevel(int level) { m_reader.setLogLevel(level); }
     void setWarningsAsErrors(bool on) { m_reader.setWarningsAsErrors(on); }
-    /// Called with every warning, before it is thrown or printed.
-    void setWarningObserver(WarningObserver observer) { m_reader.setWarningObserver(std::move(observer)); }
+    /// Gets the warnings, each before it is thrown or printed. Null for none; not owned.
+    void setFindingSink(krx::streams::FindingSink* sink) { m_reader.setFindingSink(sink); }
+    /// Gets what is printed, which without a call goes to the standard output. An empty one drops it.
+    void setLineSink(BoxReader::LineSink sink) { m_reader.setLineSink(std::move(sink)); }
 
     /// The memory that the file may use. Whoever keeps data of the file charges it here.
     MemoryBudget& memory() { return m_reader.memory(); }

@@ -5,6 +5,7 @@
 
 #include "modules/streams/mp4/mp4.h"
 #include "modules/streams/mp4/mp4fileio.h"
+#include "tests/support/findingcollector.h"
 #include "tests/support/memoryfileio.h"
 #include "tests/support/mp4builder.h"
 
@@ -15,8 +16,7 @@
 
 namespace krx::test {
 
-/// A file as parsed: the error that ended the parse (0: none), the warnings, their places, and the parser
-/// itself.
+/// A file as parsed: the error that ended the parse (0: none), the warnings, and the parser itself.
 class ParsedFile
 {
 public:
@@ -24,11 +24,7 @@ public:
         : io(std::move(bytes)), file("movie.mp4", &io, 0, config), mp4(config, nullptr)
     {
         mp4.setIO(&file);
-        mp4.setWarningObserver([this](const streams::StreamParseError& w) {
-            warnings.push_back(w.getStatus());
-            texts.push_back(w.getMessage());
-            places.push_back(w.place());
-        });
+        mp4.setFindingSink(&sink);
         file.Open();
         try {
             mp4.parse(start);
@@ -36,6 +32,7 @@ public:
             error = e.getStatus();
             errorPlace = e.place();
         }
+        warnings = sink.statuses();
     }
 
     mp4::TrackInfo* track(unsigned id = 1) { return mp4.getTrack(id); }
@@ -44,9 +41,8 @@ public:
     mp4::Mp4FileIO file;
     mp4::MP4File mp4;
     int error = 0;
-    std::vector<int> warnings;
-    std::vector<SRString> texts;
-    std::vector<streams::Place> places;  ///< of the warnings
+    FindingCollector sink;
+    std::vector<int> warnings;  ///< the statuses of what the sink got
     streams::Place errorPlace;
 };
 

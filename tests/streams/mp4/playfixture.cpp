@@ -42,9 +42,9 @@ PlayedFile::PlayedFile(std::string bytes, bool aggregates, unsigned maxAggregate
       context(&io),
       data("dir/movie.mp4", &context, &io, 0, configOf(aggregates, maxAggregate))
 {
-    data.getFile().setWarningObserver(
-        [this](const streams::StreamParseError& warning) { warnings.push_back(warning.getStatus()); });
+    data.getFile().setFindingSink(&sink);
     status = data.init();
+    warnings = sink.statuses();
 }
 
 std::vector<SegmentBounds> PlayedFile::segments() const

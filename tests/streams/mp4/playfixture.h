@@ -4,6 +4,7 @@
 #pragma once
 
 #include "modules/streams/mp4/mp4Data.h"
+#include "tests/support/findingcollector.h"
 #include "tests/support/memoryfileio.h"
 #include "tests/support/mp4builder.h"
 #include "tests/support/recordingcontext.h"
@@ -34,6 +35,7 @@ public:
     RecordingContext context;
     mp4::Mp4Data data;
     mp4::StreamLoadStatus status;
+    FindingCollector sink;
     std::vector<int> warnings;  ///< that opening met
 };
 

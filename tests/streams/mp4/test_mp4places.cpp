@@ -22,8 +22,8 @@ std::string lineOf(int status, const streams::Place& place)
 std::vector<std::string> placesOf(const ParsedFile& parsed)
 {
     std::vector<std::string> lines;
-    for (std::size_t i = 0; i < parsed.warnings.size(); ++i)
-        lines.push_back(lineOf(parsed.warnings[i], parsed.places[i]));
+    for (const streams::Finding& warning : parsed.sink.findings)
+        lines.push_back(lineOf(-warning.number, warning.place));
     if (parsed.error != 0)
         lines.push_back(lineOf(parsed.error, parsed.errorPlace));
     return lines;
@@ -53,8 +53,8 @@ TEST(Mp4Places, EveryFindingOfTheSamplesHasOne)
         SCOPED_TRACE(sample.name);
         const auto parsed = parseFile(sample.bytes);
         findings += parsed->warnings.size();
-        for (std::size_t i = 0; i < parsed->warnings.size(); ++i)
-            expectConsistent(sample.bytes, parsed->warnings[i], parsed->places[i]);
+        for (const streams::Finding& warning : parsed->sink.findings)
+            expectConsistent(sample.bytes, -warning.number, warning.place);
         // A missing box has no place.
         if (parsed->error == streams::kNoMovieBox)
             EXPECT_EQ(parsed->errorPlace.offset, -1);

@@ -68,10 +68,68 @@ TEST(Mp4Walk, WarningNamesTheBox)
 {
     const auto parsed =
         parseFile(box("\xA9nam") + box("moov", mvhd(1, 1, 2)) + box(std::string_view("\0a\0b", 4)));
-    ASSERT_EQ(parsed->texts.size(), 3U);
-    EXPECT_STREQ(parsed->texts[2].toMultiByte().c_str(), "-102\tUnrecognized box: .a.b");
-    EXPECT_EQ(parsed->texts[0], SRString(L"-102\tUnrecognized box: \u00A9nam"));
-    EXPECT_EQ(parsed->texts[1], SRString(L"-123\tUnrecognized box version: mvhd"));
+    ASSERT_EQ(parsed->warnings, (std::vector<int>{102, 123, 102}));
+    EXPECT_EQ(parsed->sink.findings[0].text, "Unrecognized box: \xC2\xA9nam");
+    EXPECT_EQ(parsed->sink.findings[1].text, "Unrecognized box version: mvhd");
+    EXPECT_EQ(parsed->sink.findings[2].text, "Unrecognized box: .a.b");
+}
+
+/// Counts what it is asked and given, and takes no more than it was told to.
+class CountingSink : public streams::FindingSink
+{
+public:
+    explicit CountingSink(unsigned room) : m_room(room) {}
+    bool admitsWarning() override { return ++asked <= m_room; }
+    void add(const streams::Finding& finding) override
+    {
+        EXPECT_EQ(finding.level, streams::FindingLevel::kWarning);
+        ++added;
+    }
+
+    unsigned asked = 0;
+    unsigned added = 0;
+
+private:
+    unsigned m_room;
+};
+
+TEST(Mp4Walk, AsksOnceForEachWarning)
+{
+    // With the name of a box, at an offset, about the open box, and of a fault that was thrown.
+    const std::string bytes =
+        movieFile(box("what") + box("udta", "1234") + box("trak") + box("trak", tkhd(1)));
+    const std::string line = "Warning:\t-102\tUnrecognized box: what\tmovie.mp4\n\n";
+    const struct
+    {
+        unsigned room;
+        int logLevel;
+        bool asErrors;
+        unsigned asked;
+        unsigned added;
+        std::size_t lines;
+    } cases[] = {
+        {9, 2, false, 4, 4, 0}, {2, 2, false, 4, 2, 0}, {0, 3, false, 4, 0, 4}, {0, 3, true, 1, 0, 0}};
+    for (const auto& c : cases) {
+        MemoryFileIo io(bytes);
+        mp4::Mp4FileIO file("movie.mp4", &io, 0, {});
+        mp4::MP4File mp4({}, nullptr);
+        mp4.setIO(&file);
+        CountingSink sink(c.room);
+        mp4.setFindingSink(&sink);
+        std::vector<std::string> lines;
+        mp4.setLineSink([&](std::string_view text) { lines.emplace_back(text); });
+        mp4.setLogLevel(c.logLevel);
+        mp4.setWarningsAsErrors(c.asErrors);
+        file.Open();
+        if (c.asErrors)
+            EXPECT_THROW(mp4.parse(0), streams::StreamParseError);
+        else
+            mp4.parse(0);
+        EXPECT_EQ(sink.asked, c.asked);
+        EXPECT_EQ(sink.added, c.added);
+        ASSERT_EQ(lines.size(), c.lines);
+        EXPECT_TRUE(lines.empty() || lines[0] == line) << lines[0];
+    }
 }
 
 TEST(Mp4Movie, Tracks)
