@@ -71,6 +71,8 @@ public:
     }
     unsigned readU32() { return krx::util::loadBig32(take(4)); }
     unsigned long long readU64() { return krx::util::loadBigEndian<unsigned long long>(take(8)); }
+    /// The next n bytes, valid until the next reading. The position stays.
+    const unsigned char* peek(unsigned n) { return m_file->look(m_position, n); }
     /// n bytes into a buffer of the caller. More than 2 GiB throw kBoxTooLarge.
     void read(void* buffer, unsigned long long n);
 

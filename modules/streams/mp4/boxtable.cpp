@@ -31,11 +31,13 @@ constexpr std::array kRows{
     box("schi").children(),
 
     // Movie and tracks.
+    box("ftyp").reads(readFileType),
     box("moov").once([](const Movie& m) { return m.seen; }).reads(readMovie),
     box("mvhd").once([](const Movie& m) { return m.duration != 0; }).version(1).reads(readMovieHeader),
     box("trak").numbered().reads(readTrack),
     box("tkhd").version(1).reads(readTrackHeader),
     box("mdhd").once([](const TrackInfo& t) { return t.duration != 0; }).version(1).reads(readMediaHeader),
+    box("hdlr").reads(readHandler),
     box("free").reads(readFreeSpace),
     box("skip").reads(readFreeSpace),
 
@@ -126,9 +128,7 @@ constexpr std::array kRows{
     box("wdxs").once([](const TrackInfo& t) { return t.drm.kind != 0; }).reads(readWdxsProtection),
 
     // Known, and of no use here.
-    box("ftyp"),
     box("mdat"),
-    box("hdlr"),
     box("vmhd"),
     box("smhd"),
     box("hmhd"),

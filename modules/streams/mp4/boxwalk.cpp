@@ -7,9 +7,11 @@
 #include "modules/streams/mp4/mp4errors.h"
 
 #include <array>
+#include <memory>
 
 namespace krx::mp4 {
 
+using krx::streams::FindingLevel;
 using krx::streams::StreamParseError;
 
 TrackInfo& BoxWalk::needTrack() const
@@ -21,8 +23,69 @@ TrackInfo& BoxWalk::needTrack() const
 
 void BoxWalk::setTrack(TrackInfo* track)
 {
+    if (m_track != track && isTrackUnfinished() && m_reader.hasOpenBox())
+        dropTrack(krx::streams::kIncompleteTrack);
     m_track = track;
     m_reader.setTrackId(track ? track->trackId : 0);
+}
+
+void BoxWalk::startTrackBox(const BoxHeader& box)
+{
+    m_trackFacts = {};
+    m_trackFacts.boxStart = box.start;
+}
+
+void BoxWalk::endTrackBox()
+{
+    // A box may complete the track that an earlier one left incomplete.
+    const bool isCompleted = m_track && m_track->valid && m_track->droppedBy;
+    if (isCompleted)
+        m_track->droppedBy.reset();
+    if (isCompleted || hasOwnRecord())
+        static_cast<TrackFacts&>(*m_track) = m_trackFacts;
+    setTrack(nullptr);
+    m_trackFacts = {};
+}
+
+/// False when there is no track, or its record is that of an earlier box.
+bool BoxWalk::hasOwnRecord() const
+{
+    return m_track && (m_track->boxStart < 0 || m_track->boxStart == m_trackFacts.boxStart);
+}
+
+/// Whether the record has no outcome yet.
+bool BoxWalk::isTrackUnfinished() const
+{
+    return m_track && !m_track->valid && !m_track->droppedBy;
+}
+
+bool BoxWalk::hasRoomForDropped() const
+{
+    return m_movie.droppedTracks.size() < m_reader.config().MaxTracks;
+}
+
+void BoxWalk::dropTrack(krx::streams::ParseStatus status)
+{
+    if (!isTrackUnfinished() && !hasRoomForDropped())
+        return;
+    StreamParseError error(status);
+    dropTrack(error, FindingLevel::kWarning);
+}
+
+void BoxWalk::dropTrack(StreamParseError& error, FindingLevel level)
+{
+    m_reader.addPlace(error);
+    if (hasOwnRecord())
+        static_cast<TrackFacts&>(*m_track) = m_trackFacts;
+    const bool isListed = !hasOwnRecord() && hasRoomForDropped();
+    if (!isListed && !isTrackUnfinished())
+        return;
+    const auto finding =
+        std::make_shared<const krx::streams::Finding>(krx::streams::makeFinding(error, level));
+    if (isTrackUnfinished())
+        m_track->droppedBy = finding;
+    if (isListed)
+        m_movie.droppedTracks.push_back({m_trackFacts, m_track ? m_track->trackId : 0, finding});
 }
 
 void BoxWalk::readChildren(const BoxHeader& parent)

@@ -6,6 +6,12 @@
 #include "util/SRBuffer.h"
 
 namespace krx::mp4 {
+namespace {
+
+/// What a record is charged. A number, so that a field of it does not move the limits of files.
+constexpr unsigned long long kTrackRecord = 1088;
+
+}  // namespace
 
 unsigned TagEntry::integerCount() const
 {
@@ -34,7 +40,7 @@ TrackInfo* Movie::provideTrack(unsigned id, unsigned maxTracks, MemoryBudget& me
     TrackInfo* track = id == 0 ? nullptr : findTrack(id);
     if (track || id == 0 || tracks.size() >= maxTracks)
         return track;
-    memory.charge(sizeof(TrackInfo) + kBlockOverhead);
+    memory.charge(kTrackRecord + kBlockOverhead);
     tracks.push_back(std::make_unique<TrackInfo>());
     track = tracks.back().get();
     track->trackId = id;
@@ -48,9 +54,12 @@ std::size_t Movie::reportMemorySize() const
                         chapters.size() * kDequeElement<ChapterEntry> + texts.reportMemorySize() +
                         progressive.capacity() * sizeof(ProgressiveEntry) +
                         tracks.capacity() * sizeof(tracks[0]) +
+                        droppedTracks.capacity() * sizeof(DroppedTrack) +
                         tracksById.size() * sizeof(decltype(tracksById)::value_type);
     for (const auto& track : tracks)
         bytes += track->reportMemorySize();
+    for (const DroppedTrack& track : droppedTracks)
+        bytes += memoryOf(*track.droppedBy);
     return bytes + (xmp ? sizeof(SRMemory) + xmp->capacity() : 0);
 }
 

@@ -64,11 +64,20 @@ struct FreeSpace
     krx::util::FilePos size = 0;
 };
 
+/// A track box that was dropped and has no record: it names no track, or one that an earlier box named.
+struct DroppedTrack : TrackFacts
+{
+    unsigned id = 0;                                         ///< 0 for none
+    std::shared_ptr<const krx::streams::Finding> droppedBy;  ///< not null
+};
+
 /// What the boxes of a file say: plain facts, which the handlers fill in and playback reads.
 struct Movie
 {
     Movie();
     ~Movie();
+
+    unsigned brand = 0;  ///< major brand of 'ftyp', a four-character code; 0 when there is none
 
     // 'moov' and 'mvhd'.
     bool seen = false;                 ///< there was a movie box
@@ -81,6 +90,7 @@ struct Movie
     /// In file order. A record is made when its ID first appears, so the configured maximum costs nothing.
     std::vector<std::unique_ptr<TrackInfo>> tracks;
     std::unordered_map<unsigned, TrackInfo*> tracksById;
+    std::vector<DroppedTrack> droppedTracks;  ///< in file order, at most as many as may have records
 
     // The kinds of tracks with a supported sample description, and whether a recording can add more to it.
     bool videoSeen = false;

@@ -32,6 +32,11 @@ std::size_t drmMemory(const DRMTrackInfo& drm)
 
 }  // namespace
 
+std::size_t memoryOf(const krx::streams::Finding& finding)
+{
+    return sizeof(finding) + finding.text.capacity() + finding.place.path.capacity();
+}
+
 bool EditList::isGapEntry(std::size_t i, std::size_t n)
 {
     if (i >= n) {
@@ -73,6 +78,8 @@ std::size_t TrackInfo::reportMemorySize() const
              sampleSizes.reportMemorySize() + chunkOffsets.reportMemorySize() +
              timeToSample.reportMemorySize() + compositionOffsets.reportMemorySize() +
              syncSamples.reportMemorySize() + sampleFlags.reportMemorySize();
+    if (droppedBy)
+        bytes += memoryOf(*droppedBy);
     if (editList)
         bytes += sizeof(EditList) + editList->entries.capacity() * sizeof(EditListEntry);
     for (const TrackFragment& fragment : fragments)

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "modules/streams/finding.h"
 #include "modules/streams/mp4/pageablearray.h"
 #include "modules/streams/mp4/sampleentry.h"
 #include "modules/streams/mp4/trackfragment.h"
@@ -66,6 +67,9 @@ struct DRMTrackInfo
     unsigned originalFormat = 0;  ///< four-character code
 };
 
+/// Bytes that a finding of the reader holds, those of the object included.
+std::size_t memoryOf(const krx::streams::Finding& finding);
+
 struct TrackFragmentSyncSample
 {
     unsigned fragment = 0;
@@ -73,8 +77,29 @@ struct TrackFragmentSyncSample
     unsigned sample = 0;
 };
 
+enum class TrackKind : unsigned char
+{
+    kOther,
+    kVideo,
+    kAudio,
+    kText,
+    kData,
+};
+
+/// What a track box says of its media, whether the track plays or not. 0 stands for what is not known.
+struct TrackFacts
+{
+    krx::util::FilePos boxStart = -1;    ///< of the track box; -1 for a track that only other boxes name
+    TrackKind kind = TrackKind::kOther;  ///< by the first sample entry if that is known, else by the handler
+    unsigned codec = 0;                  ///< four-character code of the first sample entry
+    int width = 0;                       ///< of the picture, after the track's transform, in pixels
+    int height = 0;
+    double sampleRate = 0;  ///< Hz
+    unsigned channels = 0;
+};
+
 /// One track of a file: kind, times, descriptions, edit list, tables and fragments.
-class TrackInfo
+class TrackInfo : public TrackFacts
 {
 public:
     bool valid = false;  ///< passed the checks at the end of its track box
@@ -84,6 +109,9 @@ public:
     bool isData = false;
     bool hasSampleDescription = false;  ///< a supported sample entry was accepted
     bool last = false;                  ///< set by the recording path only
+    /// Why the track box was dropped, or what ended the parse in it. Null in a valid track, and in one that
+    /// only other boxes name.
+    std::shared_ptr<const krx::streams::Finding> droppedBy;
 
     VideoTransform transform;
     DRMTrackInfo drm;

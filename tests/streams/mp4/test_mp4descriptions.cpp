@@ -1,9 +1,13 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
+#include "modules/streams/mp4/codecname.h"
 #include "tests/streams/mp4/parserfixture.h"
 
 #include <gtest/gtest.h>
+
+#include <algorithm>
+#include <memory>
 
 namespace krx::test {
 namespace {
@@ -231,6 +235,48 @@ TEST(Mp4Descriptions, ProtectionTexts)
     EXPECT_EQ(parseFile(movieFile(track))->error, 17);
     const auto ended = parseFile(ftyp() + box("moov", box("trak", tkhd(1) + box("zol ", "abcd"))));
     EXPECT_EQ(ended->error, 117);
+}
+
+TEST(Mp4Descriptions, CodecNames)
+{
+    using mp4::fourCC;
+    const struct
+    {
+        unsigned type;
+        std::string configuration;
+        const char* name;
+    } cases[] = {
+        {fourCC("avc1"), std::string("\x01\x64\x00\x1F", 4), "avc1.64001F"},
+        {fourCC("avc1"), "\x01\x42\xC0\xAF\xFF", "avc1.42C0AF"},
+        {fourCC("avc1"), "\x01\x42\xC0", ""},
+        {fourCC("mp4a"), "\x12\x10", "mp4a.40.2"},
+        {fourCC("mp4a"), "\x2B\x92", "mp4a.40.5"},
+        {fourCC("mp4a"), "\xF8\x40", "mp4a.40.34"},
+        {fourCC("mp4a"), "\xFF\xFF", "mp4a.40.95"},
+        {fourCC("mp4a"), "\xF8", ""},
+        {fourCC("mp4a"), "", ""},
+        {fourCC(".mp3"), "", "mp4a.40.34"},
+        {fourCC("encv"), "\x01\x42\xC0\xAF", ""},
+        {fourCC("VP62"), "", ""},
+    };
+    for (const auto& c : cases) {
+        mp4::SampleEntry entry;
+        entry.type = c.type;
+        entry.configLength = static_cast<unsigned>(c.configuration.size());
+        entry.config = std::make_shared<unsigned char[]>(entry.configLength);
+        std::copy(c.configuration.begin(), c.configuration.end(), entry.config.get());
+        EXPECT_EQ(mp4::rfc6381Of(entry), c.name);
+    }
+}
+
+TEST(Mp4Descriptions, Languages)
+{
+    EXPECT_EQ(mp4::languageOf(0x15C7), "eng");
+    EXPECT_EQ(mp4::languageOf(0x55C4), "und");
+    EXPECT_EQ(mp4::languageOf(0x0421), "aaa");
+    // A number of another kind of code, a letter after the last one, a set top bit.
+    for (const unsigned short packed : {0, 11, 0x7FFF, 0x15DB, 0x95C7})
+        EXPECT_EQ(mp4::languageOf(packed), "") << packed;
 }
 
 }  // namespace

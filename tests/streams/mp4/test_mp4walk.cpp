@@ -181,6 +181,97 @@ TEST(Mp4Movie, Tracks)
     });
 }
 
+/// "1 video avc1 640x480 0/0", and the finding that dropped it.
+std::string lineOf(const mp4::TrackFacts& facts, unsigned id, const streams::Finding* finding)
+{
+    static constexpr const char* kKinds[] = {"other", "video", "audio", "text", "data"};
+    std::string line = std::to_string(id) + ' ' + kKinds[static_cast<int>(facts.kind)] + ' ';
+    for (int shift = 24; facts.codec != 0 && shift >= 0; shift -= 8)
+        line += static_cast<char>(facts.codec >> shift & 0xFF);
+    line += ' ' + std::to_string(facts.width) + 'x' + std::to_string(facts.height) + ' ' +
+            std::to_string(static_cast<int>(facts.sampleRate)) + '/' + std::to_string(facts.channels);
+    if (finding)
+        line += ": " + std::to_string(finding->number) + " in " + finding->place.path + " of " +
+                std::to_string(finding->place.track);
+    return line;
+}
+
+TEST(Mp4Movie, TellsWhyTracksDoNotPlay)
+{
+    const auto handler = [](const char* type) {
+        return fullBox("hdlr", Fields().u32(0).raw(type).zeros(13));
+    };
+    const auto track = [](unsigned id, const std::string& entry, const std::string& inMedia = {}) {
+        TrackBoxes boxes = trackWithId(id);
+        boxes.description = stsd({entry});
+        boxes.mediaHeader += inMedia;
+        boxes.more = tableBox("stss", 1, {1});
+        return boxes;
+    };
+    TrackBoxes twice = track(2, audioEntry(".mp3"));
+    twice.header = tkhd(3) + tkhd(2);
+    TrackBoxes broken = track(2, audioEntry(".mp3"));
+    broken.times = fullBox("stts", Fields().u32(1000000));
+    const std::string video = track(1, videoEntry("VP62", {}, 64, 48)).bytes();
+    const std::string shortAgain = box("trak", tkhd(1) + box("mdia", handler("vide")));
+    const std::string extends = box("mvex", fullBox("trex", Fields().u32(9).zeros(16)));
+    const struct
+    {
+        const char* name;
+        std::string bytes;
+        std::vector<std::string> lines;  ///< of the records, then of the boxes without one
+    } cases[] = {
+        {"unsupported video",
+         track(1, videoEntry("hev1", {}, 64, 48), handler("vide")).bytes(),
+         {"1 video hev1 64x48 0/0: -107 in moov/trak[1]/mdia/minf/stbl/stsd/hev1[1] of 1"}},
+        {"short entry",
+         track(1, box("alac")).bytes(),
+         {"1 other alac 0x0 0/0: -107 in moov/trak[1]/mdia/minf/stbl/stsd/alac[1] of 1"}},
+        {"no description",
+         box("trak", tkhd(1) + box("mdia", handler("sbtl"))),
+         {"1 text  0x0 0/0: -103 in moov/trak[1] of 1"}},
+        {"second video",
+         video + track(2, videoEntry("VP62", {}, 32, 24)).bytes(),
+         {"1 video VP62 64x48 0/0",
+          "2 video VP62 32x24 0/0: -104 in moov/trak[2]/mdia/minf/stbl/stsd/VP62[1] of 2"}},
+        {"header of no track",
+         box("trak", tkhd(0)) + video,
+         {"1 video VP62 64x48 0/0", "0 other  0x0 0/0: -103 in moov/trak[1] of 0"}},
+        {"track again", video + shortAgain, {"1 video VP62 64x48 0/0"}},
+        {"dropped, and again",
+         shortAgain + shortAgain,
+         {"1 video  0x0 0/0: -103 in moov/trak[1] of 1", "1 video  0x0 0/0: -103 in moov/trak[2] of 1"}},
+        {"dropped, and complete later", shortAgain + video, {"1 video VP62 64x48 0/0"}},
+        {"two headers",
+         twice.bytes(),
+         {"3 other  0x0 0/0: -103 in moov/trak[1]/tkhd of 3", "2 audio .mp3 0x0 44100/2"}},
+        {"error in a track",
+         video + broken.bytes(),
+         {"1 video VP62 64x48 0/0",
+          "2 audio .mp3 0x0 44100/2: -28 in moov/trak[2]/mdia/minf/stbl/stts of 2"}},
+        {"configuration of another rate",
+         track(1, aacEntry("\x11\x88")).bytes(),
+         {"1 audio mp4a 0x0 48000/1"}},
+        {"fragments of no track", extends, {"9 other  0x0 0/0"}},
+    };
+    for (const auto& c : cases) {
+        const auto parsed = parseFile(movieFile(c.bytes));
+        std::vector<std::string> lines;
+        for (const auto& record : parsed->mp4.movie().tracks) {
+            lines.push_back(lineOf(*record, record->trackId, record->droppedBy.get()));
+            EXPECT_FALSE(record->isValid() && record->droppedBy) << c.name;
+        }
+        for (const mp4::DroppedTrack& dropped : parsed->mp4.movie().droppedTracks)
+            lines.push_back(lineOf(dropped, dropped.id, dropped.droppedBy.get()));
+        EXPECT_EQ(lines, c.lines) << c.name;
+        EXPECT_EQ(parsed->mp4.movie().brand, mp4::fourCC("isom"));
+    }
+    std::string nameless;
+    for (int i = 0; i < 100; ++i)
+        nameless += box("trak");
+    EXPECT_EQ(parseFile(movieFile(nameless))->mp4.movie().droppedTracks.size(), 64U);
+}
+
 TEST(Mp4Movie, TrackFacts)
 {
     TrackBoxes boxes;

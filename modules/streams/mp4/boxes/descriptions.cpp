@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 #include <iterator>
 #include <memory>
 #include <utility>
@@ -294,7 +295,97 @@ SampleEntry readEntry(BoxWalk& walk, const BoxHeader& box)
     return entry;
 }
 
+TrackKind kindOf(EntryKind entry)
+{
+    switch (entry) {
+        case kVideoEntry:
+            return TrackKind::kVideo;
+        case kAudioEntry:
+            return TrackKind::kAudio;
+        case kTextEntry:
+            return TrackKind::kText;
+        case kDataEntry:
+            return TrackKind::kData;
+        default:
+            return TrackKind::kOther;
+    }
+}
+
+TrackKind kindOfHandler(unsigned type)
+{
+    switch (type) {
+        case fourCC("vide"):
+            return TrackKind::kVideo;
+        case fourCC("soun"):
+            return TrackKind::kAudio;
+        case fourCC("text"):
+        case fourCC("sbtl"):
+        case fourCC("subt"):
+        case fourCC("clcp"):
+            return TrackKind::kText;
+        case fourCC("data"):
+        case fourCC("meta"):
+            return TrackKind::kData;
+        default:
+            return TrackKind::kOther;
+    }
+}
+
+/// Takes from the start of an entry, which may be of a codec that is not supported, what the report shows of
+/// the track. The position stays.
+void readFacts(BoxReader& in, const BoxHeader& box, const VideoTransform& transform, TrackFacts& facts)
+{
+    constexpr unsigned kSize = 28;
+    constexpr unsigned kAudioVersion = 8;
+    constexpr unsigned kChannels = 16;
+    constexpr unsigned kSampleRate = 24;
+    constexpr unsigned kWidth = 24;
+    constexpr unsigned kHeight = 26;
+    using krx::util::loadBigEndian;
+    facts.codec = box.type;
+    const Codec* codec = findCodec(box.type);
+    if (codec && kindOf(codec->entry) != TrackKind::kOther)
+        facts.kind = kindOf(codec->entry);
+    if (in.bytesLeft(box.end) < kSize)
+        return;
+    const unsigned char* p = in.peek(kSize);
+    if (facts.kind == TrackKind::kVideo) {
+        transform.transform(loadBigEndian<unsigned short>(p + kWidth),
+                            loadBigEndian<unsigned short>(p + kHeight), facts.width, facts.height);
+        // Turned pictures have negative ones.
+        facts.width = std::abs(facts.width);
+        facts.height = std::abs(facts.height);
+    } else if (facts.kind == TrackKind::kAudio && loadBigEndian<unsigned short>(p + kAudioVersion) < 2) {
+        facts.channels = loadBigEndian<unsigned short>(p + kChannels);
+        facts.sampleRate = krx::util::loadBig32(p + kSampleRate) / 65536.0;
+    }
+}
+
+/// The decoder configuration knows better than the fields in front of it.
+void correctFacts(const SampleEntry& entry, TrackFacts& facts)
+{
+    if (entry.configLength == 0 || facts.kind != TrackKind::kAudio)
+        return;
+    if (entry.sampleRate != 0)
+        facts.sampleRate = entry.sampleRate;
+    if (entry.channelCount != 0)
+        facts.channels = entry.channelCount;
+}
+
 }  // namespace
+
+/// Other boxes than that of the media have handlers too.
+void readHandler(BoxWalk& walk, const BoxHeader& box)
+{
+    BoxReader& in = walk.reader();
+    TrackFacts& facts = walk.trackFacts();
+    constexpr unsigned kTypeEnd = 12;
+    if (in.parentType() != fourCC("mdia") || facts.kind != TrackKind::kOther ||
+        in.bytesLeft(box.end) < kTypeEnd)
+        return;
+    in.skip(8);  // version, flags, predefined
+    facts.kind = kindOfHandler(in.readU32());
+}
 
 void readSampleDescription(BoxWalk& walk, const BoxHeader& box)
 {
@@ -307,8 +398,14 @@ void readSampleDescription(BoxWalk& walk, const BoxHeader& box)
         throw krx::streams::StreamParseError(krx::streams::kInvalidEntryCount);
     for (unsigned number = 1; number <= count; ++number) {
         const BoxHeader entryBox = in.readHeader(box);
-        in.inside(entryBox, number,
-                  [&] { in.memory().charge(track.sampleDescriptions.append(readEntry(walk, entryBox))); });
+        in.inside(entryBox, number, [&] {
+            if (number == 1)
+                readFacts(in, entryBox, track.transform, walk.trackFacts());
+            SampleEntry entry = readEntry(walk, entryBox);
+            if (number == 1)
+                correctFacts(entry, walk.trackFacts());
+            in.memory().charge(track.sampleDescriptions.append(std::move(entry)));
+        });
         in.skipTo(entryBox.end);
     }
     if (const std::optional<long long> room = readReservedRoom(in, box)) {

@@ -18,8 +18,9 @@ class BoxWalk;
 class TrackInfo;
 struct Movie;
 
-// movie.cpp: the movie box, the track boxes and the track records.
+// movie.cpp: the file type, the movie box, the track boxes and the track records.
 
+void readFileType(BoxReader& in, const BoxHeader& box, Movie& movie);
 void readMovie(BoxWalk& walk, const BoxHeader& box);
 void readMovieHeader(BoxReader& in, const BoxHeader& box, Movie& movie);
 void readTrack(BoxWalk& walk, const BoxHeader& box);
@@ -46,6 +47,7 @@ std::optional<long long> readReservedRoom(BoxReader& in, const BoxHeader& parent
 
 // descriptions.cpp: what a track carries, and whether it can be streamed.
 
+void readHandler(BoxWalk& walk, const BoxHeader& box);
 void readSampleDescription(BoxWalk& walk, const BoxHeader& box);
 
 // fragments.cpp: movie fragments.

@@ -8,6 +8,7 @@
 namespace krx::mp4 {
 namespace {
 
+using krx::streams::FindingLevel;
 using krx::streams::StreamParseError;
 
 /// Creation and modification time, by version.
@@ -23,7 +24,8 @@ void checkChapters(const Movie& movie)
             throw StreamParseError(krx::streams::kInvalidChapterTime);
 }
 
-void readTrackBoxes(BoxWalk& walk, const BoxHeader& box)
+/// Returns false when the box names no track.
+bool readTrackBoxes(BoxWalk& walk, const BoxHeader& box)
 {
     // The header may come after the media that it is needed for.
     BoxReader& in = walk.reader();
@@ -33,11 +35,16 @@ void readTrackBoxes(BoxWalk& walk, const BoxHeader& box)
     walk.readChildren(box);
     if (walk.track())
         validateTrack(in, *walk.track());
-    else
-        in.warn(krx::streams::kIncompleteTrack);
+    return walk.track() != nullptr;
 }
 
 }  // namespace
+
+void readFileType(BoxReader& in, const BoxHeader& box, Movie& movie)
+{
+    if (movie.brand == 0 && in.parentType() == 0 && in.bytesLeft(box.end) >= 4)
+        movie.brand = in.readU32();
+}
 
 void readMovie(BoxWalk& walk, const BoxHeader& box)
 {
@@ -62,15 +69,24 @@ void readTrack(BoxWalk& walk, const BoxHeader& box)
     BoxReader& in = walk.reader();
     if (walk.movie().tracks.size() >= in.config().MaxTracks)
         throw StreamParseError(krx::streams::kTooManyTracks);
+    walk.startTrackBox(box);
+    bool isNamed = true;
     try {
-        readTrackBoxes(walk, box);
+        isNamed = readTrackBoxes(walk, box);
     } catch (Mp4TrackError& error) {
         if (walk.track())
             walk.track()->valid = false;
-        in.addPlace(error);
+        walk.dropTrack(error, FindingLevel::kWarning);
         in.logWarning(error);
+    } catch (StreamParseError& error) {
+        walk.dropTrack(error, FindingLevel::kError);
+        throw;
     }
-    walk.setTrack(nullptr);
+    if (!isNamed) {
+        walk.dropTrack(krx::streams::kIncompleteTrack);
+        in.warn(krx::streams::kIncompleteTrack);
+    }
+    walk.endTrackBox();
 }
 
 void validateTrack(BoxReader& in, TrackInfo& track)
