@@ -3,6 +3,7 @@
 
 #include "modules/streams/mp4/trackcursor.h"
 
+#include "modules/streams/finding.h"
 #include "util/krxassert.h"
 
 #include <algorithm>
@@ -20,6 +21,17 @@ constexpr unsigned long long kFarTime = 1ULL << 62;
 constexpr unsigned kBatch = 4;
 
 }  // namespace
+
+SampleType playedTypeOf(const TrackInfo& track, const SampleEntry& entry)
+{
+    const auto isEncryptedType = [](SampleType type) {
+        return type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
+    };
+    SampleType type = sampleTypeOf(entry.type);
+    if (isEncryptedType(type))
+        type = sampleTypeOf(track.drm.originalFormat);
+    return isEncryptedType(type) ? kSampleUnsupported : type;
+}
 
 void TrackCursor::throwTableError()
 {
@@ -216,7 +228,7 @@ unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, un
         if (passed != steps || steps == 0)
             break;
     }
-    m_walkedSamples += walked;
+    m_passedSamples += walked;
     updateMillis();
     return walked;
 }
@@ -317,6 +329,7 @@ void TrackCursor::advance()
         throwTableError();
     if (m_stretch.left != 0 || prepareStretch()) {
         passSample(m_stretch.sizes ? m_stretch.sizes[0] : m_stretch.size);
+        ++m_passedSamples;
         return;
     }
     ++m_stepCount;
@@ -342,6 +355,7 @@ void TrackCursor::advanceSlowly()
         subAdvance();
         if (isEnder()) {
             restore(before);
+            --m_passedSamples;
             m_description.enderPending = true;
         }
     }
@@ -358,10 +372,11 @@ void TrackCursor::subAdvance()
 void TrackCursor::stepTables()
 {
     m_syncs.step(m_sampleNumber);
+    m_compositions.step();
     m_decodeTime += m_times.delta();
     m_times.step();
-    m_compositions.step();
     ++m_sampleNumber;
+    ++m_passedSamples;
     switch (m_chunks.step()) {
         case ChunkStepper::kSameChunk:
             return;
@@ -381,6 +396,7 @@ void TrackCursor::stepRun()
 {
     m_decodeTime += m_runs.duration();
     m_runs.step();
+    ++m_passedSamples;
     enterFragment(m_runs.findSample());
 }
 
@@ -413,13 +429,9 @@ void TrackCursor::updateSampleEntry()
         m_description.enderPending = true;
 
     m_description.descriptionIndex = index;
-    SampleType type = sampleTypeOf(sampleEntry().type);
-    m_description.encrypted = type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
-    if (m_description.encrypted) {
-        type = sampleTypeOf(m_track->drm.originalFormat);
-        if (type == kSampleEncryptedVideo || type == kSampleEncryptedAudio)
-            type = kSampleUnsupported;
-    }
+    const SampleType type = playedTypeOf(*m_track, sampleEntry());
+    const SampleType entryType = sampleTypeOf(sampleEntry().type);
+    m_description.encrypted = entryType == kSampleEncryptedVideo || entryType == kSampleEncryptedAudio;
     m_description.sampleType = type;
     m_description.headerPending = hasDecoderHeader(type);
     m_description.typeValid = true;
@@ -445,6 +457,16 @@ void TrackCursor::checkForGap()
     m_delay += delay;
     m_description.typeValid = false;
     updateSampleEntry();
+}
+
+void TrackCursor::addPlace(krx::streams::Place& place) const
+{
+    if (place.track == 0)
+        place.track = m_track->trackId;
+    if (place.sample == 0)
+        place.sample = static_cast<long long>(m_passedSamples + (atEndOfTrack() ? 0 : 1));
+    if (place.time < 0)
+        place.time = toMillis(m_decodeTime, m_timescale);
 }
 
 void TrackCursor::setLimit(const TrackPosition& end)
