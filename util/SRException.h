@@ -67,6 +67,13 @@ auto unlessOutOfMemory(Call call, Otherwise otherwise) -> decltype(call())
     return otherwise();
 }
 
+/// Whoever asked for the work asked for its end. It says nothing about the data.
+class Cancelled : public SRException
+{
+public:
+    using SRException::SRException;
+};
+
 /// A file could not be loaded, read or saved.
 class FileReadException : public SRException
 {

@@ -3,11 +3,13 @@
 
 #include "modules/streams/mp4/mp4Data.h"
 
+#include "interfaces/IQVStreamContext.h"
 #include "modules/streams/mp4/walkbudget.h"
 
 #include <algorithm>
 #include <limits>
 #include <map>
+#include <string>
 #include <utility>
 
 namespace krx::mp4 {
@@ -26,6 +28,18 @@ constexpr unsigned kTimeLimit = std::numeric_limits<unsigned>::max();
 // first entry of each table, and also the second of the sample-to-chunk table.
 constexpr unsigned kOverlap = 1;
 constexpr unsigned kSampleToChunkOverlap = 2;
+
+/// Runs function. A fault that leaves it names the track.
+template <typename Function>
+void inTrack(const TrackInfo& track, Function function)
+{
+    try {
+        function();
+    } catch (StreamParseError& fault) {
+        fault.place().track = track.trackId;
+        throw;
+    }
+}
 
 }  // namespace
 
@@ -77,6 +91,12 @@ Mp4Data::Mp4Data(const SRMBString& path, IQVStreamContext* context, IKrxFileIo* 
     m_file.setIO(&m_io);
 }
 
+void Mp4Data::setQuota(krx::util::MemoryQuota* quota)
+{
+    m_quota = quota;
+    m_file.memory().setQuota(quota);
+}
+
 StreamLoadStatus Mp4Data::init()
 {
     return updateStatus(initPlayback(kFirstLoad));
@@ -92,16 +112,20 @@ StreamLoadStatus Mp4Data::initPlayback(int loadType)
     if (loadType != kFirstLoad)
         return kLoadFailed;
     const AutoMp4Open open(&m_io);
-    if (!open.isOpen())
+    if (!open.isOpen()) {
+        logFailure(StreamParseError(krx::streams::kCannotOpenFile));
         return kLoadCannotOpen;
+    }
     try {
         try {
             subInitPlayback(loadType);
         } catch (const NoTracksError& error) {
+            logFailure(error);
             m_file.logWarning(error);
             setFileContextMessages();
             setNoSupportedTrack();
         } catch (const StreamParseError& error) {
+            logFailure(error);
             m_file.logWarning(error);
             setFileStructureInvalid();
         }
@@ -116,9 +140,20 @@ StreamLoadStatus Mp4Data::initPlayback(int loadType)
     return kLoadOk;
 }
 
+/// The reason why the file does not play, as a line of the context's log.
+void Mp4Data::logFailure(const StreamParseError& error) const
+{
+    if (!m_context)
+        return;
+    std::string line(error.getMessage().toMultiByte().view());
+    line += '\t';
+    line += m_path.view();
+    m_context->log(line.c_str(), krx::streams::LOG_ERROR, false);
+}
+
 void Mp4Data::subInitPlayback(int)
 {
-    m_loaded = false;
+    m_loaded = m_isWalked = false;
     const long long previousSize = std::exchange(m_fileSize, m_io.Size(true));
     m_file.parse(previousSize);
     std::vector<std::size_t> splitPoints;
@@ -145,33 +180,51 @@ void Mp4Data::subInitPlayback(int)
 /// table page begins.
 std::vector<std::size_t> Mp4Data::buildSegments()
 {
-    WalkBudget budget(m_fileSize);
     ContextCache contexts(*this);
     Mp4Cursor cursor(m_file);
-    CursorState state;
-    appendBoundary(cursor, state);
 
-    // Runs also when an error ends the walk: keeps how far it came, and releases unfinished fragments.
-    struct WalkEnd
+    // The end runs also when an error ends the walk: keeps how far it came, and releases unfinished
+    // fragments.
+    struct WalkFacts
     {
         Mp4Cursor& cursor;
-        ~WalkEnd()
+        explicit WalkFacts(Mp4Cursor& walk) : cursor(walk)
+        {
+            cursor.applyTracks([](TrackCursor& track) { track.track().startMillis = track.getTimeMillis(); });
+        }
+        ~WalkFacts()
         {
             TrackCursor* stopped = cursor.getActiveTrack();
             cursor.applyTracks([&](TrackCursor& track) {
                 TrackInfo& info = track.track();
-                info.sampleTotal += track.walkedSamples();
                 const bool within = &track == stopped && !track.isHeader() && !track.isEnder();
-                info.samplesPassed = info.sampleTotal - (within && info.sampleTotal != 0 ? 1 : 0);
-                info.timePassed = track.position().mediaTime();
+                info.samplesPassed = track.passedSamples();
+                info.sampleTotal = info.samplesPassed + (within ? 1 : 0);
+                info.timePassed = track.decodeTime() - track.delay();
+                info.endMillis = track.getTimeMillis();
                 track.releaseFragment();
             });
         }
-    } const end{cursor};
+        WalkFacts(const WalkFacts&) = delete;
+        WalkFacts& operator=(const WalkFacts&) = delete;
+    } const facts{cursor};
 
+    try {
+        return walkSamples(cursor, contexts);
+    } catch (StreamParseError& fault) {
+        cursor.addPlace(fault);
+        throw;
+    }
+}
+
+std::vector<std::size_t> Mp4Data::walkSamples(Mp4Cursor& cursor, ContextCache& contexts)
+{
+    CursorState state;
+    appendBoundary(cursor, state);
     unsigned long long splitTableBytes = 0;
     std::vector<std::size_t> splitPoints;
     Seekable message;
+    WalkBudget budget(m_fileSize);
     const WalkLimits limits{static_cast<unsigned long long>(m_fileSize), Seekable::kMaxPayload};
     WalkTally tally{0, kSegmentSize, budget.left()};
     while (TrackCursor* track = cursor.getActiveTrack()) {
@@ -179,8 +232,6 @@ std::vector<std::size_t> Mp4Data::buildSegments()
         if (cursor.walk(limits, tally))
             budget.charge(budget.left() - tally.stepsLeft);
         else {
-            if (!track->isHeader() && !track->isEnder())
-                ++track->track().sampleTotal;
             if (message.initFromCursor(track, cursor.getIndex(), m_io)) {
                 budget.charge(message.getTime() == kTimeLimit ? WalkBudget::kSingleSample : 1);
                 if (message.isHeader() || message.isEnder())
@@ -204,6 +255,7 @@ std::vector<std::size_t> Mp4Data::buildSegments()
             tally.bytes = 0;
         }
     }
+    m_isWalked = true;
 
     cursor.applyTracks(
         [&](const TrackCursor& track) { cacheTrackEnder(track, cursor.getIndex() + 1, contexts); });
@@ -227,6 +279,8 @@ void Mp4Data::cacheTrackEnder(const TrackCursor& track, long long index, Context
 /// state takes what the cursor saves. Callers pass the same one each time, to reuse its memory.
 void Mp4Data::appendBoundary(Mp4Cursor& cursor, CursorState& state)
 {
+    if (m_cancel && m_cancel->load(std::memory_order_relaxed))
+        throw krx::util::Cancelled();
     cursor.save(state);
     m_file.memory().charge(m_boundaries.append(state));
 }
@@ -270,13 +324,15 @@ void Mp4Data::splitTables(const std::vector<std::size_t>& splitPoints)
     for (std::size_t i = 0; i < tracks.size(); ++i) {
         if (!tracks[i]->isValid())
             continue;
-        split(tracks[i]->sampleToChunk, cuts[i].sampleToChunk, kSampleToChunkOverlap);
-        split(tracks[i]->sampleSizes, cuts[i].sample, kOverlap);
-        split(tracks[i]->chunkOffsets, cuts[i].chunk, kOverlap);
-        split(tracks[i]->timeToSample, cuts[i].timeToSample, kOverlap);
-        split(tracks[i]->compositionOffsets, cuts[i].composition, kOverlap);
-        split(tracks[i]->syncSamples, cuts[i].sync, kOverlap);
-        split(tracks[i]->sampleFlags, cuts[i].sample, kOverlap);
+        inTrack(*tracks[i], [&] {
+            split(tracks[i]->sampleToChunk, cuts[i].sampleToChunk, kSampleToChunkOverlap);
+            split(tracks[i]->sampleSizes, cuts[i].sample, kOverlap);
+            split(tracks[i]->chunkOffsets, cuts[i].chunk, kOverlap);
+            split(tracks[i]->timeToSample, cuts[i].timeToSample, kOverlap);
+            split(tracks[i]->compositionOffsets, cuts[i].composition, kOverlap);
+            split(tracks[i]->syncSamples, cuts[i].sync, kOverlap);
+            split(tracks[i]->sampleFlags, cuts[i].sample, kOverlap);
+        });
     }
 }
 

@@ -11,7 +11,9 @@
 #include "modules/streams/mp4/mp4cursor.h"
 #include "modules/streams/mp4/mp4fileio.h"
 #include "modules/streams/mp4/seekable.h"
+#include "modules/streams/streamloadstatus.h"
 
+#include <atomic>
 #include <cstddef>
 #include <vector>
 
@@ -22,14 +24,11 @@ namespace krx::mp4 {
 
 class AMFMessage;
 
-/// Result of opening an MP4 file.
-enum StreamLoadStatus : int
-{
-    kLoadOk = 0,
-    kLoadFailed = 1,  ///< the handling of a failure failed too
-    kLoadCannotOpen = 2,
-    kLoadNotPlayable = 5,  ///< the file stands for a single status message
-};
+using krx::streams::kLoadCannotOpen;
+using krx::streams::kLoadFailed;
+using krx::streams::kLoadNotPlayable;
+using krx::streams::kLoadOk;
+using krx::streams::StreamLoadStatus;
 
 /// Why a file is loaded. All but the first belong to recording into MP4 files, which is not supported.
 enum Mp4LoadType : int
@@ -64,12 +63,21 @@ public:
     Mp4Data(const Mp4Data&) = delete;
     Mp4Data& operator=(const Mp4Data&) = delete;
 
-    /// Loads the file. A file that cannot be played keeps a status message in its place.
+    /// What the file keeps is taken from the quota too, as MemoryBudget::setQuota says. quota is not owned;
+    /// null for none.
+    void setQuota(krx::util::MemoryQuota* quota);
+    /// Once cancel, which is not owned and may be null, is true, a walk over the samples throws
+    /// krx::util::Cancelled. What is loaded then is of no use.
+    void setCancel(const std::atomic<bool>* cancel) { m_cancel = cancel; }
+
+    /// Loads the file. A file that cannot be played keeps a status message in its place, and the context gets
+    /// the reason.
     StreamLoadStatus init();
     /// The same for an Mp4LoadType; kLoadFailed for those that are not supported.
     StreamLoadStatus initPlayback(int loadType);
     /// Parses the file, which must be open, and cuts it into segments. A file that ends early is a warning
-    /// from the first sample on; every other fault is thrown as a StreamParseError.
+    /// from the first sample on; every other fault is thrown as a StreamParseError. A finding of the walk
+    /// over the samples has track, sample, time and message in its place, as far as they are known.
     void subInitPlayback(int loadType);
 
     /// False, and bounds unchanged, when no segment holds the time (ms) or the position.
@@ -109,7 +117,9 @@ private:
 
     // Cutting (mp4Data.cpp).
     StreamLoadStatus updateStatus(StreamLoadStatus status) const;
+    void logFailure(const krx::streams::StreamParseError& error) const;
     std::vector<std::size_t> buildSegments();
+    std::vector<std::size_t> walkSamples(Mp4Cursor& cursor, ContextCache& contexts);
     void appendBoundary(Mp4Cursor& cursor, CursorState& state);
     void cacheTrackEnder(const TrackCursor& track, long long index, ContextCache& contexts);
     void splitTables(const std::vector<std::size_t>& splitPoints);
@@ -134,6 +144,7 @@ private:
     void setDRMHeader();
     void setXMP();
     void setATC();
+    void findTimeCoord(TrackInfo& track);
     void cacheFileMessage(const SRMemoryPtr& body, unsigned length, SampleType type,
                           MediaContexts::ContextTrack track);
     bool isTimeCoordInfo(const Seekable& message);
@@ -148,6 +159,9 @@ private:
     MP4File m_file;
     long long m_fileSize = 0;
     bool m_loaded = false;
+    bool m_isWalked = false;  ///< every sample was
+    krx::util::MemoryQuota* m_quota = nullptr;
+    const std::atomic<bool>* m_cancel = nullptr;
     unsigned char m_type = 0;
     MediaContexts m_contexts;
     Seekable m_statusMessage;  ///< stands for an unplayable file; else empty

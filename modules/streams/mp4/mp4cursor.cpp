@@ -19,8 +19,15 @@ constexpr int kTrackCountLine = 1130;
 
 Mp4Cursor::Mp4Cursor(MP4File& file)
 {
-    for (TrackInfo* track : file.getTrackVec())
-        m_tracks.emplace_back(*track);
+    for (TrackInfo* track : file.getTrackVec()) {
+        try {
+            m_tracks.emplace_back(*track);
+        } catch (krx::streams::StreamParseError& fault) {
+            fault.place().track = track->trackId;
+            fault.place().sample = 1;
+            throw;
+        }
+    }
     findNextSample();
     m_time = 0;
 }
@@ -51,6 +58,17 @@ CursorState Mp4Cursor::save()
     CursorState state;
     save(state);
     return state;
+}
+
+void Mp4Cursor::addPlace(krx::streams::StreamParseError& fault) const
+{
+    if (m_active < 0)
+        return;
+    // The reader of a fragment may not have come to its track.
+    fault.place().track = 0;
+    m_tracks[static_cast<std::size_t>(m_active)].addPlace(fault.place());
+    if (fault.place().message < 0)
+        fault.place().message = m_index;
 }
 
 void Mp4Cursor::takeWinner(Key winner)

@@ -37,6 +37,9 @@ public:
     /// The same into an existing state, whose memory is reused.
     void save(CursorState& state);
 
+    /// Adds to the fault, which a step has thrown, the place of the active track as far as it has none.
+    void addPlace(krx::streams::StreamParseError& fault) const;
+
     /// Null at the end.
     TrackCursor* getActiveTrack()
     {

@@ -121,25 +121,40 @@ void Mp4Data::setATC()
                                     [](const TrackInfo* track) { return track->isValid() && track->isData; });
     if (found == tracks.end())
         return;
-    applyTables(**found, [](auto& table) { table.setCurPage(0); });
+    try {
+        findTimeCoord(**found);
+    } catch (krx::streams::StreamParseError& fault) {
+        fault.place().track = (*found)->trackId;
+        throw;
+    }
+}
+
+void Mp4Data::findTimeCoord(TrackInfo& track)
+{
+    applyTables(track, [](auto& table) { table.setCurPage(0); });
 
     struct FragmentRelease
     {
         TrackCursor cursor;
         ~FragmentRelease() { cursor.releaseFragment(); }
-    } walk{TrackCursor(**found)};
+    } walk{TrackCursor(track)};
     TrackCursor& cursor = walk.cursor;
     WalkBudget budget(m_fileSize);
     Seekable message;
-    for (; !cursor.atEndOfTrack() && cursor.getTimeMillis() == 0; cursor.advance()) {
-        budget.charge(WalkBudget::kProbe);
-        if (!message.initFromCursor(&cursor, kFilePosition, m_io) || !isTimeCoordInfo(message))
-            continue;
-        m_file.memory().charge(message.getEstimatedMsgSize());
-        message.readPayload(m_io);
-        cacheFileMessage(copyOf(message.data(), message.getActualMsgSize()), message.getActualMsgSize(),
-                         kSampleDataAMF0, MediaContexts::kTimeCoordTrack);
-        return;
+    try {
+        for (; !cursor.atEndOfTrack() && cursor.getTimeMillis() == 0; cursor.advance()) {
+            budget.charge(WalkBudget::kProbe);
+            if (!message.initFromCursor(&cursor, kFilePosition, m_io) || !isTimeCoordInfo(message))
+                continue;
+            m_file.memory().charge(message.getEstimatedMsgSize());
+            message.readPayload(m_io);
+            cacheFileMessage(copyOf(message.data(), message.getActualMsgSize()), message.getActualMsgSize(),
+                             kSampleDataAMF0, MediaContexts::kTimeCoordTrack);
+            return;
+        }
+    } catch (krx::streams::StreamParseError& fault) {
+        cursor.addPlace(fault.place());
+        throw;
     }
 }
 

@@ -27,7 +27,8 @@ public:
     const Mp4Config& getConfig() const { return m_config; }
 
     unsigned getVersion() const override { return kVersion; }
-    /// Returns a StreamLoadStatus. A file that is not playable does not open. Throws SROutOfMemory.
+    /// Returns a krx::streams::StreamLoadStatus. A file that is not playable does not open. Throws
+    /// SROutOfMemory.
     int open(IQVStreamOpenContext* context, const char* name, unsigned flags, void* userData,
              void*& handle) override;
     void setUserData(void*, void*) override {}

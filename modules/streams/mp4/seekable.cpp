@@ -64,6 +64,15 @@ unsigned writeFilter(unsigned char* out, const char (&name)[N], unsigned paramet
 
 }  // namespace
 
+/// Throws the fault with the payload's place.
+template <typename Fault>
+void Seekable::fail(Fault fault) const
+{
+    constexpr unsigned long long kMax = std::numeric_limits<long long>::max();
+    fault.place().offset = static_cast<long long>(std::min(m_fileOffset, kMax));
+    throw fault;
+}
+
 bool Seekable::initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& io)
 {
     if (cursor->sampleType() == kSampleUnsupported && !cursor->isEnder())
@@ -97,9 +106,9 @@ bool Seekable::initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& i
 
     const auto fileSize = static_cast<unsigned long long>(io.Size());
     if (m_fileOffset > fileSize || m_payloadSize > fileSize - m_fileOffset)
-        throw TruncatedStreamError(krx::streams::kTruncatedFile);
+        fail(TruncatedStreamError(krx::streams::kTruncatedFile));
     if (m_payloadSize > kMaxPayload)
-        throw StreamParseError(krx::streams::kInvalidSampleSize);
+        fail(StreamParseError(krx::streams::kInvalidSampleSize));
     return true;
 }
 
@@ -213,11 +222,11 @@ unsigned Seekable::readPayloadToBuffer(Mp4FileIO& io, SRMemory& buffer, unsigned
     unsigned consumed = 0;
     const unsigned headers = writeHeaders(io, buffer.data() + offset, consumed);
     if (m_payloadSize < consumed)
-        throw StreamParseError(krx::streams::kUnsupportedDrmScheme);
+        fail(StreamParseError(krx::streams::kUnsupportedDrmScheme));
     const unsigned rest = m_payloadSize - consumed;
     const unsigned at = offset + headers;
     if (rest > std::numeric_limits<unsigned>::max() - at)
-        throw StreamParseError(krx::streams::kUnknownError);
+        fail(StreamParseError(krx::streams::kUnknownError));
     unsigned written = 0;
     if (rest <= buffer.capacity() - at)
         written = writePayload(io, buffer.data() + at, consumed, rest);
@@ -257,7 +266,7 @@ unsigned Seekable::writeEncryptionPreamble(Mp4FileIO& io, unsigned char* out, un
         case kVersionWithSelectiveFilter:
             return writeEncryptOnSE(io, out, encrypted, consumed);
         default:
-            throw StreamParseError(krx::streams::kUnsupportedDrmScheme);
+            fail(StreamParseError(krx::streams::kUnsupportedDrmScheme));
     }
 }
 
@@ -278,7 +287,7 @@ unsigned Seekable::writeEncryptOnSE(Mp4FileIO& io, unsigned char* out, bool encr
     if (!encrypted)
         return length;
     if (m_payloadSize <= m_ivLength)
-        throw StreamParseError(krx::streams::kUnsupportedDrmScheme);
+        fail(StreamParseError(krx::streams::kUnsupportedDrmScheme));
     readIV(io, out + length);
     consumed += m_ivLength;
     return length + m_ivLength;
@@ -291,7 +300,7 @@ unsigned char Seekable::readSEByte(Mp4FileIO& io, unsigned& consumed)
     if (m_payloadSize == 0)
         return byte;
     if (io.ReadMessage(&byte, 1, static_cast<long long>(m_fileOffset), m_messageType) != 1)
-        throw StreamParseError(krx::streams::kUnsupportedDrmScheme);
+        fail(StreamParseError(krx::streams::kUnsupportedDrmScheme));
     ++consumed;
     return byte;
 }
@@ -301,7 +310,7 @@ void Seekable::readIV(Mp4FileIO& io, unsigned char* out)
 {
     if (m_ivLength != 0 && io.ReadMessage(out, m_ivLength, static_cast<long long>(m_fileOffset + 1),
                                           m_messageType) != m_ivLength)
-        throw StreamParseError(krx::streams::kUnsupportedDrmScheme);
+        fail(StreamParseError(krx::streams::kUnsupportedDrmScheme));
 }
 
 unsigned Seekable::writePayload(Mp4FileIO& io, unsigned char* out, unsigned consumed, unsigned size)
@@ -315,7 +324,7 @@ unsigned Seekable::writePayload(Mp4FileIO& io, unsigned char* out, unsigned cons
     }
     const auto at = static_cast<long long>(m_fileOffset + consumed);
     if (io.ReadMessage(out, size, at, m_messageType) != size)
-        throw StreamParseError(krx::streams::kFileReadError);
+        fail(StreamParseError(krx::streams::kFileReadError));
     return size;
 }
 

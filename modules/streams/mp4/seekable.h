@@ -96,6 +96,8 @@ public:
 private:
     void initCommon(const TrackCursor& cursor, long long index);
     void initEncryption();
+    template <typename Fault>
+    [[noreturn]] void fail(Fault fault) const;
     const struct SampleEntry* entry() const;
     unsigned writeHeaders(Mp4FileIO& io, unsigned char* out, unsigned& consumed);
     unsigned writeEncryptionPreamble(Mp4FileIO& io, unsigned char* out, unsigned& consumed);

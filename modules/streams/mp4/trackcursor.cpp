@@ -3,6 +3,7 @@
 
 #include "modules/streams/mp4/trackcursor.h"
 
+#include "modules/streams/finding.h"
 #include "util/krxassert.h"
 
 #include <algorithm>
@@ -23,6 +24,17 @@ constexpr unsigned kBatch = 4;
 constexpr unsigned long long kMostAhead = 4096;
 
 }  // namespace
+
+SampleType playedTypeOf(const TrackInfo& track, const SampleEntry& entry)
+{
+    const auto isEncryptedType = [](SampleType type) {
+        return type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
+    };
+    SampleType type = sampleTypeOf(entry.type);
+    if (isEncryptedType(type))
+        type = sampleTypeOf(track.drm.originalFormat);
+    return isEncryptedType(type) ? kSampleUnsupported : type;
+}
 
 void TrackCursor::throwTableError()
 {
@@ -205,7 +217,7 @@ unsigned TrackCursor::walkStretch(const WalkLimits& limits, WalkTally& tally, un
         if (passed != steps || steps == 0)
             break;
     }
-    m_walkedSamples += walked;
+    m_passedSamples += walked;
     updateMillis();
     return walked;
 }
@@ -306,6 +318,7 @@ void TrackCursor::advance()
         throwTableError();
     if (m_stretch.left != 0 || prepareStretch()) {
         passSample(m_stretch.sizes ? m_stretch.sizes[0] : m_stretch.size);
+        ++m_passedSamples;
         return;
     }
     ++m_stepCount;
@@ -331,6 +344,7 @@ void TrackCursor::advanceSlowly()
         subAdvance();
         if (isEnder()) {
             restore(before);
+            --m_passedSamples;
             m_description.enderPending = true;
         }
     }
@@ -347,10 +361,11 @@ void TrackCursor::subAdvance()
 void TrackCursor::stepTables()
 {
     m_syncs.step(m_sampleNumber);
+    m_compositions.step();
     m_decodeTime += m_times.delta();
     m_times.step();
-    m_compositions.step();
     ++m_sampleNumber;
+    ++m_passedSamples;
     switch (m_chunks.step()) {
         case ChunkStepper::kSameChunk:
             return;
@@ -370,6 +385,7 @@ void TrackCursor::stepRun()
 {
     m_decodeTime += m_runs.duration();
     m_runs.step();
+    ++m_passedSamples;
     enterFragment(m_runs.findSample());
 }
 
@@ -402,13 +418,9 @@ void TrackCursor::updateSampleEntry()
         m_description.enderPending = true;
 
     m_description.descriptionIndex = index;
-    SampleType type = sampleTypeOf(sampleEntry().type);
-    m_description.encrypted = type == kSampleEncryptedVideo || type == kSampleEncryptedAudio;
-    if (m_description.encrypted) {
-        type = sampleTypeOf(m_track->drm.originalFormat);
-        if (type == kSampleEncryptedVideo || type == kSampleEncryptedAudio)
-            type = kSampleUnsupported;
-    }
+    const SampleType type = playedTypeOf(*m_track, sampleEntry());
+    const SampleType entryType = sampleTypeOf(sampleEntry().type);
+    m_description.encrypted = entryType == kSampleEncryptedVideo || entryType == kSampleEncryptedAudio;
     m_description.sampleType = type;
     m_description.headerPending = hasDecoderHeader(type);
     m_description.typeValid = true;
@@ -434,6 +446,16 @@ void TrackCursor::checkForGap()
     m_delay += delay;
     m_description.typeValid = false;
     updateSampleEntry();
+}
+
+void TrackCursor::addPlace(krx::streams::Place& place) const
+{
+    if (place.track == 0)
+        place.track = m_track->trackId;
+    if (place.sample == 0)
+        place.sample = static_cast<long long>(m_passedSamples + (atEndOfTrack() ? 0 : 1));
+    if (place.time < 0)
+        place.time = toMillis(m_decodeTime, m_timescale);
 }
 
 void TrackCursor::setLimit(const TrackPosition& end)

@@ -12,7 +12,15 @@
 #include "modules/streams/mp4/steppers/syncs.h"
 #include "modules/streams/mp4/trackinfo.h"
 
+namespace krx::streams {
+struct Place;
+}
+
 namespace krx::mp4 {
+
+/// The type that samples of the entry have in messages: of encrypted ones, that of what was encrypted.
+/// kSampleUnsupported for those that make no messages.
+SampleType playedTypeOf(const TrackInfo& track, const SampleEntry& entry);
 
 /// The description of the samples at a position, and which header or ender step comes before the next one.
 struct DescriptionState
@@ -135,11 +143,17 @@ public:
     bool walkStep(const WalkLimits& limits, WalkTally& tally);
     /// The same for all samples up to the first one at endMillis or later. Returns how many it passed.
     unsigned walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis);
-    /// Samples that walkStep and walkStretch have passed.
-    unsigned walkedSamples() const { return m_walkedSamples; }
+    /// Samples that this cursor has passed, those in fragments included.
+    unsigned long long passedSamples() const { return m_passedSamples; }
+    /// Adds track, sample and time of the current step to the place, unless they are set. After a failure,
+    /// these are those of the sample at which the step failed.
+    void addPlace(krx::streams::Place& place) const;
 
     /// Time of the current step.
     unsigned getTimeMillis() const { return m_millis; }
+    /// Decode time of the current sample, and how much of it is delay by the gaps of the edit list; may wrap.
+    unsigned long long decodeTime() const { return m_decodeTime; }
+    unsigned long long delay() const { return m_delay; }
     /// Composition time of the current sample less its decode time.
     int getCompTimeMillis();
     /// Where the current sample lies in the file.
@@ -228,11 +242,11 @@ private:
     unsigned long long m_decodeTime = 0;
     unsigned long long m_delay = 0;
     unsigned long long m_fileOffset = 0;  ///< stale at the end of a stretch, until it is settled
+    unsigned long long m_passedSamples = 0;
     double m_timescale = m_track->timescale;
     unsigned m_millis = 0;
     unsigned m_stepCount = 0;
     unsigned m_sampleNumber = 0;
-    unsigned m_walkedSamples = 0;
     unsigned m_limit = 0;
     bool m_limited = false;
     bool m_inMovieBox = true;
@@ -269,7 +283,7 @@ inline bool TrackCursor::walkStep(const WalkLimits& limits, WalkTally& tally)
     passSample(size);
     tally.bytes += size + m_stretch.headerBytes;
     --tally.stepsLeft;
-    ++m_walkedSamples;
+    ++m_passedSamples;
     return true;
 }
 

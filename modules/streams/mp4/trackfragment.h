@@ -92,8 +92,8 @@ public:
     bool isLoaded() const { return m_content != nullptr; }
     /// Appends a run; the fragment then counts as loaded.
     void insertRun(TrackFragmentRun run);
-    /// What is loaded is not charged any longer.
-    void releaseCharge() { content().charge = MemoryCharge(); }
+    /// What is loaded counts no longer against the limit of the file, but still against the quota.
+    void releaseCharge() { content().charge.exempt(); }
     /// Charges what is loaded, until it is released.
     void charge(MemoryBudget& budget, unsigned long long bytes) { content().charge.add(budget, bytes); }
     /// These load the fragment first. An i that is not below getRunCount() throws kTableReadError.

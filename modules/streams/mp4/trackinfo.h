@@ -134,13 +134,18 @@ public:
     unsigned timescale = 0;           ///< media units a second
     unsigned long long duration = 0;  ///< media timescale units
     unsigned short language = 0;      ///< packed
-    unsigned sampleTotal = 0;         ///< counted while segments are cut
     unsigned trackId = 0;
-    unsigned contextNumber = 0;         ///< of its context messages, see MP4File::numberContexts
-    unsigned samplesPassed = 0;         ///< of sampleTotal: all but the one that the file ends in
-    unsigned long long timePassed = 0;  ///< decode time after these, without gaps; media timescale units
-    unsigned constantSampleSize = 0;    ///< 0: sizes are per sample
+    unsigned contextNumber = 0;       ///< of its context messages, see MP4File::numberContexts
+    unsigned constantSampleSize = 0;  ///< 0: sizes are per sample
     unsigned sampleCount = 0;
+
+    // What the walk over the samples met (Mp4Data::subInitPlayback). Where it ended early, this is what came
+    // before. Times of messages: ms, with the delays of the edit list, at most those of 32 bits.
+    unsigned long long sampleTotal = 0;    ///< with the one that the file ends in
+    unsigned long long samplesPassed = 0;  ///< without it
+    unsigned long long timePassed = 0;     ///< decode time after these, without gaps; media timescale units
+    unsigned startMillis = 0;              ///< start of the first sample; 0 without samples
+    unsigned endMillis = 0;  ///< end of the last one; of a walk that ended early, where it stands
 
     bool hasTrackExtends = false;
     unsigned defaultDescriptionIndex = 0;

@@ -5,6 +5,7 @@
 
 #include "interfaces/IQVStreamContext.h"
 #include "modules/streams/raw/rawData.h"
+#include "modules/streams/streamloadstatus.h"
 #include "util/krxassert.h"
 
 #include <algorithm>
@@ -21,8 +22,6 @@ constexpr int kTwoMetadataLine = 287;
 
 constexpr unsigned kVersion = 256;
 constexpr unsigned kPermission = 6;
-constexpr int kOpened = 0;
-constexpr int kNotOpened = 1;
 
 /// The recording side keeps the first "onMetaData" of a stream before this position.
 constexpr long long kMetadataPosition = -1;
@@ -75,14 +74,14 @@ int RawAdaptor::open(IQVStreamOpenContext* /*openContext*/, const char* path, un
                      void* /*userData*/, void*& handle)
 {
     if (!m_context || !path)
-        return kNotOpened;
+        return krx::streams::kLoadFailed;
     auto data =
         std::make_unique<RawData>(SRString::fromMultiByte(path), m_config, m_context, m_context->getFileIo());
     data->setFindingSink(m_sink);
     if (!data->init(flags))
-        return kNotOpened;
+        return krx::streams::kLoadFailed;
     handle = data.release();
-    return kOpened;
+    return krx::streams::kLoadOk;
 }
 
 void RawAdaptor::setUserData(void* /*handle*/, void* /*userData*/) {}

@@ -28,7 +28,8 @@ public:
     void setFindingSink(krx::streams::FindingSink* sink) { m_sink = sink; }
 
     unsigned getVersion() const override;
-    /// path is a directory, in bytes. 1 when the stream cannot be loaded; the context gets the reasons.
+    /// path is a directory, in bytes. Returns krx::streams::kLoadOk, or kLoadFailed when the stream cannot be
+    /// loaded; the context gets the reasons.
     int open(IQVStreamOpenContext* openContext, const char* path, unsigned flags, void* userData,
              void*& handle) override;
     void setUserData(void* handle, void* userData) override;
