@@ -39,8 +39,8 @@ void checkZmv(benchmark::State& state)
 {
     const krx::bench::TempInput input("input.zmv");
     const LargeZmvFacts facts = writeLargeZmv(input.path(), inputOf(state));
-    ReportWriter::instance().setSink([](std::string_view) { return true; });
-    VideoValidationJob job;
+    ReportWriter nobody([](std::string_view) { return true; });
+    VideoValidationJob job(nobody);
     job.files = {input.path()};
     for ([[maybe_unused]] auto _ : state)
         if (job.validateAllFiles() != 0)

@@ -9,11 +9,15 @@ set(KRX_INSTALL_CMAKEDIR "${CMAKE_INSTALL_LIBDIR}/cmake/vidlint")
 set(KRX_ZSH_COMPLETION_DIR "${CMAKE_INSTALL_DATADIR}/zsh/site-functions" CACHE STRING
   "Where the zsh completion is installed, below the prefix")
 
-# krx_install_target(NAME PUBLIC_HEADERS...): installs the library krx_NAME as vidlint::NAME, and its headers under
-# their path from the project's root, so that what includes them reads the same inside and outside of the project.
+# krx_install_target(TARGET [NAME name] PUBLIC_HEADERS...): installs the library krx_NAME, or the one that is given that
+# name, as vidlint::NAME, and its headers under their path from the project's root, so that what includes them reads the
+# same inside and outside of the project.
 function(krx_install_target name)
-  cmake_parse_arguments(ARG "" "" "PUBLIC_HEADERS" ${ARGN})
+  cmake_parse_arguments(ARG "" "NAME" "PUBLIC_HEADERS" ${ARGN})
   string(REGEX REPLACE "^krx_" "" short ${name})
+  if(ARG_NAME)
+    set(short ${ARG_NAME})
+  endif()
   add_library(vidlint::${short} ALIAS ${name})
   set_target_properties(${name} PROPERTIES EXPORT_NAME ${short})
   get_target_property(type ${name} TYPE)
@@ -67,6 +71,8 @@ function(krx_install_documents)
     set(examples "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev/examples")
   endif()
   install(FILES
-    "${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt" "${PROJECT_SOURCE_DIR}/examples/list_messages.cpp"
+    "${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt"
+    "${PROJECT_SOURCE_DIR}/examples/check_file.cpp"
+    "${PROJECT_SOURCE_DIR}/examples/list_messages.cpp"
     DESTINATION "${examples}" COMPONENT development)
 endfunction()

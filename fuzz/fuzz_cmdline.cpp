@@ -88,15 +88,15 @@ void runCommandLine(std::string_view text)
         argv.push_back(argument.data());
 
     std::string report;
-    ReportWriter::instance().setSink([&report](std::string_view part) {
+    ReportWriter writer([&report](std::string_view part) {
         report += part;
         return true;
     });
-    VideoValidationJob job;
+    VideoValidationJob job(writer);
     const bool runs = processCmdLineArgs(static_cast<int>(argv.size()), argv.data(), job);
     // Whatever ends the program early says why, even where silence is asked for later on the line.
     require(runs || job.files.empty());
-    ReportWriter::instance().flush();
+    writer.flush();
     if (!runs) {
         require(!report.empty());
         return;

@@ -10,6 +10,7 @@
 #include "util/krxassert.h"
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdint>
 #include <cstdlib>
@@ -35,6 +36,9 @@ constexpr unsigned kTagLongForm = 63;
 constexpr unsigned kTagMaxShort = 62;
 constexpr unsigned kTagWordBytes = 2;
 constexpr unsigned kTagLongBytes = 6;
+
+/// Whether error traces are written.
+std::atomic<bool> tracing{false};
 
 // The body of a message as the reader sees it.
 const unsigned char* bodyOf(const krx::SingleMessagePtr& message)
@@ -113,9 +117,14 @@ void SRDataParser::HandleBadData(unsigned position, const SRString& detail)
     m_position = m_limit;
 }
 
+void SRDataParser::setErrorTrace(bool on)
+{
+    tracing = on;
+}
+
 bool SRDataParser::hasTraceDirectory()
 {
-    return SRFileUtil::dirExists(L"logs");
+    return tracing && SRFileUtil::dirExists(L"logs");
 }
 
 void SRDataParser::logErrorTrace() const

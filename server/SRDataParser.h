@@ -92,8 +92,11 @@ public:
     /// The error trace, from the innermost failure outwards.
     const std::vector<SRString>& getErrorTrace() const { return m_trace; }
     /// Appends the trace to the file cmdParsingLog.log in the directory "logs" under the current directory,
-    /// when there is such a directory. It is cut after traceLimit() bytes.
+    /// when there is such a directory and traces are on. It is cut after traceLimit() bytes.
     void logErrorTrace() const;
+    /// Turns the writing of traces on, for the whole process; it is off at first. To be called before there
+    /// are threads.
+    static void setErrorTrace(bool on);
     /// A reader's trace may have 4 KiB plus 32 bytes per byte of its input.
     std::size_t traceLimit() const { return 4096 + std::size_t{32} * m_limit; }
 
@@ -109,7 +112,7 @@ protected:
     bool readText(int type, std::string_view& text);
     void addTrace(const SRString& line) { m_trace.push_back(line); }
     void clearTrace() { m_trace.clear(); }
-    /// Whether logErrorTrace() would find its directory.
+    /// Whether traces are on and logErrorTrace() would find its directory.
     static bool hasTraceDirectory();
 
     /// Something being read: while it lives, failures inside it add its line to the trace.

@@ -130,7 +130,7 @@ TEST(Faults, EverySampleShowsItsNumber)
         const int number = numberOf(name);
         const std::string path = dir.bytes("faults/" + name);
         ReportCapture capture;
-        VideoValidationJob job;
+        VideoValidationJob job(capture.writer());
         job.parameters = parametersFor("w");
         job.files = {path};
         (void)job.validateAllFiles();

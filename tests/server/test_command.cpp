@@ -91,6 +91,7 @@ TEST(Command, FailuresAreTracedAndPassedOnAsAsked)
     for (const auto& c : cases) {
         SCOPED_TRACE(c.body);
         std::filesystem::remove("logs/cmdParsingLog.log");
+        SRDataParser::setErrorTrace(true);
         EXPECT_THROW(Parsed(c.type, c.body, true), SRBreakConnection);
         const std::string strict = dir.read("logs/cmdParsingLog.log");
         EXPECT_NE(strict.find(std::string("while parsing buffer with ") + c.line + "Command parsed as \n"),

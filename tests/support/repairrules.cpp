@@ -3,6 +3,7 @@
 
 #include "tests/support/repairrules.h"
 
+#include "server/SRDataParser.h"
 #include "tools/zmvutil/vidlint/src/validationjob.h"
 
 #include <cstdlib>
@@ -39,18 +40,14 @@ std::string warningsOf(std::string_view report)
 }  // namespace
 
 RepairRules::RepairRules()
-    : m_sinkBefore(ReportWriter::instance().setSink([this](std::string_view text) {
+    : m_writer([this](std::string_view text) {
           m_report += text;
           return true;
-      }))
+      })
 {
+    SRDataParser::setErrorTrace(true);
     m_dir.makeDir(kQuietPlace);
     m_dir.makeDir(std::string(kTracedPlace) + "/logs");
-}
-
-RepairRules::~RepairRules()
-{
-    ReportWriter::instance().setSink(m_sinkBefore);
 }
 
 RepairRules::Outcome RepairRules::check(const std::string& file,
@@ -61,7 +58,7 @@ RepairRules::Outcome RepairRules::check(const std::string& file,
     fs::remove(m_dir.bytes(name));  // overwriting a file can wait for the disk
     m_dir.write(name, file);
     m_report.clear();
-    VideoValidationJob job;
+    VideoValidationJob job(m_writer);
     job.parameters = parameters;
     job.parameters.logLevel = shown == Shown::kAll ? streams::LOG_INFO : streams::LOG_WARNING;
     job.files = {"in.zmv"};

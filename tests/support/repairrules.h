@@ -19,12 +19,11 @@ namespace krx::test {
 /// - Listings and traces change neither verdict nor warnings nor copy.
 /// - The input stays as it is.
 ///
-/// The process's report writer and current directory are in use during a check.
+/// The current directory and the error trace of the process are in use during a check.
 class RepairRules
 {
 public:
     RepairRules();
-    ~RepairRules();
     RepairRules(const RepairRules&) = delete;
     RepairRules& operator=(const RepairRules&) = delete;
 
@@ -55,7 +54,7 @@ private:
 
     TempDir m_dir;
     std::string m_report;
-    ReportWriter::Sink m_sinkBefore;
+    ReportWriter m_writer;
     std::string m_problem;  ///< of a single check
 };
 

@@ -13,32 +13,29 @@
 
 namespace krx::test {
 
-/// Captures the output of the process's report writer while it lives.
+/// A report writer whose text is kept.
 class ReportCapture
 {
 public:
-    ReportCapture()
-        : m_before(ReportWriter::instance().setSink([this](std::string_view text) {
-              m_text += text;
-              return true;
-          }))
-    {
-    }
-    ~ReportCapture() { ReportWriter::instance().setSink(m_before); }
+    ReportCapture() = default;
     ReportCapture(const ReportCapture&) = delete;
     ReportCapture& operator=(const ReportCapture&) = delete;
 
+    ReportWriter& writer() { return m_writer; }
     /// The report so far, its time stamps replaced by "TIME".
     std::string text()
     {
         static const std::regex timeStamp(R"(\d\d-\d\d-\d\d \d\d:\d\d:\d\d)");
-        ReportWriter::instance().flush();
+        m_writer.flush();
         return std::regex_replace(m_text, timeStamp, "TIME");
     }
 
 private:
     std::string m_text;
-    ReportWriter::Sink m_before;
+    ReportWriter m_writer{[this](std::string_view text) {
+        m_text += text;
+        return true;
+    }};
 };
 
 /// Options as a test names them, each a letter of the command line: "w", "W", "m", "s", "v"; "d0" to "d9".
@@ -68,7 +65,7 @@ public:
     {
         dir.write(name, bytes);
         ReportCapture capture;
-        VideoValidationJob job;
+        VideoValidationJob job(capture.writer());
         job.parameters = parametersFor(options);
         job.files = {dir.bytes(name)};
         invalid = job.validateAllFiles();

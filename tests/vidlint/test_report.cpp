@@ -2,6 +2,8 @@
 // All rights reserved.
 
 #include "tests/vidlint/inputrunner.h"
+#include "tools/zmvutil/vidlint/src/inputfactory.h"
+#include "tools/zmvutil/vidlint/src/textreport.h"
 #include "util/SRException.h"
 
 #include <gtest/gtest.h>
@@ -39,21 +41,26 @@ TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
     {
         std::function<void()> steps;
         const char* report;
+        InputEnd end;
     } cases[] = {
         {[] { throw StreamParseError(streams::kInvalidZmvSignature); },
-         "TIME\tError:\t-7\tInvalid ZMV signature.\tin\n\n"},
+         "TIME\tError:\t-7\tInvalid ZMV signature.\tin\n\n", InputEnd::kRefused},
         {[] { throw util::FileReadException(SRString(L"gone")); },
-         "TIME\tError:\t-5\tFile read error.\tin\n\n"},
-        {[] { throw SRException(SRString(L"other")); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
-        {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n"},
-        {[] { throw std::bad_alloc(); }, ""},
-        {[] { throw 1; }, ""},
+         "TIME\tError:\t-5\tFile read error.\tin\n\n", InputEnd::kRefused},
+        {[] { throw SRException(SRString(L"other")); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n",
+         InputEnd::kRefused},
+        {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n",
+         InputEnd::kOutOfMemory},
+        {[] { throw std::bad_alloc(); }, "", InputEnd::kOutOfMemory},
+        {[] { throw util::Cancelled(); }, "", InputEnd::kCancelled},
+        {[] { throw 1; }, "", InputEnd::kRefused},
     };
     for (const auto& c : cases) {
         ReportCapture capture;
-        EXPECT_FALSE(runInput(SRString(L"in"), c.steps)) << c.report;
+        TextReport text(capture.writer(), streams::LOG_ERROR, SRString(L"in"));
+        EXPECT_EQ(runInput(text, c.steps), c.end) << c.report;
         EXPECT_EQ(capture.text(), c.report);
-        EXPECT_TRUE(runInput(SRString(L"in"), [] {}));
+        EXPECT_EQ(runInput(text, [] {}), InputEnd::kPassed);
     }
 }
 

@@ -188,7 +188,7 @@ TEST(ZmvRepair, StretchesOf2GiBAreNotCopied)
     file.close();
 
     ReportCapture capture;
-    VideoValidationJob job;
+    VideoValidationJob job(capture.writer());
     job.parameters = parametersFor("m");
     EXPECT_FALSE(job.validateFile(path));
     EXPECT_NE(capture.text().find("Error:\t-17\tBox too large.\t"), std::string::npos) << capture.text();
@@ -200,17 +200,16 @@ TEST(ZmvRepair, LocksTheCopyUntilItIsAnnounced)
     InputRunner runner;
     runner.dir.write("in.zmv", ZmvBuilder().audio(0).video(1000).bytes());
     int locked = 0;
-    const auto before = ReportWriter::instance().setSink([&](std::string_view text) {
+    ReportWriter writer([&](std::string_view text) {
         const util::SRAutoFile copy(::open(runner.dir.bytes("in.zmv.new").c_str(), O_RDONLY));
         locked += text.find(".new passed") != std::string_view::npos &&
                   ::flock(copy.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
         return true;
     });
-    VideoValidationJob job;
+    VideoValidationJob job(writer);
     job.parameters = parametersFor("m");
     job.files = {runner.dir.bytes("in.zmv")};
     EXPECT_EQ(job.validateAllFiles(), 0);
-    ReportWriter::instance().setSink(before);
     EXPECT_EQ(locked, 1);
 }
 

@@ -165,7 +165,7 @@ bool processOptions(const std::vector<std::string>& arguments, VideoValidationJo
         return false;
     }
     if (values.count("quiet") != 0) {
-        ReportWriter::instance().silence();
+        job.report.silence();
         closeStandardOutput();
     }
     if (!noBanner || values.count("version") != 0)
@@ -207,7 +207,8 @@ std::string optionError(const std::exception& error, std::vector<std::string> ar
     for (std::string& argument : arguments)
         std::replace(argument.begin(), argument.end(), '%', mask);
     try {
-        VideoValidationJob unused;
+        ReportWriter nobody([](std::string_view) { return true; });
+        VideoValidationJob unused(nobody);
         std::ostringstream nowhere;
         processOptions(arguments, unused, nowhere);
     } catch (const std::exception& masked) {
@@ -235,7 +236,7 @@ bool processCmdLineArgs(int argc, char** argv, VideoValidationJob& job)
             out << invocation << ":  " << optionError(error, arguments) << "\nTry '" << invocation
                 << " --help' for more information.\n";
         }
-        ReportWriter::instance().write(out.str());
+        job.report.write(out.str());
         return run;
     } catch (...) {
         (void)writeStandardError("Exception of unknown type!\n");

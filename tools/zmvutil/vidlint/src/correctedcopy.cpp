@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <span>
 #include <sys/file.h>
 
 using krx::streams::StreamParseError;
@@ -18,6 +19,9 @@ namespace {
 
 constexpr std::size_t kBufferSize = std::size_t{256} * 1024;
 constexpr int kCreateForAll = 0x80;
+
+/// No stretch that is copied unchanged may be longer, bytes.
+constexpr krx::util::FilePos kMaxStretch = 0x80000000;
 
 void require(bool condition)
 {
@@ -63,6 +67,31 @@ CorrectedCopy::~CorrectedCopy()
 {
     if (m_file.get() >= 0)
         (void)SRFileUtil::writeUntilDone(m_file.get(), m_buffer.data(), m_buffer.size());
+}
+
+void CorrectedCopy::splice(ZmvReader& input, std::vector<FileFix>& fixes)
+{
+    sortFixes(fixes);
+    input.seek(0);
+    for (const FileFix& fix : fixes) {
+        copyTo(input, fix.position);
+        write(fix.data.get(), fix.size);
+        input.seek(input.position() + fix.replaceLength);
+    }
+    copyTo(input, input.length());
+    finish();
+}
+
+void CorrectedCopy::copyTo(ZmvReader& input, krx::util::FilePos end)
+{
+    krx::util::FilePos n = end - input.position();
+    if (n > kMaxStretch)
+        throw StreamParseError(krx::streams::kBoxTooLarge);
+    while (n > 0) {
+        const std::span<const unsigned char> bytes = input.takeSome(n);
+        write(bytes.data(), bytes.size());
+        n -= static_cast<krx::util::FilePos>(bytes.size());
+    }
 }
 
 void CorrectedCopy::write(const unsigned char* bytes, std::size_t n)

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include "tools/zmvutil/vidlint/src/filefix.h"
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
 #include "util/SRFileUtil.h"
 
@@ -27,12 +28,16 @@ public:
     CorrectedCopy(const CorrectedCopy&) = delete;
     CorrectedCopy& operator=(const CorrectedCopy&) = delete;
 
-    void write(const unsigned char* bytes, std::size_t n);
-    /// Writes the rest of the buffer and the signature, and closes the file but keeps its lock. Only then is
-    /// the copy whole.
-    void finish();
+    /// Writes the whole input with the fixes in it, which are sorted for that, and closes the file but keeps
+    /// its lock. Only then is the copy whole. Throws kBoxTooLarge for a stretch without a fix above 2 GiB,
+    /// and what the input throws.
+    void splice(ZmvReader& input, std::vector<FileFix>& fixes);
 
 private:
+    void copyTo(ZmvReader& input, krx::util::FilePos end);
+    void write(const unsigned char* bytes, std::size_t n);
+    /// Writes the rest of the buffer and the signature.
+    void finish();
     void flush();
 
     krx::util::SRAutoFile m_file;

@@ -45,3 +45,10 @@ void FileFix::writeU64(unsigned long long value)
     krx::util::storeBig64(bytes, value);
     write(bytes, sizeof bytes);
 }
+
+void sortFixes(std::vector<FileFix>& fixes)
+{
+    std::stable_sort(fixes.begin(), fixes.end(), [](const FileFix& a, const FileFix& b) {
+        return a < b || (!(b < a) && a.replaceLength == 0 && b.replaceLength != 0);
+    });
+}

@@ -6,6 +6,7 @@
 #include "util/SRFileUtil.h"
 
 #include <memory>
+#include <vector>
 
 /// One repair: bytes that take the place of a stretch of the input. Copies share the bytes.
 struct FileFix
@@ -24,6 +25,7 @@ struct FileFix
     std::shared_ptr<unsigned char[]> data;
     unsigned size;
     unsigned writePos = 0;
+    const char* reason = "";  ///< what it does, as in "replace onMetaData"; a literal
 };
 
 /// By position alone.
@@ -31,3 +33,8 @@ inline bool operator<(const FileFix& a, const FileFix& b)
 {
     return a.position < b.position;
 }
+
+/// Brings fixes into the order in which a copy takes them. An insertion in front of a message comes before
+/// the replacement of that message, or the copy would have to go back. Insertions at one place keep their
+/// order.
+void sortFixes(std::vector<FileFix>& fixes);

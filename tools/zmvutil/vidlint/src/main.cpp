@@ -1,6 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
+#include "server/SRDataParser.h"
 #include "tools/zmvutil/vidlint/src/commandline.h"
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/stdstreams.h"
@@ -9,8 +10,10 @@
 int main(int argc, char** argv)
 {
     prepareStandardStreams();
-    VideoValidationJob job;
+    SRDataParser::setErrorTrace(true);
+    ReportWriter report(writeStandardOutput);
+    VideoValidationJob job(report);
     const int status = processCmdLineArgs(argc, argv, job) ? job.validateAllFiles() : -1;
-    ReportWriter::instance().flush();
+    report.flush();
     return status;
 }

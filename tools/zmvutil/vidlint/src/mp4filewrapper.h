@@ -5,12 +5,28 @@
 
 #include "tools/zmvutil/vidlint/src/videofile.h"
 
-/// An MP4 file as an input of a job. There is nothing to repair in it.
+#include <memory>
+
+namespace krx::mp4 {
+class Mp4Data;
+struct TrackExtent;
+}  // namespace krx::mp4
+
+/// An MP4 file as an input of a check. There is nothing to repair in it.
 class MP4FileWrapper : public VideoFile
 {
 public:
-    using VideoFile::VideoFile;
+    MP4FileWrapper(const SRString& path, krx::streams::VideoValidationParameters parameters,
+                   CheckEnvironment environment);
+    ~MP4FileWrapper() override;
 
     void parse() override;
-    void applyFixes() override;
+    void describe(vidlint::InputReport& report) override;
+
+private:
+    void describeTracks(vidlint::InputReport& report) const;
+    void addExtent(vidlint::InputReport& report, const krx::mp4::TrackExtent& extent) const;
+
+    std::unique_ptr<krx::mp4::Mp4Data> m_data;
+    bool m_isSound = false;  ///< parse came to its end
 };

@@ -4,7 +4,6 @@
 #include "tools/zmvutil/vidlint/src/report.h"
 
 #include "server/SRData.h"
-#include "tools/zmvutil/vidlint/src/stdstreams.h"
 
 #include <algorithm>
 #include <charconv>
@@ -12,11 +11,10 @@
 #include <ctime>
 #include <utility>
 
-using krx::streams::LogLevel_t;
+using krx::streams::Finding;
+using krx::streams::FindingLevel;
 
 namespace {
-
-constexpr std::string_view kErrorLabel = "\tError:\t";
 
 /// Appends the decimal text of a number at out and returns its end. out has room for 20 characters.
 template <typename Integer>
@@ -28,19 +26,6 @@ char* putNumber(char* out, Integer value)
 }  // namespace
 
 ReportWriter::ReportWriter(Sink sink) : m_sink(std::move(sink)) {}
-
-ReportWriter& ReportWriter::instance()
-{
-    static ReportWriter writer(writeStandardOutput);
-    return writer;
-}
-
-ReportWriter::Sink ReportWriter::setSink(Sink sink)
-{
-    flush();
-    m_silent = false;
-    return std::exchange(m_sink, std::move(sink));
-}
 
 void ReportWriter::write(std::string_view text)
 {
@@ -54,42 +39,30 @@ void ReportWriter::write(std::string_view text)
     }
 }
 
-void ReportWriter::writeLine(LogLevel_t level, std::string_view text)
+void ReportWriter::writeAlert(std::string_view text)
 {
-    switch (level) {
-        case krx::streams::LOG_ALERT:
-            write(logTime());
-            write(" ");
-            write(text);
-            break;
-        case krx::streams::LOG_ERROR:
-            write(logTime());
-            write(kErrorLabel);
-            write(text);
-            write("\n\n");
-            break;
-        case krx::streams::LOG_WARNING:
-            write("Warning:\t");
-            write(text);
-            write("\n\n");
-            break;
-        case krx::streams::LOG_INFO:
-            write(text);
-            break;
-    }
+    write(logTime());
+    write(" ");
+    write(text);
 }
 
-void ReportWriter::writeRejection(const krx::streams::StreamParseError& error, const SRString& path)
+void ReportWriter::writeFinding(const Finding& finding, std::string_view path)
 {
-    // What needs memory comes first: no half line is written.
-    const std::string time = logTime();
-    const SRMBString message = error.getMessage().toMultiByte();
-    const SRMBString name = path.toMultiByte();
-    write(time);
-    write(kErrorLabel);
-    write(message.view());
+    if (finding.level == FindingLevel::kError) {
+        write(logTime());
+        write("\tError:\t");
+    } else {
+        write("Warning:\t");
+    }
+    if (finding.number != 0) {
+        std::array<char, 20> number;
+        const char* const end = putNumber(number.data(), finding.number);
+        write(std::string_view(number.data(), static_cast<std::size_t>(end - number.data())));
+        write("\t");
+    }
+    write(finding.text);
     write("\t");
-    write(name.view());
+    write(path);
     write("\n\n");
 }
 

@@ -3,8 +3,7 @@
 
 #pragma once
 
-#include "modules/streams/streamparseerror.h"
-#include "modules/streams/videovalidationparameters.h"
+#include "modules/streams/finding.h"
 
 #include <array>
 #include <cstddef>
@@ -15,7 +14,7 @@
 class SRDataArray;
 
 /// The only way of report text to standard output: it forms the lines and buffers them. The caller decides
-/// whether a line's level is shown, before any text is built.
+/// what is shown, before any text is built.
 ///
 /// A failure to write is no finding: from then on the text is lost and everything else goes on.
 class ReportWriter
@@ -28,18 +27,12 @@ public:
     ReportWriter(const ReportWriter&) = delete;
     ReportWriter& operator=(const ReportWriter&) = delete;
 
-    /// The process's writer, at first on standard output.
-    static ReportWriter& instance();
-    /// Flushes, then sends all further text to the sink, even after silence(). Returns the former sink.
-    Sink setSink(Sink sink);
-
     /// Text as it stands.
     void write(std::string_view text);
-    /// Text in the form of its level: an alert and an error get a time stamp, a warning its label,
-    /// information nothing; other levels have no form and are not written.
-    void writeLine(krx::streams::LogLevel_t level, std::string_view text);
-    /// The line that rejects an input.
-    void writeRejection(const krx::streams::StreamParseError& error, const SRString& path);
+    /// Text after the time.
+    void writeAlert(std::string_view text);
+    /// The line of an error or a warning. path is the input's.
+    void writeFinding(const krx::streams::Finding& finding, std::string_view path);
     /// The row of one message in the listing. timestamp in ms, length in bytes.
     void writeMessageRow(long long position, unsigned timestamp, unsigned length, std::string_view typeName);
     /// The names and values of an array, one row each; null is an empty array. The values' text is cut where
@@ -56,7 +49,7 @@ public:
 private:
     static constexpr std::size_t kBufferSize = std::size_t{64} * 1024;
 
-    Sink m_sink;
+    const Sink m_sink;
     bool m_silent = false;
     std::size_t m_used = 0;
     std::array<char, kBufferSize> m_buffer;

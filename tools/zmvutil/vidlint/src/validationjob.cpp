@@ -3,36 +3,11 @@
 
 #include "tools/zmvutil/vidlint/src/validationjob.h"
 
-#include "modules/streams/streamparseerror.h"
-#include "tools/zmvutil/vidlint/src/mp4filewrapper.h"
+#include "server/KRXSyncFileIo.h"
+#include "tools/zmvutil/vidlint/src/inputfactory.h"
 #include "tools/zmvutil/vidlint/src/report.h"
+#include "tools/zmvutil/vidlint/src/textreport.h"
 #include "tools/zmvutil/vidlint/src/videofile.h"
-#include "tools/zmvutil/vidlint/src/zmvfile.h"
-#include "util/SRStrUtil.h"
-
-#include <cstddef>
-#include <exception>
-#include <filesystem>
-#include <string_view>
-
-using krx::streams::StreamParseError;
-
-namespace {
-
-constexpr const char* kZmvExtension = ".zmv";
-
-/// The text from the last dot of the last component on; empty without one. A name may consist of its
-/// extension.
-const char* extensionOf(const SRMBString& path)
-{
-    const std::string_view bytes = path.view();
-    const std::size_t dot = bytes.rfind('.');
-    const bool inLastComponent =
-        dot != std::string_view::npos && bytes.find('/', dot) == std::string_view::npos;
-    return inLastComponent ? path.c_str() + dot : "";
-}
-
-}  // namespace
 
 int VideoValidationJob::validateAllFiles()
 {
@@ -44,51 +19,27 @@ int VideoValidationJob::validateAllFiles()
         } catch (...) {
             ++invalid;  // there is no memory for the path
         }
-        ReportWriter::instance().flush();
+        report.flush();
     }
     return invalid;
 }
 
 bool VideoValidationJob::validateFile(const SRString& path)
 {
-    return runInput(path, [&] {
-        const std::shared_ptr<VideoFile> input = getVideoFile(path);
+    TextReport text(report, parameters.logLevel, path);
+    SimpleKrxSyncFileIo io;
+    const InputEnd end = runInput(text, [&] {
+        const std::shared_ptr<VideoFile> input = getVideoFile(path, parameters, {text, io});
         input->parse();
-        input->applyFixes();
-        input->logSuccess();
-    });
-}
-
-bool runInput(const SRString& path, const std::function<void()>& steps)
-{
-    try {
-        try {
-            steps();
-            return true;
-        } catch (const StreamParseError& error) {
-            VideoFile::logError(error, path);
-        } catch (const krx::util::FileReadException&) {
-            VideoFile::logError(StreamParseError(krx::streams::kFileReadError), path);
-        } catch (const SRThrowable&) {
-            VideoFile::logError(StreamParseError(krx::streams::kUnknownError), path);
+        if (!input->hasFixes()) {
+            text.pass(path);
+            return;
         }
-    } catch (...) {
-        // A standard exception ends the input without a line of its own: its source has reported the
-        // reasons, or there is no memory to report them.
-    }
-    return false;
-}
-
-std::shared_ptr<VideoFile> VideoValidationJob::getVideoFile(const SRString& path)
-{
-    try {
-        const SRMBString bytes = path.toMultiByte();
-        if (std::filesystem::is_directory(bytes.c_str()))
-            return std::make_shared<VideoFile>(path, parameters);
-        if (SRStrUtil::compareNoCase(extensionOf(bytes), kZmvExtension) == 0)
-            return std::make_shared<ZmvFile>(path, parameters);
-        return std::make_shared<MP4FileWrapper>(path, parameters);
-    } catch (const std::exception&) {
-        throw StreamParseError(krx::streams::kInvalidPath);
-    }
+        text.announceCopy(input->copyPath());
+        input->applyFixes();
+        text.pass(input->copyPath());
+        // The copy stays locked until the line is out.
+        report.flush();
+    });
+    return end == InputEnd::kPassed;
 }

@@ -3,27 +3,26 @@
 
 #include "tools/zmvutil/vidlint/src/videofile.h"
 
+#include "interfaces/IKrxFileIo.h"
 #include "modules/streams/raw/rawModule.h"
 #include "server/SRCommand.h"
-#include "tools/zmvutil/vidlint/src/report.h"
-#include "util/SRFileUtil.h"
 #include "util/SRStrUtil.h"
 #include "util/krxassert.h"
 
 #include <array>
 #include <cstring>
 #include <exception>
-#include <string_view>
+#include <limits>
+#include <string>
 #include <utility>
 
-using krx::streams::LogLevel_t;
 using krx::streams::StreamParseError;
 
 namespace {
 
 constexpr unsigned kContextVersion = 1;
 constexpr const char* kWarningsAsErrorsKey = "Raw/WarningsAsErrors";
-constexpr std::string_view kTrue = "true";
+constexpr const char* kAggregatesKey = "Raw/EnableAggMsgs";
 constexpr int kNotConfigured = -1;
 
 /// No value's text is this many times longer than its encoding unless references repeat it.
@@ -36,7 +35,7 @@ constexpr int kBrokenWalkLine = 245;
 /// Longest metadata body that is shown, in bytes.
 constexpr unsigned kMaxMetaData = 16384;
 
-/// The stream module refused the input; it has logged the reasons itself.
+/// The stream module refused the input; it has given the reasons itself.
 class InputRefused : public std::exception
 {
 };
@@ -49,12 +48,14 @@ int VideoFileOpenContext::getProperty(const char* /*section*/, const char* /*nam
     return -1;
 }
 
-VideoFile::VideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters)
-    : m_path(path), m_parameters(parameters)
+VideoFile::VideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
+                     CheckEnvironment environment)
+    : m_path(path), m_parameters(parameters), m_environment(environment), m_memory(environment.quota)
 {
-    if (isShown(krx::streams::LOG_INFO))
-        logInfo(SRMBString::format("\n\nFile: %s\n", m_path).c_str());
-    if (!krx::util::SRFileUtil::fileExists(m_path))
+    if (isListing())
+        logInfo(SRMBString::format("\n\nFile: %s\n", m_path).view());
+    struct stat64 status = {};
+    if (getFileIo()->stat(m_path, &status, IKrxFileIo::kAny) < 0)
         throw StreamParseError(krx::streams::kFileNotFound);
 }
 
@@ -70,28 +71,40 @@ unsigned VideoFile::getVersion() const
 
 int VideoFile::getConfig(const char* key, char** value, int size)
 {
-    if (!m_parameters.warningsAsErrors || SRStrUtil::compareNoCase(key, kWarningsAsErrorsKey) != 0)
+    std::string_view text;
+    if (SRStrUtil::compareNoCase(key, kWarningsAsErrorsKey) == 0 && m_parameters.warningsAsErrors)
+        text = "true";
+    else if (SRStrUtil::compareNoCase(key, kAggregatesKey) == 0 && m_environment.sink.wantsFacts())
+        text = "false";  // each message is to be counted
+    else if (m_environment.serverSettings) {
+        const auto found = m_environment.serverSettings->find(key);
+        if (found != m_environment.serverSettings->end())
+            text = found->second;
+    }
+    if (text.empty())
         return kNotConfigured;
-    if (size < static_cast<int>(kTrue.size()))
-        return static_cast<int>(kTrue.size());
-    std::memcpy(*value, kTrue.data(), kTrue.size());
+    if (size < static_cast<int>(text.size()))
+        return static_cast<int>(text.size());
+    std::memcpy(*value, text.data(), text.size());
     return 0;
 }
 
-void VideoFile::log(const char* text, unsigned short level, bool /*flag*/)
+void VideoFile::log(const char* text, unsigned short /*level*/, bool /*flag*/)
 {
-    subLog(text, static_cast<LogLevel_t>(level));
+    // Findings come as data. What is left is for the listing.
+    logInfo(text);
 }
 
 IKrxFileIo* VideoFile::getFileIo()
 {
-    return &m_fileIo;
+    return &m_environment.io;
 }
 
 void VideoFile::initAdaptor()
 {
     closeStream();
     m_adaptor = std::make_unique<krx::raw::RawAdaptor>(this);
+    m_adaptor->setFindingSink(&m_environment.sink);
 }
 
 void VideoFile::closeStream()
@@ -108,6 +121,8 @@ void VideoFile::parse()
 
     const long long end = m_adaptor->getEndPosition(m_handle);
     for (long long position = 0; position < end;) {
+        // The memory of the segment before is used again.
+        reserve(m_adaptor->getMemoryOverhead(m_handle));
         SegmentBounds bounds;
         if (!m_adaptor->findSegmentByIndex(m_handle, position, &bounds))
             throw InputRefused();
@@ -121,7 +136,7 @@ void VideoFile::parse()
     }
 
     logMetaData();
-    if (isShown(krx::streams::LOG_INFO))
+    if (isListing())
         logInfo("\nMemory Overhead: " + std::to_string(m_adaptor->getMemoryOverhead(m_handle)) + " bytes\n");
 }
 
@@ -143,61 +158,73 @@ void VideoFile::logMetaData()
         const bool hasList = argument.kind == kObjectType || argument.kind == kArrayType;
         logDataArray(hasList ? static_cast<SRDataArray*>(argument) : nullptr, size);
     } catch (const SRBreakConnection&) {
-        throw StreamParseError(krx::streams::kUnparsableDataMessage);
+        StreamParseError error(krx::streams::kUnparsableDataMessage);
+        error.place().file = "contexts";
+        throw error;
     }
 }
 
-void VideoFile::applyFixes() {}
-
-void VideoFile::logSuccess()
+void VideoFile::describe(vidlint::InputReport& report)
 {
-    logPassed(m_path);
+    addTracks(report, m_tally);
+    if (!m_handle)
+        return;
+    report.announcedDuration = m_adaptor->getDuration(m_handle);
+    report.messages = m_adaptor->getEndPosition(m_handle);
 }
 
-bool VideoFile::add(unsigned char /*type*/, void* /*data*/, unsigned /*length*/, unsigned /*time*/)
+void VideoFile::addTracks(vidlint::InputReport& report, const StreamTally& tally)
 {
+    const auto addTrack = [&report](vidlint::TrackKind kind, const MessageTally& messages) {
+        if (messages.count == 0)
+            return;
+        vidlint::Track track;
+        track.kind = kind;
+        track.samples = static_cast<long long>(messages.count);
+        track.firstTime = messages.first;
+        track.lastTime = messages.last;
+        track.plays = true;
+        if (kind != vidlint::TrackKind::kData)
+            track.playsUntil = messages.last;
+        report.tracks.push_back(std::move(track));
+    };
+    addTrack(vidlint::TrackKind::kVideo, tally.video);
+    addTrack(vidlint::TrackKind::kAudio, tally.audio);
+    addTrack(vidlint::TrackKind::kData, tally.data);
+    if (tally.count() != 0)
+        report.duration = tally.last();
+}
+
+bool VideoFile::add(unsigned char type, void* /*data*/, unsigned /*length*/, unsigned time)
+{
+    m_tally.of(type).add(time);
     return true;
 }
 
 void VideoFile::addDep(unsigned /*tablePage*/, unsigned /*bytes*/) {}
 
-void VideoFile::logError(const StreamParseError& error, const SRString& path)
+void VideoFile::logInfo(std::string_view text)
 {
-    ReportWriter::instance().writeRejection(error, path);
-}
-
-void VideoFile::subLog(const std::string& text, LogLevel_t level)
-{
-    if (isShown(level))
-        ReportWriter::instance().writeLine(level, text);
-}
-
-void VideoFile::logInfo(const std::string& text)
-{
-    subLog(text, krx::streams::LOG_INFO);
-}
-
-void VideoFile::logAlert(const std::string& text)
-{
-    subLog(text, krx::streams::LOG_ALERT);
+    if (isListing())
+        m_environment.sink.note(text);
 }
 
 void VideoFile::logWarning(const StreamParseError& warning)
 {
     if (m_parameters.warningsAsErrors)
         throw StreamParseError(warning);
-    if (isShown(krx::streams::LOG_WARNING)) {
-        subLog(SRMBString::format("%s\t%s", warning.getMessage(), m_path).c_str(), krx::streams::LOG_WARNING);
-    }
+    if (m_environment.sink.admitsWarning())
+        m_environment.sink.add(makeFinding(warning, krx::streams::FindingLevel::kWarning));
 }
 
 void VideoFile::logDataArray(const SRDataArray* array, std::size_t encodedSize)
 {
-    if (isShown(krx::streams::LOG_INFO))
-        ReportWriter::instance().writeDataArray(array, kMinDumpSize + encodedSize * kDumpFactor);
+    if (isListing())
+        m_environment.sink.noteValues(array, kMinDumpSize + encodedSize * kDumpFactor);
 }
 
-void VideoFile::logPassed(const SRString& path)
+void VideoFile::reserve(std::uint64_t bytes)
 {
-    logAlert(SRMBString::format("\t%s passed\n\n", path).c_str());
+    if (!m_memory.resize(bytes))
+        throw SROutOfMemory();
 }

@@ -4,12 +4,16 @@
 #include "tools/zmvutil/vidlint/src/zmvfile.h"
 
 #include "server/SRCommand.h"
-#include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/zmvformat.h"
+#include "tools/zmvutil/vidlint/src/zmvsurvey.h"
+#include "util/fileholes.h"
 
 #include <algorithm>
+#include <cmath>
+#include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
 using krx::streams::StreamParseError;
 using krx::util::FilePos;
@@ -26,6 +30,12 @@ constexpr unsigned kStallFactor = 4;
 constexpr unsigned kLeastReplacement = 1024;
 constexpr unsigned long long kReplacementFactor = 32;
 
+/// Announced durations from here on are nonsense, seconds.
+constexpr double kLongestDuration = 1e12;
+
+/// The values of a message take at most this many times its length, but for a few.
+constexpr std::uint64_t kMessageFactor = 45;
+
 bool isDataType(unsigned type)
 {
     return type == kMsgData || type == kMsgDataEx;
@@ -33,17 +43,29 @@ bool isDataType(unsigned type)
 
 }  // namespace
 
-ZmvFile::ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters)
-    : VideoFile(path, parameters),
+ZmvFile::ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
+                 CheckEnvironment environment)
+    : VideoFile(path, parameters, environment),
       m_file(*getFileIo(), path),
-      m_fileLength(m_file.length()),
-      m_newFilePath(path + L".new")
+      m_fileLength(m_file.length())
 {
 }
 
 ZmvFile::~ZmvFile() = default;
 
 void ZmvFile::parse()
+{
+    try {
+        check();
+    } catch (StreamParseError& error) {
+        // What has no place was not there to be read.
+        if (!error.hasPlace() && error.getStatus() != krx::streams::kMissingMetadata)
+            error.place().offset = curPos();
+        throw;
+    }
+}
+
+void ZmvFile::check()
 {
     skipTo(0);
     checkZmvHeader();
@@ -53,10 +75,56 @@ void ZmvFile::parse()
     verifyHasMetaData();
 }
 
+void ZmvFile::describe(vidlint::InputReport& report)
+{
+    if (m_announcedDuration && std::abs(*m_announcedDuration) < kLongestDuration)
+        report.announcedDuration = static_cast<long long>(std::llround(*m_announcedDuration * 1000));
+    sortFixes(m_fixes);
+    for (const FileFix& fix : m_fixes)
+        report.fixes.push_back({fix.position, fix.replaceLength, fix.data, fix.size, fix.reason});
+    if (!m_scanned) {
+        krx::util::FileHoles holes(m_file.descriptor(), m_fileLength);
+        const ZmvSurvey survey = surveyZmv(m_file, holes);
+        m_tally = survey.tally;
+        if (survey.isCutShort)
+            report.cause = vidlint::Cause::kCutShort;
+    }
+    addTracks(report, m_tally);
+    report.messages = static_cast<long long>(m_tally.count());
+}
+
+void ZmvFile::failAt(krx::streams::ParseStatus status, FilePos offset)
+{
+    StreamParseError error(status);
+    error.place().offset = offset;
+    throw error;
+}
+
+void ZmvFile::failInMessage(krx::streams::ParseStatus status) const
+{
+    StreamParseError error(status);
+    error.setPlace(placeOfMessage());
+    throw error;
+}
+
+krx::streams::Place ZmvFile::placeOfMessage() const
+{
+    krx::streams::Place place;
+    place.offset = m_messagePos;
+    place.message = static_cast<long long>(m_tally.count());
+    place.time = m_messageTime;
+    return place;
+}
+
+void ZmvFile::warnAt(krx::streams::ParseStatus status, krx::streams::Place place)
+{
+    StreamParseError warning(status);
+    warning.setPlace(std::move(place));
+    logWarning(warning);
+}
+
 void ZmvFile::read(void* buffer, FilePos size)
 {
-    if (size > kMaxReadSize)
-        throw StreamParseError(krx::streams::kBoxTooLarge);
     const auto n = static_cast<std::size_t>(size);
     std::memcpy(buffer, m_file.take(n), n);
 }
@@ -76,12 +144,13 @@ void ZmvFile::checkZmvHeader()
     logInfo("\n---Checking Header---\n");
     read(m_signature.data(), static_cast<FilePos>(m_signature.size()));
     if (m_signature != kZmvSignature)
-        throw StreamParseError(krx::streams::kInvalidZmvSignature);
+        failAt(krx::streams::kInvalidZmvSignature, 0);
     m_version = static_cast<unsigned char>(readUnsigned(1));
     m_flags = static_cast<unsigned>(readUnsigned(1));
+    const FilePos lengthPosition = curPos();
     m_headerLength = static_cast<unsigned>(readUnsigned(4));
     if (m_headerLength < kZmvMinHeaderLength || !skipTo(m_headerLength))
-        throw StreamParseError(krx::streams::kInvalidZmvDataPosition);
+        failAt(krx::streams::kInvalidZmvDataPosition, lengthPosition);
 }
 
 void ZmvFile::computeDuration()
@@ -92,11 +161,11 @@ void ZmvFile::computeDuration()
     skipTo(lastBackPointer);
     const FilePos lastMessage = lastBackPointer - static_cast<FilePos>(readUnsigned(kBackPointerSize));
     if (lastMessage < static_cast<FilePos>(m_headerLength))
-        throw StreamParseError(krx::streams::kInvalidZmvFooter);
+        failAt(krx::streams::kInvalidZmvFooter, lastBackPointer);
     skipTo(lastMessage);
     const unsigned timestamp = readMessageHeader().timestamp;
-    if (isShown(krx::streams::LOG_INFO))
-        logInfo(SRMBString::format("\nZMV duration:%s\n", timestamp).c_str());
+    if (isListing())
+        logInfo(SRMBString::format("\nZMV duration:%s\n", timestamp).view());
     m_duration = timestamp / 1000.0;
 }
 
@@ -105,10 +174,10 @@ void ZmvFile::checkZmvBody()
     logInfo("\n---Scanning ZMV Body---\n");
     logInfo("\nMessage Pos\tTimestamp\tLength\tType\n\n");
     skipTo(m_headerLength);
-    compareMsgSize(static_cast<unsigned>(readUnsigned(kBackPointerSize)), kZmvFirstBackPointer);
+    if (readUnsigned(kBackPointerSize) != kZmvFirstBackPointer)
+        failAt(krx::streams::kInvalidZmvFooter, m_headerLength);
 
-    const bool listing = isShown(krx::streams::LOG_INFO);
-    ReportWriter& report = ReportWriter::instance();
+    const bool listing = isListing();
     for (;;) {
         if (!listing)
             passPlainMessages();
@@ -116,9 +185,11 @@ void ZmvFile::checkZmvBody()
             break;
         m_messagePos = curPos();
         SRMessageHeader header = readMessageHeader();
-        const char* typeName = header.getTypeAsString();
-        if (listing)
-            report.writeMessageRow(m_messagePos, header.timestamp, header.length, typeName);
+        m_messageTime = header.timestamp;
+        if (listing) {
+            m_environment.sink.noteMessage(m_messagePos, header.timestamp, header.length,
+                                           header.getTypeAsString());
+        }
 
         const unsigned char* payload = nullptr;
         const unsigned char* backPointer = nullptr;
@@ -129,13 +200,18 @@ void ZmvFile::checkZmvBody()
             m_file.pass(header.length);
             backPointer = m_file.take(kBackPointerSize);
         }
-        compareMsgSize(krx::util::loadBig32(backPointer), krx::util::backPointerOf(header.length));
+        if (krx::util::loadBig32(backPointer) != krx::util::backPointerOf(header.length))
+            failAt(krx::streams::kInvalidZmvFooter, curPos() - kBackPointerSize);
         if (getPrevTimeStamp(header) > header.timestamp)
-            throw StreamParseError(krx::streams::kBackwardTimestamp);
+            failInMessage(krx::streams::kBackwardTimestamp);
         setPrevTimeStamp(header);
         validateSRMessage(header, payload);
+        m_tally.of(header.type).add(header.timestamp);
     }
     settleSilence(std::nullopt);
+    m_tally.audio.last = std::max(m_tally.audio.last, m_prevAudioTime);
+    m_tally.video.last = std::max(m_tally.video.last, m_prevVideoTime);
+    m_scanned = true;
     logInfo("\n---Done Scanning---\n");
 }
 
@@ -151,22 +227,18 @@ void ZmvFile::passPlainMessages()
         if (!isAudio && header.type != kMsgVideo)
             break;
         unsigned& previous = isAudio ? m_prevAudioTime : m_prevVideoTime;
+        MessageTally& tally = isAudio ? m_tally.audio : m_tally.video;
         const bool hasEvent = isAudio ? m_silence.has_value() : isStall(header);
-        if (hasEvent || previous > header.timestamp)
+        // The first message of a kind sets where the kind begins.
+        if (hasEvent || previous > header.timestamp || tally.count == 0)
             break;
         previous = header.timestamp;
-        (isAudio ? m_audioSeen : m_videoSeen) = true;
+        ++tally.count;
         if (isAudio)
             trackAudio(header);
         next += record.size();
     }
     m_file.pass(static_cast<std::size_t>(next - window.data()));
-}
-
-void ZmvFile::compareMsgSize(unsigned found, unsigned expected)
-{
-    if (found != expected)
-        throw StreamParseError(krx::streams::kInvalidZmvFooter);
 }
 
 unsigned ZmvFile::getPrevTimeStamp(const SRMessageHeader& header) const
@@ -210,13 +282,11 @@ void ZmvFile::validateSRMessage(const SRMessageHeader& header, const unsigned ch
         validateDataMessage(header, payload);
 }
 
-void ZmvFile::checkSRMsgIDType(unsigned type)
+void ZmvFile::checkSRMsgIDType(unsigned type) const
 {
     type &= ~static_cast<unsigned>(kEncryptedFlag);
     if (type != kMsgAudio && type != kMsgVideo && !isDataType(type))
-        throw StreamParseError(krx::streams::kUnrecognizedMsgType);
-    m_videoSeen |= type == kMsgVideo;
-    m_audioSeen |= type == kMsgAudio;
+        failInMessage(krx::streams::kUnrecognizedMsgType);
 }
 
 bool ZmvFile::isStall(const krx::util::RecordHeader& header) const
@@ -246,21 +316,22 @@ void ZmvFile::handlePlayerVideoStall(const SRMessageHeader& header)
     }
     if (!isStall(header))
         return;
-    if (isShown(krx::streams::LOG_INFO)) {
+    if (isListing()) {
         logInfo(SRMBString::format("\nAdding silence message at time: %ld  ASR: %ld\n", header.timestamp,
                                    m_audioSpacing)
-                    .c_str());
+                    .view());
     }
     // Silence must not be earlier than the audio before it, nor later than the audio after it.
     if (m_parameters.fixVideoStall && header.timestamp >= m_prevAudioTime)
-        m_silence = {m_messagePos, header.timestamp};
+        m_silence = {placeOfMessage(), header.timestamp};
     else
-        logWarning(StreamParseError(krx::streams::kVideoStall));
+        warnInMessage(krx::streams::kVideoStall);
     m_audioActive = false;
 }
 
 void ZmvFile::validateDataMessage(const SRMessageHeader& header, const unsigned char* payload)
 {
+    reserve(m_file.memory() + kMessageFactor * header.length);
     const SRMessagePtr message = SRMessage::create();
     message->setType(header.type);
     if (!message->write(payload, header.length))
@@ -274,7 +345,8 @@ void ZmvFile::validateDataMessage(const SRMessageHeader& header, const unsigned 
         isReplaced = validateValues(message, replacement);
     } catch (const SRBreakConnection&) {
         if (!m_parameters.fixMetaData || !isNamedMetaData(message))
-            throw StreamParseError(krx::streams::kUnparsableDataMessage);
+            failInMessage(krx::streams::kUnparsableDataMessage);
+        warnInMessage(krx::streams::kMissingMetadata);
         putDefaultMetaData(replacement);
     }
     // The values that were read are gone by now: there is no need to hold both.
@@ -292,7 +364,7 @@ bool ZmvFile::validateValues(const SRMessagePtr& message, SRCSerializer& replace
     SRDataArray* list = nullptr;
     if (argument.kind == kObjectType || argument.kind == kArrayType)
         list = static_cast<SRDataArray*>(argument);
-    if (isShown(krx::streams::LOG_INFO)) {
+    if (isListing()) {
         // A name may be as long as a message, and the line longer than a string of the pool.
         logInfo(std::string("\n\tData Message Name: ").append(name).append("\n"));
         logDataArray(list, message->getBodyLength());

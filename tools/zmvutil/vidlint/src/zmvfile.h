@@ -15,7 +15,7 @@
 #include <optional>
 #include <vector>
 
-/// A ZMV file (see zmvformat.h) as an input of a job.
+/// A ZMV file (see zmvformat.h) as an input of a check.
 ///
 /// The file is scanned once, message by message. Repairs that the checks ask for are kept as FileFix records,
 /// by their place in the input, and spliced into the copy afterwards. The input itself is never written. A
@@ -24,17 +24,17 @@ class ZmvFile : public VideoFile
 {
 public:
     /// Throws kFileNotFound, kCannotOpenFile.
-    ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters);
+    ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
+            CheckEnvironment environment);
     ~ZmvFile() override;
 
     void parse() override;
+    bool hasFixes() const override { return !m_fixes.empty(); }
+    SRString copyPath() const override { return m_path + L".new"; }
     void applyFixes() override;
-    void logSuccess() override;
+    void describe(vidlint::InputReport& report) override;
 
 private:
-    /// No read may be larger, and no stretch that is copied unchanged.
-    static constexpr krx::util::FilePos kMaxReadSize = 0x80000000;
-
     // Reading, at the current position.
     void read(void* buffer, krx::util::FilePos size);
     unsigned long long readUnsigned(unsigned n);
@@ -44,6 +44,7 @@ private:
     SRMessageHeader readMessageHeader();
 
     // The passes over the file.
+    void check();
     void checkZmvHeader();
     void computeDuration();
     void checkZmvBody();
@@ -54,13 +55,19 @@ private:
     /// to the first other one.
     void passPlainMessages();
 
+    // Findings, with their place: an offset in the file, or the message that is being checked.
+    [[noreturn]] static void failAt(krx::streams::ParseStatus status, krx::util::FilePos offset);
+    [[noreturn]] void failInMessage(krx::streams::ParseStatus status) const;
+    krx::streams::Place placeOfMessage() const;
+    void warnAt(krx::streams::ParseStatus status, krx::streams::Place place);
+    void warnInMessage(krx::streams::ParseStatus status) { warnAt(status, placeOfMessage()); }
+
     // One message.
-    static void compareMsgSize(unsigned found, unsigned expected);
     unsigned getPrevTimeStamp(const SRMessageHeader& header) const;
     void setPrevTimeStamp(const SRMessageHeader& header);
     /// payload: header.length bytes; null for messages that are not inspected.
     void validateSRMessage(const SRMessageHeader& header, const unsigned char* payload);
-    void checkSRMsgIDType(unsigned type);
+    void checkSRMsgIDType(unsigned type) const;
     void handlePlayerVideoStall(const SRMessageHeader& header);
     /// Whether a message that is no audio comes too long after the last audio.
     bool isStall(const krx::util::RecordHeader& header) const;
@@ -79,9 +86,11 @@ private:
     /// that is missing.
     template <typename Fault>
     void findFaults(const SRDataArray& list, Fault fault) const;
+    /// The duration in the list, seconds.
+    static std::optional<double> announcedDuration(const SRDataArray& list);
     void correct(SRDataArray& list, krx::streams::ParseStatus status, int index) const;
-    /// Reports that there is no metadata, and writes the default.
-    void putDefaultMetaData(SRCSerializer& body);
+    /// Writes the metadata of a file without any.
+    void putDefaultMetaData(SRCSerializer& body) const;
     /// Whether a reader accepts the body without a fault, in the memory that the replaced message may take.
     bool isSound(const SRCSerializer& body, unsigned replacedLength) const;
     void correctFlag(unsigned flag, bool seen, krx::streams::ParseStatus notSet,
@@ -95,17 +104,14 @@ private:
     void addMetaData(const SRCSerializer& body, krx::util::FilePos position);
     /// The length in header is ignored: body gives it.
     void addMessageFix(krx::util::FilePos position, krx::util::FilePos replaceLength, SRMessageHeader header,
-                       const SRCSerializer& body);
-
-    /// Copies from the current position to the corrected copy.
-    void copyTo(krx::util::FilePos end);
+                       const SRCSerializer& body, const char* reason);
 
     ZmvReader m_file;
     krx::util::FilePos m_fileLength;
-    SRString m_newFilePath;
     std::unique_ptr<CorrectedCopy> m_copy;  ///< once it is begun; its file is locked as long as it is here
     std::vector<FileFix> m_fixes;           ///< in the order of request
     krx::util::FilePos m_messagePos = 0;
+    unsigned m_messageTime = 0;  ///< ms
     std::array<unsigned char, 3> m_signature{};
     unsigned char m_version = 0;
     unsigned m_flags = 0;
@@ -113,8 +119,9 @@ private:
     double m_duration = 0;       ///< seconds, the start of the last message
     bool m_hasMetaData = false;  ///< the last onMetaData has the right duration, or will have
     bool m_metaDataSeen = false;
-    bool m_audioSeen = false;
-    bool m_videoSeen = false;
+    std::optional<double> m_announcedDuration;  ///< seconds, as the last onMetaData says
+    StreamTally m_tally;
+    bool m_scanned = false;  ///< all messages have been counted
 
     // Tracking of stalls. Times in ms.
     bool m_audioActive = false;
@@ -123,7 +130,7 @@ private:
     /// Silence that is to be inserted if the audio that follows it is not earlier.
     struct Silence
     {
-        krx::util::FilePos position;
+        krx::streams::Place place;  ///< of the message before which it comes
         unsigned timestamp;
     };
     std::optional<Silence> m_silence;

@@ -86,6 +86,14 @@ void ZmvFile::findFaults(const SRDataArray& list, Fault fault) const
         fault(krx::streams::kMetadataCanSeekToEnd, -1);
 }
 
+std::optional<double> ZmvFile::announcedDuration(const SRDataArray& list)
+{
+    for (int i = 0; i < list.getSize(); ++i)
+        if (list.getPropertyNameConst(i).equalsIgnoreCase(kDuration))
+            return static_cast<double>(list.getPropertyValueConst(i));
+    return std::nullopt;
+}
+
 void ZmvFile::correct(SRDataArray& list, ParseStatus status, int index) const
 {
     const bool isDuration = status == krx::streams::kMetadataDuration;
@@ -99,6 +107,7 @@ void ZmvFile::correct(SRDataArray& list, ParseStatus status, int index) const
 bool ZmvFile::validateMetadata(SRDataArray* list, SRCSerializer& replacement)
 {
     if (!list) {
+        warnInMessage(krx::streams::kMissingMetadata);
         putDefaultMetaData(replacement);
         return true;
     }
@@ -110,9 +119,10 @@ bool ZmvFile::validateMetadata(SRDataArray* list, SRCSerializer& replacement)
                                  : SRData(SRDataArrayPtr(list), staysArray ? kArrayType : kObjectType);
     m_metaDataSeen = true;
     m_hasMetaData = true;
+    m_announcedDuration = announcedDuration(*list);
     bool isFaulty = false;
     findFaults(*list, [&](ParseStatus status, int index) {
-        logWarning(StreamParseError(status));
+        warnInMessage(status);
         isFaulty = true;
         m_hasMetaData &= status != krx::streams::kMetadataDuration;
         if (m_parameters.fixMetaData)
@@ -121,9 +131,8 @@ bool ZmvFile::validateMetadata(SRDataArray* list, SRCSerializer& replacement)
     return m_parameters.fixMetaData && isFaulty && putMetaData(corrected, replacement);
 }
 
-void ZmvFile::putDefaultMetaData(SRCSerializer& body)
+void ZmvFile::putDefaultMetaData(SRCSerializer& body) const
 {
-    logWarning(StreamParseError(krx::streams::kMissingMetadata));
     SRData list = newObject();
     correct(*static_cast<SRDataArray*>(list), krx::streams::kMetadataDuration, -1);
     correct(*static_cast<SRDataArray*>(list), krx::streams::kMetadataCanSeekToEnd, -1);
@@ -157,19 +166,22 @@ void ZmvFile::correctFlag(unsigned flag, bool seen, ParseStatus notSet, ParseSta
     const bool set = (m_flags & flag) != 0;
     if (set == seen)
         return;
-    logWarning(StreamParseError(seen ? notSet : setWithoutMessages));
+    krx::streams::Place place;
+    place.offset = kZmvFlagsPosition;
+    warnAt(seen ? notSet : setWithoutMessages, std::move(place));
     m_flags ^= flag;
 }
 
 void ZmvFile::validateFlags()
 {
     const unsigned flags = m_flags;
-    correctFlag(kZmvVideoFlag, m_videoSeen, krx::streams::kVideoFlagNotSet,
+    correctFlag(kZmvVideoFlag, m_tally.video.count != 0, krx::streams::kVideoFlagNotSet,
                 krx::streams::kVideoFlagWithoutVideo);
-    correctFlag(kZmvAudioFlag, m_audioSeen, krx::streams::kAudioFlagNotSet,
+    correctFlag(kZmvAudioFlag, m_tally.audio.count != 0, krx::streams::kAudioFlagNotSet,
                 krx::streams::kAudioFlagWithoutAudio);
     if (m_parameters.fixMetaData && m_flags != flags) {
         FileFix fix(kZmvFlagsPosition, 1, 1);
+        fix.reason = "set the flags of the header";
         fix.writeU8(static_cast<unsigned char>(m_flags));
         m_fixes.push_back(std::move(fix));
     }
@@ -182,6 +194,7 @@ void ZmvFile::verifyHasMetaData()
     // Wrong metadata that could not be corrected is still there; none is put in front of it.
     if (!m_parameters.fixMetaData || m_metaDataSeen)
         throw StreamParseError(krx::streams::kMissingMetadata);
+    logWarning(StreamParseError(krx::streams::kMissingMetadata));
     SRCSerializer body;
     putDefaultMetaData(body);
     addMetaData(body, static_cast<krx::util::FilePos>(m_headerLength) + krx::util::kBackPointerSize);

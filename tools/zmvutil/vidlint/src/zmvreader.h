@@ -26,6 +26,11 @@ public:
 
     krx::util::FilePos length() const { return m_length; }
     krx::util::FilePos position() const { return m_base + static_cast<krx::util::FilePos>(m_cursor); }
+    /// The status that the file had when it was opened.
+    const struct stat64& status() const { return m_status; }
+    int descriptor() const { return m_file.get(); }
+    /// Bytes held.
+    std::size_t memory() const { return m_capacity; }
     /// Whether st is the status of the very file that is read.
     bool isSameFile(const struct stat64& st) const;
 

@@ -1,0 +1,343 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/support/mp4samples.h"
+#include "tests/support/rawbuilder.h"
+#include "tests/support/rawsamples.h"
+#include "tests/support/reporttext.h"
+#include "tests/support/writesamples.h"
+#include "tests/support/zmvbuilder.h"
+#include "tests/support/zmvsamples.h"
+#include "tests/vidlint/inputrunner.h"
+#include "tests/vidlint/zmvgenerator.h"
+#include "vidlint/check.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <functional>
+#include <set>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace krx::test {
+namespace {
+
+namespace fs = std::filesystem;
+using vidlint::Cause;
+using vidlint::InputReport;
+using vidlint::Settings;
+using vidlint::Verdict;
+
+/// The samples of all kinds, in a folder of their own.
+class Samples
+{
+public:
+    Samples()
+    {
+        writeSamples(dir.path());
+        for (const std::string folder : {"", "/faults"})
+            for (const auto& entry : fs::directory_iterator(dir.path() + folder))
+                if (entry.path().filename() != "faults")
+                    paths.push_back(entry.path());
+        std::sort(paths.begin(), paths.end());
+    }
+
+    /// The same with some bytes changed: the file, or one file of a recording.
+    void damage(unsigned count)
+    {
+        ZmvGenerator generator(propertySeed());
+        const std::vector<std::string> sound = paths;
+        for (unsigned i = 0; i < count; ++i) {
+            const std::string& from = sound[i % sound.size()];
+            const fs::path to = dir.bytes("damaged" + std::to_string(i)) + fs::path(from).extension().string();
+            fs::copy(from, to, fs::copy_options::recursive);
+            fs::path file = to;
+            if (fs::is_directory(to)) {
+                std::set<fs::path> files(fs::directory_iterator(to), {});
+                if (files.empty())
+                    continue;
+                file = *std::next(files.begin(), generator.below(static_cast<unsigned>(files.size())));
+            }
+            const std::string name = fs::relative(file, dir.path());
+            dir.write(name, generator.damaged(dir.read(name)));
+            paths.push_back(to);
+        }
+    }
+
+    TempDir dir;
+    std::vector<std::string> paths;
+};
+
+/// Errors and, where vidlint shows them, warnings: a line each as in its report.
+std::string numbersOf(const InputReport& report)
+{
+    std::string lines;
+    for (const vidlint::Finding& finding : report.findings) {
+        const bool isError = finding.level == vidlint::FindingLevel::kError;
+        if (finding.number != 0 && (isError || report.kind != vidlint::InputKind::kMp4))
+            lines += (isError ? "\tError:\t" : "Warning:\t") + std::to_string(finding.number) + "\t" +
+                     finding.text + "\n";
+    }
+    return lines;
+}
+
+/// The same from the report of the program, and whether the input passed.
+std::string numbersInReport(const std::string& path, std::string_view options, bool& passed)
+{
+    ReportCapture capture;
+    VideoValidationJob job(capture.writer());
+    job.parameters = parametersFor(options);
+    job.files = {path};
+    passed = job.validateAllFiles() == 0;
+    static const std::regex line("(?:TIME)?(\tError:|Warning:)(\t-\\d+\t[^\t\n]*)\t[^\n]*\n");
+    return [&, text = capture.text()] {
+        std::string lines;
+        for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it)
+            lines += it->str(1) + it->str(2) + "\n";
+        return lines;
+    }();
+}
+
+TEST(Check, SaysWhatTheProgramSays)
+{
+    Samples samples;
+    samples.damage(static_cast<unsigned>(propertyCases(3000)));
+    for (const std::string& path : samples.paths) {
+        const bool strict = path.find('5') != std::string::npos;
+        Settings settings;
+        settings.warningsAsErrors = strict;
+        const InputReport report = vidlint::check(path, settings);
+        bool passed = false;
+        const std::string expected = numbersInReport(path, strict ? "wW" : "w", passed);
+        EXPECT_EQ(numbersOf(report), expected) << path;
+        EXPECT_EQ(report.verdict == Verdict::kValid, passed) << path;
+        EXPECT_EQ(report.cause == Cause::kNone || report.cause == Cause::kCutShort || !passed, true) << path;
+        fs::remove_all(path + ".new");
+    }
+}
+
+TEST(Check, EightThreadsFindWhatOneFinds)
+{
+    Samples samples;
+    samples.damage(200);
+    Settings settings;
+    settings.fixMetaData = settings.fixVideoStall = true;
+    std::vector<std::string> expected;
+    for (const std::string& path : samples.paths)
+        expected.push_back(reportText(vidlint::check(path, settings)));
+    std::vector<std::string> found[8];
+    {
+        std::vector<std::jthread> threads;
+        for (auto& mine : found) {
+            threads.emplace_back([&] {
+                for (const std::string& path : samples.paths)
+                    mine.push_back(reportText(vidlint::check(path, settings)));
+            });
+        }
+    }
+    for (const auto& mine : found)
+        EXPECT_EQ(mine, expected);
+}
+
+/// What has no place: nothing of the input was read, or what is missing stands nowhere.
+bool hasNoOffset(const vidlint::Finding& finding)
+{
+    switch (-finding.number) {
+        case streams::kInvalidPath:
+        case streams::kFileNotFound:
+        case streams::kCannotOpenFile:
+        case streams::kNoMovieBox:
+        case streams::kNoValidTracks:
+        case streams::kSegmentReadFailed:
+        case streams::kMissingMetadata:
+            return true;
+        default:
+            return false;
+    }
+}
+
+TEST(Check, FindingsHaveTheirPlace)
+{
+    const Samples samples;
+    for (const std::string& path : samples.paths) {
+        const InputReport report = vidlint::check(path);
+        for (const vidlint::Finding& finding : report.findings) {
+            if (finding.number == 0 || hasNoOffset(finding))
+                continue;
+            EXPECT_GE(finding.place.offset, 0) << path << ": " << findingText(finding);
+            EXPECT_LE(finding.place.offset, report.size.value_or(0)) << path << ": " << findingText(finding);
+            if (report.kind == vidlint::InputKind::kRecording)
+                EXPECT_FALSE(finding.place.file.empty()) << path << ": " << findingText(finding);
+        }
+    }
+}
+
+const std::string& sampleBytes(const std::string& name)
+{
+    static const std::vector<Mp4Sample> samples = mp4Samples();
+    for (const Mp4Sample& sample : samples)
+        if (sample.name == name)
+            return sample.bytes;
+    throw std::out_of_range(name);
+}
+
+TEST(Check, NamesWhatToDo)
+{
+    const TempDir dir;
+    const std::string movie = sampleBytes("sound.mp4");
+    const std::string movieAtEnd = sampleBytes("sound-end.mp4");
+    const std::string stream = ZmvBuilder().data(0, metaData(0.04)).video(0).audio(40).bytes();
+    const struct
+    {
+        const char* name;
+        std::string bytes;
+        Verdict verdict;
+        Cause cause;
+        const char* format;
+    } cases[] = {
+        {"sound.mp4", movie, Verdict::kValid, Cause::kNone, ""},
+        {"sound.zmv", stream, Verdict::kValid, Cause::kNone, ""},
+        {"empty.mp4", "", Verdict::kInvalid, Cause::kEmpty, ""},
+        {"empty.zmv", "", Verdict::kInvalid, Cause::kEmpty, ""},
+        {"cut.mp4", movie.substr(0, movie.size() - 10), Verdict::kValid, Cause::kCutShort, ""},
+        {"cut-in-movie.mp4", movie.substr(0, 100), Verdict::kInvalid, Cause::kCutShort, ""},
+        {"cut-end.mp4", movieAtEnd.substr(0, movieAtEnd.size() / 2), Verdict::kInvalid, Cause::kCutShort, ""},
+        {"cut.zmv", stream.substr(0, stream.size() - 3), Verdict::kInvalid, Cause::kCutShort, ""},
+        {"page.mp4", "<!DOCTYPE html>\n<html><head><title>404</title></head></html>", Verdict::kInvalid,
+         Cause::kOtherFormat, "HTML"},
+        {"film.mp4", std::string("\x1A\x45\xDF\xA3\x93\x42\x82\x88matroska", 16) + std::string(200, '\0'),
+         Verdict::kInvalid, Cause::kOtherFormat, "Matroska"},
+        {"zmv.mp4", stream, Verdict::kInvalid, Cause::kOtherFormat, "ZMV"},
+        {"movie.zmv", movie, Verdict::kInvalid, Cause::kOtherFormat, "MP4"},
+        {"codec.mp4", sampleBytes("faults/107-unsupported.mp4"), Verdict::kInvalid, Cause::kUnsupported, ""},
+        {"noise.zmv", stream.substr(0, 13) + std::string(100, '\x7F'), Verdict::kInvalid, Cause::kDamaged,
+         ""},
+    };
+    for (const auto& c : cases) {
+        dir.write(c.name, c.bytes);
+        const InputReport report = vidlint::check(dir.bytes(c.name));
+        EXPECT_EQ(nameOf(report.verdict), nameOf(c.verdict)) << reportText(report);
+        EXPECT_STREQ(nameOf(report.cause), nameOf(c.cause)) << c.name << ": " << reportText(report);
+        EXPECT_EQ(report.otherFormat, c.format) << c.name;
+    }
+    const InputReport missing = vidlint::check(dir.bytes("missing.mp4"));
+    EXPECT_EQ(missing.cause, Cause::kUnreadable);
+    ASSERT_EQ(missing.findings.size(), 1U);
+    EXPECT_EQ(findingText(missing.findings[0]), "error -3 File not found. () errno " + std::to_string(ENOENT));
+}
+
+TEST(Check, SaysUntilWhenAStreamPlays)
+{
+    const TempDir dir;
+    const std::string bytes =
+        ZmvBuilder().data(0, metaData(2)).video(0).audio(0).video(1000).audio(1500).video(2000).bytes();
+    const struct
+    {
+        std::size_t size;
+        const char* report;
+    } cases[] = {
+        {bytes.size(), "until 1500"},
+        {bytes.size() - 1, "until 1000"},
+        {bytes.size() - 40, "until 0"},
+    };
+    for (const auto& c : cases) {
+        dir.write("in.zmv", std::string_view(bytes).substr(0, c.size));
+        const std::string text = reportText(vidlint::check(dir.bytes("in.zmv")));
+        EXPECT_NE(text.substr(0, text.find('\n')).find(c.report), std::string::npos) << c.size << text;
+    }
+}
+
+TEST(Check, KeepsToItsLimits)
+{
+    const TempDir dir;
+    // Audio that stops again and again, each time a stall.
+    ZmvBuilder builder;
+    builder.data(0, metaData(100000));
+    for (unsigned i = 0; i < 1000; ++i)
+        builder.audio(100 * i * 1000 / 1000).video(100 * i + 99);
+    dir.write("warnings.zmv", builder.video(100000000).bytes());
+    Settings settings;
+    settings.maxFindings = 2;
+    settings.durationMargin = 0;
+    const InputReport report = vidlint::check(dir.bytes("warnings.zmv"), settings);
+    EXPECT_LE(report.findings.size(), 3U) << reportText(report);
+
+    dir.write("movie.mp4", sampleBytes("sound.mp4"));
+    Settings small;
+    small.memory = std::make_shared<vidlint::MemoryQuota>(1);
+    EXPECT_EQ(vidlint::check(dir.bytes("movie.mp4"), small).cause, Cause::kResources);
+    EXPECT_EQ(small.memory->used(), 0U);
+
+    std::atomic<bool> cancel{true};
+    Settings cancelled;
+    cancelled.cancel = &cancel;
+    EXPECT_TRUE(vidlint::check(dir.bytes("movie.mp4"), cancelled).cancelled);
+    cancel = false;
+    EXPECT_FALSE(vidlint::check(dir.bytes("movie.mp4"), cancelled).cancelled);
+
+    long long last = 0;
+    long long total = 0;
+    Settings watched;
+    watched.progress = [&](long long done, long long all) {
+        EXPECT_GE(done, last);
+        EXPECT_LE(done, all);
+        last = done;
+        total = all;
+    };
+    (void)vidlint::check(dir.bytes("movie.mp4"), watched);
+    EXPECT_EQ(last, total);
+    EXPECT_EQ(total, static_cast<long long>(sampleBytes("sound.mp4").size()));
+}
+
+TEST(Check, TakesTheSettingsOfTheServer)
+{
+    Settings settings;
+    EXPECT_THROW(settings.set("Mp4/Playback/Unknown", "1"), std::invalid_argument);
+    EXPECT_THROW(settings.set("Mp4/Playback/MaxTracks", "many"), std::invalid_argument);
+    settings.set("Mp4/Playback/MaxTracks", "0");
+    const TempDir dir;
+    dir.write("movie.mp4", sampleBytes("sound.mp4"));
+    EXPECT_EQ(vidlint::check(dir.bytes("movie.mp4")).verdict, Verdict::kValid);
+    EXPECT_EQ(vidlint::check(dir.bytes("movie.mp4"), settings).verdict, Verdict::kInvalid);
+}
+
+TEST(Check, ARepairIsThatOfTheProgram)
+{
+    const TempDir dir;
+    ZmvGenerator generator(propertySeed());
+    unsigned copies = 0;
+    for (unsigned i = 0; i < 300; ++i) {
+        dir.write("in.zmv", generator.file());
+        ReportCapture capture;
+        VideoValidationJob job(capture.writer());
+        job.parameters = parametersFor("ms");
+        job.files = {dir.bytes("in.zmv")};
+        const bool passed = job.validateAllFiles() == 0;
+        Settings settings;
+        settings.fixMetaData = settings.fixVideoStall = true;
+        const InputReport report = vidlint::check(dir.bytes("in.zmv"), settings);
+        ASSERT_EQ(report.verdict == Verdict::kValid, passed);
+        EXPECT_EQ(!report.fixes.empty() && passed, fs::exists(dir.bytes("in.zmv.new"))) << reportText(report);
+        if (!passed || report.fixes.empty())
+            continue;
+        ++copies;
+        EXPECT_FALSE(vidlint::repair(report, dir.bytes("mine")));
+        EXPECT_EQ(dir.read("mine"), dir.read("in.zmv.new"));
+        fs::remove(dir.bytes("in.zmv.new"));
+        fs::remove(dir.bytes("mine"));
+        const auto refused = vidlint::repair(report, dir.bytes("in.zmv"));
+        ASSERT_TRUE(refused);
+        EXPECT_EQ(refused->number, -streams::kCannotCreateFile);
+        dir.write("in.zmv", "another file");
+        ASSERT_TRUE(vidlint::repair(report, dir.bytes("mine")));
+    }
+    EXPECT_GT(copies, 20U);
+}
+
+}  // namespace
+}  // namespace krx::test

@@ -1,0 +1,167 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "vidlint/check.h"
+
+#include "server/KRXSyncFileIo.h"
+#include "server/watchedfileio.h"
+#include "tools/zmvutil/vidlint/src/cause.h"
+#include "tools/zmvutil/vidlint/src/inputfactory.h"
+#include "tools/zmvutil/vidlint/src/reportcollector.h"
+#include "tools/zmvutil/vidlint/src/videofile.h"
+#include "util/autofile.h"
+
+#include <algorithm>
+#include <array>
+#include <fcntl.h>
+#include <filesystem>
+#include <span>
+#include <system_error>
+
+namespace vidlint {
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Enough to know a format by.
+constexpr std::size_t kFirstBytes = 4096;
+
+/// One run of check: fills the report step by step.
+class Check
+{
+public:
+    Check(const std::string& path, const Settings& settings, InputReport& report)
+        : m_settings(settings),
+          m_report(report),
+          m_path(SRString::fromMultiByte(path)),
+          m_io(m_systemIo, settings.cancel, observer()),
+          m_sink(report, settings.maxFindings, m_io)
+    {
+        m_report.path = path;
+    }
+
+    void run()
+    {
+        const CheckEnvironment environment{m_sink, m_io, &m_settings.serverSettings(),
+                                           m_settings.memory.get(), m_settings.cancel};
+        std::shared_ptr<VideoFile> input;
+        CauseFacts facts;
+        facts.end = runInput(m_sink, [&] {
+            m_report.kind = kindOfInput(m_path, environment);
+            measure();
+            input = getVideoFile(m_path, parameters(), environment);
+            input->parse();
+        });
+        if (const WatchedFileIo::Failure* const failure = m_io.failure())
+            facts.systemError = failure->error;
+        m_report.verdict = facts.end == InputEnd::kPassed ? Verdict::kValid : Verdict::kInvalid;
+        describe(input.get(), facts);
+        m_report.cancelled = m_io.wasCancelled() || facts.end == InputEnd::kCancelled;
+        if (m_settings.progress && !m_report.cancelled)
+            m_settings.progress(m_total, m_total);
+    }
+
+private:
+    krx::streams::VideoValidationParameters parameters() const
+    {
+        krx::streams::VideoValidationParameters parameters;
+        parameters.durationMargin = m_settings.durationMargin;
+        parameters.warningsAsErrors = m_settings.warningsAsErrors;
+        parameters.fixMetaData = m_settings.fixMetaData;
+        parameters.fixVideoStall = m_settings.fixVideoStall;
+        return parameters;
+    }
+
+    /// Takes size and identity of the input as they are before the check.
+    void measure()
+    {
+        struct stat64 status = {};
+        if (m_io.stat(m_path, &status, IKrxFileIo::kAny) < 0)
+            return;
+        m_report.identity = {status.st_dev, status.st_ino, status.st_mtim.tv_sec, status.st_mtim.tv_nsec};
+        m_report.size = status.st_size;
+        if (m_report.kind == InputKind::kRecording)
+            m_report.size = sizeOfFolder();
+        m_total = *m_report.size;
+    }
+
+    /// Bytes of the files in the folder; those that cannot be asked have none.
+    long long sizeOfFolder() const
+    {
+        long long size = 0;
+        std::error_code error;
+        fs::directory_iterator entry(m_report.path, error);
+        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
+            std::error_code noSize;
+            const std::uintmax_t bytes = entry->is_regular_file(noSize) ? entry->file_size(noSize) : 0;
+            if (!noSize)
+                size += static_cast<long long>(bytes);
+        }
+        return size;
+    }
+
+    /// What is known besides the findings. Without memory for it, it stays as far as it is.
+    void describe(VideoFile* input, CauseFacts& facts)
+    {
+        std::array<unsigned char, kFirstBytes> firstBytes;
+        if (m_report.verdict == Verdict::kInvalid && m_report.kind != InputKind::kRecording)
+            facts.firstBytes = std::span(firstBytes.data(), readFirst(firstBytes));
+        struct Nobody : CheckSink
+        {
+            bool admitsWarning() override { return false; }
+            void add(const Finding&) override {}
+        } nobody;
+        if (input)
+            (void)runInput(nobody, [&] { input->describe(m_report); });
+        for (const Track& track : m_report.tracks)
+            if (track.plays && track.playsUntil)
+                m_report.playsUntil =
+                    std::min(*track.playsUntil, m_report.playsUntil.value_or(*track.playsUntil));
+        settleCause(m_report, facts);
+    }
+
+    std::size_t readFirst(std::span<unsigned char> bytes)
+    {
+        const IoAutoFile file(&m_systemIo, m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0, nullptr);
+        struct stat64 status = {};
+        if (m_systemIo.fstat(file.get(), &status, IKrxFileIo::kFile) < 0 || !S_ISREG(status.st_mode))
+            return 0;
+        const int n = m_systemIo.read(file.get(), 0, bytes.data(), static_cast<unsigned>(bytes.size()));
+        return n > 0 ? static_cast<std::size_t>(n) : 0;
+    }
+
+    WatchedFileIo::Progress observer()
+    {
+        if (!m_settings.progress)
+            return {};
+        return [this](long long n, long long end) { tellProgress(n, end); };
+    }
+
+    /// n bytes were read, up to the offset end in their file.
+    void tellProgress(long long n, long long end)
+    {
+        const long long done = m_report.kind == InputKind::kRecording ? m_done + n : end;
+        m_done = std::min(std::max(m_done, done), m_total);
+        m_settings.progress(m_done, m_total);
+    }
+
+    const Settings& m_settings;
+    InputReport& m_report;
+    const SRString m_path;
+    SimpleKrxSyncFileIo m_systemIo;
+    WatchedFileIo m_io;
+    ReportCollector m_sink;
+    long long m_done = 0;
+    long long m_total = 0;
+};
+
+}  // namespace
+
+InputReport check(const std::string& path, const Settings& settings)
+{
+    InputReport report;
+    Check(path, settings, report).run();
+    return report;
+}
+
+}  // namespace vidlint
