@@ -7,10 +7,9 @@
 //
 // The exit status is the number of inputs that are invalid or cut short, at most 255.
 
-#include <vidlint/check.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <vidlint/check.h>
 
 namespace {
 
@@ -58,9 +57,9 @@ int main(int argc, char** argv)
     int bad = 0;
     for (int i = 1; i < argc; ++i) {
         const vidlint::InputReport report = vidlint::check(argv[i]);
-        std::printf("%s: %s, %s\n", argv[i], nameOf(report.verdict), nameOf(report.cause));
+        std::printf("%s: %s, %s\n", argv[i], vidlint::nameOf(report.verdict), vidlint::nameOf(report.cause));
         for (const vidlint::Finding& finding : report.findings)
-            print(nameOf(finding.level), finding);
+            print(vidlint::nameOf(finding.level), finding);
         for (const vidlint::Track& track : report.tracks)
             print(track);
         bad += isGood(report) ? 0 : 1;

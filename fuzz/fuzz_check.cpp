@@ -1,8 +1,8 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
-// Checks an input with all settings of the library. The first byte chooses the kind and the settings, the rest
-// is the file; of a recording, index, contexts and one segment, each after its length of 2 bytes.
+// Checks an input with all settings of the library. The first byte chooses the kind and the settings, the
+// rest is the file; of a recording, index, contexts and one segment, each after its length of 2 bytes.
 
 #include "fuzz/fuzzing.h"
 #include "tests/support/reporttext.h"

@@ -3,6 +3,7 @@
 
 #include "tests/support/repairrules.h"
 
+#include "modules/streams/streamparseerror.h"
 #include "server/SRDataParser.h"
 #include "tools/zmvutil/vidlint/src/validationjob.h"
 

@@ -46,8 +46,8 @@ std::string findingText(const vidlint::Finding& finding)
 {
     const vidlint::Place& place = finding.place;
     std::ostringstream out;
-    out << nameOf(finding.level) << ' ' << finding.number << ' ' << finding.text << " (" << place.file
-        << place.path;
+    out << vidlint::nameOf(finding.level) << ' ' << finding.number << ' ' << finding.text << " ("
+        << place.file << place.path;
     if (place.offset >= 0)
         out << " at " << place.offset;
     if (place.track != 0)

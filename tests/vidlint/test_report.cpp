@@ -1,6 +1,7 @@
 // Copyright (C) 2026 The vidlint authors.
 // All rights reserved.
 
+#include "modules/streams/streamparseerror.h"
 #include "tests/vidlint/inputrunner.h"
 #include "tools/zmvutil/vidlint/src/inputfactory.h"
 #include "tools/zmvutil/vidlint/src/textreport.h"
@@ -49,8 +50,7 @@ TEST(Job, WhateverLeavesAnInputEndsThatInputOnly)
          "TIME\tError:\t-5\tFile read error.\tin\n\n", InputEnd::kRefused},
         {[] { throw SRException(SRString(L"other")); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n",
          InputEnd::kRefused},
-        {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n",
-         InputEnd::kOutOfMemory},
+        {[] { throw SROutOfMemory(); }, "TIME\tError:\t-1\tUnknown Error.\tin\n\n", InputEnd::kOutOfMemory},
         {[] { throw std::bad_alloc(); }, "", InputEnd::kOutOfMemory},
         {[] { throw util::Cancelled(); }, "", InputEnd::kCancelled},
         {[] { throw 1; }, "", InputEnd::kRefused},

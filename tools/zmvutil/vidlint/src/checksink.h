@@ -15,8 +15,8 @@ class SRDataArray;
 class CheckSink : public krx::streams::FindingSink
 {
 public:
-    /// Whether facts of the input are wanted besides the fixed report: its tracks, and the warnings of the MP4
-    /// reader.
+    /// Whether facts of the input are wanted besides the fixed report: its tracks, and the warnings of the
+    /// MP4 reader.
     virtual bool wantsFacts() const { return false; }
 
     virtual bool wantsListing() const { return false; }

@@ -55,8 +55,9 @@ vidlint::InputKind kindOfInput(const SRString& path, CheckEnvironment environmen
     return isZmv ? vidlint::InputKind::kZmv : vidlint::InputKind::kMp4;
 }
 
-std::shared_ptr<VideoFile> getVideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                                     CheckEnvironment environment)
+std::shared_ptr<VideoFile> getVideoFile(const SRString& path,
+                                        krx::streams::VideoValidationParameters parameters,
+                                        CheckEnvironment environment)
 {
     switch (kindOfInput(path, environment)) {
         case vidlint::InputKind::kRecording:

@@ -18,14 +18,15 @@ class VideoFile;
 vidlint::InputKind kindOfInput(const SRString& path, CheckEnvironment environment);
 
 /// The input object for a path. Throws StreamParseError.
-std::shared_ptr<VideoFile> getVideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                                     CheckEnvironment environment);
+std::shared_ptr<VideoFile> getVideoFile(const SRString& path,
+                                        krx::streams::VideoValidationParameters parameters,
+                                        CheckEnvironment environment);
 
 /// How the steps of an input ended.
 enum class InputEnd
 {
     kPassed,
-    kRefused,      ///< by a finding
+    kRefused,  ///< by a finding
     kOutOfMemory,
     kCancelled,
 };

@@ -23,9 +23,8 @@ constexpr int kMostBoxes = 4096;
 bool isType(const unsigned char* bytes)
 {
     constexpr unsigned char kCopyrightSign = 0xA9;
-    return std::all_of(bytes, bytes + 4, [](unsigned char c) {
-        return (c >= ' ' && c <= '~') || c == kCopyrightSign;
-    });
+    return std::all_of(bytes, bytes + 4,
+                       [](unsigned char c) { return (c >= ' ' && c <= '~') || c == kCopyrightSign; });
 }
 
 }  // namespace

@@ -45,9 +45,7 @@ bool isDataType(unsigned type)
 
 ZmvFile::ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
                  CheckEnvironment environment)
-    : VideoFile(path, parameters, environment),
-      m_file(*getFileIo(), path),
-      m_fileLength(m_file.length())
+    : VideoFile(path, parameters, environment), m_file(*getFileIo(), path), m_fileLength(m_file.length())
 {
 }
 
