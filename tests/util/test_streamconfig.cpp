@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <string_view>
 
 namespace krx::test {
 namespace {
@@ -37,6 +38,36 @@ TEST(StreamConfig, NumbersChangeOnlyWithinTheirRange)
         EXPECT_TRUE(util::StreamConfig::readConfigUnsigned(&context, "k", value, c.min, c.max)) << c.text;
         EXPECT_EQ(value, c.expected) << c.text;
     }
+}
+
+TEST(StreamConfig, AValidValueIsReadAsItStands)
+{
+    using util::SettingKey;
+    const SettingKey flag{"k", SettingKey::Kind::kBool, 0, 0};
+    const SettingKey number{"k", SettingKey::Kind::kNumber, 5, 0xFFFFFFFF};
+    const struct
+    {
+        const char* text;
+        bool isFlag, isNumber;
+    } cases[] = {
+        {"true", true, false},        {"false", true, false}, {"True", false, false}, {"true ", false, false},
+        {"", false, false},           {"5", false, true},     {"4", false, false},    {"0005", false, true},
+        {"4294967295", false, true},  {"-5", false, false},   {"+5", false, false},   {" 5", false, false},
+        {"4294967296", false, false}, {"5 ", false, false},   {"0x5", false, false},  {"5.0", false, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.text);
+        EXPECT_EQ(isValidSetting(flag, c.text), c.isFlag);
+        EXPECT_EQ(isValidSetting(number, c.text), c.isNumber);
+        RecordingContext context(nullptr, {{"k", c.text}});
+        unsigned value = 7;
+        util::StreamConfig::readConfigUnsigned(&context, "k", value, number.min, number.max);
+        if (c.isNumber) {
+            const std::string text = c.text;
+            EXPECT_EQ(std::to_string(value), text.substr(text.find_first_not_of('0')));
+        }
+    }
+    EXPECT_FALSE(isValidSetting(number, std::string_view("5\0", 2)));
 }
 
 }  // namespace

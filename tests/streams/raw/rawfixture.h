@@ -12,6 +12,17 @@ namespace krx::test {
 
 constexpr const char* kDir = "rec";
 
+/// Keeps the findings, and counts what it is asked.
+struct KeptFindings : streams::FindingSink
+{
+    std::vector<streams::Finding> findings{};
+    unsigned asked = 0;
+    unsigned mostWarnings = 0xFFFFFFFF;  ///< that are admitted
+
+    bool admitsWarning() override { return asked++ < mostWarnings; }
+    void add(const streams::Finding& finding) override { findings.push_back(finding); }
+};
+
 /// A stream in memory with all that surrounds it.
 struct RawFixture
 {

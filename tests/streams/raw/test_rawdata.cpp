@@ -52,31 +52,32 @@ TEST(RawDataTest, FaultyFilesAreReportedAndLeaveTheStreamEmpty)
         std::string file;
         std::string content;
         std::string text;
+        long long offset;
     } cases[] = {
-        {"index", "", shortRead + "0"},
-        {"index", sound(3), shortRead + "3"},
-        {"index", sound(15), shortRead + "2"},
-        {"index", sound(17 + 24), shortRead + "0"},
-        {"index", sound(17 + 24 + 7), shortRead + "7"},
-        {"index", sound(17 + 24 + 8 + 5), shortRead + "5"},
-        {"index", sound(17 + 24 + 16 + 3), shortRead + "3"},
-        {"index", sound(17 + 24 + 20 + 1), shortRead + "1"},
-        {"index", claiming("\xFF\xFF\xFF\xFF"), shortRead + "0"},
-        {"index", sound() + "x", "Failed to read index file successfully."},
-        {"index", indexOf({{5, 4, 0, 1}}), bounds + "start = 5, end = 4"},
-        {"index", indexOf({{0, kMost, 0, 1}}), bounds + "start = 0, end = 9223372036854775807"},
+        {"index", "", shortRead + "0", 0},
+        {"index", sound(3), shortRead + "3", 3},
+        {"index", sound(15), shortRead + "2", 15},
+        {"index", sound(17 + 24), shortRead + "0", 41},
+        {"index", sound(17 + 24 + 7), shortRead + "7", 48},
+        {"index", sound(17 + 24 + 8 + 5), shortRead + "5", 54},
+        {"index", sound(17 + 24 + 16 + 3), shortRead + "3", 60},
+        {"index", sound(17 + 24 + 20 + 1), shortRead + "1", 62},
+        {"index", claiming("\xFF\xFF\xFF\xFF"), shortRead + "0", 65},
+        {"index", sound() + "x", "Failed to read index file successfully.", 65},
+        {"index", indexOf({{5, 4, 0, 1}}), bounds + "start = 5, end = 4", 17},
+        {"index", indexOf({{0, kMost, 0, 1}}), bounds + "start = 0, end = 9223372036854775807", 17},
         {"index", indexOf({{0, 9, 0, 10}, {10, 19, 11, 20}}),
-         lineUp + " time = 11, previous segment end time = 10"},
-        {"index", indexOf({{0, 9, 0, 10}, {11, 19, 10, 20}}), lineUp + " = 11, previous segment end = 9"},
+         lineUp + " time = 11, previous segment end time = 10", 41},
+        {"index", indexOf({{0, 9, 0, 10}, {11, 19, 10, 20}}), lineUp + " = 11, previous segment end = 9", 41},
         {"index", indexOf({{0, 9, 0, 10}, {-11, 19, 11, 20}}),
-         lineUp + " time = 11, previous segment end time = 10"},
+         lineUp + " time = 11, previous segment end time = 10", 41},
         {"index", indexOf({{-5, -1, 0, 4294967295}, {-2, 19, 4294967295, 20}}),
-         lineUp + " = -2, previous segment end = -1"},
-        {"contexts", "\x02", kUnparsed},
-        {"contexts", Amf().string("text").bytes(), kUnparsed},
-        {"contexts", RawBuilder::contextsFile({element}).substr(0, 40), kUnparsed},
-        {"contexts", RawBuilder::contextsFile({element, Amf().number(1).bytes()}), kUnparsed},
-        {"contexts", std::string("\x0A\xFF\xFF\xFF\xFF", 5) + element, kUnparsed},
+         lineUp + " = -2, previous segment end = -1", 41},
+        {"contexts", "\x02", kUnparsed, 1},
+        {"contexts", Amf().string("text").bytes(), kUnparsed, 7},
+        {"contexts", RawBuilder::contextsFile({element}).substr(0, 40), kUnparsed, 37},
+        {"contexts", RawBuilder::contextsFile({element, Amf().number(1).bytes()}), kUnparsed, 134},
+        {"contexts", std::string("\x0A\xFF\xFF\xFF\xFF", 5) + element, kUnparsed, 5},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.text + " in " + c.file);
@@ -88,6 +89,18 @@ TEST(RawDataTest, FaultyFilesAreReportedAndLeaveTheStreamEmpty)
         EXPECT_EQ(raw.data.getEndPosition(), 0);
         EXPECT_EQ(raw.data.getDuration(), 0U);
         EXPECT_EQ(raw.data.getContexts()->numContexts(), 0U);
+
+        KeptFindings sink;
+        raw.data.setFindingSink(&sink);
+        EXPECT_FALSE(raw.data.load());
+        EXPECT_EQ(raw.context.takeFindings(), Lines());
+        ASSERT_EQ(sink.findings.size(), 2U);
+        EXPECT_EQ(sink.findings[0].text, c.text);
+        EXPECT_EQ(sink.findings[1].number, -32);
+        for (const streams::Finding& finding : sink.findings) {
+            EXPECT_EQ(finding.place.file, c.file);
+            EXPECT_EQ(finding.place.offset, c.offset);
+        }
     }
 }
 
