@@ -101,9 +101,9 @@ TrackInfo& FragmentLoader::read(TrackFragment& fragment, FilePos end)
         if (!track && box.type != fourCC("tfhd"))
             break;
         if (!track)
-            track = &readHeader(fragment);
+            m_reader.inside(box, 0, [&] { track = &readHeader(fragment); });
         else if (box.type == fourCC("trun"))
-            readRun(m_reader, fragment);
+            m_reader.inside(box, 0, [&] { readRun(m_reader, fragment); });
         m_reader.skipTo(box.end);
     }
     if (!track)
