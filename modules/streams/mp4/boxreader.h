@@ -116,11 +116,13 @@ public:
     /// Gives the fault the place of the innermost open box, unless it has one. Outside of all boxes it is the
     /// position.
     void addPlace(krx::streams::StreamParseError& error) const;
-    /// Throws the fault with that offset, in the open boxes.
+    /// The offset in the open boxes, with the track.
+    krx::streams::Place placeAt(krx::util::FilePos offset) const;
+    /// Throws the fault with the place of placeAt.
     [[noreturn]] void failAt(krx::util::FilePos offset, krx::streams::ParseStatus status) const;
     /// Warns, with the place of addPlace.
     void warn(krx::streams::ParseStatus status);
-    /// Warns about the bytes at the offset, which are in the open boxes.
+    /// Warns, with the place of placeAt.
     void warnAt(krx::util::FilePos offset, krx::streams::ParseStatus status);
     /// Warns with the name of the box, which is the innermost open one or in it.
     void warnAboutBox(krx::streams::ParseStatus status, const BoxHeader& box);
@@ -174,7 +176,6 @@ private:
     }
     void logHeader(const BoxHeader& box) const;
     void printLine(std::string_view text) const;
-    krx::streams::Place placeAt(krx::util::FilePos offset) const;
     bool askSink() const { return m_findingSink && m_findingSink->admitsWarning(); }
     bool isUsed(bool admitted) const;
     void deliver(const krx::streams::StreamParseError& warning, bool admitted) const;

@@ -112,10 +112,16 @@ TrackInfo& FragmentLoader::read(TrackFragment& fragment, FilePos end)
         const BoxHeader box = m_reader.readHeader(traf);
         if (!track && box.type != fourCC("tfhd"))
             break;
-        if (!track)
-            track = &readHeader(fragment);
-        else if (box.type == fourCC("trun"))
-            readRun(m_reader, fragment);
+        try {
+            if (!track)
+                track = &readHeader(fragment);
+            else if (box.type == fourCC("trun"))
+                readRun(m_reader, fragment);
+        } catch (StreamParseError& error) {
+            // Opened for its place alone: there may be very many of these boxes.
+            m_reader.inside(box, 0, [&] { m_reader.addPlace(error); });
+            throw;
+        }
         m_reader.skipTo(box.end);
     }
     if (!track)

@@ -46,6 +46,9 @@ struct TagEntry
 
 struct ChapterEntry
 {
+    /// Bytes in front of the title: the time and the length.
+    static constexpr unsigned kPrefix = 9;
+
     unsigned long long time = 0;  ///< movie timescale units
     std::string_view title;       ///< at most 255 characters; valid as long as the movie
 };
@@ -115,7 +118,8 @@ struct Movie
 
     ByteStore texts;  ///< contents of tags, and titles
     std::deque<TagEntry> tags;
-    std::deque<ChapterEntry> chapters;
+    std::deque<ChapterEntry> chapters;  ///< of one box, in file order
+    krx::streams::Place firstChapterPlace;
     std::vector<ProgressiveEntry> progressive;
     /// The XMP text, zero-terminated; its used length excludes the zero. Null until there is one.
     std::unique_ptr<SRMemory> xmp;

@@ -13,6 +13,11 @@ void expectFaults(const std::vector<FaultCase>& cases)
         const auto parsed = parseFile(c.bytes, c.config);
         EXPECT_EQ(parsed->error, c.error) << c.name;
         EXPECT_EQ(parsed->warnings, c.warnings) << c.name;
+        for (const streams::Finding& finding : parsed->sink.findings)
+            EXPECT_GE(finding.place.offset, 0) << c.name << ": " << finding.number;
+        // A box that is missing in the whole file is nowhere.
+        const bool isSomewhere = c.error != 0 && c.error != streams::kNoMovieBox;
+        EXPECT_EQ(parsed->errorPlace.offset >= 0, isSomewhere) << c.name;
     }
 }
 

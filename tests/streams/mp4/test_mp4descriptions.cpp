@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <initializer_list>
 #include <memory>
 
 namespace krx::test {
@@ -275,7 +276,7 @@ TEST(Mp4Descriptions, Languages)
     EXPECT_EQ(mp4::languageOf(0x55C4), "und");
     EXPECT_EQ(mp4::languageOf(0x0421), "aaa");
     // A number of another kind of code, a letter after the last one, a set top bit.
-    for (const unsigned short packed : {0, 11, 0x7FFF, 0x15DB, 0x95C7})
+    for (const unsigned short packed : std::initializer_list<unsigned short>{0, 11, 0x7FFF, 0x15DB, 0x95C7})
         EXPECT_EQ(mp4::languageOf(packed), "") << packed;
 }
 

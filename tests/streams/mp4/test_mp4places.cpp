@@ -3,9 +3,11 @@
 
 #include "tests/streams/mp4/parserfixture.h"
 #include "tests/support/mp4samples.h"
+#include "util/bigendian.h"
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
 
 namespace krx::test {
@@ -29,8 +31,8 @@ std::vector<std::string> placesOf(const ParsedFile& parsed)
     return lines;
 }
 
-/// The innermost box of the path starts at the offset, and the track is the one in the path. In the samples
-/// the n-th track has the ID n.
+/// The innermost box of the path is at the offset or, for a fault in its content, around it; and the track is
+/// the one in the path. In the samples the n-th track has the ID n.
 void expectConsistent(const std::string& bytes, int status, const streams::Place& place)
 {
     ASSERT_GE(place.offset, 0);
@@ -38,10 +40,18 @@ void expectConsistent(const std::string& bytes, int status, const streams::Place
         return;
     const std::string innermost = place.path.substr(place.path.rfind('/') + 1);
     const auto offset = static_cast<std::size_t>(place.offset);
-    if (status == streams::kExtraneousBytes)
+    const std::set<int> inContent = {streams::kInvalidSampleSize, streams::kInvalidChapterTime,
+                                     streams::kUnsupportedEditList, streams::kInvalidSampleDuration};
+    if (status == streams::kExtraneousBytes) {
         EXPECT_EQ(bytes.substr(offset, 4), std::string(4, '\0'));
-    else
+    } else if (inContent.count(status) == 0) {
         EXPECT_EQ(bytes.substr(offset + 4, 4), innermost.substr(0, 4));
+    } else {
+        const std::size_t type = bytes.rfind(innermost.substr(0, 4), offset);
+        ASSERT_NE(type, std::string::npos);
+        const auto* size = reinterpret_cast<const unsigned char*>(bytes.data()) + type - 4;
+        EXPECT_LT(offset, type - 4 + util::loadBig32(size));
+    }
     const bool inTrack = place.path.starts_with("moov/trak[") && status != streams::kTooManyTracks;
     EXPECT_EQ(place.track, inTrack ? std::stoul(place.path.substr(10)) : 0U);
 }
@@ -71,6 +81,14 @@ TEST(Mp4Places, Table)
     second.description = stsd({videoEntry("VP62"), audioEntry("alac")});
     TrackBoxes oldDescriptor;
     oldDescriptor.description = stsd({audioEntry("mp4a", fullBox("esds", "", 1))});
+    TrackBoxes durations;
+    durations.times = tableBox("stts", 3, {1, 5, 1, 5, 1, 0x80000000U});
+    TrackBoxes sizes;
+    sizes.sizes = stsz(0, 2, {10, 1U << 30});
+    TrackBoxes constantSize;
+    constantSize.sizes = stsz(1U << 30, 2);
+    TrackBoxes edits;
+    edits.inTrack = box("edts", elst({{0, -1}, {5, 0}, {5, -1}, {5, 0, 0}}));
     const std::string extends = box("mvex", fullBox("trex", Fields().u32(1).zeros(16)));
     const std::string moof =
         box("moof", fullBox("mfhd", Fields().u32(1)) + box("traf", fullBox("tfhd", Fields().u32(1))));
@@ -103,7 +121,19 @@ TEST(Mp4Places, Table)
         {"cut fragment header",
          movieFile(TrackBoxes().bytes() + extends) +
              box("moof", box("traf", fullBox("tfhd", Fields().u32(1), 0, 1))),
-         {"117 at 596 in 'moof[1]/traf[1]' of 1"}},
+         {"117 at 604 in 'moof[1]/traf[1]/tfhd' of 1"}},
+        {"run without its samples",
+         movieFile(TrackBoxes().bytes() + extends) +
+             box("moof",
+                 box("traf", fullBox("tfhd", Fields().u32(1)) + fullBox("trun", Fields().u32(9), 0, 0x100))),
+         {"28 at 620 in 'moof[1]/traf[1]/trun' of 1"}},
+        {"third duration", trackFile(durations), {"125 at 380 in 'moov/trak[1]/mdia/minf/stbl/stts' of 1"}},
+        {"second size", trackFile(sizes), {"23 at 424 in 'moov/trak[1]/mdia/minf/stbl/stsz' of 1"}},
+        {"constant size", trackFile(constantSize), {"23 at 412 in 'moov/trak[1]/mdia/minf/stbl/stsz' of 1"}},
+        {"fourth edit", trackFile(edits), {"118 at 300 in 'moov/trak[1]/edts/elst' of 1"}},
+        {"second chapter",
+         movieFile(box("udta", fullBox("chpl", Fields().u8(2).u64(1).u8(3).raw("one").u64(2001).u8(0)))),
+         {"24 at 173 in 'moov/udta/chpl' of 0"}},
         {"item",
          movieFile(box("udta", fullBox("meta", box("ilst", box("\xA9nam", sizedBox(4, "data")))))),
          {"18 at 176 in 'moov/udta/meta/ilst/\xC2\xA9"

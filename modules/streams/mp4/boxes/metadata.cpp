@@ -136,10 +136,11 @@ void readStringTag(BoxReader& in, const BoxHeader& box, Movie& movie)
 
 void readChapterList(BoxReader& in, const BoxHeader& box, Movie& movie)
 {
-    constexpr unsigned kSmallestEntry = 9;
     // The count is not trusted: the entries fill the box.
     in.skip(box.version == 0 ? 1 : 5);
-    while (in.bytesLeft(box.end) >= kSmallestEntry) {
+    while (in.bytesLeft(box.end) >= ChapterEntry::kPrefix) {
+        if (movie.chapters.empty())
+            movie.firstChapterPlace = in.placeAt(in.position());
         ChapterEntry chapter;
         chapter.time = in.readU64();
         const unsigned length = in.readU8();

@@ -5,6 +5,8 @@
 #include "modules/streams/mp4/boxwalk.h"
 #include "modules/streams/mp4/mp4errors.h"
 
+#include <utility>
+
 namespace krx::mp4 {
 namespace {
 
@@ -19,9 +21,15 @@ constexpr unsigned timesSize(unsigned version)
 
 void checkChapters(const Movie& movie)
 {
-    for (const ChapterEntry& chapter : movie.chapters)
-        if (chapter.time > movie.duration)
-            throw StreamParseError(krx::streams::kInvalidChapterTime);
+    krx::streams::Place place = movie.firstChapterPlace;
+    for (const ChapterEntry& chapter : movie.chapters) {
+        if (chapter.time > movie.duration) {
+            StreamParseError error(krx::streams::kInvalidChapterTime);
+            error.setPlace(std::move(place));
+            throw error;
+        }
+        place.offset += ChapterEntry::kPrefix + static_cast<krx::util::FilePos>(chapter.title.size());
+    }
 }
 
 /// Returns false when the box names no track.

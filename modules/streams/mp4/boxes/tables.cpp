@@ -12,6 +12,7 @@ namespace krx::mp4 {
 namespace {
 
 using krx::streams::StreamParseError;
+using krx::util::FilePos;
 
 constexpr unsigned kTopBit = 0x80000000U;
 
@@ -44,50 +45,54 @@ unsigned unionOf(const unsigned char* p, std::size_t count)
     return krx::util::fromBigEndian(bits);
 }
 
-unsigned largestOf(const WordColumn& numbers, unsigned count)
+/// The first of count numbers that is at least least; count when there is none.
+unsigned firstFrom(const WordColumn& numbers, unsigned count, unsigned long long least)
 {
-    unsigned largest = 0;
-    for (unsigned i = 0; i < count; ++i)
-        largest = std::max(largest, numbers[i]);
-    return largest;
+    unsigned i = 0;
+    while (i < count && numbers[i] < least)
+        ++i;
+    return i;
 }
 
-[[noreturn]] void refuseEditList()
+/// at: of the bytes that are not supported.
+[[noreturn]] void refuseEditList(const BoxReader& in, FilePos at)
 {
-    throw StreamParseError(krx::streams::kUnsupportedEditList);
+    in.failAt(at, krx::streams::kUnsupportedEditList);
 }
 
 /// Supports only lists where gaps and media alternate, media comes last, and no media time decreases.
 void readEditListEntries(BoxReader& in, EditList& list, MemoryCharge& charge)
 {
+    const FilePos start = in.position();
     const unsigned version = in.readU8();
     in.skip(3);  // flags
     if (version > 1)
-        refuseEditList();
+        refuseEditList(in, start);
     const unsigned count = in.readU32();
     const unsigned entrySize = version == 1 ? 20 : 12;
     if (count > in.bytesLeft(in.fileSize()) / entrySize)
-        refuseEditList();
+        refuseEditList(in, start + 4);
     charge.add(in.memory(), static_cast<unsigned long long>(count) * sizeof(EditListEntry));
     list.entries.reserve(count);
 
     long long mediaTime = 0;
     for (unsigned i = 0; i < count; ++i) {
+        const FilePos entryStart = in.position();
         EditListEntry entry;
         entry.duration = version == 1 ? in.readU64() : in.readU32();
         entry.mediaTime =
             version == 1 ? static_cast<long long>(in.readU64()) : static_cast<int>(in.readU32());
         if (EditList::isGapEntry(i, count)) {
             if (entry.mediaTime != -1)
-                refuseEditList();
+                refuseEditList(in, entryStart);
         } else {
             if (entry.mediaTime < mediaTime)
-                refuseEditList();
+                refuseEditList(in, entryStart);
             mediaTime = entry.mediaTime;
         }
         entry.rate = in.readU32();
         if (entry.rate == 0)
-            refuseEditList();
+            refuseEditList(in, entryStart);
         list.entries.push_back(entry);
     }
 }
@@ -96,11 +101,14 @@ void readEditListEntries(BoxReader& in, EditList& list, MemoryCharge& charge)
 
 void readTimeToSample(BoxReader& in, const BoxHeader&, TrackInfo& track)
 {
+    constexpr unsigned kEntrySize = 8;
+    constexpr unsigned kDelta = 4;  // after the count
     PageableArray<TimeToSample>& table = track.timeToSample;
-    readTable(in, table, 8);
-    constexpr std::size_t kDelta = 4;  // after the count
-    if (table.size() != 0 && (unionOf<8>(table.at(0) + kDelta, table.size()) & kTopBit) != 0)
-        in.warn(krx::streams::kInvalidSampleDuration);
+    readTable(in, table, kEntrySize);
+    if (table.size() == 0 || (unionOf<kEntrySize>(table.at(0) + kDelta, table.size()) & kTopBit) == 0)
+        return;
+    const unsigned first = firstFrom(table.words(0, kDelta), table.size(), kTopBit);
+    in.warnAt(in.position() + FilePos{first} * kEntrySize, krx::streams::kInvalidSampleDuration);
 }
 
 void readCompositionToSample(BoxReader& in, const BoxHeader&, TrackInfo& track)
@@ -126,24 +134,27 @@ void readSyncSample(BoxReader& in, const BoxHeader&, TrackInfo& track)
 
 void readSampleSize(BoxReader& in, const BoxHeader& box, TrackInfo& track)
 {
+    constexpr unsigned kEntrySize = 4;
+    const FilePos constantPos = in.position();
     track.constantSampleSize = in.readU32();
     track.sampleCount = in.readU32();
-    const auto limit = std::min<long long>(in.fileSize(), in.config().MaxSampleSize);
-    unsigned largest = track.constantSampleSize;
-    if (largest == 0) {
-        const unsigned tableSize = track.sampleCount * 4;  // wraps; the table's own check is exact
-        if (in.bytesLeft(box.end) < tableSize)
-            throw StreamParseError(krx::streams::kInvalidEntryCount);
-        loadTable(in, track.sampleSizes, track.sampleCount, 4);
-        if (track.sampleCount == 0)
-            return;
-        // No size exceeds the union of their bits, which mostly shows that none is too large.
-        largest = unionOf<4>(track.sampleSizes.at(0), track.sampleCount);
-        if (largest >= limit)
-            largest = largestOf(track.sampleSizes.words(0), track.sampleCount);
+    const auto limit =
+        static_cast<unsigned long long>(std::min<long long>(in.fileSize(), in.config().MaxSampleSize));
+    if (track.constantSampleSize != 0) {
+        if (track.constantSampleSize >= limit)
+            in.failAt(constantPos, krx::streams::kInvalidSampleSize);
+        return;
     }
-    if (largest >= limit)
-        throw StreamParseError(krx::streams::kInvalidSampleSize);
+    const unsigned tableSize = track.sampleCount * kEntrySize;  // wraps; the table's own check is exact
+    if (in.bytesLeft(box.end) < tableSize)
+        throw StreamParseError(krx::streams::kInvalidEntryCount);
+    loadTable(in, track.sampleSizes, track.sampleCount, kEntrySize);
+    // No size exceeds the union of their bits, which mostly shows that none is too large.
+    if (track.sampleCount == 0 || unionOf<kEntrySize>(track.sampleSizes.at(0), track.sampleCount) < limit)
+        return;
+    const unsigned first = firstFrom(track.sampleSizes.words(0), track.sampleCount, limit);
+    if (first < track.sampleCount)
+        in.failAt(in.position() + FilePos{first} * kEntrySize, krx::streams::kInvalidSampleSize);
 }
 
 void readSampleFlags(BoxReader& in, const BoxHeader& box, TrackInfo& track)
@@ -162,18 +173,21 @@ void readEditList(BoxReader& in, const BoxHeader& box, TrackInfo& track)
     auto list = std::make_shared<EditList>();
     list->filePos = box.start;
     MemoryCharge charge;
+    FilePos refused = box.start;
     try {
         readEditListEntries(in, *list, charge);
         list->freeSize = readReservedRoom(in, box).value_or(0);
         charge.keep();
     } catch (const MemoryLimitError&) {
         throw;
-    } catch (const StreamParseError&) {
+    } catch (const StreamParseError& error) {
         list.reset();
+        if (error.hasPlace())
+            refused = error.place().offset;
     }
     track.editList = list;
     if (!list)
-        in.warn(krx::streams::kUnsupportedEditList);
+        in.warnAt(refused, krx::streams::kUnsupportedEditList);
 }
 
 std::optional<long long> readReservedRoom(BoxReader& in, const BoxHeader& parent)
