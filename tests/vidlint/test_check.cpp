@@ -59,7 +59,7 @@ public:
         std::error_code ignored;
         for (unsigned i = 0; i < count; ++i) {
             const std::string& from = sound[i % sound.size()];
-            if (!fs::exists(from, ignored))
+            if (!fs::is_regular_file(from, ignored) && !fs::is_directory(from, ignored))
                 continue;
             const fs::path to =
                 dir.bytes("damaged" + std::to_string(i)) + fs::path(from).extension().string();
@@ -195,8 +195,9 @@ const std::string& sampleBytes(const std::string& name)
 
 std::string replaced(std::string text, const std::string& from, const std::string& to)
 {
-    const std::size_t at = text.find(from);
-    return at == std::string::npos ? text : text.replace(at, from.size(), to);
+    for (std::size_t at = text.find(from); at != std::string::npos; at = text.find(from, at))
+        text.replace(at, from.size(), to);
+    return text;
 }
 
 TEST(Check, NamesWhatToDo)

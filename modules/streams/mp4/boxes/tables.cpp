@@ -107,7 +107,7 @@ void readTimeToSample(BoxReader& in, const BoxHeader&, TrackInfo& track)
     readTable(in, table, kEntrySize);
     if (table.size() == 0 || (unionOf<kEntrySize>(table.at(0) + kDelta, table.size()) & kTopBit) == 0)
         return;
-    const unsigned first = firstFrom(table.words(0, kDelta), table.size(), kTopBit);
+    const unsigned first = firstFrom({table.at(0) + kDelta, kEntrySize}, table.size(), kTopBit);
     in.warnAt(in.position() + FilePos{first} * kEntrySize, krx::streams::kInvalidSampleDuration);
 }
 
