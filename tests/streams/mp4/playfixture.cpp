@@ -42,8 +42,10 @@ PlayedFile::PlayedFile(std::string bytes, bool aggregates, unsigned maxAggregate
       context(&io),
       data("dir/movie.mp4", &context, &io, 0, configOf(aggregates, maxAggregate))
 {
-    data.getFile().setWarningObserver(
-        [this](const streams::StreamParseError& warning) { warnings.push_back(warning.getStatus()); });
+    data.getFile().setWarningObserver([this](const streams::StreamParseError& warning) {
+        warnings.push_back(warning.getStatus());
+        places.push_back(warning.place());
+    });
     status = data.init();
 }
 

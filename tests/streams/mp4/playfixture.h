@@ -34,7 +34,8 @@ public:
     RecordingContext context;
     mp4::Mp4Data data;
     mp4::StreamLoadStatus status;
-    std::vector<int> warnings;  ///< that opening met
+    std::vector<int> warnings;           ///< that opening met
+    std::vector<streams::Place> places;  ///< of these
 };
 
 /// A track of samples that all have the size and duration given.
