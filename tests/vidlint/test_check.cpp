@@ -228,7 +228,8 @@ TEST(Check, NamesWhatToDo)
          Verdict::kInvalid, Cause::kOtherFormat, "Matroska"},
         {"zmv.mp4", stream, Verdict::kInvalid, Cause::kOtherFormat, "ZMV"},
         {"movie.zmv", movie, Verdict::kInvalid, Cause::kOtherFormat, "MP4"},
-        {"codec.mp4", replaced(replaced(movie, "avc1", "hev1"), "mp4a", "alac"), Verdict::kInvalid, Cause::kUnsupported, ""},
+        {"codec.mp4", replaced(replaced(movie, "avc1", "hev1"), "mp4a", "alac"), Verdict::kInvalid,
+         Cause::kUnsupported, ""},
         {"noise.zmv", stream.substr(0, 13) + std::string(100, '\x7F'), Verdict::kInvalid, Cause::kDamaged,
          ""},
     };

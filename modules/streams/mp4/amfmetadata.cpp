@@ -111,7 +111,7 @@ private:
         auto length = static_cast<double>(track.getContentLength());
         if (length <= 0) {
             // A fragmented file states no length; it follows from the times of its samples.
-            samples = static_cast<double>(track.samplesPassed);
+            samples = track.samplesPassed;
             length = static_cast<double>(track.timePassed);
         }
         if (length > 0)

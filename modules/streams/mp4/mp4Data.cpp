@@ -5,6 +5,7 @@
 
 #include "interfaces/IQVStreamContext.h"
 #include "modules/streams/mp4/walkbudget.h"
+#include "util/fileholes.h"
 
 #include <algorithm>
 #include <limits>
@@ -346,6 +347,34 @@ void Mp4Data::releaseTables()
             else if (table.isInit())
                 table.clearPage(m_tablePage);
         });
+}
+
+std::vector<TrackExtent> Mp4Data::findExtents(krx::util::FileHoles* holes)
+{
+    if (!m_isWalked || (holes && holes->hasHole())) {
+        if (!m_loaded)
+            releaseTables();
+        const AutoMp4Open open(&m_io);
+        PlayExtent extents(m_io, m_config, holes);
+        extents.setQuota(m_quota);
+        extents.setCancel(m_cancel);
+        return extents.find();
+    }
+    std::vector<TrackExtent> extents;
+    for (const TrackInfo* track : m_file.getTrackVec()) {
+        if (!track->isValid())
+            continue;
+        TrackExtent& extent = extents.emplace_back();
+        extent.trackId = track->trackId;
+        extent.samples = track->sampleTotal;
+        if (extent.samples == 0)
+            continue;
+        extent.firstTime = track->startMillis;
+        extent.lastTime = track->endMillis;
+        if (makesMessages(*track))
+            extent.playsUntil = extent.lastTime;
+    }
+    return extents;
 }
 
 void Mp4Data::setMsgTypes()

@@ -10,6 +10,7 @@
 #include "modules/streams/mp4/mp4config.h"
 #include "modules/streams/mp4/mp4cursor.h"
 #include "modules/streams/mp4/mp4fileio.h"
+#include "modules/streams/mp4/playextent.h"
 #include "modules/streams/mp4/seekable.h"
 #include "modules/streams/streamloadstatus.h"
 
@@ -79,6 +80,10 @@ public:
     /// from the first sample on; every other fault is thrown as a StreamParseError. A finding of the walk
     /// over the samples has track, sample, time and message in its place, as far as they are known.
     void subInitPlayback(int loadType);
+    /// How much of each valid track there is, also of a file that was refused. holes: of the file; null for
+    /// none. Reads the file again if the walk over its samples has not come to its end, and when there are
+    /// holes. Throws what PlayExtent::find does.
+    std::vector<TrackExtent> findExtents(krx::util::FileHoles* holes);
 
     /// False, and bounds unchanged, when no segment holds the time (ms) or the position.
     bool findSegmentByTime(unsigned time, SegmentBounds* bounds) const;

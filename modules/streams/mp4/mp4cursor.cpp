@@ -113,7 +113,15 @@ void Mp4Cursor::advance()
     if (m_active < 0)
         throw krx::streams::StreamParseError(krx::streams::kTableReadError);
     const auto track = static_cast<std::size_t>(m_active);
-    m_tracks[track].advance();
+    const unsigned passed = m_tracks[track].passedSamples();
+    try {
+        m_tracks[track].advance();
+    } catch (krx::streams::StreamParseError& fault) {
+        // The fault is in a sample whose message is counted.
+        if (m_tracks[track].passedSamples() == passed && m_index != 0)
+            fault.place().message = m_index - 1;
+        throw;
+    }
     updateTrack(track);
 }
 

@@ -45,7 +45,7 @@ public:
     {
         return m_active < 0 ? nullptr : &m_tracks[static_cast<std::size_t>(m_active)];
     }
-    /// Moves the active track on. At the end throws kTableReadError.
+    /// Moves the active track on, whose message is counted. At the end throws kTableReadError.
     void advance();
     /// Passes samples of all tracks in their order and counts them as messages, while the steps are plain,
     /// the samples keep to the limits, and the tally allows it. False when it passed none.

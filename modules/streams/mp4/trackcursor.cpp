@@ -453,7 +453,7 @@ void TrackCursor::addPlace(krx::streams::Place& place) const
     if (place.track == 0)
         place.track = m_track->trackId;
     if (place.sample == 0)
-        place.sample = static_cast<long long>(m_passedSamples + (atEndOfTrack() ? 0 : 1));
+        place.sample = static_cast<long long>(m_passedSamples) + (atEndOfTrack() ? 0 : 1);
     if (place.time < 0)
         place.time = toMillis(m_decodeTime, m_timescale);
 }

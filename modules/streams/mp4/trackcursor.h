@@ -144,7 +144,7 @@ public:
     /// The same for all samples up to the first one at endMillis or later. Returns how many it passed.
     unsigned walkStretch(const WalkLimits& limits, WalkTally& tally, unsigned long long endMillis);
     /// Samples that this cursor has passed, those in fragments included.
-    unsigned long long passedSamples() const { return m_passedSamples; }
+    unsigned passedSamples() const { return m_passedSamples; }
     /// Adds track, sample and time of the current step to the place, unless they are set. After a failure,
     /// these are those of the sample at which the step failed.
     void addPlace(krx::streams::Place& place) const;
@@ -242,11 +242,11 @@ private:
     unsigned long long m_decodeTime = 0;
     unsigned long long m_delay = 0;
     unsigned long long m_fileOffset = 0;  ///< stale at the end of a stretch, until it is settled
-    unsigned long long m_passedSamples = 0;
     double m_timescale = m_track->timescale;
     unsigned m_millis = 0;
     unsigned m_stepCount = 0;
     unsigned m_sampleNumber = 0;
+    unsigned m_passedSamples = 0;
     unsigned m_limit = 0;
     bool m_limited = false;
     bool m_inMovieBox = true;

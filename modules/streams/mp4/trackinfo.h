@@ -141,11 +141,11 @@ public:
 
     // What the walk over the samples met (Mp4Data::subInitPlayback). Where it ended early, this is what came
     // before. Times of messages: ms, with the delays of the edit list, at most those of 32 bits.
-    unsigned long long sampleTotal = 0;    ///< with the one that the file ends in
-    unsigned long long samplesPassed = 0;  ///< without it
-    unsigned long long timePassed = 0;     ///< decode time after these, without gaps; media timescale units
-    unsigned startMillis = 0;              ///< start of the first sample; 0 without samples
-    unsigned endMillis = 0;  ///< end of the last one; of a walk that ended early, where it stands
+    unsigned sampleTotal = 0;           ///< with the one that the file ends in
+    unsigned samplesPassed = 0;         ///< without it
+    unsigned long long timePassed = 0;  ///< decode time after these, without gaps; media timescale units
+    unsigned startMillis = 0;           ///< start of the first sample; 0 without samples
+    unsigned endMillis = 0;             ///< end of the last one; of a walk that ended early, where it stands
 
     bool hasTrackExtends = false;
     unsigned defaultDescriptionIndex = 0;

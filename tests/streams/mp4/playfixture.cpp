@@ -45,6 +45,8 @@ PlayedFile::PlayedFile(std::string bytes, bool aggregates, unsigned maxAggregate
     data.getFile().setFindingSink(&sink);
     status = data.init();
     warnings = sink.statuses();
+    for (const streams::Finding& finding : sink.findings)
+        places.push_back(finding.place);
 }
 
 std::vector<SegmentBounds> PlayedFile::segments() const

@@ -36,7 +36,8 @@ public:
     mp4::Mp4Data data;
     mp4::StreamLoadStatus status;
     FindingCollector sink;
-    std::vector<int> warnings;  ///< that opening met
+    std::vector<int> warnings;           ///< that opening met
+    std::vector<streams::Place> places;  ///< of these
 };
 
 /// A track of samples that all have the size and duration given.

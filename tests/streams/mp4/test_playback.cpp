@@ -143,8 +143,12 @@ Step sampleStep(const Plan& plan, std::size_t t, std::size_t i, unsigned long lo
     return {time, {codec.type, bytes, 0}, estimate};
 }
 
-/// The steps of a track in order, and the time of its end in ms.
-std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& end)
+/// Start and end of a sample, ms.
+using Span = std::pair<unsigned, unsigned>;
+
+/// The steps of a track in order, the time of its end in ms, and the spans of its samples.
+std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& end,
+                         std::vector<Span>* spans = nullptr)
 {
     end = 0;
     std::vector<Step> steps;
@@ -170,6 +174,8 @@ std::vector<Step> expand(const Plan& plan, std::size_t t, unsigned long long& en
         steps.push_back(sampleStep(plan, t, i, decode));
         media += sample.duration;
         decode += sample.duration;
+        if (spans)
+            spans->emplace_back(steps.back().time, millis(decode, plan.track.timescale));
         if (edit + 2 <= edits.size() && i + 1 < plan.track.samples.size()) {
             const long long gap = edits[edit].mediaTime + static_cast<long long>(edits[edit].duration);
             if (media >= gap) {
@@ -418,6 +424,81 @@ TEST_P(RandomMovies, PlayAsTheirSamplesSay)
         }
     }
     EXPECT_EQ(mostPages >= 3, paged) << mostPages;
+}
+
+namespace {
+
+/// Where the boxes of the fragments end.
+std::vector<std::uint64_t> fragmentEnds(const std::string& bytes)
+{
+    std::vector<std::uint64_t> ends;
+    for (std::size_t at = bytes.find("moof"); at != std::string::npos; at = bytes.find("moof", at + 4)) {
+        const auto* box = reinterpret_cast<const unsigned char*>(bytes.data() + at - 4);
+        ends.push_back(at - 4 + boost::endian::load_big_u32(box));
+    }
+    return ends;
+}
+
+/// The extent of the track when the file ends at the size given.
+mp4::TrackExtent cutExtent(const Plan& plan, std::size_t t, const BuiltMovie& built,
+                           const std::vector<std::uint64_t>& fragments, std::uint64_t size)
+{
+    unsigned long long end;
+    std::vector<Span> spans;
+    expand(plan, t, end, &spans);
+    mp4::TrackExtent extent;
+    extent.trackId = plan.track.id;
+    bool plays = false;
+    for (const Codec& codec : plan.codecs)
+        plays = plays || codec.type != 0;
+    std::optional<long long> playsUntil;
+    for (std::size_t i = 0; i < spans.size(); ++i) {
+        const BuiltMovie::Place place = built.samples[t][i];
+        // The box of a fragment stands before its samples.
+        const auto after = std::upper_bound(fragments.begin(), fragments.end(), place.offset);
+        if (after != fragments.begin() && after[-1] > size)
+            break;
+        const bool isPlayed = plan.codecs[plan.track.samples[i].description - 1].type != 0;
+        if (isPlayed && !playsUntil && place.offset + place.size > size)
+            playsUntil = i == 0 ? spans[0].first : spans[i - 1].second;
+        if (i == 0)
+            extent.firstTime = spans[0].first;
+        extent.lastTime = spans[i].second;
+        ++extent.samples;
+    }
+    if (plays && extent.samples != 0)
+        extent.playsUntil = playsUntil ? playsUntil : extent.lastTime;
+    return extent;
+}
+
+}  // namespace
+
+TEST_P(RandomMovies, PlayUntilTheFirstMissingSample)
+{
+    const bool paged = GetParam() == Layout::kTablePages;
+    const unsigned long cases = propertyCases(paged ? 20 : 200);
+    for (unsigned seed = propertySeed(); seed - propertySeed() < cases; ++seed) {
+        Random random(seed);
+        std::vector<Plan> plans = randomMovie(random, paged ? kPaged : kSmall);
+        Movie movie = randomLayout(random, plans, GetParam());
+        movie.movieFirst = true;
+        const BuiltMovie built = buildMovie(movie);
+        const std::vector<std::uint64_t> fragments = fragmentEnds(built.bytes);
+        const std::size_t least = built.bytes.find("mdat") + 4;
+        const std::size_t size =
+            chance(random, 10) ? built.bytes.size() : least + random() % (built.bytes.size() - least + 1);
+        PlayedFile file(built.bytes.substr(0, size));
+        const std::vector<mp4::TrackExtent> extents = file.data.findExtents(nullptr);
+        std::size_t found = 0;
+        for (std::size_t t = 0; t < plans.size(); ++t) {
+            if (plans[t].dropped)
+                continue;
+            ASSERT_LT(found, extents.size()) << seed;
+            ASSERT_EQ(extents[found++], cutExtent(plans[t], t, built, fragments, size))
+                << "seed " << seed << ", cut at " << size;
+        }
+        ASSERT_EQ(found, extents.size()) << seed;
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(OfAllLayouts, RandomMovies,
