@@ -13,8 +13,13 @@ if(KRX_STATIC)
   include(CheckCXXSourceCompiles)
   set(CMAKE_REQUIRED_LINK_OPTIONS ${static_options})
   set(CMAKE_REQUIRED_LIBRARIES "${static_libraries}")
-  check_cxx_source_compiles("#include <string>\nint main(int n, char**) { return std::to_string(n).empty(); }"
+  # Compiled as the programs are: a call of trunc that is not optimised away may need the shared library.
+  string(TOUPPER "${CMAKE_BUILD_TYPE}" build_type)
+  set(CMAKE_REQUIRED_FLAGS "${CMAKE_CXX_FLAGS_${build_type}}")
+  check_cxx_source_compiles("#include <cmath>\n#include <string>
+    int main(int n, char**) { return std::to_string(std::trunc(n * 1.5)).empty(); }"
     KRX_STATIC_LINKS)
+  unset(CMAKE_REQUIRED_FLAGS)
   unset(CMAKE_REQUIRED_LINK_OPTIONS)
   unset(CMAKE_REQUIRED_LIBRARIES)
 endif()
