@@ -23,6 +23,7 @@ function(krx_install_target name)
   get_target_property(type ${name} TYPE)
   if(NOT type STREQUAL "INTERFACE_LIBRARY")
     set_target_properties(${name} PROPERTIES OUTPUT_NAME vidlint_${short})
+    set_property(GLOBAL APPEND PROPERTY KRX_LIBRARIES vidlint_${short})
   endif()
   install(TARGETS ${name} EXPORT vidlintTargets
     ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}" COMPONENT development)
@@ -33,7 +34,29 @@ function(krx_install_target name)
   endif()
 endfunction()
 
-# krx_install_package(): the CMake package, after all targets are declared.
+# krx_install_pkgconfig(): vidlint.pc for builds without CMake. It finds the prefix from its own place.
+function(krx_install_pkgconfig)
+  if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
+    set(prefix "${CMAKE_INSTALL_PREFIX}")
+  else()
+    file(RELATIVE_PATH up "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" /)
+    string(REGEX REPLACE "/$" "" prefix "\${pcfiledir}/${up}")
+  endif()
+  foreach(dir CMAKE_INSTALL_LIBDIR KRX_INSTALL_INCLUDEDIR)
+    if(NOT IS_ABSOLUTE "${${dir}}")
+      string(PREPEND ${dir} "\${prefix}/")
+    endif()
+  endforeach()
+  # Targets are declared after those that they need; static libraries are named before those.
+  get_property(libraries GLOBAL PROPERTY KRX_LIBRARIES)
+  list(REVERSE libraries)
+  list(APPEND libraries ${CMAKE_DL_LIBS})
+  list(TRANSFORM libraries PREPEND "-l")
+  string(JOIN " " libraries ${libraries} -pthread)
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/vidlint.pc.in" "${PROJECT_BINARY_DIR}/vidlint.pc" @ONLY)
+endfunction()
+
+# krx_install_package(): the CMake package and vidlint.pc, after all targets are declared.
 function(krx_install_package)
   configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/vidlintConfig.cmake.in"
     "${PROJECT_BINARY_DIR}/vidlintConfig.cmake" INSTALL_DESTINATION "${KRX_INSTALL_CMAKEDIR}")
@@ -45,20 +68,28 @@ function(krx_install_package)
     DESTINATION "${KRX_INSTALL_CMAKEDIR}" COMPONENT development)
   install(EXPORT vidlintTargets NAMESPACE vidlint::
     DESTINATION "${KRX_INSTALL_CMAKEDIR}" COMPONENT development)
+  krx_install_pkgconfig()
+  install(FILES "${PROJECT_BINARY_DIR}/vidlint.pc"
+    DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
 endfunction()
 
-# krx_install_documents(): pages and completions. The Debian package has them compressed, see KrxPackage.cmake.
+# krx_page(NAME LINKS): writes docs/NAME as it is installed. A link whose target begins with the expression LINKS leads
+# to what is not installed beside the page, and becomes plain text.
+function(krx_page name links)
+  set(source "${PROJECT_SOURCE_DIR}/docs/${name}")
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${source}")
+  file(READ "${source}" text)
+  string(REGEX REPLACE "\\[([^]\n]*)\\]\\(${links}[^)]*\\)" "\\1" text "${text}")
+  file(WRITE "${PROJECT_BINARY_DIR}/${name}" "${text}")
+endfunction()
+
+# krx_install_documents(): pages, completions and examples. The Debian package has them compressed, see KrxPackage.cmake.
 function(krx_install_documents)
   install(FILES "${PROJECT_SOURCE_DIR}/completions/vidlint.bash" RENAME vidlint
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT runtime)
   install(FILES "${PROJECT_SOURCE_DIR}/completions/_vidlint"
     DESTINATION "${KRX_ZSH_COMPLETION_DIR}" COMPONENT runtime)
-  # The samples are not installed, so links to them become plain text.
-  set(faults "${PROJECT_SOURCE_DIR}/docs/faults.md")
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${faults}")
-  file(READ "${faults}" text)
-  string(REGEX REPLACE "\\[([^]\n]*)\\]\\(\\.\\./samples[^)]*\\)" "\\1" text "${text}")
-  file(WRITE "${PROJECT_BINARY_DIR}/faults.md" "${text}")
+  krx_page(faults.md "\\.\\./samples")
   install(FILES "${PROJECT_BINARY_DIR}/faults.md" "${PROJECT_SOURCE_DIR}/docs/formats.md"
     DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT runtime)
   if(NOT KRX_DEBIAN)
@@ -66,13 +97,12 @@ function(krx_install_documents)
       DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT runtime)
     install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
       DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT runtime)
-    set(examples "${CMAKE_INSTALL_DOCDIR}/examples")
+    set(library_docs "${CMAKE_INSTALL_DOCDIR}")
   else()
-    set(examples "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev/examples")
+    set(library_docs "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev")
   endif()
-  install(FILES
-    "${PROJECT_SOURCE_DIR}/examples/CMakeLists.txt"
-    "${PROJECT_SOURCE_DIR}/examples/check_file.cpp"
-    "${PROJECT_SOURCE_DIR}/examples/list_messages.cpp"
-    DESTINATION "${examples}" COMPONENT development)
+  krx_page(library.md "[a-z./]*(\\.md|examples)")
+  install(FILES "${PROJECT_BINARY_DIR}/library.md" DESTINATION "${library_docs}" COMPONENT development)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${library_docs}" COMPONENT development
+    FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "CMakeLists.txt")
 endfunction()

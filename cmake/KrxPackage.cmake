@@ -30,10 +30,12 @@ corrected copies of ZMV files.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvidlint-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libboost-dev")
-set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "reader of MP4 files and recorded streams for a streaming server
-The static libraries, headers and CMake package of the stream modules that
-vidlint checks with. Through them a program opens an MP4 file or a recorded
-stream, finds its segments and receives its timed messages.")
+set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "checks and readers of media files for a streaming server
+The static libraries and headers of vidlint, with a CMake package and a
+pkg-config file. A program makes the checks of ZMV files, MP4 files and
+recorded streams with them, many at once, and gets reports as data. It can
+also open an MP4 file or a recorded stream, find its segments, receive its
+timed messages, and read aggregates and metadata.")
 
 include(CPack)
 

@@ -5,7 +5,8 @@
 
 class IKrxFileIo;
 
-/// What a stream module may ask of its user.
+/// What a stream module may ask of its user. It must outlive the module and its streams, and is called on the
+/// threads that use them.
 class IQVStreamContext
 {
 public:

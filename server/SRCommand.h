@@ -9,7 +9,11 @@
 #include <vector>
 
 /// A command or data message in parsed form: a method name, a transaction id, command data and arguments. A
-/// command made by default is filled in and serialized; the others are parsed.
+/// command made by default is filled in and serialized; the others are parsed. "onMetaData" is a data message
+/// with one argument, an array of named values.
+///
+/// Values are copies and need neither the message nor the command. What sets or copies them throws
+/// SROutOfMemory. Several threads may read a command; one that changes it must be alone.
 class SRCommand : public SRCSerializer
 {
 public:
@@ -50,9 +54,10 @@ public:
     /// Copies the values; the copy is a writer.
     SRCommand(const SRCommand& other);
     SRCommand& operator=(const SRCommand&) = delete;
-    /// Parses length bytes of a body as they are. type: 20 and 17 are commands, 18 and 15 data. With
-    /// throwFlag malformed data throws SRBreakConnection 1029; without it the command keeps what could be
-    /// read. Throws SROutOfMemory rather than keep a part only.
+    /// Parses length bytes of a body as they are; they must not begin with the leading byte of AMF3 messages.
+    /// type: 20 and 17 are commands, 18 and 15 data. With throwFlag malformed data throws SRBreakConnection
+    /// 1029; without it the command keeps what could be read. Throws SROutOfMemory rather than keep a part
+    /// only. data is needed during the call only, unless the command is used as a reader.
     SRCommand(unsigned char type, const unsigned char* data, int length, bool throwFlag);
     /// Parses a message's body, without the leading byte of AMF3 messages.
     SRCommand(const krx::SingleMessagePtr& message, bool throwFlag);
@@ -62,6 +67,7 @@ public:
     /// Name of a number; "" when there is none.
     static const char* commandName(int number);
 
+    /// A Number; kCmdUnknown for other method names.
     int getCmd() const { return m_command; }
     const SRData& getMethodName() const { return m_methodName; }
     const SRData& getTrxID() const { return m_trxId; }

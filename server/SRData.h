@@ -73,6 +73,9 @@ struct SRDataValue
 
 /// A dynamically typed value. It owns one reference on its text, its array or its blob's memory, which a copy
 /// shares. Texts never change.
+///
+/// Texts are UTF-8 by convention, but may hold any bytes of a file. What makes or copies a value
+/// may throw SROutOfMemory. Several threads may read a value or copy it; one that changes it must be alone.
 class SRData : public SRDataValue
 {
 public:
@@ -115,14 +118,14 @@ public:
     void init(const wchar_t* text);
     void init(const SRMBString& text);  ///< shares a text that is counted
     void init(const SRBuffer& buffer);
-    void init(const SRTime& time, int zone);
+    void init(const SRTime& time, int zone);  ///< a date; zone is stored as it is, by convention minutes
     /// Takes a reference on the array. A null array, and a kind that is no array kind (reported), leave the
     /// value undefined.
     void init(SRDataArray* array, int arrayKind);
     void initNull();
     /// A string (or, with kXMLType, XML) of the first n bytes, up to their first zero byte.
     void initText(const char* text, std::size_t n, SRDataKind textKind = kStringType);
-    void setDate(double ms, int zone);
+    void setDate(double ms, int zone);  ///< ms since 1970
     /// Takes over a text that was allocated as an array.
     void setAndEatString(char* text);
 
@@ -154,6 +157,7 @@ public:
     explicit operator SRBuffer() const;
     /// Milliseconds since 1970; 0 for kinds that are no dates.
     double getDate() const { return kind == kDateType ? payload.number : 0; }
+    /// As the date has it; 0 for other kinds.
     int getTimeZone() const { return kind == kDateType ? timeZone : 0; }
     /// Length of a string in bytes; -1 for other kinds.
     int stringLen() const;

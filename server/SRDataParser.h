@@ -19,6 +19,8 @@
 /// Bad data goes into the error trace. Then a throwing reader throws SRBreakConnection 1029; any other writes
 /// the trace out, is marked bad and jumps to its end, so that every further read gives 0. Reading from a
 /// writer or writing to a reader is reported and does nothing (a read gives 0).
+///
+/// Lengths and positions are bytes. A parser serves one thread at a time.
 class SRDataParser : protected krx::AMFWriter
 {
 public:

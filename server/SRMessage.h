@@ -28,7 +28,8 @@ struct SRMessageHeader : krx::util::RecordHeader
 
 namespace krx {
 
-/// What every message has: the encoded header and a counted body.
+/// What every message has: the encoded header and a counted body. Any thread may hold and read a message; one
+/// that changes header or body must be alone.
 class Message : public SRObject
 {
 public:
@@ -64,7 +65,7 @@ public:
     virtual unsigned getLastMsgTime() const = 0;
     /// Must not be dropped when a connection is slow.
     virtual bool isCritical() const = 0;
-    /// Counts the messages inside by type.
+    /// Adds the messages inside, by type, to counter.
     virtual void addToMsgCount(MultiMsgCounter& counter) const = 0;
 
 protected:

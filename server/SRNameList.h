@@ -12,7 +12,8 @@
 #include <vector>
 
 /// Names that the first entries of many arrays share, and perhaps the value of the very first entry. Counted,
-/// held by SRPtr; it never changes. A class description that is read takes 40 bytes and 8 for each member.
+/// held by SRPtr; it never changes, so any thread may read it. Making one throws SROutOfMemory or
+/// std::bad_alloc. A class description that is read takes 40 bytes and 8 for each member.
 class SRNameList
 {
 public:

@@ -10,7 +10,8 @@
 namespace krx {
 
 /// A growing list whose entries never move: growing takes no more memory than the result. Unlike a std::deque
-/// it allocates nothing before its first entry, as most messages have none.
+/// it allocates nothing before its first entry, as most messages have none. An index must be below size().
+/// push_back throws std::bad_alloc and then changes nothing. For one thread.
 template <typename T>
 class ChunkedTable
 {

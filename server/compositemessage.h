@@ -34,7 +34,8 @@ private:
     const unsigned m_offset;
 };
 
-/// An aggregate message: a body of records, presented as a list of messages. No byte of it is copied.
+/// An aggregate message: a body of records, presented as a list of messages. No byte of it is copied. What
+/// makes an aggregate throws std::bad_alloc; any thread may read or split it.
 ///
 /// A record is a stored message (see util::RecordHeader) whose back-pointer is not read. Bit 0x20 of a
 /// record's type is a flag: it is cleared in the message's type and kept in its first flag byte.
@@ -64,13 +65,16 @@ public:
     static constexpr unsigned char kHasData = 0x01;    ///< AMF0 data
     static constexpr unsigned char kHasDataEx = 0x02;  ///< AMF3 data
 
-    /// The records in the first length bytes of a memory. Records that are cut off are reported and left out.
+    /// The records in the first length bytes of a memory, whose used length that becomes. A record that is
+    /// cut off is reported and left out. The memory is kept; one that does not own its bytes (SRMemory
+    /// without a free function) needs them as long as the aggregate or a message of it is held.
     CompositeMessage(const SRMemoryPtr& body, unsigned length);
     /// A new aggregate over the body of an aggregate message; null, and reported, for other messages.
     static CompositeMessagePtr fromMessage(const MessagePtr& message);
 
     unsigned getMessageCount() const { return m_range->end - m_range->first; }
-    /// Message i of this aggregate's range; null when there is none.
+    /// Message i of this aggregate's range; null when there is none. It is the aggregate's; an SRPtr on it
+    /// keeps the aggregate alive.
     SubMessage* getMessage(unsigned i) const;
 
     /// 0xFFFFFFFF without records.
@@ -83,6 +87,7 @@ public:
     unsigned short getAudioFormats() const { return bitsOf(m_range->audioFormats); }
     /// Bit c: a video record of codec c.
     unsigned short getVideoCodecs() const { return bitsOf(m_range->videoCodecs); }
+    /// kHasData and kHasDataEx, for the data records that there are.
     unsigned char getDataKinds() const;
 
     // Cuts the range in two aggregates; an empty part is null, and a part that is the whole is this aggregate

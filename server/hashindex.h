@@ -13,7 +13,7 @@ namespace krx {
 
 /// Finds entries of a list by a hash: a table of their indices with linear probing and slots of 4 bytes, at
 /// most three quarters of them used. The list is kept elsewhere. Entries at its end may be dropped and
-/// replaced: every candidate is compared with the list.
+/// replaced: every candidate is compared with the list. The list has fewer than 2^31 entries. For one thread.
 class HashIndex
 {
 public:
@@ -31,7 +31,8 @@ public:
         return -1;
     }
 
-    /// Adds entry index of a list of count entries. hashOf(i): the hash of any of them.
+    /// Adds entry index of a list of count entries. hashOf(i): the hash of any of them. Throws
+    /// std::bad_alloc.
     template <typename HashOf>
     void add(std::size_t index, std::size_t count, HashOf hashOf)
     {

@@ -8,7 +8,7 @@
 
 namespace krx {
 
-/// Counts messages by type. Types above 23 are not counted.
+/// Counts messages by type, a MessageType without flags. Types above 23 are not counted. For one thread.
 class MultiMsgCounter
 {
 public:

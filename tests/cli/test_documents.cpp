@@ -2,7 +2,7 @@
 // All rights reserved.
 
 // Checks the documents: the bytes in docs/formats.md are those of the samples, blocks that begin with "$ "
-// show what their commands print, and links have targets.
+// show what their commands print, code is that of the examples, and links have targets.
 
 #include "tests/support/tempdir.h"
 #include "tests/support/writesamples.h"
@@ -79,6 +79,21 @@ TEST(Documents, ShowWhatTheProgramPrints)
         }
     }
     EXPECT_NE(readFile(PROJECT_DIR "/README.md").find("    $ vidlint --help\n"), std::string::npos);
+}
+
+TEST(Documents, ShowCodeOfTheExamples)
+{
+    static const std::regex code("```cpp(\n[^`]*)```");
+    static const std::regex indent("\n +");
+    std::string examples;
+    for (const fs::directory_entry& entry : fs::directory_iterator(PROJECT_DIR "/examples"))
+        examples += std::regex_replace(readFile(entry.path()), indent, "\n");
+    const std::string page = readFile(PROJECT_DIR "/docs/library.md");
+    std::size_t blocks = 0;
+    for (Matches block(page.begin(), page.end(), code), end; block != end; ++block, ++blocks)
+        EXPECT_NE(examples.find(std::regex_replace((*block)[1].str(), indent, "\n")), std::string::npos)
+            << block->str();
+    EXPECT_GT(blocks, 8U);
 }
 
 TEST(Documents, LinkToWhatExists)

@@ -15,7 +15,8 @@ class IQVStreamContext;
 namespace krx::mp4 {
 
 /// The stream adaptor of MP4 files, for playback: recording operations return false or do nothing. A handle
-/// is null (then every answer is 0 or false) or comes from open and is not closed yet.
+/// is null (then every answer is 0 or false) or comes from open and is not closed yet. It serves one thread
+/// at a time.
 class Mp4Module : public IQVStreamAdaptor
 {
 public:

@@ -15,7 +15,8 @@ class IQVStreamContext;
 namespace krx::raw {
 
 /// The stream module for recorded-stream directories. Every operation but close needs a handle from a
-/// successful open. The operations of the recording side are not supported: they do nothing and return false.
+/// successful open, and serves any number of threads. The operations of the recording side are not supported:
+/// they do nothing and return false.
 class RawAdaptor : public IQVStreamAdaptor
 {
 public:
