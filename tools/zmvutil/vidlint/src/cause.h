@@ -3,18 +3,14 @@
 
 #pragma once
 
-#include "tools/zmvutil/vidlint/src/inputfactory.h"
 #include "vidlint/inputreport.h"
 
 #include <span>
 
-class IKrxFileIo;
-class SRString;
-
 /// What the check knows besides the report.
 struct CauseFacts
 {
-    InputEnd end = InputEnd::kRefused;
+    bool outOfMemory = false;
     int systemError = 0;  ///< errno of the call that failed; 0 for none
     std::span<const unsigned char> firstBytes;
 };

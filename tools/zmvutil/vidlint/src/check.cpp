@@ -45,18 +45,24 @@ public:
         const CheckEnvironment environment{m_sink, m_io, &m_settings.serverSettings(),
                                            m_settings.memory.get(), m_settings.cancel};
         std::shared_ptr<VideoFile> input;
-        CauseFacts facts;
-        facts.end = runInput(m_sink, [&] {
+        const InputEnd end = runInput(m_sink, [&] {
             m_report.kind = kindOfInput(m_path, environment);
             measure();
             input = getVideoFile(m_path, parameters(), environment);
             input->parse();
         });
+        CauseFacts facts;
         if (const WatchedFileIo::Failure* const failure = m_io.failure())
             facts.systemError = failure->error;
-        m_report.verdict = facts.end == InputEnd::kPassed ? Verdict::kValid : Verdict::kInvalid;
-        describe(input.get(), facts);
-        m_report.cancelled = m_io.wasCancelled() || facts.end == InputEnd::kCancelled;
+        m_report.verdict = end == InputEnd::kPassed ? Verdict::kValid : Verdict::kInvalid;
+        const InputEnd endOfFacts = describe(input.get());
+        const auto isEither = [&](InputEnd reason) { return end == reason || endOfFacts == reason; };
+        facts.outOfMemory = isEither(InputEnd::kOutOfMemory);
+        std::array<unsigned char, kFirstBytes> firstBytes;
+        if (m_report.verdict == Verdict::kInvalid && m_report.kind != InputKind::kRecording)
+            facts.firstBytes = std::span(firstBytes.data(), readFirst(firstBytes));
+        settleCause(m_report, facts);
+        m_report.cancelled = m_io.wasCancelled() || isEither(InputEnd::kCancelled);
         if (m_settings.progress && !m_report.cancelled)
             m_settings.progress(m_total, m_total);
     }
@@ -100,24 +106,22 @@ private:
         return size;
     }
 
-    /// What is known besides the findings. Without memory for it, it stays as far as it is.
-    void describe(VideoFile* input, CauseFacts& facts)
+    /// What is known besides the findings. Where that fails, it stays as far as it is.
+    InputEnd describe(VideoFile* input)
     {
-        std::array<unsigned char, kFirstBytes> firstBytes;
-        if (m_report.verdict == Verdict::kInvalid && m_report.kind != InputKind::kRecording)
-            facts.firstBytes = std::span(firstBytes.data(), readFirst(firstBytes));
+        if (!input)
+            return InputEnd::kRefused;
         struct Nobody : CheckSink
         {
             bool admitsWarning() override { return false; }
             void add(const Finding&) override {}
         } nobody;
-        if (input)
-            (void)runInput(nobody, [&] { input->describe(m_report); });
+        const InputEnd end = runInput(nobody, [&] { input->describe(m_report); });
         for (const Track& track : m_report.tracks)
             if (track.plays && track.playsUntil)
                 m_report.playsUntil =
                     std::min(*track.playsUntil, m_report.playsUntil.value_or(*track.playsUntil));
-        settleCause(m_report, facts);
+        return end;
     }
 
     std::size_t readFirst(std::span<unsigned char> bytes)

@@ -184,10 +184,9 @@ void ZmvFile::checkZmvBody()
         m_messagePos = curPos();
         SRMessageHeader header = readMessageHeader();
         m_messageTime = header.timestamp;
-        if (listing) {
-            m_environment.sink.noteMessage(m_messagePos, header.timestamp, header.length,
-                                           header.getTypeAsString());
-        }
+        const char* typeName = header.getTypeAsString();  // also takes the encryption mark off
+        if (listing)
+            m_environment.sink.noteMessage(m_messagePos, header.timestamp, header.length, typeName);
 
         const unsigned char* payload = nullptr;
         const unsigned char* backPointer = nullptr;
