@@ -101,6 +101,8 @@ function(krx_install_documents)
   else()
     set(library_docs "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev")
   endif()
+  krx_page(library.md "[a-z./]*(\\.md|examples)")
+  install(FILES "${PROJECT_BINARY_DIR}/library.md" DESTINATION "${library_docs}" COMPONENT development)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${library_docs}" COMPONENT development
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "CMakeLists.txt")
 endfunction()

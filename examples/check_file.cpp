@@ -34,7 +34,9 @@ void print(const char* label, const vidlint::Finding& finding)
 void print(const vidlint::Track& track)
 {
     const std::string& codec = track.rfc6381.empty() ? track.codec : track.rfc6381;
-    std::printf("  track %u: %s %s, ", track.id, nameOf(track.kind), printable(codec).c_str());
+    std::printf("  track %u: %s, ", track.id, nameOf(track.kind));
+    if (!codec.empty())
+        std::printf("%s, ", printable(codec).c_str());
     if (track.plays && track.playsUntil)
         std::printf("plays until %lld of %lld ms\n", *track.playsUntil, track.lastTime.value_or(0));
     else

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
 #include <string>
 #include <string_view>
@@ -11,20 +12,21 @@
 /// hold any bytes, and a terminal would obey them. Other UTF-8 stays as it is.
 inline std::string printable(std::string_view text)
 {
+    const auto byteAt = [&](std::size_t i) {
+        return i < text.size() ? static_cast<unsigned char>(text[i]) : 0U;
+    };
+    // In UTF-8 the control characters from U+0080 on are 0xC2 and a byte below 0xA0.
+    const auto isPair = [&](std::size_t i) { return byteAt(i) == 0xC2 && byteAt(i + 1) - 0x80 < 0x20; };
     std::string shown;
-    unsigned char last = 0;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        // In UTF-8 the control characters from U+0080 on are 0xC2 and a byte below 0xA0.
-        const bool isControl = byte < 0x20 || byte == 0x7F || (last == 0xC2 && byte >= 0x80 && byte < 0xA0);
-        if (isControl && c != '\t') {
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const bool isControl = (byteAt(i) < 0x20 && text[i] != '\t') || byteAt(i) == 0x7F;
+        if (isControl || isPair(i) || (i > 0 && isPair(i - 1))) {
             char code[5];
-            std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned>(byte));
+            std::snprintf(code, sizeof code, "\\x%02x", byteAt(i));
             shown += code;
         } else {
-            shown += c;
+            shown += text[i];
         }
-        last = byte;
     }
     return shown;
 }

@@ -56,6 +56,8 @@ InputReport check(const std::string& path, const Settings& settings = {});
 /// when the copy is complete, else the finding that says why not: -6 when the target could not be written,
 /// -5 when the input could not be read or is not the one that was checked, -17 when a stretch between two
 /// fixes exceeds 2 GiB. An incomplete copy has no signature, so that it never passes for a whole one.
+/// Reentrant as check is. Throws std::invalid_argument unless the report is that of a ZMV file that passed,
+/// and std::bad_alloc.
 std::optional<Finding> repair(const InputReport& report, const std::string& target);
 
 }  // namespace vidlint
