@@ -23,6 +23,9 @@ namespace {
 namespace fs = std::filesystem;
 using Matches = std::sregex_iterator;
 
+/// A block of C++.
+const std::regex kProgram("```cpp(\n[^`]*)```");
+
 std::string readFile(const fs::path& path)
 {
     std::ifstream in(path, std::ios::binary);
@@ -83,14 +86,13 @@ TEST(Documents, ShowWhatTheProgramPrints)
 
 TEST(Documents, ShowCodeOfTheExamples)
 {
-    static const std::regex code("```cpp(\n[^`]*)```");
     static const std::regex indent("\n +");
     std::string examples;
     for (const fs::directory_entry& entry : fs::directory_iterator(PROJECT_DIR "/examples"))
         examples += std::regex_replace(readFile(entry.path()), indent, "\n");
     const std::string page = readFile(PROJECT_DIR "/docs/library.md");
     std::size_t blocks = 0;
-    for (Matches block(page.begin(), page.end(), code), end; block != end; ++block, ++blocks)
+    for (Matches block(page.begin(), page.end(), kProgram), end; block != end; ++block, ++blocks)
         EXPECT_NE(examples.find(std::regex_replace((*block)[1].str(), indent, "\n")), std::string::npos)
             << block->str();
     EXPECT_GT(blocks, 8U);
@@ -103,7 +105,8 @@ TEST(Documents, LinkToWhatExists)
     for (fs::recursive_directory_iterator it(PROJECT_DIR), end; it != end; ++it) {
         if (it->path().filename() == "build" || it->path().filename() == ".git")
             it.disable_recursion_pending();
-        const std::string text = it->path().extension() == ".md" ? readFile(it->path()) : "";
+        const bool isPage = it->path().extension() == ".md";
+        const std::string text = isPage ? std::regex_replace(readFile(it->path()), kProgram, "") : "";
         for (Matches found(text.begin(), text.end(), link), last; found != last; ++found, ++links) {
             const fs::path target = it->path().parent_path() / (*found)[1].str();
             EXPECT_TRUE(fs::exists(fs::symlink_status(target))) << it->path() << ": " << target;
