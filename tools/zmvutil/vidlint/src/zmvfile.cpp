@@ -214,27 +214,36 @@ void ZmvFile::checkZmvBody()
 
 void ZmvFile::passPlainMessages()
 {
+    // The first message of a kind is not plain: it sets where the kind begins.
+    constexpr unsigned kNoType = 256;
+    const unsigned audioType = m_tally.audio.count != 0 ? unsigned{kMsgAudio} : kNoType;
+    const unsigned videoType = m_tally.video.count != 0 ? unsigned{kMsgVideo} : kNoType;
     const std::span<const unsigned char> window = m_file.ahead();
     const unsigned char* next = window.data();
     const unsigned char* const end = next + window.size();
+    unsigned passedAudio = 0;
+    unsigned passedVideo = 0;
     krx::util::MessageRecord record;
     while (readRecord(next, static_cast<std::size_t>(end - next), record) == RecordState::kWhole) {
         const krx::util::RecordHeader& header = record.header;
-        const bool isAudio = header.type == kMsgAudio;
-        if (!isAudio && header.type != kMsgVideo)
+        const bool isAudio = header.type == audioType;
+        if (!isAudio && header.type != videoType)
             break;
         unsigned& previous = isAudio ? m_prevAudioTime : m_prevVideoTime;
-        MessageTally& tally = isAudio ? m_tally.audio : m_tally.video;
         const bool hasEvent = isAudio ? m_silence.has_value() : isStall(header);
-        // The first message of a kind sets where the kind begins.
-        if (hasEvent || previous > header.timestamp || tally.count == 0)
+        if (hasEvent || previous > header.timestamp)
             break;
         previous = header.timestamp;
-        ++tally.count;
-        if (isAudio)
+        if (isAudio) {
             trackAudio(header);
+            ++passedAudio;
+        } else {
+            ++passedVideo;
+        }
         next += record.size();
     }
+    m_tally.audio.count += passedAudio;
+    m_tally.video.count += passedVideo;
     m_file.pass(static_cast<std::size_t>(next - window.data()));
 }
 
