@@ -9,6 +9,7 @@
 #include "tests/support/tempdir.h"
 #include "tools/zmvutil/vidlint/src/report.h"
 #include "tools/zmvutil/vidlint/src/validationjob.h"
+#include "util/bigendian.h"
 #include "vidlint/check.h"
 
 #include <algorithm>
@@ -41,8 +42,8 @@ std::string writeInput(const TempDir& dir, unsigned kind, std::string_view bytes
     for (const char* const file : {"index", "contexts", kSegment}) {
         std::size_t size = bytes.size();
         if (size >= 2) {
-            size = std::min<std::size_t>(
-                static_cast<unsigned char>(bytes[0]) << 8 | static_cast<unsigned char>(bytes[1]), size - 2);
+            const auto* const length = reinterpret_cast<const unsigned char*>(bytes.data());
+            size = std::min<std::size_t>(krx::util::loadBigEndian<unsigned short>(length), size - 2);
             bytes.remove_prefix(2);
         }
         dir.write(std::string(name) + '/' + file, bytes.substr(0, size));

@@ -2,6 +2,7 @@
 // All rights reserved.
 
 #include "modules/streams/streamparseerror.h"
+#include "tests/support/failingallocations.h"
 #include "tests/support/mp4samples.h"
 #include "tests/support/propertysettings.h"
 #include "tests/support/rawsamples.h"
@@ -21,6 +22,7 @@
 #include <filesystem>
 #include <iterator>
 #include <memory>
+#include <new>
 #include <regex>
 #include <set>
 #include <stdexcept>
@@ -310,6 +312,31 @@ TEST(Check, KeepsToItsLimits)
     (void)vidlint::check(dir.bytes("movie.mp4"), watched);
     EXPECT_EQ(last, total);
     EXPECT_EQ(total, static_cast<long long>(sampleBytes("sound.mp4").size()));
+}
+
+TEST(Check, SurvivesWithoutMemory)
+{
+    const Samples samples;
+    for (const char* const name : {"/sound.zmv", "/fragments.mp4", "/recording", "/faults/18-cut.mp4"}) {
+        const std::string path = samples.dir.path() + name;
+        const std::string sound = reportText(vidlint::check(path));
+        InputReport report;
+        withEachAllocationFailing(
+            [&] {
+                report = InputReport();
+                try {
+                    report = vidlint::check(path);
+                } catch (const std::bad_alloc&) {
+                    report.cause = Cause::kResources;
+                }
+            },
+            [&](unsigned failed) {
+                EXPECT_TRUE(reportText(report) == sound ||
+                            (failed != 0 && (report.cause == Cause::kResources ||
+                                             report.verdict == Verdict::kInvalid || !report.size)))
+                    << name << ", allocation " << failed << ": " << reportText(report);
+            });
+    }
 }
 
 TEST(Check, TakesTheSettingsOfTheServer)

@@ -13,15 +13,15 @@
 
 #include <algorithm>
 #include <array>
+#include <dirent.h>
 #include <fcntl.h>
-#include <filesystem>
+#include <memory>
+#include <new>
 #include <span>
-#include <system_error>
+#include <sys/stat.h>
 
 namespace vidlint {
 namespace {
-
-namespace fs = std::filesystem;
 
 /// Enough to know a format by.
 constexpr std::size_t kFirstBytes = 4096;
@@ -95,13 +95,11 @@ private:
     long long sizeOfFolder() const
     {
         long long size = 0;
-        std::error_code error;
-        fs::directory_iterator entry(m_report.path, error);
-        for (; !error && entry != fs::directory_iterator(); entry.increment(error)) {
-            std::error_code noSize;
-            const std::uintmax_t bytes = entry->is_regular_file(noSize) ? entry->file_size(noSize) : 0;
-            if (!noSize)
-                size += static_cast<long long>(bytes);
+        const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(m_report.path.c_str()), ::closedir);
+        while (const dirent* const entry = folder ? ::readdir(folder.get()) : nullptr) {
+            struct stat64 status = {};
+            if (::fstatat64(::dirfd(folder.get()), entry->d_name, &status, 0) == 0 && S_ISREG(status.st_mode))
+                size += status.st_size;
         }
         return size;
     }
@@ -164,7 +162,11 @@ private:
 InputReport check(const std::string& path, const Settings& settings)
 {
     InputReport report;
-    Check(path, settings, report).run();
+    try {
+        Check(path, settings, report).run();
+    } catch (const SROutOfMemory&) {
+        throw std::bad_alloc();
+    }
     return report;
 }
 

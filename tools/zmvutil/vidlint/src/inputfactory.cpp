@@ -90,10 +90,11 @@ InputEnd runInput(CheckSink& sink, const std::function<void()>& steps)
             addError(sink, StreamParseError(krx::streams::kUnknownError));
         }
     } catch (const std::bad_alloc&) {
-        end = InputEnd::kOutOfMemory;
+        return InputEnd::kOutOfMemory;
+    } catch (const SROutOfMemory&) {
+        return InputEnd::kOutOfMemory;
     } catch (...) {
-        // The finding is there already, or cannot be made.
-        return end;
+        // The finding is there already.
     }
     return end;
 }
