@@ -118,14 +118,13 @@ void MP4FileWrapper::describe(vidlint::InputReport& report)
         report.messages = m_data->getEndPosition();
 
     const IoAutoFile file(getFileIo(), m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0, nullptr);
-    if (file.get() < 0 || !report.size)
-        return;
-    krx::util::FileHoles holes(file.get(), *report.size);
+    const long long size = report.size.value_or(0);
+    krx::util::FileHoles holes(file.get(), size);
     const bool lacksFragments =
         movie.extendsSeen && std::all_of(movie.tracks.begin(), movie.tracks.end(), [](const auto& track) {
             return track->fragments.empty() && track->sampleTotal == 0;
         });
-    if (!m_isSound && (lacksFragments || isOutlineCutShort(*getFileIo(), file.get(), *report.size, holes)))
+    if (!m_isSound && (lacksFragments || isOutlineCutShort(*getFileIo(), file.get(), size, holes)))
         report.cause = vidlint::Cause::kCutShort;
     for (const TrackExtent& extent : m_data->findExtents(&holes))
         addExtent(report, extent);
@@ -137,7 +136,8 @@ void MP4FileWrapper::describeTracks(vidlint::InputReport& report) const
     const krx::mp4::Movie& movie = m_data->getFile().movie();
     std::vector<std::pair<krx::util::FilePos, Track>> tracks;
     for (const auto& track : movie.tracks)
-        tracks.emplace_back(track->boxStart, trackOf(*track));
+        if (track->boxStart >= 0)
+            tracks.emplace_back(track->boxStart, trackOf(*track));
     for (const krx::mp4::DroppedTrack& track : movie.droppedTracks)
         tracks.emplace_back(track.boxStart, trackOf(track, track.id, track.droppedBy));
     std::stable_sort(tracks.begin(), tracks.end(),
