@@ -1,0 +1,71 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/archive/src/commands.h"
+#include "tools/zmvutil/archive/src/options.h"
+#include "tools/zmvutil/archive/src/state.h"
+#include "tools/zmvutil/archive/src/textformat.h"
+
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace {
+
+constexpr std::string_view kUsage =
+    "Usage: vidlint-archive COMMAND [ARGUMENT]...\n"
+    "\n"
+    "  check [OPTION]... PATH...    search folders, check, print as inputs finish\n"
+    "  list [OPTION]... STATE...    paths of inputs in states, for xargs and rsync\n"
+    "  report [OPTION]... STATE...  what states hold: text, jsonl, csv or html\n"
+    "  why FILE...                  all about single inputs\n"
+    "  explain [NUMBER]...          what findings mean\n"
+    "\n"
+    "vidlint-archive COMMAND --help shows the options of a command.\n";
+
+constexpr int kStatusUsage = 2;
+
+int fail(const char* sentence)
+{
+    const std::string text = "vidlint-archive: " + archive::escaped(sentence) + "\n";
+    std::fwrite(text.data(), 1, text.size(), stderr);
+    return kStatusUsage;
+}
+
+int dispatch(const std::string& command, const std::vector<std::string>& arguments)
+{
+    if (command == "check")
+        return archive::runCheck(arguments);
+    if (command == "list")
+        return archive::runList(arguments);
+    if (command == "report")
+        return archive::runReport(arguments);
+    if (command == "why")
+        return archive::runWhy(arguments);
+    if (command == "explain")
+        return archive::runExplain(arguments);
+    if (command == "help" || command == "--help" || command == "-h") {
+        std::fwrite(kUsage.data(), 1, kUsage.size(), stdout);
+        return 0;
+    }
+    throw archive::UsageError("there is no command '" + command + "'; try vidlint-archive --help");
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    try {
+        if (argc < 2) {
+            std::fwrite(kUsage.data(), 1, kUsage.size(), stderr);
+            return kStatusUsage;
+        }
+        return dispatch(argv[1], std::vector<std::string>(argv + 2, argv + argc));
+    } catch (const std::exception& error) {
+        return fail(error.what());
+    }
+}
