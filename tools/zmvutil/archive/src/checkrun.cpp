@@ -4,8 +4,9 @@
 #include "tools/zmvutil/archive/src/checkrun.h"
 
 #include "tools/zmvutil/archive/src/recordjson.h"
-#include "tools/zmvutil/archive/src/runjson.h"
+#include "tools/zmvutil/archive/src/summarytext.h"
 #include "tools/zmvutil/archive/src/textformat.h"
+#include "tools/zmvutil/archive/src/version.h"
 
 #include <vidlint/check.h>
 
@@ -86,7 +87,7 @@ int CheckRun::run()
         m_state->beginRun(info);
     }
     if (m_options.isJson)
-        print(runJson(info) + "\n");
+        print(runJson(info, kVersion) + "\n");
     {
         std::vector<std::jthread> workers;
         for (unsigned i = 0; i < m_options.threads; ++i)
@@ -115,7 +116,9 @@ void CheckRun::work(unsigned worker)
 bool CheckRun::takeInput(FoundInput& found)
 {
     const auto elapsed = std::chrono::steady_clock::now() - m_start;
-    if (m_cancel || (m_options.maxTime && elapsed > *m_options.maxTime))
+    if (m_options.maxTime && elapsed > *m_options.maxTime)
+        m_isOutOfTime = true;
+    if (m_cancel || m_isOutOfTime)
         return false;
     const std::lock_guard lock(m_searchMutex);
     return m_search.next(found);
@@ -139,7 +142,7 @@ void CheckRun::checkInput(unsigned worker, const FoundInput& found)
             stored->report.path = found.path;
             {
                 const std::lock_guard lock(m_outputMutex);
-                ++m_summary.unchanged;
+                ++m_unchanged;
             }
             finish(std::move(*stored), found.stamp);
             return;
@@ -173,7 +176,7 @@ void CheckRun::checkInput(unsigned worker, const FoundInput& found)
         if (m_state)
             m_state->dropInput(found.root, found.name);
         const std::lock_guard lock(m_outputMutex);
-        m_summary.changed += !record.report.cancelled;
+        m_summary.changing = m_summary.changing.value_or(0) + !record.report.cancelled;
         return;
     }
     if (m_state)
@@ -189,7 +192,7 @@ void CheckRun::finish(InputRecord record, const InputStamp& /*stamp*/)
         text = m_options.isJson ? toJson(record) + "\n" : linesOf(record, m_hasColor);
     const std::lock_guard lock(m_outputMutex);
     m_summary.add(record);
-    m_summary.failing += m_options.failOn.matches(record);
+    m_summary.failed = m_summary.failed.value_or(0) + m_options.failOn.matches(record);
     if (!text.empty())
         std::fwrite(text.data(), 1, text.size(), stdout);
 }
@@ -212,11 +215,9 @@ int CheckRun::endRun()
 {
     if (m_hasFailed)
         throw StateError(m_failure);
-    const SearchCounts& counts = m_search.counts();
-    m_summary.young = counts.young;
-    m_summary.excluded = counts.excluded;
-    const bool isComplete = !m_cancel && !m_options.maxTime;
-    if (m_state && isComplete) {
+    m_summary.search = m_search.counts();
+    m_summary.complete = !m_cancel && !m_isOutOfTime;
+    if (m_state && m_summary.complete) {
         std::vector<std::string> kept;
         for (const SearchOptions::Root& root : m_options.search.roots) {
             if (m_search.foundBelow(root.label) == 0 && m_state->knownBelow(root.label) != 0) {
@@ -236,7 +237,7 @@ int CheckRun::endRun()
     }
     if (m_problems)
         return kStatusUsage;
-    if (m_summary.failing != 0)
+    if (m_summary.failed.value_or(0) != 0)
         return kStatusFound;
     return m_summary.unreadable != 0 ? kStatusUnreadable : kStatusFine;
 }

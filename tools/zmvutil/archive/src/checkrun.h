@@ -46,6 +46,7 @@ private:
     const bool m_hasColor;
     const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     std::atomic<bool> m_cancel{false};
+    std::atomic<bool> m_isOutOfTime{false};
     std::atomic<bool> m_hasFailed{false};  ///< the state cannot be used any more
     std::string m_failure;
     std::mutex m_searchMutex;
@@ -55,7 +56,8 @@ private:
     std::counting_semaphore<> m_openInputs;
     std::mutex m_outputMutex;
     Summary m_summary;
-    bool m_problems = false;  ///< with paths or roots
+    std::uint64_t m_unchanged = 0;  ///< inputs whose result is that of an earlier run
+    bool m_problems = false;        ///< with paths or roots
 };
 
 }  // namespace archive

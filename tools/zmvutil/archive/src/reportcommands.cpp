@@ -9,7 +9,9 @@
 #include "tools/zmvutil/archive/src/recordjson.h"
 #include "tools/zmvutil/archive/src/stateset.h"
 #include "tools/zmvutil/archive/src/summary.h"
+#include "tools/zmvutil/archive/src/summarytext.h"
 #include "tools/zmvutil/archive/src/textformat.h"
+#include "tools/zmvutil/archive/src/version.h"
 
 #include <vidlint/check.h>
 
@@ -54,7 +56,7 @@ void reportAsLines(StateSet& states, bool isCsv)
         put(csvHeader());
     else
         for (const RunInfo& run : states.runs())
-            put(runJson(run) + "\n");
+            put(runJson(run, kVersion) + "\n");
     Summary summary;
     states.forEach([&](const InputRecord& record) {
         summary.add(record);
@@ -144,12 +146,13 @@ int runExplain(const std::vector<std::string>& arguments)
     for (std::string& word : words)
         if (word.size() > 1 && word[0] == '-' && word.find_first_not_of("0123456789", 1) == std::string::npos)
             word.erase(0, 1);
+    const bool color = isOnTerminal();
     const auto numbers = parseWords("explain", "NUMBER", 0, words);
     if (!numbers)
         return 0;
     if (numbers->empty()) {
         for (const FaultRow& row : faultRows())
-            put(explanationOf(row.number) + "\n");
+            put(explain(row.number, color) + "\n");
         return finish({});
     }
     for (const std::string& word : *numbers) {
@@ -157,7 +160,7 @@ int runExplain(const std::vector<std::string>& arguments)
         const long number = std::strtol(word.c_str(), &end, 10);
         if (*end != '\0' || number < 0 || number > 1000 || !faultPage(-static_cast<int>(number)))
             throw UsageError("there is no finding '" + word + "'");
-        put(explanationOf(-static_cast<int>(number)));
+        put(explain(-static_cast<int>(number), color));
     }
     return finish({});
 }
