@@ -70,5 +70,7 @@ add_custom_target(krx_debian_documents ALL DEPENDS ${compressed})
 
 install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/copyright"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT runtime)
+install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/vidlint.lintian-overrides" RENAME vidlint
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT runtime)
 install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/copyright" "${debian_dir}/changelog.gz"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev" COMPONENT development)
