@@ -82,7 +82,8 @@ TEST(Documents, ShowWhatTheProgramPrints)
         }
     }
     for (const char* command : {"vidlint --help", "check_file samples/faults/117-cut-media.mp4"})
-        EXPECT_NE(readFile(PROJECT_DIR "/README.md").find(std::string("    $ ") + command + "\n"), std::string::npos);
+        EXPECT_NE(readFile(PROJECT_DIR "/README.md").find(std::string("    $ ") + command + "\n"),
+                  std::string::npos);
 }
 
 TEST(Documents, ShowCodeOfTheExamples)
