@@ -1,5 +1,6 @@
-# What is installed where. Two components: "runtime" is the program with its pages and completions, "development" the
-# libraries with their public headers, the CMake package that finds them, and the examples.
+# What is installed where. Two components: "runtime" is the program and list_messages, with their pages, samples and
+# completions; "development" is the libraries with their public headers, the CMake package that finds them, and the
+# examples.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -73,36 +74,62 @@ function(krx_install_package)
     DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig" COMPONENT development)
 endfunction()
 
-# krx_page(NAME LINKS): writes docs/NAME as it is installed. A link whose target begins with the expression LINKS leads
-# to what is not installed beside the page, and becomes plain text.
-function(krx_page name links)
-  set(source "${PROJECT_SOURCE_DIR}/docs/${name}")
-  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${source}")
-  file(READ "${source}" text)
-  string(REGEX REPLACE "\\[([^]\n]*)\\]\\(${links}[^)]*\\)" "\\1" text "${text}")
-  file(WRITE "${PROJECT_BINARY_DIR}/${name}" "${text}")
+# krx_page(SOURCE DESTINATION COMPONENT [MOVED FROM TO...] [WITHOUT TARGET...]): installs a page of the project. Links
+# whose targets begin with FROM then begin with TO; those that begin with TARGET, which is not installed, become plain
+# text.
+function(krx_page source destination component)
+  cmake_parse_arguments(ARG "" "" "MOVED;WITHOUT" ${ARGN})
+  set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${source}")
+  file(READ "${PROJECT_SOURCE_DIR}/${source}" text)
+  foreach(target IN LISTS ARG_WITHOUT)
+    string(REGEX REPLACE "\\[([^]\n]*)\\]\\(${target}[^)]*\\)" "\\1" text "${text}")
+  endforeach()
+  while(ARG_MOVED)
+    list(POP_FRONT ARG_MOVED from to)
+    string(REPLACE "](${from}" "](${to}" text "${text}")
+  endwhile()
+  set(output "${PROJECT_BINARY_DIR}/pages/${component}/${source}")
+  file(WRITE "${output}" "${text}")
+  install(FILES "${output}" DESTINATION "${destination}" COMPONENT ${component})
 endfunction()
 
-# krx_install_documents(): pages, completions and examples. The Debian package has them compressed, see KrxPackage.cmake.
+# krx_install_documents(): pages, samples, completions and examples. The Debian package has some of them compressed, see
+# KrxPackage.cmake.
 function(krx_install_documents)
   install(FILES "${PROJECT_SOURCE_DIR}/completions/vidlint.bash" RENAME vidlint
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT runtime)
   install(FILES "${PROJECT_SOURCE_DIR}/completions/_vidlint"
     DESTINATION "${KRX_ZSH_COMPLETION_DIR}" COMPONENT runtime)
-  krx_page(faults.md "\\.\\./samples")
-  install(FILES "${PROJECT_BINARY_DIR}/faults.md" "${PROJECT_SOURCE_DIR}/docs/formats.md"
-    DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT runtime)
+  set(docs "${CMAKE_INSTALL_DOCDIR}")
   if(NOT KRX_DEBIAN)
-    install(FILES "${PROJECT_SOURCE_DIR}/docs/vidlint.1"
+    install(FILES "${PROJECT_SOURCE_DIR}/docs/vidlint.1" "${PROJECT_SOURCE_DIR}/docs/list_messages.1"
       DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT runtime)
-    install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md"
-      DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT runtime)
-    set(library_docs "${CMAKE_INSTALL_DOCDIR}")
+    install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md" DESTINATION "${docs}" COMPONENT runtime)
+    set(library_docs "${docs}")
+    set(to_library "")
+    set(to_program "")
+    set(changelog CHANGELOG.md)
   else()
     set(library_docs "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev")
+    set(to_library ../libvidlint-dev/)
+    set(to_program ../vidlint/)
+    set(changelog CHANGELOG.md.gz)
   endif()
-  krx_page(library.md "[a-z./]*(\\.md|examples)")
-  install(FILES "${PROJECT_BINARY_DIR}/library.md" DESTINATION "${library_docs}" COMPONENT development)
+  krx_page(README.md "${docs}" runtime
+    MOVED docs/library.md ${to_library}library.md examples ${to_library}examples CHANGELOG.md ${changelog}
+      docs/faults.md faults.md docs/formats.md formats.md docs/performance.md performance.md
+    WITHOUT docs/architecture.md CONTRIBUTING.md)
+  krx_page(docs/faults.md "${docs}" runtime MOVED ../samples samples)
+  krx_page(docs/formats.md "${docs}" runtime)
+  krx_page(docs/performance.md "${docs}" runtime MOVED ../README.md README.md WITHOUT architecture.md)
+  krx_page(samples/README.md "${docs}/samples" runtime MOVED ../docs/ ../)
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/samples" DESTINATION "${docs}" COMPONENT runtime
+    PATTERN README.md EXCLUDE)
+
+  krx_page(docs/library.md "${library_docs}" development MOVED ../examples examples faults.md ${to_program}faults.md)
+  if(KRX_DEBIAN)
+    krx_page(docs/formats.md "${library_docs}" development)
+  endif()
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/examples" DESTINATION "${library_docs}" COMPONENT development
     FILES_MATCHING PATTERN "*.cpp" PATTERN "*.h" PATTERN "CMakeLists.txt")
 endfunction()

@@ -21,6 +21,8 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME vidlint)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION video)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+# Pages of each package link to pages of the other one.
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SUGGESTS "libvidlint-dev")
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "checker of media files for a streaming server
 vidlint checks ZMV files, MP4 files and recorded streams before a streaming
 server plays them: headers, every message or sample, metadata, and places
@@ -30,6 +32,7 @@ corrected copies of ZMV files.")
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME libvidlint-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "libboost-dev")
+set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SUGGESTS "vidlint")
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "checks and readers of media files for a streaming server
 The static libraries and headers of vidlint, with a CMake package and a
 pkg-config file. A program makes the checks of ZMV files, MP4 files and
@@ -58,12 +61,16 @@ function(krx_install_compressed source result destination component)
   install(FILES "${output}" DESTINATION "${destination}" COMPONENT ${component})
 endfunction()
 
-krx_install_compressed("${PROJECT_SOURCE_DIR}/docs/vidlint.1" vidlint.1.gz "${CMAKE_INSTALL_MANDIR}/man1" runtime)
+foreach(page vidlint.1 list_messages.1)
+  krx_install_compressed("${PROJECT_SOURCE_DIR}/docs/${page}" ${page}.gz "${CMAKE_INSTALL_MANDIR}/man1" runtime)
+endforeach()
 krx_install_compressed("${PROJECT_SOURCE_DIR}/CHANGELOG.md" CHANGELOG.md.gz "${CMAKE_INSTALL_DOCDIR}" runtime)
 krx_install_compressed("${PROJECT_SOURCE_DIR}/cmake/debian/changelog" changelog.gz "${CMAKE_INSTALL_DOCDIR}" runtime)
 add_custom_target(krx_debian_documents ALL DEPENDS ${compressed})
 
 install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/copyright"
   DESTINATION "${CMAKE_INSTALL_DOCDIR}" COMPONENT runtime)
+install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/vidlint.lintian-overrides" RENAME vidlint
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT runtime)
 install(FILES "${PROJECT_SOURCE_DIR}/cmake/debian/copyright" "${debian_dir}/changelog.gz"
   DESTINATION "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev" COMPONENT development)

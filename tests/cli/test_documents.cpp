@@ -81,7 +81,9 @@ TEST(Documents, ShowWhatTheProgramPrints)
             EXPECT_EQ(std::regex_replace(run(script), varying, ""), std::regex_replace(shown, varying, ""));
         }
     }
-    EXPECT_NE(readFile(PROJECT_DIR "/README.md").find("    $ vidlint --help\n"), std::string::npos);
+    for (const char* command : {"vidlint --help", "check_file samples/faults/117-cut-media.mp4"})
+        EXPECT_NE(readFile(PROJECT_DIR "/README.md").find(std::string("    $ ") + command + "\n"),
+                  std::string::npos);
 }
 
 TEST(Documents, ShowCodeOfTheExamples)

@@ -39,7 +39,7 @@ using vidlint::InputReport;
 using vidlint::Settings;
 using vidlint::Verdict;
 
-/// The samples of all kinds, in a folder of their own.
+/// The samples of all kinds and the seeds, in a folder of their own.
 class Samples
 {
 public:
@@ -50,7 +50,17 @@ public:
             for (const auto& entry : fs::directory_iterator(dir.path() + folder))
                 if (entry.path().filename() != "faults")
                     paths.push_back(entry.path());
+        // The seeds of the fuzzers, without their byte of options.
+        for (const std::string kind : {"mp4parser", "zmv"})
+            for (const auto& entry : fs::directory_iterator(SEEDS_DIR "/" + kind)) {
+                std::ifstream in(entry.path(), std::ios::binary);
+                const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+                const std::string name = entry.path().filename().string() + (kind == "zmv" ? ".zmv" : ".mp4");
+                dir.write(name, std::string_view(bytes).substr(1));
+                paths.push_back(dir.bytes(name));
+            }
         std::sort(paths.begin(), paths.end());
+        paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
     }
 
     /// The same with some bytes changed: the file, or one file of a recording.
