@@ -13,7 +13,8 @@
 
 namespace archive {
 
-/// Where inputs are looked for, and which.
+/// Where inputs are looked for, and which. A root that is a file or a recording is an input whatever its
+/// name; so is a path of the list. Other roots and listed folders are searched.
 struct SearchOptions
 {
     struct Root
@@ -23,23 +24,27 @@ struct SearchOptions
     };
     std::vector<Root> roots;
     std::string filesFrom;  ///< a file of paths ended by zeros, "-" for the standard input; empty for none
-    std::vector<std::string> include;  ///< globs of names; empty for the usual extensions
+    /// Globs of the names of files, whose case counts; empty for the usual extensions in any case. Recordings
+    /// are taken whatever their names.
+    std::vector<std::string> include;
     std::vector<std::string> exclude;  ///< globs of names, of files and folders
     bool usesDefaultExcludes = true;
-    bool staysOnFileSystem = false;
-    long long minAgeNs = 0;  ///< files that are younger are skipped
-    unsigned shard = 1;      ///< K of N, from 1 on
+    bool staysOnFileSystem = false;  ///< folders on other file systems than their root are passed over
+    /// Inputs that changed later than this before now, or will in less than this from now, are skipped. Those
+    /// of a clock that is further ahead are not, since they would be for years.
+    long long minAgeNs = 0;
+    unsigned shard = 1;  ///< K of N, from 1 on
     unsigned shards = 1;
 };
 
 /// An input that is to be checked.
 struct FoundInput
 {
-    std::string root;  ///< label
-    std::string name;  ///< path below the root
+    std::string root;  ///< label; empty when the list led to it
+    std::string name;  ///< path below the root, empty when that is the input; of the list, the path as listed
     std::string path;
     vidlint::InputKind kind = vidlint::InputKind::kMp4;
-    InputStamp stamp;
+    InputStamp stamp;           ///< zeros when the system does not tell; a check will say why
     bool isRotational = false;  ///< it lies on a disk that turns, as far as the system tells
 };
 
@@ -47,30 +52,47 @@ struct FoundInput
 struct SearchCounts
 {
     std::uint64_t found = 0;
-    std::uint64_t excluded = 0;  ///< by a glob, usual or given; folders count once
+    std::uint64_t excluded = 0;  ///< entries of folders, by a glob, usual or given; folders count once
     std::uint64_t young = 0;     ///< younger than minAge
     std::uint64_t otherShards = 0;
-    std::uint64_t repeated = 0;    ///< paths that were reached twice
-    std::uint64_t unreadable = 0;  ///< folders that could not be read
+    /// Paths that were reached twice; folders count once, and what is below them not. What is below a root is
+    /// left to it where it is inside of another root.
+    std::uint64_t repeated = 0;
+    std::uint64_t unreadable = 0;  ///< roots and folders that could not be read, and paths that are too long
 };
 
 /// Searches folders for inputs, one after the other. Memory stays flat, whatever is found: only the way from
-/// the root to the current folder is kept, with the names in it.
+/// the root to the current folder is kept, with the names in it that matter. Links to folders are not
+/// followed, except those that are roots or listed; links to files are. A file has as many inputs as names.
+///
+/// Whether an input belongs to the shard is decided by its name alone, before the system is asked about it.
+/// Only for what may be a folder it is asked first: roots, listed paths whose names include does not take,
+/// and entries of folders that do not say what they are.
 class Search
 {
 public:
-    /// warn is called with a sentence for each folder or path that cannot be read.
+    /// warn is called, on the thread that searches, with a sentence for each path that cannot be read. The
+    /// sentence has bytes of names in it. Throws std::invalid_argument for a glob that matches no name, and
+    /// std::runtime_error with a sentence when the list cannot be opened.
     Search(SearchOptions options, std::function<void(const std::string& sentence)> warn);
     ~Search();
     Search(const Search&) = delete;
     Search& operator=(const Search&) = delete;
 
-    /// The next input; false at the end. For one thread at a time.
+    /// skipped is called, on the thread that searches, for each input that is there without being found: it
+    /// is too young, or its path too long. To be set before the search begins.
+    void setSkipped(std::function<void(const std::string& root, const std::string& name)> skipped);
+
+    /// The next input; false at the end. For one thread at a time. Throws std::bad_alloc; the search can go
+    /// on then, but may have lost a folder.
     bool next(FoundInput& found);
     const SearchCounts& counts() const;
     /// Inputs found below the root of that label so far.
     std::uint64_t foundBelow(const std::string& label) const;
-    /// Looks again at an input that was found: its stamp now. False when it cannot be read.
+    /// False once something below the root of that label could not be read: inputs that were not found may
+    /// still be there.
+    bool isComplete(const std::string& label) const;
+    /// Looks again at an input that was found: its stamp now. False when it cannot be read. For any thread.
     static bool stampOf(const FoundInput& found, InputStamp& stamp);
 
 private:
