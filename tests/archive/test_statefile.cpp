@@ -1,0 +1,297 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/archive/statefixture.h"
+#include "tests/support/propertysettings.h"
+#include "tools/zmvutil/archive/src/database.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <functional>
+#include <random>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+
+namespace krx::test {
+namespace {
+
+namespace fs = std::filesystem;
+using archive::Change;
+using archive::Database;
+using archive::InputRecord;
+using archive::State;
+using Clock = std::chrono::steady_clock;
+
+void change(const std::string& path, const char* sql)
+{
+    Database(path, Database::Access::kWrite).execute(sql);
+}
+
+std::vector<std::string> filesIn(const TempDir& dir)
+{
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(dir.path()))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+std::string swapped(std::string text, const std::string& from, const std::string& to)
+{
+    for (std::size_t at = 0; (at = text.find(from, at)) != std::string::npos;)
+        text.replace(at, from.size(), to);
+    return text;
+}
+
+TEST(State, RefusesWhatIsNoState)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    struct Row
+    {
+        const char* name;
+        std::function<void()> spoil;
+        const char* toRead;
+        const char* toWrite;  // null when it can be used
+    };
+    const char* const kNone = "this is no state";
+    const char* const kDamaged = "the state is damaged";
+    for (const Row& row : std::vector<Row>{
+             {"missing", [&] { fs::remove(path); }, "No such file or directory", nullptr},
+             {"folder", [&] { fs::remove(path), fs::create_directory(path); }, "no regular file",
+              "no regular file"},
+             {"empty", [&] { fs::resize_file(path, 0); }, kNone, nullptr},
+             {"text", [&] { dir.write("state", std::string(5000, 'x')); }, kNone, kNone},
+             {"other", [&] { change(path, "PRAGMA application_id = 5"); }, kNone, kNone},
+             {"version", [&] { change(path, "PRAGMA user_version = 2"); }, "of version 2", "of version 2"},
+             {"schema", [&] { change(path, "CREATE VIEW v AS SELECT 1"); }, kDamaged, kDamaged},
+             {"cut", [&] { fs::resize_file(path, 40'000); }, kDamaged, kDamaged},
+             {"result", [&] { change(path, "DELETE FROM result"); }, kDamaged, nullptr},
+             {"record", [&] { change(path, "UPDATE result SET record = '{'"); }, kDamaged, nullptr},
+             {"order", [&] { dir.write("state", swapped(dir.read("state"), "input-0", "input-9")); },
+              kDamaged, nullptr},
+         })
+    {
+        SCOPED_TRACE(row.name);
+        fs::remove_all(path);
+        makeState(path, 3);
+        row.spoil();
+        const bool isFile = fs::is_regular_file(path);
+        const std::string before = isFile ? dir.read("state") : "";
+        const std::string error = stateError([&] { countInputs(path); });
+        EXPECT_EQ(error.rfind(path + ": ", 0), 0U) << error;
+        EXPECT_NE(error.find(row.toRead), std::string::npos) << error;
+        const std::string written = stateError([&] {
+            State state(path, State::Mode::kWrite);
+            state.beginRun(makeRun({"a"}));
+            EXPECT_FALSE(state.reuse("a", "input-1", "x", {1, 1, 1}));
+            auto record = makeRecord("a", "input-1", kSound);
+            state.store(record, {1, 1, 1});
+        });
+        EXPECT_NE(written.find(row.toWrite ? row.toWrite : ""), std::string::npos) << written;
+        EXPECT_EQ(written.empty(), !row.toWrite) << written;
+        EXPECT_TRUE(!row.toWrite || !isFile || dir.read("state") == before);
+        EXPECT_LE(filesIn(dir).size(), 1U);
+    }
+    const std::string error = stateError([&] { State(dir.bytes("no/folder"), State::Mode::kWrite); });
+    EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
+    // What SQLite would take for something else than a file.
+    for (const char* const name : {":memory:", "file:x?mode=memory", "%41"}) {
+        makeState(dir.bytes(name), 1);
+        EXPECT_TRUE(fs::exists(dir.bytes(name))) << name;
+    }
+}
+
+TEST(State, SurvivesDamage)
+{
+    const TempDir dir;
+    makeState(dir.bytes("sound"), 100);
+    const std::string sound = dir.read("sound");
+    std::mt19937 random(propertySeed());
+    unsigned refused = 0;
+    for (unsigned long i = 0; i < propertyCases(300); ++i) {
+        std::string bytes = sound;
+        for (int n = 0; n < 20; ++n)
+            bytes[random() % bytes.size()] = static_cast<char>(random());
+        dir.write("state", bytes);
+        refused += !stateError([&] { countInputs(dir.bytes("state")); }).empty();
+    }
+    EXPECT_GT(refused, 0U);
+}
+
+TEST(State, IsLockedAndPlainAfterwards)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    makeState(path, 5);
+    EXPECT_EQ(filesIn(dir), std::vector<std::string>{"state"});
+    EXPECT_EQ(dir.read("state").substr(18, 2), "\1\1");  // no log of its own
+    fs::create_symlink("state", dir.bytes("link"));
+    {
+        State state(path, State::Mode::kWrite);
+        for (const char* const name : {"state", "link"}) {
+            EXPECT_EQ(stateError([&] { State(dir.bytes(name), State::Mode::kWrite); }),
+                      dir.bytes(name) + ": the state is in use by another process");
+        }
+        state.beginRun(makeRun({"a"}));
+        auto record = makeRecord("a", "new", kSound);
+        state.store(record, {1, 2, 3});
+        // Others see the last run that ended.
+        EXPECT_EQ(countInputs(path), 5);
+    }
+    EXPECT_EQ(filesIn(dir), (std::vector<std::string>{"link", "state"}));
+    EXPECT_EQ(dir.read("state").substr(18, 2), "\1\1");
+    // An object that ends in order does not count as a crash.
+    for (int i = 0; i < 3; ++i) {
+        State state(path, State::Mode::kWrite);
+        state.beginRun(makeRun({"a"}));
+        EXPECT_TRUE(state.beginInput("a", "new", {1, 2, 4}));
+    }
+}
+
+TEST(State, IsReadFromWhatCannotBeWritten)
+{
+    const TempDir dir;
+    makeState(dir.bytes("plain"), 5);
+    makeState(dir.bytes("log"), 5);
+    change(dir.bytes("log"), "PRAGMA journal_mode = WAL");
+    fs::copy_file(dir.bytes("log"), dir.bytes("open"));
+    dir.write("open-wal", "x");
+    ::chmod(dir.path().c_str(), 0555);
+    EXPECT_EQ(
+        inChild([&] {
+            if (::geteuid() == 0 && ::setuid(65534) != 0)
+                return 1;
+            if (countInputs(dir.bytes("plain")) != 5 || countInputs(dir.bytes("log")) != 5)
+                return 2;
+            if (stateError([&] { countInputs(dir.bytes("open")); }).find("not saved") == std::string::npos)
+                return 3;
+            if (stateError([&] {
+                    State(dir.bytes("plain"), State::Mode::kWrite);
+                }).find("cannot be written") == std::string::npos)
+                return 4;
+            return 0;
+        }),
+        0);
+    ::chmod(dir.path().c_str(), 0755);
+}
+
+TEST(State, SaysWhenTheDiskIsFull)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    makeState(path, 5);
+    EXPECT_EQ(inChild([&] {
+                  std::signal(SIGXFSZ, SIG_IGN);
+                  const rlimit limit{300'000, 300'000};
+                  ::setrlimit(RLIMIT_FSIZE, &limit);
+                  const std::string error = stateError([&] {
+                      State state(path, State::Mode::kWrite);
+                      state.beginRun(makeRun({"a"}));
+                      for (int i = 0; i < 100'000; ++i) {
+                          auto record = makeRecord("a", std::to_string(i), kCut);
+                          state.store(record, {i, 7, 0});
+                      }
+                      state.endRun({});
+                  });
+                  return error.find("cannot be ") == std::string::npos ? 1 : 0;
+              }),
+              0);
+    EXPECT_EQ(countInputs(path), 5);
+    makeState(path, 7);
+    EXPECT_EQ(countInputs(path), 7);
+}
+
+constexpr int kThreads = 3;
+using Counts = std::array<std::atomic<int>, kThreads>;
+
+/// Each thread t stores the inputs "t-0", "t-1" and so on until it is killed; stored counts the calls that
+/// have returned.
+void storeForEver(const std::string& path, Counts& stored)
+{
+    State state(path, State::Mode::kWrite);
+    state.beginRun(makeRun({"a"}));
+    const auto work = [&](std::size_t thread) {
+        for (int i = 0;; stored[thread] = ++i) {
+            auto record = makeRecord("a", std::to_string(thread) + '-' + std::to_string(i), kSound);
+            if (state.reuse("a", record.name, record.report.path, {i, i, 0}))
+                continue;
+            state.beginInput("a", record.name, {i, i, 0});
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            state.store(record, {i, i, 0});
+        }
+    };
+    std::vector<std::jthread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i)
+        threads.emplace_back(work, i);
+}
+
+TEST(State, LosesASecondAtMostWhenKilled)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    auto& stored = *new (
+        ::mmap(nullptr, sizeof(Counts), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Counts;
+    std::mt19937 random(propertySeed());
+    for (unsigned long i = 0; i < propertyCases(3); ++i) {
+        const pid_t child = ::fork();
+        if (child == 0)
+            storeForEver(path, stored);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300 + random() % 700));
+        const std::array<int, kThreads> before = {stored[0], stored[1], stored[2]};
+        std::this_thread::sleep_for(std::chrono::seconds(1));
+        ::kill(child, SIGKILL);
+        ::waitpid(child, nullptr, 0);
+        State state(path, State::Mode::kWrite);
+        EXPECT_TRUE(state.hasUnfinishedRun());
+        state.beginRun(makeRun({"a"}));
+        for (int thread = 0; thread < kThreads; ++thread) {
+            const int count = before[static_cast<std::size_t>(thread)];
+            EXPECT_GT(count, 0);
+            for (int n = 0; n < count; ++n)
+                ASSERT_TRUE(
+                    state.reuse("a", std::to_string(thread) + '-' + std::to_string(n), "x", {n, n, 0}));
+        }
+    }
+    ::munmap(&stored, sizeof stored);
+}
+
+TEST(State, ChecksSuspectsOneByOne)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    EXPECT_EQ(inChild([&] {
+                  State state(path, State::Mode::kWrite);
+                  state.beginRun(makeRun({"a"}));
+                  state.beginInput("a", "1", {});
+                  state.beginInput("a", "2", {});
+                  ::_exit(0);
+                  return 0;
+              }),
+              0);
+    State state(path, State::Mode::kWrite);
+    state.beginRun(makeRun({"a"}));
+    EXPECT_TRUE(state.beginInput("a", "1", {}));
+    EXPECT_TRUE(state.beginInput("a", "3", {}));
+    std::atomic<bool> hasBegun = false;
+    std::jthread second([&] {
+        EXPECT_TRUE(state.beginInput("a", "2", {}));
+        hasBegun = true;
+        state.dropInput("a", "2");
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(hasBegun);
+    auto record = makeRecord("a", "1", kSound);
+    state.store(record, {});
+    second.join();
+    EXPECT_TRUE(hasBegun);
+}
+
+}  // namespace
+}  // namespace krx::test

@@ -1,0 +1,360 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tests/archive/statefixture.h"
+#include "tests/support/propertysettings.h"
+#include "tools/zmvutil/archive/src/database.h"
+#include "tools/zmvutil/archive/src/outcome.h"
+#include "tools/zmvutil/archive/src/search.h"
+
+#include <algorithm>
+#include <chrono>
+#include <map>
+#include <optional>
+#include <random>
+#include <set>
+#include <thread>
+
+namespace krx::test {
+namespace {
+
+using archive::Change;
+using archive::InputRecord;
+using archive::InputStamp;
+using archive::RunInfo;
+using archive::State;
+
+using Key = std::pair<std::string, std::string>;  // root, name
+
+/// What a state knows of an input, in the simplest form.
+struct Known
+{
+    struct Result
+    {
+        InputStamp stamp;
+        std::string settings;
+        std::string outcome;
+        bool isReusable = false;
+    };
+    struct Crash
+    {
+        InputStamp stamp;
+        std::string settings;
+        int count = 0;
+    };
+    std::optional<Result> ended;     // of the last run that ended
+    std::optional<Change> standing;  // in it; absent when it had no result there
+    std::optional<Result> latest;    // of any run
+    std::optional<Crash> crash;
+
+    Change changeTo(const std::string& outcome) const
+    {
+        return !ended || standing == Change::kGone ? Change::kNew
+                                                   : archive::changeBetween(ended->outcome, outcome);
+    }
+};
+
+/// Makes the same random runs over a state and over a model of it, which knows nothing of files.
+class Runs
+{
+public:
+    explicit Runs(std::string path) : m_path(std::move(path)) {}
+
+    void step(unsigned seed)
+    {
+        m_random.seed(seed);
+        changeWorld();
+        const RunInfo run = chooseRun();
+        if (!chance(20)) {
+            State state(m_path, State::Mode::kWrite);
+            perform(&state, run, false);
+            return;
+        }
+        const auto random = m_random;
+        const int status = inChild([&] {
+            State state(m_path, State::Mode::kWrite);
+            perform(&state, run, true);
+            std::this_thread::sleep_for(std::chrono::seconds(1));
+            return ::testing::Test::HasFailure() ? 1 : 0;
+        });
+        ASSERT_EQ(status, 0);
+        m_random = random;
+        perform(nullptr, run, true);
+    }
+
+    void expectSameList()
+    {
+        expectWholeFile();
+        State state(m_path, State::Mode::kRead);
+        EXPECT_EQ(state.hasUnfinishedRun(), m_isUnfinished);
+        if (!m_hasEnded)
+            return;
+        EXPECT_EQ(state.lastRun().roots, m_last.roots);
+        EXPECT_EQ(state.lastRun().shards, m_last.shards);
+        EXPECT_EQ(state.totals()->inputs, m_inputs);
+        EXPECT_EQ(state.totals()->bytes, m_bytes);
+        auto entry = m_known.begin();
+        const auto skip = [&] {
+            entry = std::find_if(entry, m_known.end(), [](const auto& e) { return e.second.standing; });
+        };
+        skip();
+        state.forEach([&](const InputRecord& record) {
+            EXPECT_NE(entry, m_known.end());
+            EXPECT_EQ(Key(record.root, record.name), entry->first);
+            EXPECT_EQ(outcomeOf(record), entry->second.ended->outcome);
+            EXPECT_EQ(record.change, entry->second.standing);
+            EXPECT_EQ(record.report.path, "/media/" + record.root + "/" + record.name);
+            ++entry;
+            skip();
+            return true;
+        });
+        EXPECT_EQ(entry, m_known.end());
+    }
+
+private:
+    // Also without results that no input has.
+    void expectWholeFile() const
+    {
+        const archive::Database database(m_path, archive::Database::Access::kRead);
+        for (const char* const sql :
+             {"SELECT count(*) FROM pragma_integrity_check WHERE integrity_check <> 'ok'",
+              "SELECT count(*) FROM result WHERE id NOT IN (SELECT ifnull(result, 0) FROM input"
+              " UNION SELECT ifnull(fresh, 0) FROM input)"})
+        {
+            archive::Statement statement(database, sql);
+            archive::Rows rows = statement.run();
+            EXPECT_TRUE(rows.next() && rows.integer(0) == 0) << sql;
+        }
+    }
+
+    struct Input
+    {
+        InputStamp stamp;
+        Kind kind = kSound;
+    };
+
+    unsigned below(unsigned n) { return static_cast<unsigned>(m_random() % n); }
+    bool chance(unsigned percent) { return below(100) < percent; }
+
+    void changeWorld()
+    {
+        static const std::vector<std::string> kNames = {"", "it's\n\xff", "x/1", "x/2", "x/3", "y/1", "y/2"};
+        for (const char* const root : {"a", "b\xfe"}) {
+            for (const std::string& name : kNames) {
+                const Key key(root, name);
+                if (chance(10))
+                    m_world.erase(key);
+                else if (chance(30))
+                    m_world[key] = {{below(3), below(2), below(2)}, static_cast<Kind>(below(kCrashed))};
+            }
+        }
+    }
+
+    RunInfo chooseRun()
+    {
+        RunInfo run =
+            makeRun(chance(70) ? std::vector<std::string>{"a", "b\xfe"} : std::vector<std::string>{"a"});
+        if (chance(10))
+            run.settings = "other";
+        if (chance(20)) {
+            run.shards = 2;
+            run.shard = 1 + below(2);
+        }
+        return run;
+    }
+
+    static bool isOf(const Key& key, const RunInfo& run)
+    {
+        return std::count(run.roots.begin(), run.roots.end(), key.first) != 0 &&
+               (run.shards == 1 || archive::shardOf(key.second, run.shards) == run.shard);
+    }
+
+    // Without a state, only the model goes on.
+    void perform(State* state, const RunInfo& run, bool isKilled)
+    {
+        if (state)
+            state->beginRun(run);
+        countMark();
+        m_isUnfinished = true;
+        m_unfinished = run;
+        m_seen.clear();
+        m_dropped.clear();
+        const unsigned end = isKilled ? below(static_cast<unsigned>(m_world.size()) + 1) : ~0U;
+        unsigned n = 0;
+        for (const auto& [key, input] : m_world) {
+            if (!isOf(key, run))
+                continue;
+            if (n++ == end) {
+                leaveMark(state, key, input.stamp);
+                break;
+            }
+            takeInput(state, key, input);
+        }
+        if (!isKilled)
+            endRun(state, run);
+    }
+
+    void countMark()
+    {
+        if (!m_mark)
+            return;
+        auto& crash = m_known[*m_mark].crash;
+        if (!crash || crash->stamp != m_markStamp || crash->settings != m_unfinished.settings)
+            crash = Known::Crash{m_markStamp, m_unfinished.settings, 0};
+        ++crash->count;
+        m_mark.reset();
+    }
+
+    bool isCrashed(const Known& known, const InputStamp& stamp) const
+    {
+        return known.crash && known.crash->count >= 2 && known.crash->stamp == stamp &&
+               known.crash->settings == m_unfinished.settings;
+    }
+
+    // The process ends while this input is checked.
+    void leaveMark(State* state, const Key& key, const InputStamp& stamp)
+    {
+        const bool mayBegin = !isCrashed(m_known[key], stamp);
+        EXPECT_TRUE(!state || state->beginInput(key.first, key.second, stamp) == mayBegin);
+        if (!mayBegin)
+            return;
+        m_mark = key;
+        m_markStamp = stamp;
+    }
+
+    void takeInput(State* state, const Key& key, const Input& input)
+    {
+        const auto& [root, name] = key;
+        Known& known = m_known[key];
+        const bool stands = known.latest && known.latest->isReusable && known.latest->stamp == input.stamp &&
+                            known.latest->settings == m_unfinished.settings;
+        if (state) {
+            const auto reused = state->reuse(root, name, "/media/" + root + "/" + name, input.stamp);
+            ASSERT_EQ(reused.has_value(), stands);
+            EXPECT_EQ(state->checkedAt(root, name).has_value(), known.latest.has_value());
+            if (reused) {
+                EXPECT_EQ(outcomeOf(*reused), known.latest->outcome);
+                EXPECT_EQ(reused->change, known.changeTo(known.latest->outcome));
+            }
+        }
+        if (stands)
+            m_seen.insert(key);
+        if (stands && !chance(10))
+            return;
+        const bool crashed = isCrashed(known, input.stamp);
+        EXPECT_TRUE(!state || state->beginInput(root, name, input.stamp) == !crashed);
+        if (!crashed && chance(10)) {
+            if (state)
+                state->dropInput(root, name);
+            known.latest = known.ended;
+            m_dropped.insert(key);
+            m_seen.erase(key);
+        } else {
+            InputRecord record = makeRecord(root, name, crashed ? kCrashed : input.kind);
+            const std::string outcome = outcomeOf(record);
+            if (state) {
+                state->store(record, input.stamp);
+                EXPECT_EQ(record.change, known.changeTo(outcome));
+            }
+            known.latest = {input.stamp, m_unfinished.settings, outcome,
+                            !crashed && input.kind != kUnreadable};
+            m_seen.insert(key);
+        }
+        if (!crashed)
+            known.crash.reset();
+    }
+
+    void endRun(State* state, const RunInfo& run)
+    {
+        const std::vector<std::string> kept =
+            chance(10) ? std::vector<std::string>{"a"} : std::vector<std::string>{};
+        const auto isKnown = [&](const auto& entry) {
+            return entry.second.ended && entry.second.standing != Change::kGone && entry.first.first == "a" &&
+                   isOf(entry.first, run);
+        };
+        const auto known = std::count_if(m_known.begin(), m_known.end(), isKnown);
+        if (state) {
+            EXPECT_EQ(state->knownBelow("a"), static_cast<std::uint64_t>(known));
+            state->endRun(kept);
+        }
+        m_inputs = m_seen.size();
+        m_bytes = 0;
+        for (auto& [key, entry] : m_known) {
+            if (m_seen.count(key) != 0) {
+                entry.standing = entry.changeTo(entry.latest->outcome);
+                entry.ended = entry.latest;
+                m_bytes += static_cast<std::uint64_t>(entry.latest->stamp.size);
+            } else if (m_dropped.count(key) != 0) {
+                entry.standing.reset();
+            } else if (isOf(key, run) && (kept.empty() || key.first != kept[0])) {
+                if (entry.standing == Change::kGone)
+                    entry.ended.reset();
+                entry.standing = entry.ended ? std::optional(Change::kGone) : std::nullopt;
+                entry.latest = entry.ended;
+            }
+        }
+        std::erase_if(m_known, [](const auto& entry) { return !entry.second.ended && !entry.second.latest; });
+        m_hasEnded = true;
+        m_isUnfinished = false;
+        m_last = run;
+    }
+
+    const std::string m_path;
+    std::mt19937 m_random;
+    std::map<Key, Input> m_world;  // what is on the disks
+    std::map<Key, Known> m_known;
+    std::optional<Key> m_mark;
+    InputStamp m_markStamp;
+    RunInfo m_unfinished, m_last;
+    bool m_isUnfinished = false, m_hasEnded = false;
+    std::set<Key> m_seen, m_dropped;
+    std::uint64_t m_inputs = 0, m_bytes = 0;
+};
+
+TEST(State, RunsAgreeWithAModel)
+{
+    const TempDir dir;
+    Runs runs(dir.bytes("state"));
+    const unsigned first = propertySeed() * 1000;
+    for (unsigned i = 0; i < propertyCases(40) && !HasFailure(); ++i) {
+        SCOPED_TRACE(first + i);
+        runs.step(first + i);
+        runs.expectSameList();
+    }
+}
+
+TEST(Outcome, Changes)
+{
+    struct Row
+    {
+        const char* before;
+        const char* now;
+        Change change;
+    };
+    for (const Row& row : std::vector<Row>{
+             {"valid none 0", "valid none 0", Change::kSame},
+             {"invalid damaged 0 -18 1", "valid none 0", Change::kFixed},
+             {"invalid damaged 0 -18 1", "valid none 0 -110 7", Change::kFixed},
+             {"crashed none 0", "valid none 0", Change::kFixed},
+             {"valid none 0", "crashed none 0", Change::kNew},
+             {"valid none 0", "invalid damaged 0 -18 1", Change::kNew},
+             {"invalid damaged 0 -18 1", "invalid damaged 0 -18 2", Change::kNew},
+             {"invalid damaged 0 -18 2", "invalid damaged 0 -18 1", Change::kNew},
+             {"valid none 0 -111 1 -110 2", "valid none 0 -110 1", Change::kFixed},
+             {"valid none 0 -110 2", "valid none 0 -111 1", Change::kNew},
+             {"valid none 5 -110 2", "valid none 6 -110 1", Change::kNew},
+             {"valid cut-short 0 -110 2", "valid none 0 -110 2", Change::kFixed},
+             {"valid none 0 -110 2", "valid cut-short 0", Change::kNew},
+             {"", "valid none 0", Change::kFixed},
+         })
+        EXPECT_EQ(archive::changeBetween(row.before, row.now), row.change) << row.before << " > " << row.now;
+
+    InputRecord record = makeRecord("a", "b", kCut);
+    record.report.findings.emplace_back().number = -110;
+    record.report.findings.emplace_back();  // only a sentence
+    record.report.findingsOmitted = 3;
+    EXPECT_EQ(archive::outcomeOf(record), "invalid cut-short 3 -110 1 -18 2");
+}
+
+}  // namespace
+}  // namespace krx::test

@@ -1,0 +1,552 @@
+// Copyright (C) 2026 The vidlint authors.
+// All rights reserved.
+
+#include "tools/zmvutil/archive/src/state.h"
+
+#include "tools/zmvutil/archive/src/outcome.h"
+#include "tools/zmvutil/archive/src/recordjson.h"
+#include "tools/zmvutil/archive/src/runningmarks.h"
+#include "tools/zmvutil/archive/src/statefile.h"
+#include "tools/zmvutil/archive/src/statelist.h"
+#include "tools/zmvutil/archive/src/statetables.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <ctime>
+#include <mutex>
+#include <new>
+#include <thread>
+#include <utility>
+
+namespace archive {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long a transaction stays open. Half of what may be lost, since a commit takes its time as well.
+constexpr std::chrono::milliseconds kCommitInterval{500};
+/// Checks of an input that may end the process.
+constexpr int kMaxCrashes = 2;
+
+/// Says what the state knows of the system or of the program, and not of the input.
+bool isReusable(const InputRecord& record)
+{
+    const vidlint::InputReport& report = record.report;
+    return !record.crashed && !report.unreadable && !report.cancelled &&
+           report.cause != vidlint::Cause::kUnreadable && report.cause != vidlint::Cause::kResources;
+}
+
+std::uint64_t sizeOf(const InputStamp& stamp)
+{
+    return static_cast<std::uint64_t>(std::max(stamp.size, 0LL));
+}
+
+/// What stands in front of the name in a path.
+std::optional<std::string_view> prefixOf(std::string_view path, std::string_view name)
+{
+    if (!path.ends_with(name))
+        return std::nullopt;
+    return path.substr(0, path.size() - name.size());
+}
+
+}  // namespace
+
+class State::Impl
+{
+public:
+    Impl(const std::string& path, Mode mode);
+    ~Impl();
+    Impl(const Impl&) = delete;
+    Impl& operator=(const Impl&) = delete;
+
+    void beginRun(const RunInfo& info);
+    std::optional<InputRecord> reuse(const std::string& root, const std::string& name,
+                                     const std::string& path, const InputStamp& stamp);
+    std::optional<std::int64_t> checkedAt(const std::string& root, const std::string& name);
+    bool beginInput(const std::string& root, const std::string& name, const InputStamp& stamp);
+    void store(InputRecord& record, const InputStamp& stamp);
+    void dropInput(const std::string& root, const std::string& name);
+    std::uint64_t knownBelow(const std::string& root);
+    void endRun(const std::vector<std::string>& keptRoots);
+    RunInfo lastRun();
+    bool hasUnfinishedRun();
+    std::optional<Totals> totals();
+    void forEach(const std::function<bool(const InputRecord&)>& function);
+
+private:
+    using Lock = std::unique_lock<std::mutex>;
+
+    // All with the mutex held.
+    template <typename Function>
+    auto writing(Function function);
+    void throwIfFailed() const;
+    void fail(const char* text);
+    void openTransaction();
+    void commit();
+    void commitLoop(const std::stop_token& stop);
+    void countLeftMarks();
+    void see(StoredInput& input, const InputStamp& stamp);
+    bool readReusable(const std::string& root, const std::string& name, const InputStamp& stamp,
+                      std::string& line, Change& change);
+    Change storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view line);
+    std::optional<Change> changeOf(const std::optional<StoredInput>& known, std::string_view outcome);
+    void dropResult(const std::string& root, const std::string& name);
+    void finishMark(const std::string& root, const std::string& name, bool isCrashed);
+
+    const std::string m_path;
+    std::optional<RunningMarks> m_marks;  ///< before the database: nobody else writes while it closes
+    std::unique_ptr<Database> m_database;
+    std::optional<StateTables> m_tables;
+
+    std::mutex m_mutex;
+    std::optional<StoredRun> m_run;  ///< that is going on
+    Totals m_totals;                 ///< what it has seen
+    std::string m_failure;           ///< why nothing can be written any more
+    bool m_hasCrashes = false;
+    std::optional<std::pair<std::string, std::string>> m_suspect;  ///< root and name, while it is checked
+    std::condition_variable m_suspectDone;
+    bool m_isOpen = false;  ///< a transaction is
+    Clock::time_point m_commitAt;
+    std::condition_variable_any m_opened;
+    std::jthread m_committer;
+};
+
+State::Impl::Impl(const std::string& path, Mode mode) : m_path(path)
+{
+    if (mode == Mode::kRead) {
+        m_database = openStateToRead(path);
+        // One picture of the state, even if a run ends meanwhile.
+        m_database->execute("BEGIN");
+        m_tables.emplace(*m_database);
+        return;
+    }
+    m_marks.emplace(path, realStatePath(path));
+    m_database = openStateToWrite(path);
+    m_tables.emplace(*m_database);
+    m_committer = std::jthread([this](const std::stop_token& stop) { commitLoop(stop); });
+}
+
+State::Impl::~Impl()
+{
+    if (m_committer.joinable()) {
+        m_committer.request_stop();
+        m_committer.join();
+    }
+    if (!m_run)
+        return;
+    try {
+        commit();
+        endWriting(*m_database);
+    } catch (const StateError&) {
+        // What was not saved is checked again.
+    }
+}
+
+/// Runs a function that may write. When it fails, the tables may be between two states, and nothing more of
+/// the transaction is kept.
+template <typename Function>
+auto State::Impl::writing(Function function)
+{
+    throwIfFailed();
+    try {
+        return function();
+    } catch (const StateError& error) {
+        fail(error.what());
+    } catch (const std::bad_alloc&) {
+        fail((m_path + ": there is not enough memory to use the state").c_str());
+    }
+    throw StateError(m_failure);
+}
+
+void State::Impl::fail(const char* text)
+{
+    m_failure = text;
+    m_suspectDone.notify_all();
+}
+
+void State::Impl::throwIfFailed() const
+{
+    if (!m_failure.empty())
+        throw StateError(m_failure);
+}
+
+void State::Impl::openTransaction()
+{
+    if (m_isOpen)
+        return;
+    m_database->execute("BEGIN IMMEDIATE");
+    m_isOpen = true;
+    m_commitAt = Clock::now() + kCommitInterval;
+    m_opened.notify_one();
+}
+
+void State::Impl::commit()
+{
+    if (!m_isOpen || !m_failure.empty())
+        return;
+    m_database->execute("COMMIT");
+    m_isOpen = false;
+}
+
+void State::Impl::commitLoop(const std::stop_token& stop)
+{
+    Lock lock(m_mutex);
+    while (!stop.stop_requested()) {
+        m_opened.wait(lock, stop, [this] { return m_isOpen && m_failure.empty(); });
+        m_opened.wait_until(lock, stop, m_commitAt, [this] { return !m_isOpen; });
+        // It may be another transaction than the one that was waited for.
+        if (stop.stop_requested() || Clock::now() < m_commitAt)
+            continue;
+        try {
+            commit();
+        } catch (const StateError& error) {
+            fail(error.what());
+        }
+    }
+}
+
+void State::Impl::beginRun(const RunInfo& info)
+{
+    const Lock lock(m_mutex);
+    writing([&] {
+        commit();
+        beginWriting(*m_database, m_path);
+        m_database->execute("BEGIN IMMEDIATE");
+        countLeftMarks();
+        StoredRun run;
+        run.info = info;
+        run.plan = m_tables->planOf(info.settings, info.revision);
+        run.id = m_tables->addRun(info, run.plan);
+        m_database->execute("COMMIT");
+        m_hasCrashes = m_tables->hasCrashes();
+        m_totals = {};
+        m_run = std::move(run);
+    });
+}
+
+void State::Impl::countLeftMarks()
+{
+    // They are of the run that did not end.
+    const auto plan = m_tables->unfinishedPlan();
+    for (const RunningMarks::Mark& mark : m_marks->takeLeft()) {
+        if (plan)
+            m_tables->countCrash(m_tables->addRoot(mark.root), mark.name, *plan, mark.stamp);
+    }
+}
+
+void State::Impl::see(StoredInput& input, const InputStamp& stamp)
+{
+    if (input.seen == m_run->id)
+        return;
+    input.seen = m_run->id;
+    ++m_totals.inputs;
+    m_totals.bytes += sizeOf(stamp);
+}
+
+std::optional<InputRecord> State::Impl::reuse(const std::string& root, const std::string& name,
+                                              const std::string& path, const InputStamp& stamp)
+{
+    std::string line;
+    Change change = Change::kSame;
+    {
+        const Lock lock(m_mutex);
+        const bool isFound = writing([&] {
+            if (!readReusable(root, name, stamp, line, change))
+                return false;
+            if (const auto prefix = prefixOf(path, name))
+                m_tables->setPrefix(root, *prefix);
+            return true;
+        });
+        if (!isFound)
+            return std::nullopt;
+    }
+    InputRecord record;
+    try {
+        record = fromJson(line);
+    } catch (const std::runtime_error&) {
+        return std::nullopt;  // it is made anew
+    }
+    record.root = root;
+    record.name = name;
+    record.report.path = path;
+    record.change = change;
+    return record;
+}
+
+/// Marks the input as seen when its result stands.
+bool State::Impl::readReusable(const std::string& root, const std::string& name, const InputStamp& stamp,
+                               std::string& line, Change& change)
+{
+    const auto rootId = m_tables->findRoot(root);
+    auto input = rootId ? m_tables->find(*rootId, name) : std::nullopt;
+    const auto id = input ? input->latest() : std::nullopt;
+    bool stands = false;
+    if (id) {
+        m_tables->withResult(*id, [&](const StoredResult& result) {
+            stands = result.isReusable && result.plan == m_run->plan && result.stamp == stamp;
+            if (stands)
+                line = result.record;
+        });
+    }
+    if (!stands)
+        return false;
+    if (!input->fresh && input->standing == Standing::kGone) {
+        input->fresh = input->result;
+        input->freshStanding = Standing::kNew;
+    }
+    if (input->freshStanding)
+        change = static_cast<Change>(*input->freshStanding);
+    openTransaction();
+    see(*input, stamp);
+    m_tables->update(*rootId, name, *input);
+    return true;
+}
+
+std::optional<std::int64_t> State::Impl::checkedAt(const std::string& root, const std::string& name)
+{
+    const Lock lock(m_mutex);
+    throwIfFailed();
+    const auto rootId = m_tables->findRoot(root);
+    const auto input = rootId ? m_tables->find(*rootId, name) : std::nullopt;
+    std::optional<std::int64_t> time;
+    if (const auto id = input ? input->latest() : std::nullopt)
+        m_tables->withResult(*id, [&](const StoredResult& result) { time = result.checkedAt; });
+    return time;
+}
+
+bool State::Impl::beginInput(const std::string& root, const std::string& name, const InputStamp& stamp)
+{
+    Lock lock(m_mutex);
+    return writing([&] {
+        const auto rootId = m_hasCrashes ? m_tables->findRoot(root) : std::nullopt;
+        const int crashes = rootId ? m_tables->crashesOf(*rootId, name, m_run->plan, stamp) : 0;
+        if (crashes >= kMaxCrashes)
+            return false;
+        if (crashes != 0) {
+            m_suspectDone.wait(lock, [this] { return !m_suspect || !m_failure.empty(); });
+            throwIfFailed();
+            m_suspect.emplace(root, name);
+        }
+        m_marks->add(root, name, stamp);
+        return true;
+    });
+}
+
+void State::Impl::store(InputRecord& record, const InputStamp& stamp)
+{
+    const std::string line = toJson(record);
+    const Lock lock(m_mutex);
+    writing([&] {
+        record.change = storeLine(record, stamp, line);
+        finishMark(record.root, record.name, record.crashed);
+    });
+}
+
+Change State::Impl::storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view line)
+{
+    openTransaction();
+    const std::int64_t root = m_tables->addRoot(record.root);
+    if (const auto prefix = prefixOf(record.report.path, record.name))
+        m_tables->setPrefix(record.root, *prefix);
+    const std::string outcome = outcomeOf(record);
+    const auto known = m_tables->find(root, record.name);
+    const Change change = changeOf(known, outcome).value_or(Change::kNew);
+
+    StoredInput input = known.value_or(StoredInput());
+    const auto old = input.fresh;
+    input.fresh =
+        m_tables->addResult({m_run->plan, std::time(nullptr), stamp, isReusable(record), outcome, line});
+    input.freshStanding = static_cast<Standing>(change);
+    see(input, stamp);
+    if (known)
+        m_tables->update(root, record.name, input);
+    else
+        m_tables->add(root, record.name, input);
+    if (old && old != input.result)
+        m_tables->deleteResult(*old);
+    return change;
+}
+
+/// Absent when the input was not there in the last run that ended.
+std::optional<Change> State::Impl::changeOf(const std::optional<StoredInput>& known, std::string_view outcome)
+{
+    if (!known || !known->result || known->standing == Standing::kGone)
+        return std::nullopt;
+    std::optional<Change> change;
+    m_tables->withResult(
+        *known->result, [&](const StoredResult& result) { change = changeBetween(result.outcome, outcome); });
+    return change;
+}
+
+void State::Impl::dropInput(const std::string& root, const std::string& name)
+{
+    const Lock lock(m_mutex);
+    writing([&] {
+        dropResult(root, name);
+        finishMark(root, name, false);
+    });
+}
+
+void State::Impl::dropResult(const std::string& root, const std::string& name)
+{
+    const auto rootId = m_tables->findRoot(root);
+    auto input = rootId ? m_tables->find(*rootId, name) : std::nullopt;
+    if (!input)
+        return;
+    openTransaction();
+    if (input->seen == m_run->id) {
+        --m_totals.inputs;
+        m_tables->withResult(input->latest().value_or(0),
+                             [this](const StoredResult& result) { m_totals.bytes -= sizeOf(result.stamp); });
+    }
+    const auto old = std::exchange(input->fresh, std::nullopt);
+    input->freshStanding.reset();
+    input->seen = -m_run->id;
+    m_tables->update(*rootId, name, *input);
+    if (old && old != input->result)
+        m_tables->deleteResult(*old);
+}
+
+/// The process has outlived the check of the input.
+void State::Impl::finishMark(const std::string& root, const std::string& name, bool isCrashed)
+{
+    m_marks->remove(root, name);
+    if (m_suspect && m_suspect->first == root && m_suspect->second == name) {
+        m_suspect.reset();
+        m_suspectDone.notify_one();
+    }
+    if (!m_hasCrashes || isCrashed)
+        return;
+    if (const auto rootId = m_tables->findRoot(root)) {
+        openTransaction();
+        m_tables->forgetCrashes(*rootId, name);
+    }
+}
+
+std::uint64_t State::Impl::knownBelow(const std::string& root)
+{
+    const Lock lock(m_mutex);
+    throwIfFailed();
+    const auto rootId = m_tables->findRoot(root);
+    if (!rootId)
+        return 0;
+    return m_run ? m_tables->countKnown(*rootId, m_run->info.shard, m_run->info.shards)
+                 : m_tables->countKnown(*rootId, 1, 1);
+}
+
+void State::Impl::endRun(const std::vector<std::string>& keptRoots)
+{
+    const Lock lock(m_mutex);
+    writing([&] {
+        openTransaction();
+        for (const std::string& label : m_run->info.roots) {
+            const bool isKept = std::find(keptRoots.begin(), keptRoots.end(), label) != keptRoots.end();
+            if (const auto root = isKept ? std::nullopt : m_tables->findRoot(label))
+                m_tables->endRoot(*root, *m_run);
+        }
+        m_tables->endRun(*m_run, m_totals.inputs, m_totals.bytes);
+        commit();
+        m_run.reset();
+        endWriting(*m_database);
+    });
+}
+
+RunInfo State::Impl::lastRun()
+{
+    const Lock lock(m_mutex);
+    auto run = m_tables->lastEnded();
+    if (!run)
+        throw StateError(m_path + ": no run has ended yet");
+    return std::move(run->info);
+}
+
+bool State::Impl::hasUnfinishedRun()
+{
+    const Lock lock(m_mutex);
+    return m_tables->unfinishedPlan().has_value();
+}
+
+std::optional<State::Totals> State::Impl::totals()
+{
+    const Lock lock(m_mutex);
+    std::optional<std::int64_t> inputs;
+    std::optional<std::int64_t> bytes;
+    m_tables->totalsOfLast(inputs, bytes);
+    if (!inputs || !bytes || *inputs < 0 || *bytes < 0)
+        return std::nullopt;
+    return Totals{static_cast<std::uint64_t>(*inputs), static_cast<std::uint64_t>(*bytes)};
+}
+
+void State::Impl::forEach(const std::function<bool(const InputRecord&)>& function)
+{
+    const Lock lock(m_mutex);
+    listInputs(*m_database, function);
+}
+
+State::State(const std::string& path, Mode mode) : m_impl(std::make_unique<Impl>(path, mode)) {}
+
+State::~State() = default;
+
+void State::beginRun(const RunInfo& run)
+{
+    m_impl->beginRun(run);
+}
+
+std::optional<InputRecord> State::reuse(const std::string& root, const std::string& name,
+                                        const std::string& path, const InputStamp& stamp)
+{
+    return m_impl->reuse(root, name, path, stamp);
+}
+
+std::optional<std::int64_t> State::checkedAt(const std::string& root, const std::string& name)
+{
+    return m_impl->checkedAt(root, name);
+}
+
+bool State::beginInput(const std::string& root, const std::string& name, const InputStamp& stamp)
+{
+    return m_impl->beginInput(root, name, stamp);
+}
+
+void State::store(InputRecord& record, const InputStamp& stamp)
+{
+    m_impl->store(record, stamp);
+}
+
+void State::dropInput(const std::string& root, const std::string& name)
+{
+    m_impl->dropInput(root, name);
+}
+
+std::uint64_t State::knownBelow(const std::string& root)
+{
+    return m_impl->knownBelow(root);
+}
+
+void State::endRun(const std::vector<std::string>& keptRoots)
+{
+    m_impl->endRun(keptRoots);
+}
+
+RunInfo State::lastRun()
+{
+    return m_impl->lastRun();
+}
+
+bool State::hasUnfinishedRun()
+{
+    return m_impl->hasUnfinishedRun();
+}
+
+std::optional<State::Totals> State::totals()
+{
+    return m_impl->totals();
+}
+
+void State::forEach(const std::function<bool(const InputRecord&)>& function)
+{
+    m_impl->forEach(function);
+}
+
+}  // namespace archive
