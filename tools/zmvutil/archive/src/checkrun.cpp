@@ -124,30 +124,20 @@ bool CheckRun::takeInput(FoundInput& found)
     return m_search.next(found);
 }
 
-bool CheckRun::isDue(const InputRecord& stored, const FoundInput& found)
+bool CheckRun::isDue(const FoundInput& found)
 {
     if (m_options.rechecksAll)
         return true;
     if (!m_options.recheckOlder)
         return false;
-    const auto checked = m_state->checkedAt(stored.root, found.name);
+    const auto checked = m_state->checkedAt(found.root, found.name);
     return !checked || std::time(nullptr) - *checked > m_options.recheckOlder->count();
 }
 
 void CheckRun::checkInput(unsigned worker, const FoundInput& found)
 {
-    if (m_state) {
-        if (auto stored = m_state->reuse(found.root, found.name, found.stamp);
-            stored && !isDue(*stored, found)) {
-            stored->report.path = found.path;
-            {
-                const std::lock_guard lock(m_outputMutex);
-                ++m_unchanged;
-            }
-            finish(std::move(*stored), found.stamp);
-            return;
-        }
-    }
+    if (m_state && takeStored(found))
+        return;
     InputRecord record;
     record.root = found.root;
     record.name = found.name;
@@ -156,10 +146,40 @@ void CheckRun::checkInput(unsigned worker, const FoundInput& found)
     if (m_state && !m_state->beginInput(found.root, found.name, found.stamp)) {
         record.crashed = true;
         m_state->store(record, found.stamp);
-        finish(std::move(record), found.stamp);
+        finish(record);
         return;
     }
+    bool hasResult = false;
+    try {
+        hasResult = checkOpen(worker, found, record);
+        if (m_state && hasResult)
+            m_state->store(record, found.stamp);
+    } catch (const StateError&) {
+        throw;
+    } catch (...) {
+        if (m_state)
+            m_state->dropInput(found.root, found.name);
+        throw;
+    }
+    if (hasResult)
+        finish(record);
+    else if (m_state)
+        m_state->dropInput(found.root, found.name);
+}
 
+/// Takes the result of an earlier run if it still stands.
+bool CheckRun::takeStored(const FoundInput& found)
+{
+    const auto stored = m_state->reuse(found.root, found.name, found.path, found.stamp);
+    if (!stored || isDue(found))
+        return false;
+    finish(*stored);
+    return true;
+}
+
+/// Checks the input itself. False when it has no result: the run ends, or it changed meanwhile.
+bool CheckRun::checkOpen(unsigned worker, const FoundInput& found, InputRecord& record)
+{
     m_progress.begin(worker, found.path);
     {
         const bool isLimited = m_options.openInputs != 0 || found.isRotational;
@@ -170,21 +190,17 @@ void CheckRun::checkInput(unsigned worker, const FoundInput& found)
         record.report = vidlint::check(found.path, settings);
     }
     m_progress.end(worker);
+    if (record.report.cancelled)
+        return false;
     InputStamp now;
-    const bool isStable = Search::stampOf(found, now) && now == found.stamp;
-    if (record.report.cancelled || (!isStable && !record.report.unreadable)) {
-        if (m_state)
-            m_state->dropInput(found.root, found.name);
-        const std::lock_guard lock(m_outputMutex);
-        m_summary.changing = m_summary.changing.value_or(0) + !record.report.cancelled;
-        return;
-    }
-    if (m_state)
-        m_state->store(record, found.stamp);
-    finish(std::move(record), found.stamp);
+    if (record.report.unreadable || (Search::stampOf(found, now) && now == found.stamp))
+        return true;
+    const std::lock_guard lock(m_outputMutex);
+    m_summary.changing = m_summary.changing.value_or(0) + 1;
+    return false;
 }
 
-void CheckRun::finish(InputRecord record, const InputStamp& /*stamp*/)
+void CheckRun::finish(const InputRecord& record)
 {
     const bool isShown = !m_options.isQuiet && (!m_options.onlyNew || record.change == Change::kNew);
     std::string text;

@@ -36,8 +36,10 @@ private:
     void work(unsigned worker);
     bool takeInput(FoundInput& found);
     void checkInput(unsigned worker, const FoundInput& found);
-    bool isDue(const InputRecord& stored, const FoundInput& found);
-    void finish(InputRecord record, const InputStamp& stamp);
+    bool takeStored(const FoundInput& found);
+    bool checkOpen(unsigned worker, const FoundInput& found, InputRecord& record);
+    bool isDue(const FoundInput& found);
+    void finish(const InputRecord& record);
     void print(const std::string& text);
     void warn(const std::string& sentence);
     int endRun();
@@ -56,8 +58,7 @@ private:
     std::counting_semaphore<> m_openInputs;
     std::mutex m_outputMutex;
     Summary m_summary;
-    std::uint64_t m_unchanged = 0;  ///< inputs whose result is that of an earlier run
-    bool m_problems = false;        ///< with paths or roots
+    bool m_problems = false;  ///< with paths or roots
 };
 
 }  // namespace archive
