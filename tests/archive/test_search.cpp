@@ -3,6 +3,7 @@
 
 #include "tests/archive/searchresult.h"
 #include "tests/support/tempdir.h"
+#include "tools/zmvutil/archive/src/reachedpaths.h"
 #include "tools/zmvutil/archive/src/rotationaldisks.h"
 
 #include <gtest/gtest.h>
@@ -330,16 +331,19 @@ TEST_F(SearchTest, FoldersThatAreMovedAway)
 
 TEST_F(SearchTest, Lists)
 {
-    write({"live.mp4/index", "live.mp4/contexts", "folder.mp4/x.mp4", "odd"});
-    const std::string list = std::string("odd\0\0folder.mp4\0missing\0", 24) + std::string(5000, 'x') + '\0' +
-                             "odd" + '\0' + "live.mp4";
+    write({"live.mp4/index", "live.mp4/contexts", "folder.mp4/x.mp4", "folder.mp4/y.mp4", "odd"});
+    std::filesystem::create_directory_symlink("folder.mp4", "link");
+    const std::string list = std::string("odd\0\0folder.mp4\0missing\0link\0", 29) + std::string(5000, 'x') +
+                             '\0' + "odd" + '\0' + "live.mp4";
     write({"list"}, list);
     SearchOptions options;
     options.filesFrom = "list";
     const SearchResult result(options);
-    EXPECT_EQ(result.sorted(), (Names{"folder.mp4/x.mp4", "live.mp4", "missing", "odd"}));
+    EXPECT_EQ(result.sorted(), (Names{"folder.mp4/x.mp4", "folder.mp4/y.mp4", "live.mp4", "missing", "odd"}));
     EXPECT_EQ(result.sentences.size(), 2U);
-    EXPECT_EQ(result.counts.repeated, 1U);
+    for (const std::string& sentence : result.sentences)
+        EXPECT_TRUE(sentence.starts_with("list: ")) << sentence;
+    EXPECT_EQ(result.counts.repeated, 2U);
     std::uint64_t found = 0;
     options.shards = 3;
     for (options.shard = 1; options.shard <= 3; ++options.shard)
@@ -349,6 +353,14 @@ TEST_F(SearchTest, Lists)
     EXPECT_EQ(SearchResult(options).sentences.size(), 1U);
     options.filesFrom = "none";
     EXPECT_THROW(SearchResult{options}, std::runtime_error);
+}
+
+TEST(ReachedPaths, BelowTheRootOfTheSystem)
+{
+    archive::ReachedPaths paths({"/", "/dev/"}, false, [](const std::string&) {});
+    EXPECT_FALSE(paths.reach(paths.realPathOf("/", true), "/dev", 0));
+    EXPECT_TRUE(paths.reach(paths.realPathOf("/dev", true), "", 1));
+    EXPECT_TRUE(paths.reach(paths.realPathOf("/dev", true), "/null", 1));
 }
 
 TEST_F(SearchTest, DisksThatTurn)
