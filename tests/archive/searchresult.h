@@ -18,10 +18,13 @@ using Names = std::vector<std::string>;
 struct SystemHooks
 {
     bool hidesKinds = false;  ///< folders do not say what their entries are
-    std::string unreadable;   ///< name of what cannot be opened or asked about: EIO
-    ino_t brokenAtEnd = 0;    ///< a folder whose reading ends with EIO
-    ino_t foreign = 0;        ///< a folder on another file system
-    Names asked;              ///< names that the system was asked about
+    bool putsFoldersFirst = false;
+    std::string unreadable;  ///< name of what cannot be opened or asked about: EIO
+    ino_t brokenAtEnd = 0;   ///< a folder whose reading ends with EIO
+    ino_t foreign = 0;       ///< a folder on another file system
+    ino_t looped = 0;        ///< a folder that is the one with the inode loopsTo
+    ino_t loopsTo = 0;
+    Names asked;  ///< names that the system was asked about
 };
 extern SystemHooks g_hooks;
 

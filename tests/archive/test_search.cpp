@@ -3,6 +3,7 @@
 
 #include "tests/archive/searchresult.h"
 #include "tests/support/tempdir.h"
+#include "tools/zmvutil/archive/src/reachedpaths.h"
 #include "tools/zmvutil/archive/src/rotationaldisks.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,8 @@ int __wrap_fstat64(int fd, struct stat64* status)
     const int result = __real_fstat64(fd, status);
     if (status->st_ino == g_hooks.foreign)
         ++status->st_dev;
+    if (status->st_ino == g_hooks.looped)
+        status->st_ino = g_hooks.loopsTo;
     return result;
 }
 
@@ -66,6 +69,8 @@ dirent64* __wrap_readdir64(DIR* folder)
 {
     dirent64* const entry = __real_readdir64(folder);
     struct stat64 status = {};
+    if (entry && g_hooks.putsFoldersFirst)
+        entry->d_ino = entry->d_type == DT_DIR ? 1 : 2;
     if (entry && g_hooks.hidesKinds)
         entry->d_type = DT_UNKNOWN;
     if (!entry && __real_fstat64(::dirfd(folder), &status) == 0 && status.st_ino == g_hooks.brokenAtEnd)
@@ -254,6 +259,13 @@ TEST_F(SearchTest, WhatCannotBeReadIsSaidAndTheRestGoesOn)
     EXPECT_EQ(SearchResult(options).inputs.size(), 4U);
     options.staysOnFileSystem = true;
     EXPECT_EQ(SearchResult(options).sorted(), (Names{"bad/x.mp4", "broken/x.mp4", "torn.mp4"}));
+
+    g_hooks = {};
+    g_hooks.looped = inodeOf("good");
+    g_hooks.loopsTo = inodeOf(".");
+    const SearchResult loop(below({"."}));
+    EXPECT_EQ(loop.sorted(), (Names{"bad/x.mp4", "broken/x.mp4", "torn.mp4"}));
+    EXPECT_EQ(loop.sentences, Names{"./good: the folder lies in itself"});
 }
 
 TEST_F(SearchTest, PathsThatAreTooLongToOpen)
@@ -266,12 +278,14 @@ TEST_F(SearchTest, PathsThatAreTooLongToOpen)
         const int next = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY);
         ::close(folder);
         folder = next;
-        ::close(::openat(folder, "x.mp4", O_CREAT | O_WRONLY, 0600));
+        ::close(::openat(folder, "ten-letter.mp4", O_CREAT | O_WRONLY, 0600));
     }
     ::close(folder);
     const SearchResult result(below({"."}));
-    // "." and N folders of 40 bytes with a slash, and 6 bytes and a zero at the end
-    EXPECT_EQ(result.inputs.size(), static_cast<std::size_t>(PATH_MAX - 8) / 40);
+    // "." and 101 folders of 40 bytes with their slashes leave room for 15 bytes and a zero; one more folder
+    // would leave it for 14 and none.
+    static_assert(PATH_MAX == 4096);
+    EXPECT_EQ(result.inputs.size(), 101U);
     EXPECT_EQ(result.sentences.size(), kDepth - result.inputs.size());
     EXPECT_EQ(result.skipped.size(), result.sentences.size());
 }
@@ -295,7 +309,8 @@ TEST_F(SearchTest, FoldersThatAreMovedAway)
     Names folders = {"tree"};
     for (int i = 1; i < 60; ++i)
         folders.push_back(folders.back() + "/d");
-    write({folders[59] + "/x.mp4", folders[30] + "/x.mp4", "tree/x.mp4"});
+    write({folders[59] + "/x.mp4", folders[30] + "/x.mp4", folders[5] + "/x.mp4", "tree/x.mp4"});
+    g_hooks.putsFoldersFirst = true;
     for (const bool isLost : {false, true}) {
         Names sentences;
         Search search(below({"tree"}), [&](const std::string& text) { sentences.push_back(text); });
@@ -305,9 +320,9 @@ TEST_F(SearchTest, FoldersThatAreMovedAway)
         std::filesystem::rename(folders[9], "low");
         if (isLost)
             std::filesystem::rename(folders[2], "high");
-        EXPECT_TRUE(search.next(found));
-        EXPECT_TRUE(search.next(found));
-        EXPECT_FALSE(search.next(found));
+        while (search.next(found)) {
+        }
+        EXPECT_EQ(search.foundBelow("tree"), isLost ? 3U : 4U);
         EXPECT_EQ(sentences.size(), isLost ? 7U : 0U);  // of the folders from 8 to 2
         if (!isLost)
             std::filesystem::rename("low", folders[9]);
@@ -316,16 +331,19 @@ TEST_F(SearchTest, FoldersThatAreMovedAway)
 
 TEST_F(SearchTest, Lists)
 {
-    write({"live.mp4/index", "live.mp4/contexts", "folder.mp4/x.mp4", "odd"});
-    const std::string list = std::string("odd\0\0folder.mp4\0missing\0", 24) + std::string(5000, 'x') + '\0' +
-                             "odd" + '\0' + "live.mp4";
+    write({"live.mp4/index", "live.mp4/contexts", "folder.mp4/x.mp4", "folder.mp4/y.mp4", "odd"});
+    std::filesystem::create_directory_symlink("folder.mp4", "link");
+    const std::string list = std::string("odd\0\0folder.mp4\0missing\0link\0", 29) + std::string(5000, 'x') +
+                             '\0' + "odd" + '\0' + "live.mp4";
     write({"list"}, list);
     SearchOptions options;
     options.filesFrom = "list";
     const SearchResult result(options);
-    EXPECT_EQ(result.sorted(), (Names{"folder.mp4/x.mp4", "live.mp4", "missing", "odd"}));
+    EXPECT_EQ(result.sorted(), (Names{"folder.mp4/x.mp4", "folder.mp4/y.mp4", "live.mp4", "missing", "odd"}));
     EXPECT_EQ(result.sentences.size(), 2U);
-    EXPECT_EQ(result.counts.repeated, 1U);
+    for (const std::string& sentence : result.sentences)
+        EXPECT_TRUE(sentence.starts_with("list: ")) << sentence;
+    EXPECT_EQ(result.counts.repeated, 2U);
     std::uint64_t found = 0;
     options.shards = 3;
     for (options.shard = 1; options.shard <= 3; ++options.shard)
@@ -335,6 +353,14 @@ TEST_F(SearchTest, Lists)
     EXPECT_EQ(SearchResult(options).sentences.size(), 1U);
     options.filesFrom = "none";
     EXPECT_THROW(SearchResult{options}, std::runtime_error);
+}
+
+TEST(ReachedPaths, BelowTheRootOfTheSystem)
+{
+    archive::ReachedPaths paths({"/", "/dev/"}, false, [](const std::string&) {});
+    EXPECT_FALSE(paths.reach(paths.realPathOf("/", true), "/dev", 0));
+    EXPECT_TRUE(paths.reach(paths.realPathOf("/dev", true), "", 1));
+    EXPECT_TRUE(paths.reach(paths.realPathOf("/dev", true), "/null", 1));
 }
 
 TEST_F(SearchTest, DisksThatTurn)

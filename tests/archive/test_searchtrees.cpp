@@ -243,7 +243,7 @@ void expectAllOfListAndShardsOnce(const MadeTree& tree, std::mt19937& random)
 
 TEST(SearchTrees, AreSearchedAsTheyWereMade)
 {
-    for (unsigned long i = 0; i < propertyCases(30) && !::testing::Test::HasFailure(); ++i) {
+    for (unsigned long i = 0; i < propertyCases(20) && !::testing::Test::HasFailure(); ++i) {
         SCOPED_TRACE("tree " + std::to_string(i));
         std::mt19937 random(static_cast<unsigned>(i) + 1000 * propertySeed());
         const MadeTree tree(random);

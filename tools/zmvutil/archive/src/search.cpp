@@ -42,6 +42,7 @@ vidlint::InputKind kindOfFile(const std::string& path)
 std::vector<std::string> pathsOf(const std::vector<SearchOptions::Root>& roots)
 {
     std::vector<std::string> paths;
+    paths.reserve(roots.size());
     for (const SearchOptions::Root& root : roots)
         paths.push_back(root.path);
     return paths;
