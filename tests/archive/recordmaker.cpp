@@ -21,8 +21,7 @@ std::string RecordMaker::name()
         "@sum, with; \"quotes\"",
         "two\nlines\r\n",
         "\x1b[31mred\x07\x7f",
-        "\xe2\x80\xae"
-        "gpj.4pm",
+        "\u202egpj.4pm",
         "caf\xe9 \xff\xc0\xaf",
         "\xe6\x98\xa0\xe5\x83\x8f \xf0\x9f\x8e\xac",
         "back\\slash",

@@ -237,7 +237,7 @@ void HtmlReport::add(const InputRecord& record)
     if (!rank)
         return;
     ++m_withFindings;
-    if (rank == PageRank::kNewFault)
+    if (*rank == PageRank::kNewFault)
         m_newFaults.add(record);
     if (hasRoomFor(*rank))
         keep(*rank, pageRow(record));

@@ -8,7 +8,9 @@
 #include "util/SRString.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
+#include <cstdint>
 #include <fmt/format.h>
 #include <iterator>
 #include <system_error>
@@ -52,7 +54,7 @@ bool isPlain(std::string_view bytes)
 
 void appendEscaped(fmt::memory_buffer& out, wchar_t c)
 {
-    const auto code = static_cast<unsigned>(c);
+    const auto code = std::bit_cast<std::uint32_t>(c);
     const auto to = std::back_inserter(out);
     if (c == L'\\')
         fmt::format_to(to, "\\\\");
