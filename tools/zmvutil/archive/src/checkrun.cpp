@@ -80,11 +80,17 @@ int CheckRun::run()
     info.shards = m_options.search.shards;
     for (const SearchOptions::Root& root : m_options.search.roots)
         info.roots.push_back(root.label);
+    if (!m_options.search.filesFrom.empty())
+        info.roots.emplace_back();  // that of listed paths
     if (!m_options.state.empty()) {
         m_state = std::make_unique<State>(m_options.state, State::Mode::kWrite);
         if (const auto totals = m_state->totals())
             m_progress.expect(totals->inputs, totals->bytes);
         m_state->beginRun(info);
+        // What is there but has no result is not gone.
+        m_search.setSkipped([this](const std::string& root, const std::string& name) {
+            m_state->dropInput(root, name);
+        });
     }
     if (m_options.isJson)
         print(runJson(info, kVersion) + "\n");
@@ -99,16 +105,18 @@ int CheckRun::run()
 void CheckRun::work(unsigned worker)
 {
     FoundInput found;
-    while (takeInput(found)) {
+    for (bool goesOn = true; goesOn;) {
         try {
-            checkInput(worker, found);
+            goesOn = takeInput(found);
+            if (goesOn)
+                checkInput(worker, found);
         } catch (const StateError& error) {
             const std::lock_guard lock(m_outputMutex);
             if (!m_hasFailed.exchange(true))
                 m_failure = error.what();
             m_cancel = true;
         } catch (const std::bad_alloc&) {
-            warn(found.path + ": no memory is left");
+            warn("no memory is left for an input");
         }
     }
 }
@@ -238,6 +246,8 @@ int CheckRun::endRun()
         for (const SearchOptions::Root& root : m_options.search.roots) {
             if (m_search.foundBelow(root.label) == 0 && m_state->knownBelow(root.label) != 0) {
                 warn(root.path + ": there are no inputs any more; nothing is counted as gone");
+                kept.push_back(root.label);
+            } else if (!m_search.isComplete(root.label)) {
                 kept.push_back(root.label);
             }
         }
