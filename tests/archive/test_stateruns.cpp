@@ -36,16 +36,9 @@ struct Known
         std::string outcome;
         bool isReusable = false;
     };
-    struct Crash
-    {
-        InputStamp stamp;
-        std::string settings;
-        int count = 0;
-    };
     std::optional<Result> ended;     // of the last run that ended
     std::optional<Change> standing;  // in it; absent when it had no result there
     std::optional<Result> latest;    // of any run
-    std::optional<Crash> crash;
 
     Change changeTo(const std::string& outcome) const
     {
@@ -90,7 +83,6 @@ public:
         if (!m_hasEnded)
             return;
         EXPECT_EQ(state.lastRun().roots, m_last.roots);
-        EXPECT_EQ(state.lastRun().shards, m_last.shards);
         EXPECT_EQ(state.totals()->inputs, m_inputs);
         EXPECT_EQ(state.totals()->bytes, m_bytes);
         auto entry = m_known.begin();
@@ -174,7 +166,6 @@ private:
     {
         if (state)
             state->beginRun(run);
-        countMark();
         m_isUnfinished = true;
         m_unfinished = run;
         m_seen.clear();
@@ -184,42 +175,12 @@ private:
         for (const auto& [key, input] : m_world) {
             if (!isOf(key, run))
                 continue;
-            if (n++ == end) {
-                leaveMark(state, key, input.stamp);
+            if (n++ == end)
                 break;
-            }
             takeInput(state, key, input);
         }
         if (!isKilled)
             endRun(state, run);
-    }
-
-    void countMark()
-    {
-        if (!m_mark)
-            return;
-        auto& crash = m_known[*m_mark].crash;
-        if (!crash || crash->stamp != m_markStamp || crash->settings != m_unfinished.settings)
-            crash = Known::Crash{m_markStamp, m_unfinished.settings, 0};
-        ++crash->count;
-        m_mark.reset();
-    }
-
-    bool isCrashed(const Known& known, const InputStamp& stamp) const
-    {
-        return known.crash && known.crash->count >= 2 && known.crash->stamp == stamp &&
-               known.crash->settings == m_unfinished.settings;
-    }
-
-    // The process ends while this input is checked.
-    void leaveMark(State* state, const Key& key, const InputStamp& stamp)
-    {
-        const bool mayBegin = !isCrashed(m_known[key], stamp);
-        EXPECT_TRUE(!state || state->beginInput(key.first, key.second, stamp) == mayBegin);
-        if (!mayBegin)
-            return;
-        m_mark = key;
-        m_markStamp = stamp;
     }
 
     void takeInput(State* state, const Key& key, const Input& input)
@@ -241,27 +202,23 @@ private:
             m_seen.insert(key);
         if (stands && !chance(10))
             return;
-        const bool crashed = isCrashed(known, input.stamp);
-        EXPECT_TRUE(!state || state->beginInput(root, name, input.stamp) == !crashed);
-        if (!crashed && chance(10)) {
+        EXPECT_TRUE(!state || state->beginInput(root, name, input.stamp));
+        if (chance(10)) {
             if (state)
                 state->dropInput(root, name);
             known.latest = known.ended;
             m_dropped.insert(key);
             m_seen.erase(key);
         } else {
-            InputRecord record = makeRecord(root, name, crashed ? kCrashed : input.kind);
+            InputRecord record = makeRecord(root, name, input.kind);
             const std::string outcome = outcomeOf(record);
             if (state) {
                 state->store(record, input.stamp);
                 EXPECT_EQ(record.change, known.changeTo(outcome));
             }
-            known.latest = {input.stamp, m_unfinished.settings, outcome,
-                            !crashed && input.kind != kUnreadable};
+            known.latest = {input.stamp, m_unfinished.settings, outcome, input.kind != kUnreadable};
             m_seen.insert(key);
         }
-        if (!crashed)
-            known.crash.reset();
     }
 
     void endRun(State* state, const RunInfo& run)
@@ -303,9 +260,8 @@ private:
     std::mt19937 m_random;
     std::map<Key, Input> m_world;  // what is on the disks
     std::map<Key, Known> m_known;
-    std::optional<Key> m_mark;
-    InputStamp m_markStamp;
-    RunInfo m_unfinished, m_last;
+    RunInfo m_unfinished;
+    RunInfo m_last;
     bool m_isUnfinished = false, m_hasEnded = false;
     std::set<Key> m_seen, m_dropped;
     std::uint64_t m_inputs = 0, m_bytes = 0;

@@ -231,7 +231,7 @@ std::string realStatePath(const std::string& path)
     char* const real = ::realpath(path.c_str(), nullptr);
     if (!real)
         return path;
-    const std::string copy = real;
+    std::string copy = real;
     std::free(real);
     return copy;
 }
