@@ -79,7 +79,7 @@ std::optional<long long> toMillis(unsigned long long duration, unsigned timescal
 }  // namespace
 
 MP4FileWrapper::MP4FileWrapper(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                               CheckEnvironment environment)
+                               const CheckEnvironment& environment)
     : VideoFile(path, parameters, environment)
 {
 }

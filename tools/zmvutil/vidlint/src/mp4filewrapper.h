@@ -17,7 +17,7 @@ class MP4FileWrapper : public VideoFile
 {
 public:
     MP4FileWrapper(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                   CheckEnvironment environment);
+                   const CheckEnvironment& environment);
     ~MP4FileWrapper() override;
 
     void parse() override;
