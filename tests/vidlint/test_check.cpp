@@ -245,6 +245,7 @@ TEST(Check, NamesWhatToDo)
         {"movie.zmv", movie, Verdict::kInvalid, Cause::kOtherFormat, "MP4"},
         {"codec.mp4", replaced(replaced(movie, "avc1", "hev1"), "mp4a", "alac"), Verdict::kInvalid,
          Cause::kUnsupported, ""},
+        {"order.mp4", sampleBytes("faults/30-order.mp4"), Verdict::kInvalid, Cause::kDamaged, ""},
         {"noise.zmv", stream.substr(0, 13) + std::string(100, '\x7F'), Verdict::kInvalid, Cause::kDamaged,
          ""},
     };

@@ -41,7 +41,7 @@ void addError(CheckSink& sink, const StreamParseError& error)
 
 }  // namespace
 
-vidlint::InputKind kindOfInput(const SRString& path, CheckEnvironment environment)
+vidlint::InputKind kindOfInput(const SRString& path, const CheckEnvironment& environment)
 {
     struct stat64 status = {};
     if (environment.io.stat(path, &status, IKrxFileIo::kAny) < 0) {
@@ -57,7 +57,7 @@ vidlint::InputKind kindOfInput(const SRString& path, CheckEnvironment environmen
 
 std::shared_ptr<VideoFile> getVideoFile(const SRString& path,
                                         krx::streams::VideoValidationParameters parameters,
-                                        CheckEnvironment environment)
+                                        const CheckEnvironment& environment)
 {
     switch (kindOfInput(path, environment)) {
         case vidlint::InputKind::kRecording:

@@ -15,12 +15,12 @@ class VideoFile;
 
 /// The kind of the input at the path: by its extension, or a recording when it names a directory. Throws
 /// StreamParseError kInvalidPath.
-vidlint::InputKind kindOfInput(const SRString& path, CheckEnvironment environment);
+vidlint::InputKind kindOfInput(const SRString& path, const CheckEnvironment& environment);
 
 /// The input object for a path. Throws StreamParseError.
 std::shared_ptr<VideoFile> getVideoFile(const SRString& path,
                                         krx::streams::VideoValidationParameters parameters,
-                                        CheckEnvironment environment);
+                                        const CheckEnvironment& environment);
 
 /// How the steps of an input ended.
 enum class InputEnd

@@ -5,6 +5,7 @@
 
 #include "modules/streams/mp4/codecname.h"
 #include "modules/streams/mp4/mp4Data.h"
+#include "modules/streams/mp4/mp4errors.h"
 #include "modules/streams/mp4/mp4module.h"
 #include "tools/zmvutil/vidlint/src/mp4outline.h"
 #include "util/autofile.h"
@@ -78,7 +79,7 @@ std::optional<long long> toMillis(unsigned long long duration, unsigned timescal
 }  // namespace
 
 MP4FileWrapper::MP4FileWrapper(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                               CheckEnvironment environment)
+                               const CheckEnvironment& environment)
     : VideoFile(path, parameters, environment)
 {
 }
@@ -101,7 +102,12 @@ void MP4FileWrapper::parse()
     const krx::mp4::AutoMp4Open open(m_data->getFileIO());
     if (!open.isOpen())
         throw krx::streams::StreamParseError(krx::streams::kCannotOpenFile);
-    m_data->subInitPlayback(krx::mp4::kFirstLoad);
+    try {
+        m_data->subInitPlayback(krx::mp4::kFirstLoad);
+    } catch (const krx::mp4::NoTracksError&) {
+        m_lacksMessages = true;
+        throw;
+    }
     m_isSound = true;
     if (isListing())
         logInfo("Memory Overhead: " + std::to_string(m_data->getMemoryOverhead()) + " bytes\n");
@@ -120,10 +126,11 @@ void MP4FileWrapper::describe(vidlint::InputReport& report)
     const IoAutoFile file(getFileIo(), m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0, nullptr);
     const long long size = report.size.value_or(0);
     krx::util::FileHoles holes(file.get(), size);
-    const bool lacksFragments =
-        movie.extendsSeen && std::all_of(movie.tracks.begin(), movie.tracks.end(), [](const auto& track) {
-            return track->fragments.empty() && track->sampleTotal == 0;
-        });
+    // A movie in fragments that ends before the first one.
+    const bool lacksFragments = m_lacksMessages && movie.extendsSeen &&
+                                std::all_of(movie.tracks.begin(), movie.tracks.end(), [](const auto& track) {
+                                    return track->fragments.empty() && track->sampleTotal == 0;
+                                });
     if (!m_isSound && (lacksFragments || isOutlineCutShort(*getFileIo(), file.get(), size, holes)))
         report.cause = vidlint::Cause::kCutShort;
     for (const TrackExtent& extent : m_data->findExtents(&holes))

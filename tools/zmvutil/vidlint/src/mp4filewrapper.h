@@ -17,7 +17,7 @@ class MP4FileWrapper : public VideoFile
 {
 public:
     MP4FileWrapper(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                   CheckEnvironment environment);
+                   const CheckEnvironment& environment);
     ~MP4FileWrapper() override;
 
     void parse() override;
@@ -28,5 +28,6 @@ private:
     void addExtent(vidlint::InputReport& report, const krx::mp4::TrackExtent& extent) const;
 
     std::unique_ptr<krx::mp4::Mp4Data> m_data;
-    bool m_isSound = false;  ///< parse came to its end
+    bool m_lacksMessages = false;  ///< the boxes are sound, and no message comes of them
+    bool m_isSound = false;        ///< parse came to its end
 };

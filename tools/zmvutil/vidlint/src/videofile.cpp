@@ -49,13 +49,13 @@ int VideoFileOpenContext::getProperty(const char* /*section*/, const char* /*nam
 }
 
 VideoFile::VideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                     CheckEnvironment environment)
+                     const CheckEnvironment& environment)
     : m_path(path), m_parameters(parameters), m_environment(environment), m_memory(environment.quota)
 {
     if (isListing())
         logInfo(SRMBString::format("\n\nFile: %s\n", m_path).view());
     struct stat64 status = {};
-    if (getFileIo()->stat(m_path, &status, IKrxFileIo::kAny) < 0)
+    if (m_environment.io.stat(m_path, &status, IKrxFileIo::kAny) < 0)
         throw StreamParseError(krx::streams::kFileNotFound);
 }
 

@@ -40,7 +40,7 @@ class VideoFile : public IQVStreamContext, public ISegmentHolder
 public:
     /// Begins the listing. Throws kFileNotFound.
     VideoFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
-              CheckEnvironment environment);
+              const CheckEnvironment& environment);
     VideoFile(const VideoFile&) = delete;
     VideoFile& operator=(const VideoFile&) = delete;
     ~VideoFile() override;

@@ -44,7 +44,7 @@ bool isDataType(unsigned type)
 }  // namespace
 
 ZmvFile::ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
-                 CheckEnvironment environment)
+                 const CheckEnvironment& environment)
     : VideoFile(path, parameters, environment), m_file(*getFileIo(), path), m_fileLength(m_file.length())
 {
 }

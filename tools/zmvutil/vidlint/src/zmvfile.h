@@ -25,7 +25,7 @@ class ZmvFile : public VideoFile
 public:
     /// Throws kFileNotFound, kCannotOpenFile.
     ZmvFile(const SRString& path, krx::streams::VideoValidationParameters parameters,
-            CheckEnvironment environment);
+            const CheckEnvironment& environment);
     ~ZmvFile() override;
 
     void parse() override;
