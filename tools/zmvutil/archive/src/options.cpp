@@ -114,7 +114,7 @@ std::string canonical(const vidlint::Settings& settings)
     std::string text = "duration-margin=" + std::to_string(settings.durationMargin) +
                        "\nwarnings-as-errors=" + (settings.warningsAsErrors ? "true" : "false");
     for (const auto& [key, value] : settings.serverSettings())
-        text += "\n" + key + "=" + value;
+        text.append("\n").append(key).append("=").append(value);
     return text;
 }
 
