@@ -100,10 +100,13 @@ TEST(State, RefusesWhatIsNoState)
     const std::string error = stateError([&] { State(dir.bytes("no/folder"), State::Mode::kWrite); });
     EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
     // What SQLite would take for something else than a file.
+    const fs::path before = fs::current_path();
+    fs::current_path(dir.path());
     for (const char* const name : {":memory:", "file:x?mode=memory", "%41"}) {
-        makeState(dir.bytes(name), 1);
+        makeState(name, 1);
         EXPECT_TRUE(fs::exists(dir.bytes(name))) << name;
     }
+    fs::current_path(before);
 }
 
 TEST(State, IsLockedAndPlainAfterwards)
@@ -276,23 +279,25 @@ TEST(State, SkipsWhatEndedTheProcessTwice)
     // "1" was checked, and "2" and "3" did not end that process.
     dieWith(path, {"1", "3"});
     dieWith(path, {"2"});
-    const auto begins = [&](const char* name, const archive::InputStamp& stamp, unsigned revision) {
-        State state(path, State::Mode::kWrite);
-        auto run = makeRun({"a"});
-        run.revision = revision;
-        state.beginRun(run);
-        const bool mayBegin = state.beginInput("a", name, stamp);
-        auto record = makeRecord("a", name, kCrashed);
-        state.store(record, stamp);
-        state.endRun({});
-        return mayBegin;
-    };
-    EXPECT_FALSE(begins("2", {}, 1));
-    EXPECT_FALSE(begins("2", {}, 1));  // nothing has changed since
-    EXPECT_TRUE(begins("2", {1, 0, 0}, 1));
-    EXPECT_TRUE(begins("2", {}, 2));
-    EXPECT_TRUE(begins("1", {}, 1));
-    EXPECT_TRUE(begins("3", {}, 1));
+    for (const bool ends : {false, true}) {
+        const auto begins = [&](const char* name, const archive::InputStamp& stamp, unsigned revision) {
+            State state(path, State::Mode::kWrite);
+            auto run = makeRun({"a"});
+            run.revision = revision;
+            state.beginRun(run);
+            const bool mayBegin = state.beginInput("a", name, stamp);
+            auto record = makeRecord("a", name, kCrashed);
+            state.store(record, stamp);
+            if (ends)
+                state.endRun({});
+            return mayBegin;
+        };
+        EXPECT_FALSE(begins("2", {}, 1));
+        EXPECT_TRUE(begins("2", {1, 0, 0}, 1));
+        EXPECT_TRUE(begins("2", {}, 2));
+        EXPECT_TRUE(begins("1", {}, 1));
+        EXPECT_TRUE(begins("3", {}, 1));
+    }
 }
 
 }  // namespace

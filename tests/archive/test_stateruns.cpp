@@ -123,6 +123,7 @@ private:
     {
         InputStamp stamp;
         Kind kind = kSound;
+        bool isThere = false;
     };
 
     unsigned below(unsigned n) { return static_cast<unsigned>(m_random() % n); }
@@ -133,11 +134,11 @@ private:
         static const std::vector<std::string> kNames = {"", "it's\n\xff", "x/1", "x/2", "x/3", "y/1", "y/2"};
         for (const char* const root : {"a", "b\xfe"}) {
             for (const std::string& name : kNames) {
-                const Key key(root, name);
-                if (chance(10))
-                    m_world.erase(key);
-                else if (chance(30))
-                    m_world[key] = {{below(3), below(2), below(2)}, static_cast<Kind>(below(kCrashed))};
+                Input& input = m_world[{root, name}];
+                if (chance(15))
+                    input.isThere = !input.isThere;
+                if (chance(30))
+                    input = {{below(3), below(2), below(2)}, static_cast<Kind>(below(kCrashed)), true};
             }
         }
     }
@@ -173,7 +174,7 @@ private:
         const unsigned end = isKilled ? below(static_cast<unsigned>(m_world.size()) + 1) : ~0U;
         unsigned n = 0;
         for (const auto& [key, input] : m_world) {
-            if (!isOf(key, run))
+            if (!input.isThere || !isOf(key, run))
                 continue;
             if (n++ == end)
                 break;

@@ -28,7 +28,7 @@ constexpr std::array<const char*, 7> kSchema = {
     // How inputs are checked.
     "CREATE TABLE plan(id INTEGER PRIMARY KEY, settings BLOB NOT NULL, revision INTEGER NOT NULL,"
     " UNIQUE(settings, revision))",
-    // The last run that ended, and one that did not yet, whose ended_at is NULL.
+    // The last run that ended, and those since then, whose ended_at is NULL.
     "CREATE TABLE run(id INTEGER PRIMARY KEY, started_at INTEGER NOT NULL, ended_at INTEGER,"
     " plan INTEGER NOT NULL, shard INTEGER NOT NULL, shards INTEGER NOT NULL, inputs INTEGER, bytes INTEGER)",
     "CREATE TABLE run_root(run INTEGER, position INTEGER, label BLOB NOT NULL, PRIMARY KEY(run, position))"

@@ -142,12 +142,9 @@ std::optional<std::int64_t> StateTables::unfinishedPlan()
 
 std::int64_t StateTables::addRun(const RunInfo& info, std::int64_t plan)
 {
-    // Added before the others go, since numbers count on from the largest one.
     runOnce(m_database, "INSERT INTO run VALUES(NULL, ?1, NULL, ?2, ?3, ?4, NULL, NULL)", info.startedAt,
             plan, info.shard, info.shards);
     const std::int64_t id = sqlite3_last_insert_rowid(m_database.handle());
-    runOnce(m_database, "DELETE FROM run WHERE ended_at IS NULL AND id <> ?1", id);
-    runOnce(m_database, "DELETE FROM run_root WHERE run NOT IN (SELECT id FROM run)");
     Statement addLabel(m_database, "INSERT INTO run_root VALUES(?1, ?2, ?3)");
     for (std::size_t i = 0; i < info.roots.size(); ++i)
         addLabel.execute(id, i, std::string_view(info.roots[i]));
@@ -319,6 +316,7 @@ void StateTables::endRun(const StoredRun& run, std::uint64_t inputs, std::uint64
             " (SELECT 1 FROM input WHERE input.root = crash.root AND input.name = crash.name)");
     runOnce(m_database, "UPDATE run SET ended_at = ?2, inputs = ?3, bytes = ?4 WHERE id = ?1", run.id,
             static_cast<std::int64_t>(std::time(nullptr)), inputs, bytes);
+    // Only now, since numbers of runs count on from the largest one.
     runOnce(m_database, "DELETE FROM run WHERE id <> ?1", run.id);
     runOnce(m_database, "DELETE FROM run_root WHERE run <> ?1", run.id);
 }

@@ -69,8 +69,7 @@ public:
     std::int64_t planOf(const std::string& settings, unsigned revision);
     std::optional<StoredRun> lastEnded();
     std::optional<std::int64_t> unfinishedPlan();
-    /// Adds a run and forgets unfinished ones. Returns its number, which none has had before that an input
-    /// still knows.
+    /// Returns the number of the run, which none has had before that an input still knows.
     std::int64_t addRun(const RunInfo& info, std::int64_t plan);
     void totalsOfLast(std::optional<std::int64_t>& inputs, std::optional<std::int64_t>& bytes);
 
