@@ -53,11 +53,11 @@ bool saysCutShort(const InputReport& report, const CauseFacts& facts)
     return report.kind == InputKind::kRecording && facts.systemError == ENOENT;
 }
 
-/// Sound tracks that the server does not play are dropped with these.
-bool isUnsupportedTrack(const vidlint::Track& track)
+/// Whether nothing is wrong with the track itself.
+bool isSoundTrack(const vidlint::Track& track)
 {
     if (!track.droppedBy)
-        return false;
+        return true;
     switch (-track.droppedBy->number) {
         case kUnsupportedSampleType:
         case kInvalidVideoCodec:
@@ -81,7 +81,7 @@ bool isUnsupported(const InputReport& report)
         case kIndexVersionNotSupported:
             return true;
         case kNoValidTracks:
-            return std::all_of(report.tracks.begin(), report.tracks.end(), isUnsupportedTrack);
+            return std::all_of(report.tracks.begin(), report.tracks.end(), isSoundTrack);
         default:
             return false;
     }
@@ -96,14 +96,14 @@ void settleCause(InputReport& report, const CauseFacts& facts)
         report.cause = Cause::kResources;
         return;
     }
-    if (report.verdict == vidlint::Verdict::kValid) {
-        report.cause = isCutShort ? Cause::kCutShort : Cause::kNone;
-        return;
-    }
-    const std::string_view format = vidlint::formatOf(facts.firstBytes);
     report.unreadable = isUnreadable(report, facts.systemError);
+    const std::string_view format = vidlint::formatOf(facts.firstBytes);
     if (report.unreadable) {
         report.cause = Cause::kUnreadable;
+    } else if (report.verdict == vidlint::Verdict::kValid) {
+        report.cause = isCutShort ? Cause::kCutShort : Cause::kNone;
+    } else if (lastError(report) == kCannotOpenFile) {
+        report.cause = Cause::kUnsupported;  // no regular file, as no call has failed
     } else if (report.size == 0) {
         report.cause = Cause::kEmpty;
     } else if (isOtherFormat(report, format)) {
@@ -112,8 +112,6 @@ void settleCause(InputReport& report, const CauseFacts& facts)
     } else if (isCutShort) {
         report.cause = Cause::kCutShort;
     } else {
-        // What is no regular file cannot be opened, and no call fails.
-        const bool isNoFile = lastError(report) == kCannotOpenFile;
-        report.cause = isNoFile || isUnsupported(report) ? Cause::kUnsupported : Cause::kDamaged;
+        report.cause = isUnsupported(report) ? Cause::kUnsupported : Cause::kDamaged;
     }
 }

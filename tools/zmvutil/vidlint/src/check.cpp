@@ -13,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
@@ -48,16 +49,16 @@ public:
         const InputEnd end = runInput(m_sink, [&] {
             m_report.kind = kindOfInput(m_path, environment);
             measure();
-            input = getVideoFile(m_path, parameters(), environment);
+            input = getVideoFile(m_report.kind, m_path, parameters(), environment);
             input->parse();
         });
-        CauseFacts facts;
-        if (const WatchedFileIo::Failure* const failure = m_io.failure())
-            facts.systemError = failure->error;
         m_report.verdict = end == InputEnd::kPassed ? Verdict::kValid : Verdict::kInvalid;
         const InputEnd endOfFacts = describe(input.get());
         const auto isEither = [&](InputEnd reason) { return end == reason || endOfFacts == reason; };
-        facts.outOfMemory = isEither(InputEnd::kOutOfMemory);
+        CauseFacts facts;
+        if (const WatchedFileIo::Failure* const failure = m_io.failure())
+            facts.systemError = failure->error;
+        facts.outOfMemory = isEither(InputEnd::kOutOfMemory) || facts.systemError == ENOMEM;
         std::array<unsigned char, kFirstBytes> firstBytes;
         if (m_report.verdict == Verdict::kInvalid && m_report.kind != InputKind::kRecording)
             facts.firstBytes = std::span(firstBytes.data(), readFirst(firstBytes));

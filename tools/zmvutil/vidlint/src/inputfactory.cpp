@@ -55,11 +55,11 @@ vidlint::InputKind kindOfInput(const SRString& path, const CheckEnvironment& env
     return isZmv ? vidlint::InputKind::kZmv : vidlint::InputKind::kMp4;
 }
 
-std::shared_ptr<VideoFile> getVideoFile(const SRString& path,
+std::shared_ptr<VideoFile> getVideoFile(vidlint::InputKind kind, const SRString& path,
                                         krx::streams::VideoValidationParameters parameters,
                                         const CheckEnvironment& environment)
 {
-    switch (kindOfInput(path, environment)) {
+    switch (kind) {
         case vidlint::InputKind::kRecording:
             return std::make_shared<VideoFile>(path, parameters, environment);
         case vidlint::InputKind::kZmv:

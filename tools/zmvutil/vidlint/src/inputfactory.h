@@ -17,8 +17,8 @@ class VideoFile;
 /// StreamParseError kInvalidPath.
 vidlint::InputKind kindOfInput(const SRString& path, const CheckEnvironment& environment);
 
-/// The input object for a path. Throws StreamParseError.
-std::shared_ptr<VideoFile> getVideoFile(const SRString& path,
+/// The input object for a path of that kind. Throws StreamParseError.
+std::shared_ptr<VideoFile> getVideoFile(vidlint::InputKind kind, const SRString& path,
                                         krx::streams::VideoValidationParameters parameters,
                                         const CheckEnvironment& environment);
 

@@ -43,6 +43,8 @@ bool isOutlineCutShort(IKrxFileIo& io, int fd, FilePos size, krx::util::FileHole
             return false;
         unsigned long long length = krx::util::loadBig32(header.data());
         const unsigned type = krx::util::loadBig32(&header[4]);
+        if (length == 1 && wanted < krx::mp4::kLargeBoxHeaderSize)
+            return true;
         if (length == 1)
             length = krx::util::loadBigEndian<unsigned long long>(&header[8]);
         movieSeen |= type == fourCC("moov");

@@ -29,7 +29,9 @@ bool VideoValidationJob::validateFile(const SRString& path)
     TextReport text(report, parameters.logLevel, path);
     SimpleKrxSyncFileIo io;
     const InputEnd end = runInput(text, [&] {
-        const std::shared_ptr<VideoFile> input = getVideoFile(path, parameters, {text, io});
+        const CheckEnvironment environment{text, io};
+        const std::shared_ptr<VideoFile> input =
+            getVideoFile(kindOfInput(path, environment), path, parameters, environment);
         input->parse();
         if (!input->hasFixes()) {
             text.pass(path);

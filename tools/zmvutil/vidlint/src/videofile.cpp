@@ -166,16 +166,17 @@ void VideoFile::logMetaData()
 
 void VideoFile::describe(vidlint::InputReport& report)
 {
-    addTracks(report, m_tally);
+    addTracks(report, m_tally, m_tally);
     if (!m_handle)
         return;
     report.announcedDuration = m_adaptor->getDuration(m_handle);
     report.messages = m_adaptor->getEndPosition(m_handle);
 }
 
-void VideoFile::addTracks(vidlint::InputReport& report, const StreamTally& tally)
+void VideoFile::addTracks(vidlint::InputReport& report, const StreamTally& tally, const StreamTally& there)
 {
-    const auto addTrack = [&report](vidlint::TrackKind kind, const MessageTally& messages) {
+    const auto addTrack = [&report](vidlint::TrackKind kind, const MessageTally& messages,
+                                    const MessageTally& present) {
         if (messages.count == 0)
             return;
         vidlint::Track track;
@@ -185,12 +186,12 @@ void VideoFile::addTracks(vidlint::InputReport& report, const StreamTally& tally
         track.lastTime = messages.last;
         track.plays = true;
         if (kind != vidlint::TrackKind::kData)
-            track.playsUntil = messages.last;
+            track.playsUntil = present.count != 0 ? present.last : messages.first;
         report.tracks.push_back(std::move(track));
     };
-    addTrack(vidlint::TrackKind::kVideo, tally.video);
-    addTrack(vidlint::TrackKind::kAudio, tally.audio);
-    addTrack(vidlint::TrackKind::kData, tally.data);
+    addTrack(vidlint::TrackKind::kVideo, tally.video, there.video);
+    addTrack(vidlint::TrackKind::kAudio, tally.audio, there.audio);
+    addTrack(vidlint::TrackKind::kData, tally.data, there.data);
     if (tally.count() != 0)
         report.duration = tally.last();
 }

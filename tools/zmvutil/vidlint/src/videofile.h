@@ -60,8 +60,8 @@ public:
     /// Writes a repaired copy when repairs were asked for. The copy stays locked as long as the object is
     /// here.
     virtual void applyFixes() {}
-    /// Says what is known of the input: tracks, times, and what is missing of it. To be called after parse,
-    /// also when it threw; the findings of parse are not looked at. May read the input again.
+    /// Says what is known of the input: tracks, times, fixes, and what is missing of it. To be called after
+    /// parse, also when it threw; the report has size and verdict. May read the input again.
     virtual void describe(vidlint::InputReport& report);
 
     bool add(unsigned char type, void* data, unsigned length, unsigned time) override;
@@ -77,8 +77,9 @@ protected:
     /// it was read from. References in a message can make its text exponentially long, so the text is cut off
     /// where it is out of proportion.
     void logDataArray(const SRDataArray* array, std::size_t encodedSize);
-    /// A track for each kind of messages that there is, and the time of the last one.
-    static void addTracks(vidlint::InputReport& report, const StreamTally& tally);
+    /// A track for each kind of messages that there is, and the time of the last one. It plays as far as the
+    /// messages that are there.
+    static void addTracks(vidlint::InputReport& report, const StreamTally& tally, const StreamTally& there);
     /// Takes the bytes from the memory that checks share, in place of those taken before. Throws
     /// SROutOfMemory.
     void reserve(std::uint64_t bytes);

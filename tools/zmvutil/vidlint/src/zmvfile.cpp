@@ -33,13 +33,8 @@ constexpr unsigned long long kReplacementFactor = 32;
 /// Announced durations from here on are nonsense, seconds.
 constexpr double kLongestDuration = 1e12;
 
-/// The values of a message take at most this many times its length, but for a few.
-constexpr std::uint64_t kMessageFactor = 45;
-
-bool isDataType(unsigned type)
-{
-    return type == kMsgData || type == kMsgDataEx;
-}
+/// A message and its values take at most this many times its length, but for what a few take.
+constexpr std::uint64_t kMessageFactor = 1 + SRAMF3Parser::kMemoryFactor;
 
 }  // namespace
 
@@ -77,17 +72,23 @@ void ZmvFile::describe(vidlint::InputReport& report)
 {
     if (m_announcedDuration && std::abs(*m_announcedDuration) < kLongestDuration)
         report.announcedDuration = static_cast<long long>(std::llround(*m_announcedDuration * 1000));
-    sortFixes(m_fixes);
-    for (const FileFix& fix : m_fixes)
-        report.fixes.push_back({fix.position, fix.replaceLength, fix.data, fix.size, fix.reason});
-    if (!m_scanned) {
-        krx::util::FileHoles holes(m_file.descriptor(), m_fileLength);
+    // Where the check ended early no copy is made.
+    if (report.verdict == vidlint::Verdict::kValid) {
+        sortFixes(m_fixes);
+        for (const FileFix& fix : m_fixes)
+            report.fixes.push_back({fix.position, fix.replaceLength, fix.data, fix.size, fix.reason});
+    }
+    krx::util::FileHoles holes(m_file.descriptor(), m_fileLength);
+    StreamTally there = m_tally;
+    if (!m_scanned || holes.hasHole()) {
         const ZmvSurvey survey = surveyZmv(m_file, holes);
-        m_tally = survey.tally;
+        there = survey.tally;
         if (survey.isCutShort)
             report.cause = vidlint::Cause::kCutShort;
     }
-    addTracks(report, m_tally);
+    if (!m_scanned)
+        m_tally = there;
+    addTracks(report, m_tally, there);
     report.messages = static_cast<long long>(m_tally.count());
 }
 
@@ -145,10 +146,9 @@ void ZmvFile::checkZmvHeader()
         failAt(krx::streams::kInvalidZmvSignature, 0);
     m_version = static_cast<unsigned char>(readUnsigned(1));
     m_flags = static_cast<unsigned>(readUnsigned(1));
-    const FilePos lengthPosition = curPos();
     m_headerLength = static_cast<unsigned>(readUnsigned(4));
     if (m_headerLength < kZmvMinHeaderLength || !skipTo(m_headerLength))
-        failAt(krx::streams::kInvalidZmvDataPosition, lengthPosition);
+        failAt(krx::streams::kInvalidZmvDataPosition, kZmvHeaderLengthPosition);
 }
 
 void ZmvFile::computeDuration()
@@ -190,7 +190,7 @@ void ZmvFile::checkZmvBody()
 
         const unsigned char* payload = nullptr;
         const unsigned char* backPointer = nullptr;
-        if (isDataType(header.type)) {
+        if (isZmvDataType(header.type)) {
             payload = m_file.take(header.length + kBackPointerSize);
             backPointer = payload + header.length;
         } else {
@@ -284,14 +284,13 @@ void ZmvFile::validateSRMessage(const SRMessageHeader& header, const unsigned ch
 {
     checkSRMsgIDType(header.type);
     handlePlayerVideoStall(header);
-    if (isDataType(header.type))
+    if (isZmvDataType(header.type))
         validateDataMessage(header, payload);
 }
 
 void ZmvFile::checkSRMsgIDType(unsigned type) const
 {
-    type &= ~static_cast<unsigned>(kEncryptedFlag);
-    if (type != kMsgAudio && type != kMsgVideo && !isDataType(type))
+    if (!isZmvType(type))
         failInMessage(krx::streams::kUnrecognizedMsgType);
 }
 

@@ -16,6 +16,9 @@
 constexpr std::array<unsigned char, 3> kZmvSignature{'Z', 'M', 'V'};
 
 constexpr unsigned kZmvFlagsPosition = 4;
+constexpr unsigned kZmvHeaderLengthPosition = 5;
+/// Bytes of the fields of the header; the header may be longer.
+constexpr unsigned kZmvHeaderFields = 9;
 constexpr unsigned kZmvVideoFlag = 1;
 constexpr unsigned kZmvAudioFlag = 4;
 
@@ -23,3 +26,16 @@ constexpr unsigned kZmvAudioFlag = 4;
 constexpr unsigned kZmvMinHeaderLength = 5;
 
 constexpr unsigned kZmvFirstBackPointer = 0;
+
+/// Whether a type without flags is that of a data message.
+constexpr bool isZmvDataType(unsigned type)
+{
+    return type == kMsgData || type == kMsgDataEx;
+}
+
+/// Whether a file may have messages of the type, encrypted or not.
+constexpr bool isZmvType(unsigned type)
+{
+    type &= ~static_cast<unsigned>(kEncryptedFlag);
+    return type == kMsgAudio || type == kMsgVideo || isZmvDataType(type);
+}

@@ -8,23 +8,12 @@
 #include "util/fileholes.h"
 #include "util/messagerecord.h"
 
+#include <algorithm>
+#include <cstddef>
+
 using krx::util::FilePos;
 using krx::util::kBackPointerSize;
 using krx::util::RecordHeader;
-
-namespace {
-
-/// Offset of the header length, which is the last field of the header.
-constexpr FilePos kHeaderLengthPosition = 5;
-constexpr FilePos kHeaderSize = kHeaderLengthPosition + 4;
-
-bool isKnownType(unsigned type)
-{
-    type &= ~static_cast<unsigned>(kEncryptedFlag);
-    return type == kMsgAudio || type == kMsgVideo || type == kMsgData || type == kMsgDataEx;
-}
-
-}  // namespace
 
 ZmvSurvey surveyZmv(ZmvReader& file, krx::util::FileHoles& holes)
 {
@@ -34,12 +23,19 @@ ZmvSurvey surveyZmv(ZmvReader& file, krx::util::FileHoles& holes)
     const auto isThere = [&](FilePos position, FilePos n) {
         return n <= end - position && holes.isData(position, n);
     };
-    if (!isThere(0, kHeaderSize)) {
+    const FilePos signatureSize = std::min<FilePos>(kZmvSignature.size(), end);
+    file.seek(0);
+    if (!std::equal(kZmvSignature.begin(), kZmvSignature.begin() + signatureSize,
+                    file.take(static_cast<std::size_t>(signatureSize))) &&
+        holes.isData(0, signatureSize))
+        return survey;
+    if (!isThere(0, kZmvHeaderFields)) {
         survey.isCutShort = true;
         return survey;
     }
-    file.seek(kHeaderLengthPosition);
+    file.seek(kZmvHeaderLengthPosition);
     FilePos next = krx::util::loadBig32(file.take(4)) + static_cast<FilePos>(kBackPointerSize);
+    survey.isCutShort = next > end;
     while (next < end) {
         if (!isThere(next, RecordHeader::kSize)) {
             survey.isCutShort = true;
@@ -47,7 +43,7 @@ ZmvSurvey surveyZmv(ZmvReader& file, krx::util::FileHoles& holes)
         }
         file.seek(next);
         const RecordHeader header = RecordHeader::load(file.take(RecordHeader::kSize));
-        if (!isKnownType(header.type))
+        if (!isZmvType(header.type))
             break;
         const FilePos size = static_cast<FilePos>(header.length) + krx::util::kRecordOverhead;
         if (!isThere(next, size)) {

@@ -20,6 +20,6 @@ struct ZmvSurvey
     bool isCutShort = false;
 };
 
-/// Counts the messages from the start of the body on, up to the first that is not sound or not all there.
-/// Reads the headers and back-pointers only. Throws kFileReadError.
+/// Counts the messages from the start of the body on, up to the first that is not sound or not all there; of
+/// a file without the signature none. Reads the headers and back-pointers only. Throws kFileReadError.
 ZmvSurvey surveyZmv(ZmvReader& file, krx::util::FileHoles& holes);

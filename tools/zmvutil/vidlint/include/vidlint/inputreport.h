@@ -57,7 +57,8 @@ enum class TrackKind
     kData,
 };
 
-/// One track of an MP4 file, or the messages of one kind of a ZMV file or a recording.
+/// One track of an MP4 file, or the messages of one kind of a ZMV file or a recording. An MP4 file that is
+/// invalid has no track that plays; of a ZMV file or a recording, messages play as far as they are whole.
 struct Track
 {
     unsigned id = 0;  ///< 0 where tracks have none
@@ -74,7 +75,8 @@ struct Track
     std::optional<long long> lastTime;   ///< end of the last sample, as the tables give it
     bool plays = false;
     /// End of the last sample before the first one, in time order, that lies beyond the end of the file or in
-    /// a hole of it. Absent when the track does not play.
+    /// a hole of it. Absent when the track does not play, and for the data messages of a ZMV file or a
+    /// recording, which limit nothing.
     std::optional<long long> playsUntil;
     std::optional<Finding> droppedBy;  ///< why it does not play, where one finding says so
 };
@@ -111,9 +113,9 @@ struct InputReport
     Verdict verdict = Verdict::kInvalid;
     Cause cause = Cause::kNone;
     std::string otherFormat;  ///< its name when the cause is kOtherFormat, as in "Matroska"
-    bool unreadable = false;  ///< a system call failed to open or read the input
+    bool unreadable = false;  ///< a system call failed to open or read the input; beside any verdict
 
-    std::vector<Finding> findings;           ///< in order, at most Settings::maxFindings and the error
+    std::vector<Finding> findings;           ///< in order: Settings::maxFindings at most, and the errors
     unsigned long long findingsOmitted = 0;  ///< warnings that were counted only
 
     std::vector<Track> tracks;                   ///< in file order
