@@ -75,7 +75,19 @@ int WatchedFileIo::fstat(int fd, struct stat64* st, Mode mode)
 int WatchedFileIo::stat(const SRString& path, struct stat64* st, Mode mode)
 {
     errno = 0;
-    return record(m_io.stat(path, st, mode));
+    if (!m_statPath || *m_statPath != path) {
+        const int result = record(m_io.stat(path, st, mode));
+        m_statPath.reset();
+        if (result >= 0) {
+            m_status = *st;
+            m_statPath = path;
+        }
+        return result;
+    }
+    if (mode != kAny && (mode == kDirectory) != S_ISDIR(m_status.st_mode))
+        return -1;
+    *st = m_status;
+    return 0;
 }
 
 int WatchedFileIo::remove(const SRString& path, IKrxFileAdaptor::RemoveFlags flags, bool wait)

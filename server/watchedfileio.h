@@ -4,13 +4,16 @@
 #pragma once
 
 #include "interfaces/IKrxFileIo.h"
+#include "util/SRString.h"
 
 #include <atomic>
 #include <functional>
+#include <optional>
+#include <sys/stat.h>
 
 /// File access through another object, watched for the length of one check: what failed first, how far reads
 /// have come, and whether the check is to end. Files that are only read keep their time of access where the
-/// system allows it. For one thread.
+/// system allows it. A stat of the path that the last stat was of tells what that one told. For one thread.
 class WatchedFileIo : public IKrxFileIo
 {
 public:
@@ -50,5 +53,7 @@ private:
     const std::atomic<bool>* const m_cancel;
     const Progress m_progress;
     int m_failure = 0;
+    std::optional<SRString> m_statPath;
+    struct stat64 m_status = {};
     bool m_wasCancelled = false;
 };

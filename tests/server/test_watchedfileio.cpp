@@ -112,6 +112,24 @@ TEST(WatchedFileIo, LeavesTimesOfAccessAloneWhereItMay)
     EXPECT_EQ(st.st_atim.tv_sec, times[0].tv_sec);
 }
 
+TEST(WatchedFileIo, AsksOnceForTheStatusOfAPath)
+{
+    const TempDir dir;
+    const SRString path = dir.write("file", "text");
+    SimpleKrxSyncFileIo system;
+    WatchedFileIo io(system, nullptr, {});
+    struct stat64 st = {};
+    ASSERT_EQ(io.stat(path, &st, IKrxFileIo::kFile), 0);
+    dir.write("file", "longer text");
+    st = {};
+    EXPECT_LT(io.stat(path, &st, IKrxFileIo::kDirectory), 0);
+    EXPECT_EQ(io.stat(path, &st, IKrxFileIo::kAny), 0);
+    EXPECT_EQ(st.st_size, 4);
+    EXPECT_LT(io.stat(dir.file("absent"), &st, IKrxFileIo::kAny), 0);
+    EXPECT_EQ(io.stat(path, &st, IKrxFileIo::kAny), 0);
+    EXPECT_EQ(st.st_size, 11);
+}
+
 TEST(WatchedFileIo, TellsProgressAndEndsOnRequest)
 {
     MemoryFileIo memory("0123456789");

@@ -350,7 +350,8 @@ bool State::Impl::beginInput(const std::string& root, const std::string& name, c
 
 void State::Impl::store(InputRecord& record, const InputStamp& stamp)
 {
-    const std::string line = toJson(record);
+    const bool hasPrefix = prefixOf(record.report.path, record.name).has_value();
+    const std::string line = hasPrefix ? resultJson(record) : toJson(record);
     const Lock lock(m_mutex);
     writing([&] {
         record.change = storeLine(record, stamp, line);
