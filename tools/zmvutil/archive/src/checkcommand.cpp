@@ -38,6 +38,8 @@ public:
     int finish()
     {
         m_thread.request_stop();
+        // Ends its wait.
+        ::pthread_kill(m_thread.native_handle(), SIGUSR1);
         m_thread.join();
         return m_ending;
     }
@@ -51,23 +53,33 @@ private:
         while (!stop.stop_requested()) {
             const int signal = ::sigtimedwait(&m_signals, nullptr, &kTick);
             m_run.flush();
-            if (signal == SIGUSR1)
+            if (signal > 0 && signal != SIGUSR1)
+                end(signal);
+            else if (stop.stop_requested())
+                break;
+            else if (signal == SIGUSR1)
                 m_run.show(m_run.progressLine(kNoTerminal) + "\n");
-            else if (signal > 0) {
-                m_ending = signal;
-                m_run.stop();
-            } else if (m_showsProgress) {
+            else if (m_showsProgress)
                 m_run.show("\r" + m_run.progressLine(columns() - 1) + "\x1b[K");
-            }
         }
         if (m_showsProgress)
             m_run.show("\r\x1b[K");
+    }
+    /// The first signal lets the run end in order, which a read that hangs may hinder. The second one does
+    /// not wait for it.
+    void end(int signal)
+    {
+        if (m_ending != 0)
+            ::_exit(128 + signal);
+        m_ending = signal;
+        m_run.stop();
     }
     static std::size_t columns()
     {
         winsize size{};
         return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col : 80;
     }
+
     CheckRun& m_run;
     const sigset_t m_signals;
     const bool m_showsProgress;

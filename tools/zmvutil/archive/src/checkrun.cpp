@@ -278,18 +278,24 @@ void CheckRun::finish(const InputRecord& record)
     const std::lock_guard lock(m_outputMutex);
     m_summary.add(record);
     m_summary.failed = m_summary.failed.value_or(0) + m_options.failOn.matches(record);
+    write(text);
+}
+
+void CheckRun::print(const std::string& text)
+{
+    const std::lock_guard lock(m_outputMutex);
+    write(text);
+}
+
+/// With the mutex of the output held.
+void CheckRun::write(const std::string& text)
+{
     if (text.empty())
         return;
     std::fputs(m_lineStart, stderr);
     std::fwrite(text.data(), 1, text.size(), stdout);
     if (*m_lineStart != '\0')
         std::fflush(stdout);
-}
-
-void CheckRun::print(const std::string& text)
-{
-    const std::lock_guard lock(m_outputMutex);
-    std::fwrite(text.data(), 1, text.size(), stdout);
 }
 
 void CheckRun::flush()
@@ -301,12 +307,13 @@ void CheckRun::flush()
 void CheckRun::show(const std::string& text)
 {
     const std::lock_guard lock(m_outputMutex);
+    std::fputs(m_lineStart, stderr);
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 void CheckRun::warn(const std::string& sentence)
 {
-    show(m_lineStart + ("vidlint-archive: " + escaped(sentence) + "\n"));
+    show("vidlint-archive: " + escaped(sentence) + "\n");
 }
 
 /// The roots below which inputs that were not found are not gone.

@@ -58,6 +58,7 @@ private:
     vidlint::InputReport check(unsigned worker, const FoundInput& found);
     void finish(const InputRecord& record);
     void print(const std::string& text);
+    void write(const std::string& text);
     void warn(const std::string& sentence);
     std::vector<std::string> keptRoots();
     int endRun();
