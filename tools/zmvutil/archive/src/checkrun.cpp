@@ -65,6 +65,7 @@ CheckRun::CheckRun(const CheckOptions& options)
     : m_options(options),
       m_hasColor(options.showsColor()),
       m_lineStart(options.showsProgress() && ::isatty(STDERR_FILENO) != 0 ? "\r\x1b[K" : ""),
+      m_isOutputBesideProgress(*m_lineStart != '\0' && ::isatty(STDOUT_FILENO) != 0),
       m_search(options.search, [this](const std::string& sentence) { warn(sentence); }),
       m_progress(options.threads),
       m_openInputs(std::max(1U, options.openInputs))
@@ -292,9 +293,10 @@ void CheckRun::write(const std::string& text)
 {
     if (text.empty())
         return;
-    std::fputs(m_lineStart, stderr);
+    if (m_isOutputBesideProgress)
+        std::fputs(m_lineStart, stderr);
     std::fwrite(text.data(), 1, text.size(), stdout);
-    if (*m_lineStart != '\0')
+    if (m_isOutputBesideProgress)
         std::fflush(stdout);
 }
 

@@ -66,6 +66,7 @@ private:
     const CheckOptions m_options;
     const bool m_hasColor;
     const char* const m_lineStart;  ///< clears the progress in front of what is written to the terminal
+    const bool m_isOutputBesideProgress;
     const std::chrono::steady_clock::time_point m_start = std::chrono::steady_clock::now();
     std::atomic<bool> m_cancel{false};
     std::atomic<bool> m_isCutOff{false};   ///< no time was left to search everything
