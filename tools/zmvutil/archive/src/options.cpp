@@ -123,6 +123,17 @@ bool parse(CLI::App& app, const Words& arguments)
 {
     // The library takes them from the last to the first.
     Words reversed(arguments.rbegin(), arguments.rend());
+    // It would also take a path in brackets for a list of several. No argument has a zero byte of its own.
+    for (std::string& word : reversed)
+        if (word.size() > 1 && word.front() == '[' && word.back() == ']')
+            word += '\0';
+    const auto restore = [](std::string word) {
+        if (!word.empty() && word.back() == '\0')
+            word.pop_back();
+        return word;
+    };
+    for (CLI::Option* const option : app.get_options())
+        option->transform(restore, "", "");
     try {
         app.parse(std::move(reversed));
         return true;
