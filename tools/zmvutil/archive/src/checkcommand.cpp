@@ -19,7 +19,7 @@ namespace archive {
 namespace {
 
 /// Handles signals and shows the progress on a thread of its own while it lives. The signals must be blocked
-/// in all threads.
+/// in all threads. The first one ends the run, the second one the process.
 class Attendant
 {
 public:
@@ -38,6 +38,8 @@ public:
     int finish()
     {
         m_thread.request_stop();
+        // It need not wait for the end of its tick.
+        ::pthread_kill(m_thread.native_handle(), SIGUSR1);
         m_thread.join();
         return m_ending;
     }
@@ -48,19 +50,41 @@ private:
     void attend(const std::stop_token& stop)
     {
         constexpr timespec kTick{0, 200'000'000};
-        while (!stop.stop_requested()) {
-            const int signal = ::sigtimedwait(&m_signals, nullptr, &kTick);
-            if (signal == SIGUSR1)
+        constexpr timespec kNow{0, 0};
+        for (bool isLast = false;;) {
+            const int signal = ::sigtimedwait(&m_signals, nullptr, isLast ? &kNow : &kTick);
+            isLast = stop.stop_requested();
+            if (signal > 0 && signal != SIGUSR1)
+                end(signal);
+            else if (isLast && signal < 0)
+                break;
+            else if (!isLast && signal == SIGUSR1)
                 show(m_run.progressLine(kNoTerminal) + "\n");
-            else if (signal > 0) {
-                m_ending = signal;
-                m_run.stop();
-            } else if (m_showsProgress) {
+            else if (m_showsProgress)
                 show("\r" + m_run.progressLine(columns() - 1) + "\x1b[K");
-            }
         }
         if (m_showsProgress)
             show("\r\x1b[K");
+    }
+    void end(int signal)
+    {
+        if (m_ending != 0)
+            endProcess(signal);
+        m_ending = signal;
+        m_run.stop();
+    }
+    /// For who cannot wait until the checks have ended, or until a system call returns. The state is left as
+    /// after any other end of the process.
+    void endProcess(int signal) const
+    {
+        if (m_showsProgress)
+            show("\r\x1b[K");
+        (void)std::signal(signal, SIG_DFL);
+        sigset_t one;
+        ::sigemptyset(&one);
+        ::sigaddset(&one, signal);
+        ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+        (void)std::raise(signal);
     }
     static std::size_t columns()
     {
@@ -80,6 +104,20 @@ private:
     std::jthread m_thread;
 };
 
+/// SIGUSR1, and those that end the run unless they are ignored, as nohup and shells ask for.
+sigset_t handledSignals()
+{
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGUSR1);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN)
+            ::sigaddset(&signals, signal);
+    }
+    return signals;
+}
+
 bool showsProgress(const CheckOptions& options)
 {
     return options.progress == When::kAlways ||
@@ -94,10 +132,7 @@ int runCheck(const std::vector<std::string>& arguments)
     if (!options)
         return 0;
     options->settings.memory = std::make_shared<vidlint::MemoryQuota>(options->memory);
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1})
-        ::sigaddset(&signals, signal);
+    const sigset_t signals = handledSignals();
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     CheckRun run(*options);
