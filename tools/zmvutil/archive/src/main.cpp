@@ -9,8 +9,10 @@
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -33,6 +35,18 @@ int fail(const char* sentence)
     const std::string text = "vidlint-archive: " + archive::escaped(sentence) + "\n";
     std::fwrite(text.data(), 1, text.size(), stderr);
     return kStatusUsage;
+}
+
+/// No file that is opened takes the place of a standard stream that is closed; using that one still fails. A
+/// closed pipe or a file size limit becomes a failed write instead of a deadly signal.
+void prepareStandardStreams()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) < 0)
+            (void)::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int dispatch(const std::string& command, const std::vector<std::string>& arguments)
@@ -58,7 +72,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& argumen
 
 int main(int argc, char** argv)
 {
-    (void)std::signal(SIGPIPE, SIG_IGN);
+    prepareStandardStreams();
     try {
         if (argc < 2) {
             std::fwrite(kUsage.data(), 1, kUsage.size(), stderr);
