@@ -36,7 +36,8 @@ int finish(const std::vector<std::string>& problems)
 {
     int status = problems.empty() ? 0 : kStatusUsage;
     std::cout.flush();
-    if (std::fflush(stdout) != 0 || !std::cout)
+    // A write that failed earlier leaves nothing to flush.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
         throw StateError("the results cannot be written");
     for (const std::string& problem : problems) {
         const std::string line = "vidlint-archive: " + escaped(problem) + "\n";

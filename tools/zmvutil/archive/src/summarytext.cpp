@@ -60,6 +60,8 @@ std::string summaryText(const Summary& summary)
     }
     if (summary.changing.value_or(0) != 0)
         text += fmt::format("{} changed while they were checked\n", *summary.changing);
+    if (!summary.complete)
+        text += "the run ended before all inputs were checked\n";
     return text;
 }
 
