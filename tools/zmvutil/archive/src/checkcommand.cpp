@@ -32,7 +32,11 @@ public:
     }
     Attendant(const Attendant&) = delete;
     Attendant& operator=(const Attendant&) = delete;
-    ~Attendant() = default;
+    ~Attendant()
+    {
+        if (m_thread.joinable())
+            (void)finish();
+    }
 
     /// Ends the thread. Returns the signal that ended the run; 0 for none.
     int finish()
