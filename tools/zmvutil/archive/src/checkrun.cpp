@@ -16,6 +16,7 @@
 #include <ctime>
 #include <limits>
 #include <new>
+#include <poll.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -99,8 +100,10 @@ int CheckRun::run()
 void CheckRun::beginState(const RunInfo& info)
 {
     m_state = std::make_unique<State>(m_options.state, State::Mode::kWrite);
-    if (const auto totals = m_state->totals())
+    if (const auto totals = m_state->totals()) {
+        m_hasLastRun = true;
         m_progress.expect(totals->inputs, totals->bytes);
+    }
     m_state->beginRun(info);
     // What is there but has no result is not gone.
     m_search.setSkipped(
@@ -302,20 +305,25 @@ void CheckRun::write(const std::string& text)
 
 void CheckRun::flush()
 {
-    const std::lock_guard lock(m_outputMutex);
-    std::fflush(stdout);
+    // What a pipe takes in one piece does not wait for its reader.
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    const std::unique_lock lock(m_outputMutex, std::try_to_lock);
+    if (lock && ::poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0)
+        std::fflush(stdout);
 }
 
 void CheckRun::show(const std::string& text)
 {
-    const std::lock_guard lock(m_outputMutex);
-    std::fputs(m_lineStart, stderr);
+    // A thread whose output hangs has the lock.
+    const std::unique_lock lock(m_outputMutex, std::try_to_lock);
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 void CheckRun::warn(const std::string& sentence)
 {
-    show("vidlint-archive: " + escaped(sentence) + "\n");
+    const std::string text = m_lineStart + ("vidlint-archive: " + escaped(sentence) + "\n");
+    const std::lock_guard lock(m_outputMutex);
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 /// The roots below which inputs that were not found are not gone.
@@ -341,7 +349,8 @@ int CheckRun::endRun()
     m_summary.search = m_search.counts();
     m_summary.complete = !m_cancel && !m_isCutOff;
     if (m_state && m_summary.complete)
-        m_state->endRun(keptRoots());
+        m_summary.byChange[static_cast<std::size_t>(Change::kGone)] = m_state->endRun(keptRoots());
+    m_summary.hasChanges = m_hasLastRun;
     if (m_options.isJson)
         print(summaryJson(m_summary) + "\n");
     else if (!m_options.isQuiet)

@@ -14,6 +14,15 @@ constexpr std::string_view kFieldStart = "- **";
 constexpr std::string_view kFieldNameEnd = ":** ";
 constexpr std::string_view kContinuation = "  ";
 
+/// Nobody needs to know what a report fills in where.
+void blankPlaceholders(std::string& text)
+{
+    for (const char* const placeholder : {"%s", "%x"})
+        for (std::size_t at = text.find(placeholder); at != std::string::npos;
+             at = text.find(placeholder, at))
+            text.replace(at, 2, "...");
+}
+
 FaultPage parse(const FaultRow& row)
 {
     FaultPage page;
@@ -31,6 +40,9 @@ FaultPage parse(const FaultRow& row)
             page.fields.back().second.append(" ").append(line.substr(kContinuation.size()));
         }
     }
+    for (auto& [name, words] : page.fields)
+        if (name == "Text")
+            blankPlaceholders(words);
     return page;
 }
 

@@ -33,6 +33,7 @@ void put(const std::string& text)
 int finish(const std::vector<std::string>& problems)
 {
     std::cout.flush();
+    // A write that failed earlier leaves nothing to flush.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
         throw StateError("the results cannot be written");
     for (const std::string& problem : problems) {
@@ -122,7 +123,7 @@ int runReport(const std::vector<std::string>& arguments)
 
 int runWhy(const std::vector<std::string>& arguments)
 {
-    const auto paths = parseWords("why", "FILE", 1, arguments);
+    const auto paths = parseFiles(arguments);
     if (!paths)
         return 0;
     const FailOn failOn = parseSelection(kUsualSelection);
@@ -150,7 +151,7 @@ int runExplain(const std::vector<std::string>& arguments)
         if (word.size() > 1 && word[0] == '-' && word.find_first_not_of("0123456789", 1) == std::string::npos)
             word.erase(0, 1);
     const bool color = isOnTerminal();
-    const auto numbers = parseWords("explain", "NUMBER", 0, words);
+    const auto numbers = parseNumbers(words);
     if (!numbers)
         return 0;
     if (numbers->empty()) {

@@ -122,8 +122,9 @@ bool RunningMarks::isInPlace() const
     struct stat named
     {
     };
-    return ::fstat(m_fd, &opened) == 0 && ::lstat(m_path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+    if (::fstat(m_fd, &opened) != 0 || (::lstat(m_path.c_str(), &named) != 0 && errno != ENOENT))
+        fail("the state cannot be locked", errno);
+    return opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
 std::vector<RunningMarks::Mark> RunningMarks::takeLeft()

@@ -70,7 +70,7 @@ public:
     void store(InputRecord& record, const InputStamp& stamp);
     void dropInput(const std::string& root, const std::string& name);
     std::uint64_t knownBelow(const std::string& root);
-    void endRun(const std::vector<std::string>& keptRoots);
+    std::uint64_t endRun(const std::vector<std::string>& keptRoots);
     RunInfo lastRun();
     bool hasUnfinishedRun();
     std::optional<Totals> totals();
@@ -451,21 +451,23 @@ std::uint64_t State::Impl::knownBelow(const std::string& root)
                  : m_tables->countKnown(*rootId, 1, 1);
 }
 
-void State::Impl::endRun(const std::vector<std::string>& keptRoots)
+std::uint64_t State::Impl::endRun(const std::vector<std::string>& keptRoots)
 {
     const Lock lock(m_mutex);
-    writing([&] {
+    return writing([&] {
+        std::uint64_t gone = 0;
         openTransaction();
         for (const std::string& label : m_run->info.roots) {
             const bool isKept = std::find(keptRoots.begin(), keptRoots.end(), label) != keptRoots.end();
             if (const auto root = isKept ? std::nullopt : m_tables->findRoot(label))
-                m_tables->endRoot(*root, *m_run);
+                gone += m_tables->endRoot(*root, *m_run);
         }
         m_tables->endRun(*m_run, m_totals.inputs, m_totals.bytes);
         commit();
         m_run.reset();
         m_due.reset();
         endWriting(*m_database);
+        return gone;
     });
 }
 
@@ -546,9 +548,9 @@ std::uint64_t State::knownBelow(const std::string& root)
     return m_impl->knownBelow(root);
 }
 
-void State::endRun(const std::vector<std::string>& keptRoots)
+std::uint64_t State::endRun(const std::vector<std::string>& keptRoots)
 {
-    m_impl->endRun(keptRoots);
+    return m_impl->endRun(keptRoots);
 }
 
 RunInfo State::lastRun()
