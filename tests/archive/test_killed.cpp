@@ -173,7 +173,7 @@ unsigned long opens(const Tree& tree, const std::vector<std::string>& more)
     std::replace(command.begin(), command.end(), std::string("-j2"), std::string("-j1"));
     (void)outputOf(command, nullptr,
                    {{"LD_PRELOAD", FAULTS_PRELOAD},
-                    {"FAULT_FILE", tree.dir.bytes("in")},
+                    {"FAULT_FILE", tree.dir.bytes("in/")},
                     {"FAULT_COUNT", tree.dir.bytes("calls")}});
     std::istringstream calls(tree.dir.read("calls"));
     std::string name;
