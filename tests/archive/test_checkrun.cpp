@@ -11,7 +11,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <locale>
 #include <memory>
 #include <thread>
@@ -19,7 +18,6 @@
 namespace krx::test {
 namespace {
 
-namespace fs = std::filesystem;
 using archive::CheckRun;
 
 /// Runs while another thread asks for the progress, and ends the run after stopAfter milliseconds unless that
