@@ -92,6 +92,10 @@ TEST(Equality, OfVidlintAndOfAnyDivision)
     const std::vector<std::string> lines = archiveLines(samples.dir.path(), {"-j1"});
     EXPECT_EQ(archiveLines(samples.dir.path(), {"-j2", "--io=1"}), lines);
     EXPECT_EQ(archiveLines(samples.dir.path(), {"-j7"}), lines);
+    // Some need more memory than there is, others only more than is left beside others.
+    const std::vector<std::string> frugal = archiveLines(samples.dir.path(), {"-j1", "--memory=60K"});
+    EXPECT_NE(frugal, lines);
+    EXPECT_EQ(archiveLines(samples.dir.path(), {"-j7", "--io=7", "--memory=60K"}), frugal);
     std::vector<std::string> ofShards;
     for (const char* const shard : {"--shard=1/3", "--shard=2/3", "--shard=3/3"}) {
         const std::vector<std::string> more = archiveLines(samples.dir.path(), {shard, "-j2"});
