@@ -350,7 +350,7 @@ int CheckRun::endRun()
     m_summary.complete = !m_cancel && !m_isCutOff;
     if (m_state && m_summary.complete)
         m_summary.byChange[static_cast<std::size_t>(Change::kGone)] = m_state->endRun(keptRoots());
-    m_summary.hasChanges = m_hasLastRun;
+    m_summary.hasChanges = m_hasLastRun && m_summary.complete;
     if (m_options.isJson)
         print(summaryJson(m_summary) + "\n");
     else if (!m_options.isQuiet)

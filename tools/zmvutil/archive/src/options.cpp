@@ -155,6 +155,10 @@ bool parse(CLI::App& app, const std::string& usage, const Words& arguments)
         option->transform(restore, "", "");
     try {
         app.parse(std::move(reversed));
+        for (const CLI::Option* const option : app.get_options())
+            if (const Words values = option->results();
+                std::find(values.begin(), values.end(), "") != values.end())
+                throw UsageError(option->get_name() + ": the value is empty");
         return true;
     } catch (const CLI::CallForHelp&) {
         printHelp(app, usage);

@@ -104,8 +104,12 @@ std::string Progress::line(std::size_t width) const
         const bool isStalled = now - worker.moved > kStalledAfter;
         text += (isStalled ? "; stalled: " : "; ") + nameOf(worker.path);
     }
-    if (text.size() > width)
+    if (text.size() > width) {
+        // Not within a character of UTF-8.
+        while (width > 0 && (static_cast<unsigned char>(text[width]) & 0xC0) == 0x80)
+            --width;
         text.resize(width);
+    }
     return text;
 }
 

@@ -4,6 +4,7 @@
 #include "tools/zmvutil/archive/src/commands.h"
 #include "tools/zmvutil/archive/src/csvformat.h"
 #include "tools/zmvutil/archive/src/faultspage.h"
+#include "tools/zmvutil/archive/src/folder.h"
 #include "tools/zmvutil/archive/src/htmlreport.h"
 #include "tools/zmvutil/archive/src/options.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <iostream>
 #include <unistd.h>
 
@@ -41,6 +43,14 @@ int finish(const std::vector<std::string>& problems)
         std::fwrite(line.data(), 1, line.size(), stderr);
     }
     return problems.empty() ? kStatusFine : kStatusUsage;
+}
+
+/// Whether the path is a folder that vidlint would take for a recording, and that looks like none.
+bool isOtherFolder(const std::string& path)
+{
+    Folder folder;
+    return folder.open(AT_FDCWD, path.c_str(), true) && folder.read(makeNameFilter({}, {}, true)) == 0 &&
+           !folder.isRecording();
 }
 
 bool isOnTerminal()
@@ -127,9 +137,14 @@ int runWhy(const std::vector<std::string>& arguments)
     if (!paths)
         return 0;
     const FailOn failOn = parseSelection(kUsualSelection);
+    std::vector<std::string> problems;
     bool isFound = false;
     bool isUnreadable = false;
     for (const std::string& path : *paths) {
+        if (isOtherFolder(path)) {
+            problems.push_back(path + ": the folder is no recording; vidlint-archive check searches folders");
+            continue;
+        }
         InputRecord record;
         record.root = record.report.path = path;
         record.report = vidlint::check(path);
@@ -137,7 +152,8 @@ int runWhy(const std::vector<std::string>& arguments)
         isUnreadable |= record.report.unreadable;
         put(describe(record, isOnTerminal()));
     }
-    finish({});
+    if (const int status = finish(problems); status != kStatusFine)
+        return status;
     if (isFound)
         return kStatusFound;
     return isUnreadable ? kStatusUnreadable : kStatusFine;
