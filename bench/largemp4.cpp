@@ -357,10 +357,11 @@ LargeMp4 largeMp4(const std::string& name)
     LargeMp4 movie;
     if (name == "hour")
         movie.tracks = {video, audio};
-    else if (name == "lowrate") {
-        video.samples = 90000;
+    else if (name == "lowrate" || name == "clip") {
+        const std::uint32_t part = name == "clip" ? 6 : 1;
+        video.samples = 90000 / part;
         video.timescale = 25000;
-        audio.samples = 77521;
+        audio.samples = 77521 / part;
         audio.timescale = 22050;
         for (LargeTrack* track : {&video, &audio}) {
             track->minSize = 20;

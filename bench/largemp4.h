@@ -49,9 +49,9 @@ struct LargeMp4Facts
 LargeMp4Facts writeLargeMp4(const std::string& path, const LargeMp4& wanted);
 
 /// The movies that the benchmarks share, by name: "hour" (1 h of 60 fps video and 48 kHz audio), "lowrate" (1
-/// h of 25 fps video and 22 kHz audio in 12 MB, media and all), "samples" (10 million samples in one track),
-/// "tracks" (64 tracks), "fragments" (100,000 fragments), "pages" (tables that playback cuts into 20,000
-/// pages). Throws std::runtime_error for another name.
+/// h of 25 fps video and 22 kHz audio in 12 MB, media and all), "clip" (a sixth of that), "samples" (10
+/// million samples in one track), "tracks" (64 tracks), "fragments" (100,000 fragments), "pages" (tables that
+/// playback cuts into 20,000 pages). Throws std::runtime_error for another name.
 LargeMp4 largeMp4(const std::string& name);
 
 }  // namespace krx::bench

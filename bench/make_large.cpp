@@ -15,8 +15,8 @@ constexpr const char* kUsage =
     "Usage: make_large zmv FILE BYTES [MIN MAX]      a ZMV file of that size; lengths of messages (200 "
     "40960)\n"
     "       make_large zmv-messages FILE COUNT LENGTH  a ZMV file of that many messages of one length\n"
-    "       make_large mp4 FILE NAME                 hour, lowrate, samples, tracks, fragments or "
-    "pages\n"
+    "       make_large mp4 FILE NAME                 hour, lowrate, clip, samples, tracks, "
+    "fragments or pages\n"
     "       make_large raw DIR SEGMENTS BYTES [MIN MAX]  a recording of that size; lengths of messages (200 "
     "40960)\n"
     "       make_large raw-index DIR SEGMENTS        the index of such a recording, without segment files\n";

@@ -1,6 +1,6 @@
-# What is installed where. Two components: "runtime" is the program and list_messages, with their pages, samples and
-# completions; "development" is the libraries with their public headers, the CMake package that finds them, and the
-# examples.
+# What is installed where. Three components: "runtime" is the program and list_messages, with their pages, samples and
+# completions; "archive" is vidlint-archive with its own, where it is built; "development" is the libraries with their
+# public headers, the CMake package that finds them, and the examples.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
@@ -82,7 +82,7 @@ function(krx_page source destination component)
   set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${source}")
   file(READ "${PROJECT_SOURCE_DIR}/${source}" text)
   foreach(target IN LISTS ARG_WITHOUT)
-    string(REGEX REPLACE "\\[([^]\n]*)\\]\\(${target}[^)]*\\)" "\\1" text "${text}")
+    string(REGEX REPLACE "!?\\[([^]\n]*)\\]\\(${target}[^)]*\\)" "\\1" text "${text}")
   endforeach()
   while(ARG_MOVED)
     list(POP_FRONT ARG_MOVED from to)
@@ -92,6 +92,25 @@ function(krx_page source destination component)
   file(WRITE "${output}" "${text}")
   install(FILES "${output}" DESTINATION "${destination}" COMPONENT ${component})
 endfunction()
+
+# krx_install_archive_documents(): those of vidlint-archive, where it is built. For krx_install_documents.
+macro(krx_install_archive_documents)
+  if(TARGET vidlint-archive)
+    install(FILES "${PROJECT_SOURCE_DIR}/completions/vidlint-archive.bash" RENAME vidlint-archive
+      DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions" COMPONENT archive)
+    install(FILES "${PROJECT_SOURCE_DIR}/completions/_vidlint-archive"
+      DESTINATION "${KRX_ZSH_COMPLETION_DIR}" COMPONENT archive)
+    if(NOT KRX_DEBIAN)
+      install(FILES "${PROJECT_SOURCE_DIR}/docs/vidlint-archive.1"
+        DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT archive)
+    endif()
+    krx_page(docs/archive.md "${archive_docs}" archive
+      MOVED ../README.md ${to_program}README.md faults.md ${to_program}faults.md
+        performance.md ${to_program}performance.md)
+    install(FILES "${PROJECT_SOURCE_DIR}/docs/archive-schema.json" "${PROJECT_SOURCE_DIR}/docs/archive-report.png"
+      DESTINATION "${archive_docs}" COMPONENT archive)
+  endif()
+endmacro()
 
 # krx_install_documents(): pages, samples, completions and examples. The Debian package has some of them compressed, see
 # KrxPackage.cmake.
@@ -106,25 +125,35 @@ function(krx_install_documents)
       DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT runtime)
     install(FILES "${PROJECT_SOURCE_DIR}/CHANGELOG.md" DESTINATION "${docs}" COMPONENT runtime)
     set(library_docs "${docs}")
+    set(archive_docs "${docs}")
     set(to_library "")
+    set(to_archive "")
     set(to_program "")
     set(changelog CHANGELOG.md)
   else()
     set(library_docs "${CMAKE_INSTALL_DATADIR}/doc/libvidlint-dev")
+    set(archive_docs "${CMAKE_INSTALL_DATADIR}/doc/vidlint-archive")
     set(to_library ../libvidlint-dev/)
+    set(to_archive ../vidlint-archive/)
     set(to_program ../vidlint/)
     set(changelog CHANGELOG.md.gz)
+  endif()
+  set(left_out docs/architecture.md CONTRIBUTING.md)
+  if(NOT TARGET vidlint-archive)
+    list(APPEND left_out docs/archive)
   endif()
   krx_page(README.md "${docs}" runtime
     MOVED docs/library.md ${to_library}library.md examples ${to_library}examples CHANGELOG.md ${changelog}
       docs/faults.md faults.md docs/formats.md formats.md docs/performance.md performance.md
-    WITHOUT docs/architecture.md CONTRIBUTING.md)
+      docs/archive ${to_archive}archive
+    WITHOUT ${left_out})
   krx_page(docs/faults.md "${docs}" runtime MOVED ../samples samples)
   krx_page(docs/formats.md "${docs}" runtime)
   krx_page(docs/performance.md "${docs}" runtime MOVED ../README.md README.md WITHOUT architecture.md)
   krx_page(samples/README.md "${docs}/samples" runtime MOVED ../docs/ ../)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/samples" DESTINATION "${docs}" COMPONENT runtime
     PATTERN README.md EXCLUDE)
+  krx_install_archive_documents()
 
   krx_page(docs/library.md "${library_docs}" development MOVED ../examples examples faults.md ${to_program}faults.md)
   if(KRX_DEBIAN)

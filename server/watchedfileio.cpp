@@ -3,22 +3,9 @@
 
 #include "server/watchedfileio.h"
 
-#include "util/SRException.h"
-#include "util/SRString.h"
-
 #include <cerrno>
+#include <fcntl.h>
 #include <utility>
-
-namespace {
-
-constexpr long long kNoOffset = -1;
-
-std::string bytesOf(const SRString& path)
-{
-    return std::string(path.toMultiByte().view());
-}
-
-}  // namespace
 
 WatchedFileIo::WatchedFileIo(IKrxFileIo& io, const std::atomic<bool>* cancel, Progress progress)
     : m_io(io), m_cancel(cancel), m_progress(std::move(progress))
@@ -34,21 +21,11 @@ bool WatchedFileIo::isCancelled()
     return true;
 }
 
-template <typename Name>
-void WatchedFileIo::record(long long offset, Name name)
+int WatchedFileIo::record(int result)
 {
-    const int error = errno;
-    if (error == 0 || m_failure)
-        return;
-    std::string file = krx::util::unlessOutOfMemory(name, [] { return std::string(); });
-    m_failure = Failure{error, std::move(file), offset};
-    errno = error;
-}
-
-std::string WatchedFileIo::nameOf(int fd) const
-{
-    const auto found = m_names.find(fd);
-    return found == m_names.end() ? std::string() : found->second;
+    if (result < 0 && m_failure == 0)
+        m_failure = errno;
+    return result;
 }
 
 // errno is cleared before each call, so that it tells a system call that failed from a refusal.
@@ -57,23 +34,19 @@ int WatchedFileIo::open(const SRString& path, int flags, int mode, struct stat64
 {
     if (isCancelled())
         return -1;
-    errno = 0;
-    const int fd = m_io.open(path, flags, mode, st);
-    if (fd < 0) {
-        record(kNoOffset, [&] { return bytesOf(path); });
-        return fd;
+    if ((flags & O_ACCMODE) == O_RDONLY) {
+        errno = 0;
+        const int fd = m_io.open(path, flags | O_NOATIME, mode, st);
+        // Only the owner may leave the time of access alone.
+        if (fd >= 0 || errno != EPERM)
+            return record(fd);
     }
-    const auto keepName = [&] {
-        m_names.insert_or_assign(fd, bytesOf(path));
-        return true;
-    };
-    krx::util::unlessOutOfMemory(keepName, [] { return false; });
-    return fd;
+    errno = 0;
+    return record(m_io.open(path, flags, mode, st));
 }
 
 int WatchedFileIo::close(int fd, bool wait)
 {
-    m_names.erase(fd);
     return m_io.close(fd, wait);
 }
 
@@ -82,10 +55,8 @@ int WatchedFileIo::read(int fd, long long offset, void* buf, unsigned n)
     if (isCancelled())
         return -1;
     errno = 0;
-    const int got = m_io.read(fd, offset, buf, n);
-    if (got < 0)
-        record(offset, [&] { return nameOf(fd); });
-    else if (m_progress)
+    const int got = record(m_io.read(fd, offset, buf, n));
+    if (got >= 0 && m_progress)
         m_progress(got, offset + got);
     return got;
 }
@@ -98,19 +69,25 @@ int WatchedFileIo::write(int fd, long long offset, void* buf, unsigned n)
 int WatchedFileIo::fstat(int fd, struct stat64* st, Mode mode)
 {
     errno = 0;
-    const int result = m_io.fstat(fd, st, mode);
-    if (result < 0)
-        record(kNoOffset, [&] { return nameOf(fd); });
-    return result;
+    return record(m_io.fstat(fd, st, mode));
 }
 
 int WatchedFileIo::stat(const SRString& path, struct stat64* st, Mode mode)
 {
     errno = 0;
-    const int result = m_io.stat(path, st, mode);
-    if (result < 0)
-        record(kNoOffset, [&] { return bytesOf(path); });
-    return result;
+    if (!m_statPath || *m_statPath != path) {
+        const int result = record(m_io.stat(path, st, mode));
+        m_statPath.reset();
+        if (result >= 0) {
+            m_status = *st;
+            m_statPath = path;
+        }
+        return result;
+    }
+    if (mode != kAny && (mode == kDirectory) != S_ISDIR(m_status.st_mode))
+        return -1;
+    *st = m_status;
+    return 0;
 }
 
 int WatchedFileIo::remove(const SRString& path, IKrxFileAdaptor::RemoveFlags flags, bool wait)

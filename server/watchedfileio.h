@@ -4,26 +4,19 @@
 #pragma once
 
 #include "interfaces/IKrxFileIo.h"
+#include "util/SRString.h"
 
 #include <atomic>
 #include <functional>
-#include <map>
 #include <optional>
-#include <string>
+#include <sys/stat.h>
 
 /// File access through another object, watched for the length of one check: what failed first, how far reads
-/// have come, and whether the check is to end. For one thread.
+/// have come, and whether the check is to end. Files that are only read keep their time of access where the
+/// system allows it. A stat of the path that the last stat was of tells what that one told. For one thread.
 class WatchedFileIo : public IKrxFileIo
 {
 public:
-    /// A system call that failed.
-    struct Failure
-    {
-        int error = 0;     ///< errno
-        std::string file;  ///< the path as it was opened, in bytes; empty when there was no memory for it
-        long long offset = -1;  ///< of a read
-    };
-
     /// Called after each read that succeeds, with the bytes that it gave and the offset of their end in the
     /// file. Must not throw.
     using Progress = std::function<void(long long bytesRead, long long endOfRead)>;
@@ -32,11 +25,11 @@ public:
     /// true, open and read fail with ECANCELED.
     WatchedFileIo(IKrxFileIo& io, const std::atomic<bool>* cancel, Progress progress);
 
-    /// The first open, stat, fstat or read since the last clear() that a system call failed; null when none
-    /// did. Those are left out that fail without an errno, such as a stat of another kind of file, and those
-    /// that were cancelled.
-    const Failure* failure() const { return m_failure ? &*m_failure : nullptr; }
-    void clear() { m_failure.reset(); }
+    /// The errno of the first open, stat, fstat or read since the last clear() that a system call failed; 0
+    /// when none did. Those are left out that fail without an errno, such as a stat of another kind of file,
+    /// and those that were cancelled.
+    int failure() const { return m_failure; }
+    void clear() { m_failure = 0; }
     /// Whether a call was refused because the check is to end.
     bool wasCancelled() const { return m_wasCancelled; }
 
@@ -52,16 +45,15 @@ public:
 
 private:
     bool isCancelled();
-    /// Records a failure if it is the first one and errno is set. Leaves errno as it is. name() returns the
-    /// path.
-    template <typename Name>
-    void record(long long offset, Name name);
-    std::string nameOf(int fd) const;
+    /// Returns the result of a call. Records errno when the call failed, it is the first one that did, and
+    /// errno is set.
+    int record(int result);
 
     IKrxFileIo& m_io;
     const std::atomic<bool>* const m_cancel;
     const Progress m_progress;
-    std::map<int, std::string> m_names;  ///< of the open files
-    std::optional<Failure> m_failure;
+    int m_failure = 0;
+    std::optional<SRString> m_statPath;
+    struct stat64 m_status = {};
     bool m_wasCancelled = false;
 };

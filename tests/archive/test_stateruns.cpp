@@ -35,7 +35,10 @@ struct Known
         std::string settings;
         std::string outcome;
         bool isReusable = false;
+        unsigned number = 0;  // of all results
     };
+    bool isRenewed() const { return !ended || !latest || latest->number != ended->number; }
+
     std::optional<Result> ended;     // of the last run that ended
     std::optional<Change> standing;  // in it; absent when it had no result there
     std::optional<Result> latest;    // of any run
@@ -193,7 +196,7 @@ private:
         if (state) {
             const auto reused = state->reuse(root, name, "/media/" + root + "/" + name, input.stamp);
             ASSERT_EQ(reused.has_value(), stands);
-            EXPECT_EQ(state->checkedAt(root, name).has_value(), known.latest.has_value());
+            EXPECT_EQ(state->isOlder(root, name, INT64_MAX), !known.isRenewed());
             if (reused) {
                 EXPECT_EQ(outcomeOf(*reused), known.latest->outcome);
                 EXPECT_EQ(reused->change, known.changeTo(known.latest->outcome));
@@ -217,7 +220,8 @@ private:
                 state->store(record, input.stamp);
                 EXPECT_EQ(record.change, known.changeTo(outcome));
             }
-            known.latest = {input.stamp, m_unfinished.settings, outcome, input.kind != kUnreadable};
+            known.latest = {input.stamp, m_unfinished.settings, outcome, input.kind != kUnreadable,
+                            ++m_results};
             m_seen.insert(key);
         }
     }
@@ -233,6 +237,7 @@ private:
         const auto known = std::count_if(m_known.begin(), m_known.end(), isKnown);
         if (state) {
             EXPECT_EQ(state->knownBelow("a"), static_cast<std::uint64_t>(known));
+            expectDue(*state);
             state->endRun(kept);
         }
         m_inputs = m_seen.size();
@@ -257,6 +262,20 @@ private:
         m_last = run;
     }
 
+    // All results are of the same time, and so in no order.
+    void expectDue(State& state) const
+    {
+        std::map<Key, InputStamp> due, expected;
+        while (const auto found = state.nextDue(INT64_MAX)) {
+            EXPECT_EQ(found->path, "/media/" + found->root + "/" + found->name);
+            due.emplace(Key(found->root, found->name), found->stamp);
+        }
+        for (const Key& key : m_seen)
+            if (const Known& known = m_known.at(key); !known.isRenewed())
+                expected.emplace(key, known.ended->stamp);
+        EXPECT_EQ(due, expected);
+    }
+
     const std::string m_path;
     std::mt19937 m_random;
     std::map<Key, Input> m_world;  // what is on the disks
@@ -266,6 +285,7 @@ private:
     bool m_isUnfinished = false, m_hasEnded = false;
     std::set<Key> m_seen, m_dropped;
     std::uint64_t m_inputs = 0, m_bytes = 0;
+    unsigned m_results = 0;
 };
 
 TEST(State, RunsAgreeWithAModel)
@@ -278,6 +298,35 @@ TEST(State, RunsAgreeWithAModel)
         runs.step(first + i);
         runs.expectSameList();
     }
+}
+
+TEST(State, TheOldestChecksAreDueFirst)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    const std::vector<std::string> names = {"a", "b", "c", "d"};
+    {
+        State state(path, State::Mode::kWrite);
+        state.beginRun(makeRun({"r"}));
+        for (const std::string& name : names) {
+            InputRecord record = makeRecord("r", name, kSound);
+            ASSERT_TRUE(state.beginInput("r", name, {}));
+            state.store(record, {});
+        }
+        state.endRun({});
+    }
+    archive::Database(path, archive::Database::Access::kWrite)
+        .execute("UPDATE result SET checked_at = 100 * (id * 3 % 5)");  // 300, 100, 400, 200
+    State state(path, State::Mode::kWrite);
+    state.beginRun(makeRun({"r"}));
+    for (const std::string& name : names)
+        ASSERT_TRUE(state.reuse("r", name, "/media/r/" + name, {}));
+    EXPECT_TRUE(state.isOlder("r", "a", 301));
+    EXPECT_FALSE(state.isOlder("r", "a", 300));
+    std::string due;
+    while (const auto found = state.nextDue(400))
+        due += found->name;
+    EXPECT_EQ(due, "bda");
 }
 
 TEST(Outcome, Changes)

@@ -2,7 +2,8 @@
 // All rights reserved.
 
 // Checks the documents: the bytes in docs/formats.md are those of the samples, blocks that begin with "$ "
-// show what their commands print, code is that of the examples, and links have targets.
+// show what their commands print (those of docs/archive.md one after the other in one shell), code is that of
+// the examples, and links have targets.
 
 #include "tests/support/tempdir.h"
 #include "tests/support/writesamples.h"
@@ -66,22 +67,41 @@ std::string run(const std::string& script)
     return readFile(dir.bytes("out"));
 }
 
+/// Without times and the line ends at the end.
+std::string steady(const std::string& text)
+{
+    static const std::regex varying("\\d\\d-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d|\n+$");
+    return std::regex_replace(text, varying, "");
+}
+
 TEST(Documents, ShowWhatTheProgramPrints)
 {
     static const std::regex code("(?:    [^\n]*\n+)+");
     static const std::regex line("    (?:\\$ ([^\n]*\n)|([^\n]*\n+))");
-    static const std::regex varying("\\d\\d-\\d\\d-\\d\\d \\d\\d:\\d\\d:\\d\\d|\n+$");
-    for (const char* name : {PROJECT_DIR "/README.md", PROJECT_DIR "/docs/formats.md"}) {
-        const std::string page = readFile(name);
+    const bool hasArchive = fs::exists(VIDLINT_DIR "/vidlint-archive");
+    for (const char* name : {"README.md", "docs/formats.md", "docs/archive.md"}) {
+        const std::string page = readFile(fs::path(PROJECT_DIR) / name);
+        const bool isSession = name == std::string("docs/archive.md");
+        std::string session;
+        std::string shownInSession;
         for (Matches block(page.begin(), page.end(), code), end; block != end; ++block) {
             const std::string script = std::regex_replace(block->str(), line, "$1");
-            if (script.empty())
+            const std::string shown = steady(std::regex_replace(block->str(), line, "$2"));
+            const bool needsArchive = isSession || script.find("vidlint-archive") != std::string::npos;
+            if (script.empty() || (needsArchive && !hasArchive))
                 continue;
-            const std::string shown = std::regex_replace(block->str(), line, "$2");
-            EXPECT_EQ(std::regex_replace(run(script), varying, ""), std::regex_replace(shown, varying, ""));
+            session += script;
+            shownInSession += shown + (shown.empty() ? "" : "\n");
+            if (!isSession) {
+                EXPECT_EQ(steady(run(script)), shown);
+            }
+        }
+        if (isSession) {
+            EXPECT_EQ(steady(run(session)), steady(shownInSession));
         }
     }
-    for (const char* command : {"vidlint --help", "check_file samples/faults/117-cut-media.mp4"})
+    for (const char* command :
+         {"vidlint --help", "vidlint-archive check --quiet --min-age 0 --state archive.state archive"})
         EXPECT_NE(readFile(PROJECT_DIR "/README.md").find(std::string("    $ ") + command + "\n"),
                   std::string::npos);
 }

@@ -19,7 +19,7 @@
 namespace krx::test {
 namespace {
 
-TEST(WatchedFileIo, NamesTheSystemCallThatFailedFirst)
+TEST(WatchedFileIo, TellsWhyTheFirstSystemCallFailed)
 {
     const TempDir dir;
     const SRString present = dir.write("present", "text");
@@ -38,20 +38,18 @@ TEST(WatchedFileIo, NamesTheSystemCallThatFailedFirst)
     {
         std::function<int()> call;
         int error;  ///< 0: no failure of the system
-        std::string name;
-        long long offset = -1;
     } cases[] = {
-        {[&] { return io.stat(present, &st, IKrxFileIo::kFile); }, 0, ""},
-        {[&] { return io.stat(present, &st, IKrxFileIo::kDirectory); }, 0, ""},
-        {[&] { return io.fstat(file, &st, IKrxFileIo::kDirectory); }, 0, ""},
-        {[&] { return io.read(file, 2, buffer.data(), 8); }, 0, ""},
-        {[&] { return io.read(-1, 0, buffer.data(), 8); }, 0, ""},
-        {[&] { return io.stat(absent, &st, IKrxFileIo::kAny); }, ENOENT, dir.bytes("absent")},
-        {[&] { return io.stat(below, &st, IKrxFileIo::kAny); }, ENOTDIR, dir.bytes("present/below")},
-        {[&] { return io.open(absent, O_RDONLY, 0, &st); }, ENOENT, dir.bytes("absent")},
-        {[&] { return io.read(folder, 3, buffer.data(), 8); }, EISDIR, dir.bytes(""), 3},
-        {[&] { return io.read(file, -5, buffer.data(), 8); }, EINVAL, dir.bytes("present"), -5},
-        {[&] { return io.fstat(closed, &st, IKrxFileIo::kAny); }, EBADF, ""},
+        {[&] { return io.stat(present, &st, IKrxFileIo::kFile); }, 0},
+        {[&] { return io.stat(present, &st, IKrxFileIo::kDirectory); }, 0},
+        {[&] { return io.fstat(file, &st, IKrxFileIo::kDirectory); }, 0},
+        {[&] { return io.read(file, 2, buffer.data(), 8); }, 0},
+        {[&] { return io.read(-1, 0, buffer.data(), 8); }, 0},
+        {[&] { return io.stat(absent, &st, IKrxFileIo::kAny); }, ENOENT},
+        {[&] { return io.stat(below, &st, IKrxFileIo::kAny); }, ENOTDIR},
+        {[&] { return io.open(absent, O_RDONLY, 0, &st); }, ENOENT},
+        {[&] { return io.read(folder, 3, buffer.data(), 8); }, EISDIR},
+        {[&] { return io.read(file, -5, buffer.data(), 8); }, EINVAL},
+        {[&] { return io.fstat(closed, &st, IKrxFileIo::kAny); }, EBADF},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "case " << &c - cases);
@@ -59,18 +57,77 @@ TEST(WatchedFileIo, NamesTheSystemCallThatFailedFirst)
         errno = EIO;  // of another call
         const int result = c.call();
         const int left = errno;
-        ASSERT_EQ(io.failure() != nullptr, c.error != 0);
-        if (!io.failure())
+        ASSERT_EQ(io.failure(), c.error);
+        if (c.error == 0)
             continue;
         EXPECT_LT(result, 0);
         EXPECT_EQ(left, c.error);
         io.stat(below, &st, IKrxFileIo::kAny);  // a later one does not count
-        EXPECT_EQ(io.failure()->error, c.error);
-        EXPECT_EQ(io.failure()->file, c.name);
-        EXPECT_EQ(io.failure()->offset, c.offset);
+        EXPECT_EQ(io.failure(), c.error);
     }
     io.close(file, false);
     io.close(folder, false);
+}
+
+// Refuses as the system does for a file of somebody else.
+struct ForeignFile : MemoryFileIo
+{
+    using MemoryFileIo::MemoryFileIo;
+
+    int open(const SRString& path, int flags, int mode, struct stat64* st) override
+    {
+        asked.push_back(flags);
+        if ((flags & O_NOATIME) == 0)
+            return MemoryFileIo::open(path, flags, mode, st);
+        errno = EPERM;
+        return -1;
+    }
+    std::vector<int> asked;
+};
+
+TEST(WatchedFileIo, LeavesTimesOfAccessAloneWhereItMay)
+{
+    ForeignFile foreign("text");
+    WatchedFileIo io(foreign, nullptr, {});
+    for (const int flags : {O_RDONLY, O_RDWR}) {
+        const int fd = io.open(SRString(L"f"), flags, 0, nullptr);
+        EXPECT_GE(fd, 0);
+        io.close(fd, false);
+    }
+    EXPECT_EQ(foreign.asked, (std::vector{O_RDONLY | O_NOATIME, O_RDONLY, O_RDWR}));
+    EXPECT_EQ(io.failure(), 0);
+
+    const TempDir dir;
+    const SRString path = dir.write("old", "text");
+    const timespec times[] = {{1'000'000'000, 0}, {1'500'000'000, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, dir.bytes("old").c_str(), times, 0), 0);
+    SimpleKrxSyncFileIo system;
+    WatchedFileIo own(system, nullptr, {});
+    struct stat64 st = {};
+    std::array<char, 8> buffer;
+    const int fd = own.open(path, O_RDONLY, 0, nullptr);
+    EXPECT_EQ(own.read(fd, 0, buffer.data(), 8), 4);
+    EXPECT_EQ(own.close(fd, false), 0);
+    ASSERT_EQ(own.stat(path, &st, IKrxFileIo::kFile), 0);
+    EXPECT_EQ(st.st_atim.tv_sec, times[0].tv_sec);
+}
+
+TEST(WatchedFileIo, AsksOnceForTheStatusOfAPath)
+{
+    const TempDir dir;
+    const SRString path = dir.write("file", "text");
+    SimpleKrxSyncFileIo system;
+    WatchedFileIo io(system, nullptr, {});
+    struct stat64 st = {};
+    ASSERT_EQ(io.stat(path, &st, IKrxFileIo::kFile), 0);
+    dir.write("file", "longer text");
+    st = {};
+    EXPECT_LT(io.stat(path, &st, IKrxFileIo::kDirectory), 0);
+    EXPECT_EQ(io.stat(path, &st, IKrxFileIo::kAny), 0);
+    EXPECT_EQ(st.st_size, 4);
+    EXPECT_LT(io.stat(dir.file("absent"), &st, IKrxFileIo::kAny), 0);
+    EXPECT_EQ(io.stat(path, &st, IKrxFileIo::kAny), 0);
+    EXPECT_EQ(st.st_size, 11);
 }
 
 TEST(WatchedFileIo, TellsProgressAndEndsOnRequest)
@@ -102,7 +159,7 @@ TEST(WatchedFileIo, TellsProgressAndEndsOnRequest)
         EXPECT_EQ(errno, ECANCELED);
     }
     EXPECT_TRUE(io.wasCancelled());
-    EXPECT_EQ(io.failure(), nullptr);
+    EXPECT_EQ(io.failure(), 0);
     EXPECT_EQ(memory.reads.size(), reads);
     EXPECT_EQ(io.close(fd, false), 0);
     EXPECT_FALSE(memory.isOpen());

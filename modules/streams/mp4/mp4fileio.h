@@ -38,6 +38,8 @@ public:
     /// Flushes the buffers and closes the handle.
     void Close();
     bool isOpen() const { return m_handle >= 0; }
+    /// Negative while the file is closed. The offset of the descriptor may be moved.
+    int handle() const { return m_handle; }
 
     /// Reads length bytes at the position, from the window or through the "other" buffer, and advances it.
     /// Returns length, or 0 when the file is closed or the position at or past its end. Throws kFileReadError

@@ -38,6 +38,8 @@ public:
     int finish()
     {
         m_thread.request_stop();
+        // Ends its wait.
+        ::pthread_kill(m_thread.native_handle(), SIGUSR1);
         m_thread.join();
         return m_ending;
     }
@@ -50,27 +52,32 @@ private:
         constexpr timespec kTick{0, 200'000'000};
         while (!stop.stop_requested()) {
             const int signal = ::sigtimedwait(&m_signals, nullptr, &kTick);
-            if (signal == SIGUSR1)
-                show(m_run.progressLine(kNoTerminal) + "\n");
-            else if (signal > 0) {
-                m_ending = signal;
-                m_run.stop();
-            } else if (m_showsProgress) {
-                show("\r" + m_run.progressLine(columns() - 1) + "\x1b[K");
-            }
+            m_run.flush();
+            if (signal > 0 && signal != SIGUSR1)
+                end(signal);
+            else if (stop.stop_requested())
+                break;
+            else if (signal == SIGUSR1)
+                m_run.show(m_run.progressLine(kNoTerminal) + "\n");
+            else if (m_showsProgress)
+                m_run.show("\r" + m_run.progressLine(columns() - 1) + "\x1b[K");
         }
         if (m_showsProgress)
-            show("\r\x1b[K");
+            m_run.show("\r\x1b[K");
+    }
+    /// The first signal lets the run end in order, which a read that hangs may hinder. The second one does
+    /// not wait for it.
+    void end(int signal)
+    {
+        if (m_ending != 0)
+            ::_exit(128 + signal);
+        m_ending = signal;
+        m_run.stop();
     }
     static std::size_t columns()
     {
         winsize size{};
         return ::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 1 ? size.ws_col : 80;
-    }
-    static void show(const std::string& text)
-    {
-        std::fwrite(text.data(), 1, text.size(), stderr);
-        std::fflush(stderr);
     }
 
     CheckRun& m_run;
@@ -80,12 +87,6 @@ private:
     std::jthread m_thread;
 };
 
-bool showsProgress(const CheckOptions& options)
-{
-    return options.progress == When::kAlways ||
-           (options.progress == When::kAuto && !options.isQuiet && ::isatty(STDERR_FILENO) != 0);
-}
-
 }  // namespace
 
 int runCheck(const std::vector<std::string>& arguments)
@@ -93,6 +94,9 @@ int runCheck(const std::vector<std::string>& arguments)
     auto options = parseCheck(arguments);
     if (!options)
         return 0;
+    // A run with a state goes on when nobody reads its results any more.
+    if (!options->state.empty())
+        (void)std::signal(SIGPIPE, SIG_IGN);
     options->settings.memory = std::make_shared<vidlint::MemoryQuota>(options->memory);
     sigset_t signals;
     ::sigemptyset(&signals);
@@ -101,7 +105,7 @@ int runCheck(const std::vector<std::string>& arguments)
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     CheckRun run(*options);
-    Attendant attendant(run, signals, showsProgress(*options));
+    Attendant attendant(run, signals, options->showsProgress());
     const int status = run.run();
     const int signal = attendant.finish();
     return signal == 0 ? status : 128 + signal;

@@ -3,6 +3,7 @@
 
 #include "tools/zmvutil/archive/src/checkrun.h"
 
+#include "tools/zmvutil/archive/src/commands.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
 #include "tools/zmvutil/archive/src/summarytext.h"
 #include "tools/zmvutil/archive/src/textformat.h"
@@ -26,14 +27,15 @@ namespace {
 /// Raised only when results can change.
 constexpr unsigned kRevision = 1;
 
-constexpr int kStatusFine = 0;
-constexpr int kStatusFound = 1;
-constexpr int kStatusUsage = 2;
-constexpr int kStatusUnreadable = 3;
-
-bool isWanted(When when, int fd)
+/// A result for an input without memory for its own.
+vidlint::InputReport withoutMemory(const FoundInput& found)
 {
-    return when == When::kAlways || (when == When::kAuto && ::isatty(fd) != 0);
+    vidlint::InputReport report;
+    report.path = found.path;
+    report.kind = found.kind;
+    report.verdict = vidlint::Verdict::kInvalid;
+    report.cause = vidlint::Cause::kResources;
+    return report;
 }
 
 /// A place in a semaphore for the length of a scope.
@@ -61,7 +63,9 @@ private:
 
 CheckRun::CheckRun(const CheckOptions& options)
     : m_options(options),
-      m_hasColor(!options.isJson && isWanted(options.color, STDOUT_FILENO)),
+      m_hasColor(options.showsColor()),
+      m_lineStart(options.showsProgress() && ::isatty(STDERR_FILENO) != 0 ? "\r\x1b[K" : ""),
+      m_isOutputBesideProgress(*m_lineStart != '\0' && ::isatty(STDOUT_FILENO) != 0),
       m_search(options.search, [this](const std::string& sentence) { warn(sentence); }),
       m_progress(options.threads),
       m_openInputs(std::max(1U, options.openInputs))
@@ -82,70 +86,102 @@ int CheckRun::run()
         info.roots.push_back(root.label);
     if (!m_options.search.filesFrom.empty())
         info.roots.emplace_back();  // that of listed paths
-    if (!m_options.state.empty()) {
-        m_state = std::make_unique<State>(m_options.state, State::Mode::kWrite);
-        if (const auto totals = m_state->totals())
-            m_progress.expect(totals->inputs, totals->bytes);
-        m_state->beginRun(info);
-        // What is there but has no result is not gone.
-        m_search.setSkipped([this](const std::string& root, const std::string& name) {
-            m_state->dropInput(root, name);
-        });
-    }
+    if (!m_options.state.empty())
+        beginState(info);
     if (m_options.isJson)
         print(runJson(info, kVersion) + "\n");
-    {
-        std::vector<std::jthread> workers;
-        for (unsigned i = 0; i < m_options.threads; ++i)
-            workers.emplace_back([this, i] { work(i); });
-    }
+    onAllThreads(&CheckRun::checkFound);
+    if (m_hasDue && !m_cancel && !m_isCutOff)
+        onAllThreads(&CheckRun::checkDue);
     return endRun();
 }
 
-void CheckRun::work(unsigned worker)
+void CheckRun::beginState(const RunInfo& info)
 {
-    FoundInput found;
-    for (bool goesOn = true; goesOn;) {
-        try {
-            goesOn = takeInput(found);
-            if (goesOn)
-                checkInput(worker, found);
-        } catch (const StateError& error) {
-            const std::lock_guard lock(m_outputMutex);
-            if (!m_hasFailed.exchange(true))
-                m_failure = error.what();
-            m_cancel = true;
-        } catch (const std::bad_alloc&) {
-            warn("no memory is left for an input");
+    m_state = std::make_unique<State>(m_options.state, State::Mode::kWrite);
+    if (const auto totals = m_state->totals())
+        m_progress.expect(totals->inputs, totals->bytes);
+    m_state->beginRun(info);
+    // What is there but has no result is not gone.
+    m_search.setSkipped(
+        [this](const std::string& root, const std::string& name) { m_state->dropInput(root, name); });
+    if (m_options.rechecksAll)
+        m_dueBefore = std::numeric_limits<std::int64_t>::max();
+    else if (m_options.recheckOlder)
+        m_dueBefore = info.startedAt - m_options.recheckOlder->count();
+}
+
+void CheckRun::onAllThreads(Step step)
+{
+    std::vector<std::jthread> threads;
+    for (unsigned worker = 0; worker < m_options.threads; ++worker)
+        threads.emplace_back([this, step, worker] { repeat(step, worker); });
+}
+
+void CheckRun::repeat(Step step, unsigned worker)
+{
+    const auto fail = [this](const char* text) {
+        const std::lock_guard lock(m_outputMutex);
+        if (!m_hasFailed.exchange(true))
+            m_failure = text;
+        m_cancel = true;
+    };
+    try {
+        while (!m_cancel && (this->*step)(worker)) {
         }
+    } catch (const StateError& error) {
+        fail(error.what());
+    } catch (const std::bad_alloc&) {
+        fail("there is not enough memory to go on");
     }
 }
 
-bool CheckRun::takeInput(FoundInput& found)
+bool CheckRun::isTimeUp() const
 {
-    const auto elapsed = std::chrono::steady_clock::now() - m_start;
-    if (m_options.maxTime && elapsed > *m_options.maxTime)
-        m_isOutOfTime = true;
-    if (m_cancel || m_isOutOfTime)
-        return false;
-    const std::lock_guard lock(m_searchMutex);
-    return m_search.next(found);
+    return m_options.maxTime && std::chrono::steady_clock::now() - m_start > *m_options.maxTime;
 }
 
-bool CheckRun::isDue(const FoundInput& found)
+/// The next input that the search finds.
+bool CheckRun::checkFound(unsigned worker)
 {
-    if (m_options.rechecksAll)
-        return true;
-    if (!m_options.recheckOlder)
+    if (isTimeUp()) {
+        m_isCutOff = true;
         return false;
-    const auto checked = m_state->checkedAt(found.root, found.name);
-    return !checked || std::time(nullptr) - *checked > m_options.recheckOlder->count();
+    }
+    FoundInput found;
+    {
+        const std::lock_guard lock(m_searchMutex);
+        if (!m_search.next(found))
+            return false;
+    }
+    if (!m_state || !takeStored(found))
+        checkInput(worker, found);
+    return true;
+}
+
+/// The unchanged input whose check is the oldest. Without time, those that are left keep their results.
+bool CheckRun::checkDue(unsigned worker)
+{
+    std::optional<FoundInput> found;
+    {
+        const std::lock_guard lock(m_searchMutex);
+        found = m_state->nextDue(m_dueBefore);
+        if (!found)
+            return false;
+        found->isRotational = m_search.isRotational(found->path);
+    }
+    std::optional<InputRecord> stored;
+    if (isTimeUp())
+        stored = m_state->reuse(found->root, found->name, found->path, found->stamp);
+    if (stored)
+        finish(*stored);
+    else
+        checkInput(worker, *found);
+    return true;
 }
 
 void CheckRun::checkInput(unsigned worker, const FoundInput& found)
 {
-    if (m_state && takeStored(found))
-        return;
     InputRecord record;
     record.root = found.root;
     record.name = found.name;
@@ -175,13 +211,22 @@ void CheckRun::checkInput(unsigned worker, const FoundInput& found)
         m_state->dropInput(found.root, found.name);
 }
 
-/// Takes the result of an earlier run if it still stands.
+/// Takes the result of an earlier run if it still stands. One whose check is due is checked now, or after the
+/// search where the time for checks is bounded, so that the oldest come first.
 bool CheckRun::takeStored(const FoundInput& found)
 {
     const auto stored = m_state->reuse(found.root, found.name, found.path, found.stamp);
-    if (!stored || isDue(found))
+    if (!stored)
         return false;
-    finish(*stored);
+    const bool isDue = m_dueBefore != 0 && m_state->isOlder(found.root, found.name, m_dueBefore);
+    if (isDue && !m_options.maxTime)
+        return false;
+    if (isDue)
+        m_hasDue = true;
+    else
+        finish(*stored);
+    if (!isDue)
+        m_progress.skip(static_cast<std::uint64_t>(std::max(found.stamp.size, 0LL)));
     return true;
 }
 
@@ -192,10 +237,15 @@ bool CheckRun::checkOpen(unsigned worker, const FoundInput& found, InputRecord& 
     {
         const bool isLimited = m_options.openInputs != 0 || found.isRotational;
         const Slot slot(isLimited ? &m_openInputs : nullptr);
-        vidlint::Settings settings = m_options.settings;
-        settings.cancel = &m_cancel;
-        settings.progress = [&](long long done, long long) { m_progress.advance(worker, done); };
-        record.report = vidlint::check(found.path, settings);
+        {
+            const auto together = m_memory.together();
+            record.report = check(worker, found);
+        }
+        // Others may have had the memory that it needs.
+        if (record.report.cause == vidlint::Cause::kResources && m_options.threads > 1) {
+            const auto alone = m_memory.alone();
+            record.report = check(worker, found);
+        }
     }
     m_progress.end(worker);
     if (record.report.cancelled)
@@ -208,6 +258,18 @@ bool CheckRun::checkOpen(unsigned worker, const FoundInput& found, InputRecord& 
     return false;
 }
 
+vidlint::InputReport CheckRun::check(unsigned worker, const FoundInput& found)
+{
+    try {
+        vidlint::Settings settings = m_options.settings;
+        settings.cancel = &m_cancel;
+        settings.progress = [&](long long done, long long) { m_progress.advance(worker, done); };
+        return vidlint::check(found.path, settings);
+    } catch (const std::bad_alloc&) {
+        return withoutMemory(found);
+    }
+}
+
 void CheckRun::finish(const InputRecord& record)
 {
     const bool isShown = !m_options.isQuiet && (!m_options.onlyNew || record.change == Change::kNew);
@@ -217,22 +279,59 @@ void CheckRun::finish(const InputRecord& record)
     const std::lock_guard lock(m_outputMutex);
     m_summary.add(record);
     m_summary.failed = m_summary.failed.value_or(0) + m_options.failOn.matches(record);
-    if (!text.empty())
-        std::fwrite(text.data(), 1, text.size(), stdout);
+    write(text);
 }
 
 void CheckRun::print(const std::string& text)
 {
     const std::lock_guard lock(m_outputMutex);
+    write(text);
+}
+
+/// With the mutex of the output held.
+void CheckRun::write(const std::string& text)
+{
+    if (text.empty())
+        return;
+    if (m_isOutputBesideProgress)
+        std::fputs(m_lineStart, stderr);
     std::fwrite(text.data(), 1, text.size(), stdout);
+    if (m_isOutputBesideProgress)
+        std::fflush(stdout);
+}
+
+void CheckRun::flush()
+{
+    const std::lock_guard lock(m_outputMutex);
+    std::fflush(stdout);
+}
+
+void CheckRun::show(const std::string& text)
+{
+    const std::lock_guard lock(m_outputMutex);
+    std::fputs(m_lineStart, stderr);
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 void CheckRun::warn(const std::string& sentence)
 {
-    const std::lock_guard lock(m_outputMutex);
-    m_problems = true;
-    const std::string text = "vidlint-archive: " + escaped(sentence) + "\n";
-    std::fwrite(text.data(), 1, text.size(), stderr);
+    show("vidlint-archive: " + escaped(sentence) + "\n");
+}
+
+/// The roots below which inputs that were not found are not gone.
+std::vector<std::string> CheckRun::keptRoots()
+{
+    std::vector<std::string> kept;
+    for (const SearchOptions::Root& root : m_options.search.roots) {
+        if (m_search.foundBelow(root.label) == 0 && m_state->knownBelow(root.label) != 0) {
+            warn(root.path + ": there are no inputs any more; nothing is counted as gone");
+            m_hasLostRoot = true;
+            kept.push_back(root.label);
+        } else if (!m_search.isComplete(root.label)) {
+            kept.push_back(root.label);
+        }
+    }
+    return kept;
 }
 
 int CheckRun::endRun()
@@ -240,32 +339,22 @@ int CheckRun::endRun()
     if (m_hasFailed)
         throw StateError(m_failure);
     m_summary.search = m_search.counts();
-    m_summary.complete = !m_cancel && !m_isOutOfTime;
-    if (m_state && m_summary.complete) {
-        std::vector<std::string> kept;
-        for (const SearchOptions::Root& root : m_options.search.roots) {
-            if (m_search.foundBelow(root.label) == 0 && m_state->knownBelow(root.label) != 0) {
-                warn(root.path + ": there are no inputs any more; nothing is counted as gone");
-                kept.push_back(root.label);
-            } else if (!m_search.isComplete(root.label)) {
-                kept.push_back(root.label);
-            }
-        }
-        m_state->endRun(kept);
-    }
+    m_summary.complete = !m_cancel && !m_isCutOff;
+    if (m_state && m_summary.complete)
+        m_state->endRun(keptRoots());
     if (m_options.isJson)
         print(summaryJson(m_summary) + "\n");
     else if (!m_options.isQuiet)
         print(summaryText(m_summary));
-    if (std::fflush(stdout) != 0) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         warn("the results cannot be written");
         return kStatusUsage;
     }
-    if (m_problems)
+    if (m_hasLostRoot)
         return kStatusUsage;
     if (m_summary.failed.value_or(0) != 0)
         return kStatusFound;
-    return m_summary.unreadable != 0 ? kStatusUnreadable : kStatusFine;
+    return m_summary.unreadable + m_summary.search->unreadable != 0 ? kStatusUnreadable : kStatusFine;
 }
 
 }  // namespace archive

@@ -8,6 +8,12 @@
 
 namespace archive {
 
+// What the program returns.
+inline constexpr int kStatusFine = 0;
+inline constexpr int kStatusFound = 1;  ///< something that the run was to fail on
+inline constexpr int kStatusUsage = 2;  ///< also for states and output
+inline constexpr int kStatusUnreadable = 3;
+
 // The commands. Each takes the arguments after its name, writes to the standard output, and returns the exit
 // status. They throw UsageError and StateError.
 

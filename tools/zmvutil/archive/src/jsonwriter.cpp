@@ -36,7 +36,11 @@ void JsonWriter::open(char bracket)
 void JsonWriter::key(std::string_view name)
 {
     separate();
-    m_text.append("\"").append(name).append("\":");
+    // One call that may move the text, as there are many keys.
+    const std::size_t start = m_text.size();
+    m_text.resize(start + name.size() + 3, '"');
+    name.copy(m_text.data() + start + 1, name.size());
+    m_text.back() = ':';
 }
 
 void JsonWriter::value(std::string_view text)

@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <concepts>
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -16,6 +17,8 @@ namespace archive {
 class JsonWriter
 {
 public:
+    JsonWriter() { m_text.reserve(kUsualSize); }
+
     void openObject() { open('{'); }
     void closeObject() { m_text += '}'; }
     void openList() { open('['); }
@@ -53,6 +56,8 @@ public:
     std::string take() { return std::move(m_text); }
 
 private:
+    static constexpr std::size_t kUsualSize = 1024;  ///< of a record
+
     void separate();
     void open(char bracket);
 

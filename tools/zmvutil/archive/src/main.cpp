@@ -6,7 +6,6 @@
 #include "tools/zmvutil/archive/src/state.h"
 #include "tools/zmvutil/archive/src/textformat.h"
 
-#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -26,13 +25,11 @@ constexpr std::string_view kUsage =
     "\n"
     "vidlint-archive COMMAND --help shows the options of a command.\n";
 
-constexpr int kStatusUsage = 2;
-
 int fail(const char* sentence)
 {
     const std::string text = "vidlint-archive: " + archive::escaped(sentence) + "\n";
     std::fwrite(text.data(), 1, text.size(), stderr);
-    return kStatusUsage;
+    return archive::kStatusUsage;
 }
 
 int dispatch(const std::string& command, const std::vector<std::string>& arguments)
@@ -58,11 +55,10 @@ int dispatch(const std::string& command, const std::vector<std::string>& argumen
 
 int main(int argc, char** argv)
 {
-    (void)std::signal(SIGPIPE, SIG_IGN);
     try {
         if (argc < 2) {
             std::fwrite(kUsage.data(), 1, kUsage.size(), stderr);
-            return kStatusUsage;
+            return archive::kStatusUsage;
         }
         return dispatch(argv[1], std::vector<std::string>(argv + 2, argv + argc));
     } catch (const std::exception& error) {

@@ -73,6 +73,11 @@ When parseWhen(const std::string& text)
     throw UsageError("'" + text + "' is none of auto, always, never");
 }
 
+bool isWanted(When when, int descriptor)
+{
+    return when == When::kAlways || (when == When::kAuto && ::isatty(descriptor) != 0);
+}
+
 void parseShard(const std::string& text, SearchOptions& search)
 {
     const std::size_t slash = text.find('/');
@@ -134,6 +139,22 @@ bool parse(CLI::App& app, const Words& arguments)
     }
 }
 
+vidlint::Cause parseCause(const std::string& word)
+{
+    for (int i = 1; *vidlint::nameOf(static_cast<vidlint::Cause>(i)) != '\0'; ++i)
+        if (word == vidlint::nameOf(static_cast<vidlint::Cause>(i)))
+            return static_cast<vidlint::Cause>(i);
+    throw UsageError("'" + word + "' is no cause and no number of a finding");
+}
+
+/// Slashes at the end do not make another folder.
+std::string labelOf(std::string path)
+{
+    while (path.size() > 1 && path.back() == '/')
+        path.pop_back();
+    return path;
+}
+
 }  // namespace
 
 std::chrono::seconds parseDuration(const std::string& text)
@@ -161,25 +182,27 @@ FailOn parseSelection(const std::string& text)
             selection.droppedTracks = true;
         else if (const auto number = numberIn<int>(word))
             selection.numbers.insert(-std::abs(*number));
-        else if (word != "none") {
-            bool isCause = false;
-            for (int i = 1; *vidlint::nameOf(static_cast<vidlint::Cause>(i)) != '\0'; ++i) {
-                const auto cause = static_cast<vidlint::Cause>(i);
-                if (word == vidlint::nameOf(cause))
-                    isCause = selection.causes.insert(cause).second || true;
-            }
-            if (!isCause)
-                throw UsageError("'" + word + "' is no cause and no number of a finding");
-        }
+        else if (word != "none")
+            selection.causes.insert(parseCause(word));
     }
     return selection;
+}
+
+bool CheckOptions::showsProgress() const
+{
+    return isWanted(isQuiet && progress == When::kAuto ? When::kNever : progress, STDERR_FILENO);
+}
+
+bool CheckOptions::showsColor() const
+{
+    return !isJson && isWanted(color, STDOUT_FILENO);
 }
 
 bool FailOn::matches(const InputRecord& record) const
 {
     const vidlint::InputReport& report = record.report;
-    if (record.crashed || causes.contains(report.cause) ||
-        (errors && report.verdict == vidlint::Verdict::kInvalid && !report.unreadable))
+    const bool isInvalid = report.verdict == vidlint::Verdict::kInvalid && !report.unreadable;
+    if (causes.contains(report.cause) || (errors && (record.crashed || isInvalid)))
         return true;
     if (droppedTracks && std::any_of(report.tracks.begin(), report.tracks.end(),
                                      [](const vidlint::Track& track) { return track.droppedBy.has_value(); }))
@@ -197,7 +220,7 @@ std::optional<CheckOptions> parseCheck(const Words& arguments)
     Words paths;
     Words pairs;
     std::string label, include, exclude, memory, format = "text", progress = "auto", color = "auto";
-    std::string failOn = "error,cut-short,dropped-track", minAge = "10m", shard = "1/1";
+    std::string failOn = kUsualSelection, minAge = "10m", shard = "1/1";
     std::string recheckOlder, maxTime;
     bool noDefaultExcludes = false;
     options.threads = std::max(1U, std::thread::hardware_concurrency());
@@ -245,8 +268,10 @@ std::optional<CheckOptions> parseCheck(const Words& arguments)
         throw UsageError("no PATH was given");
     if (!label.empty() && paths.size() != 1)
         throw UsageError("--label needs exactly one PATH");
+    std::set<std::string> labels;
     for (const std::string& path : paths)
-        options.search.roots.push_back({path, label.empty() ? path : label});
+        if (labels.insert(labelOf(path)).second)
+            options.search.roots.push_back({path, label.empty() ? labelOf(path) : label});
     options.search.include = split(include, ',');
     options.search.exclude = split(exclude, ',');
     options.search.usesDefaultExcludes = !noDefaultExcludes;
@@ -271,7 +296,7 @@ std::optional<CheckOptions> parseCheck(const Words& arguments)
 std::optional<ListOptions> parseList(const Words& arguments)
 {
     ListOptions options;
-    std::string selection = "error,cut-short,dropped-track";
+    std::string selection = kUsualSelection;
     CLI::App app("Prints the paths of inputs in states.", "vidlint-archive list");
     app.add_option("STATE", options.states, "state files")->required();
     app.add_option("--cause", selection,

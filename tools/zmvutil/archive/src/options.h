@@ -43,6 +43,8 @@ enum class When
     kNever,
 };
 
+inline constexpr const char* kUsualSelection = "error,cut-short,dropped-track";
+
 /// What `vidlint-archive check` is told.
 struct CheckOptions
 {
@@ -62,6 +64,9 @@ struct CheckOptions
     bool rechecksAll = false;
     std::optional<std::chrono::seconds> recheckOlder;
     std::optional<std::chrono::seconds> maxTime;
+
+    bool showsProgress() const;  ///< on the standard error
+    bool showsColor() const;     ///< on the standard output
 };
 
 /// What `vidlint-archive list` is told.

@@ -30,6 +30,12 @@ std::string timeText(std::chrono::seconds time)
     return fmt::format("{}:{:02}", s / 60, s % 60);
 }
 
+/// From 0 to 1; 1 where nothing is expected.
+double partOf(std::uint64_t done, std::uint64_t expected)
+{
+    return done >= expected ? 1 : static_cast<double>(done) / static_cast<double>(expected);
+}
+
 /// The last component of a path.
 std::string nameOf(const std::string& path)
 {
@@ -51,6 +57,13 @@ void Progress::end(unsigned worker)
     const std::lock_guard lock(m_mutex);
     m_workers[worker].isBusy = false;
     ++m_inputs;
+}
+
+void Progress::skip(std::uint64_t bytes)
+{
+    const std::lock_guard lock(m_mutex);
+    ++m_inputs;
+    m_skippedBytes += bytes;
 }
 
 void Progress::advance(unsigned worker, long long done)
@@ -78,9 +91,11 @@ std::string Progress::line(std::size_t width) const
     const double seconds = std::chrono::duration<double>(now - m_start).count();
     std::string text = fmt::format("{} inputs, {}, {}/s", m_inputs, sizeText(static_cast<double>(m_bytes)),
                                    sizeText(static_cast<double>(m_bytes) / std::max(seconds, 0.1)));
-    if (m_expectedInputs > m_inputs && m_inputs != 0) {
-        const double left =
-            seconds / static_cast<double>(m_inputs) * static_cast<double>(m_expectedInputs - m_inputs);
+    // A check of one kind takes its time by inputs, of another by bytes.
+    const double done =
+        (partOf(m_inputs, m_expectedInputs) + partOf(m_bytes + m_skippedBytes, m_expectedBytes)) / 2;
+    if (done > 0 && done < 1) {
+        const double left = seconds / done * (1 - done);
         text += ", about " + timeText(std::chrono::seconds(static_cast<long long>(left))) + " left";
     }
     for (const Worker& worker : m_workers) {

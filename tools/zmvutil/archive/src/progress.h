@@ -24,6 +24,8 @@ public:
     /// A worker begins an input, and ends it.
     void begin(unsigned worker, const std::string& path);
     void end(unsigned worker);
+    /// An input needs no check.
+    void skip(std::uint64_t bytes);
     /// Bytes of the current input of a worker that are done.
     void advance(unsigned worker, long long done);
     /// Totals of an earlier run, for the time that is left.
@@ -47,7 +49,8 @@ private:
     mutable std::mutex m_mutex;
     std::vector<Worker> m_workers;
     std::uint64_t m_inputs = 0;
-    std::uint64_t m_bytes = 0;
+    std::uint64_t m_bytes = 0;  ///< of what was checked
+    std::uint64_t m_skippedBytes = 0;
     std::uint64_t m_expectedInputs = 0;
     std::uint64_t m_expectedBytes = 0;
 };

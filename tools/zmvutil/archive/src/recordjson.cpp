@@ -118,6 +118,15 @@ void writeReport(JsonWriter& out, const InputReport& report)
     writeIdentity(out, report.identity);
 }
 
+void writeResult(JsonWriter& out, const InputRecord& record)
+{
+    out.field("kind", nameOf(record.report.kind));
+    if (record.crashed)
+        out.field("crashed", true);
+    else
+        writeReport(out, record.report);
+}
+
 Finding findingOf(const JsonReader& in)
 {
     Finding finding;
@@ -203,13 +212,19 @@ std::string toJson(const InputRecord& record)
     out.bytes("path", record.report.path);
     out.bytes("root", record.root);
     out.bytes("name", record.name);
-    out.field("kind", nameOf(record.report.kind));
     if (record.change)
         out.field("change", nameOf(*record.change));
-    if (record.crashed)
-        out.field("crashed", true);
-    else
-        writeReport(out, record.report);
+    writeResult(out, record);
+    out.closeObject();
+    return out.take();
+}
+
+std::string resultJson(const InputRecord& record)
+{
+    JsonWriter out;
+    out.openObject();
+    out.field("type", "input");
+    writeResult(out, record);
     out.closeObject();
     return out.take();
 }

@@ -22,7 +22,9 @@ inline constexpr int kRecordSchema = 1;
 
 /// "type": "input". A fix is without the bytes that it writes.
 std::string toJson(const InputRecord& record);
-/// The same back; unknown fields are passed over. The line may come from anywhere: throws std::runtime_error
+/// The same without path, root, name and change.
+std::string resultJson(const InputRecord& record);
+/// Reads both; unknown fields are passed over. The line may come from anywhere: throws std::runtime_error
 /// for text that is no such record, with a sentence that holds nothing of it.
 InputRecord fromJson(std::string_view line);
 

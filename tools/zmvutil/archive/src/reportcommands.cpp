@@ -24,8 +24,6 @@
 namespace archive {
 namespace {
 
-constexpr int kStatusUsage = 2;
-
 void put(const std::string& text)
 {
     std::fwrite(text.data(), 1, text.size(), stdout);
@@ -34,15 +32,14 @@ void put(const std::string& text)
 /// Ends the output. Returns the status.
 int finish(const std::vector<std::string>& problems)
 {
-    int status = problems.empty() ? 0 : kStatusUsage;
     std::cout.flush();
-    if (std::fflush(stdout) != 0 || !std::cout)
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
         throw StateError("the results cannot be written");
     for (const std::string& problem : problems) {
         const std::string line = "vidlint-archive: " + escaped(problem) + "\n";
         std::fwrite(line.data(), 1, line.size(), stderr);
     }
-    return status;
+    return problems.empty() ? kStatusFine : kStatusUsage;
 }
 
 bool isOnTerminal()
@@ -128,15 +125,21 @@ int runWhy(const std::vector<std::string>& arguments)
     const auto paths = parseWords("why", "FILE", 1, arguments);
     if (!paths)
         return 0;
-    bool hasProblem = false;
+    const FailOn failOn = parseSelection(kUsualSelection);
+    bool isFound = false;
+    bool isUnreadable = false;
     for (const std::string& path : *paths) {
         InputRecord record;
         record.root = record.report.path = path;
         record.report = vidlint::check(path);
-        hasProblem |= parseSelection("error,cut-short,dropped-track").matches(record);
+        isFound |= failOn.matches(record);
+        isUnreadable |= record.report.unreadable;
         put(describe(record, isOnTerminal()));
     }
-    return std::max(finish({}), hasProblem ? 1 : 0);
+    finish({});
+    if (isFound)
+        return kStatusFound;
+    return isUnreadable ? kStatusUnreadable : kStatusFine;
 }
 
 int runExplain(const std::vector<std::string>& arguments)

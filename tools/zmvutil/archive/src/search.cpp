@@ -75,6 +75,7 @@ public:
 
     bool next(FoundInput& found);
     Below below(const std::string& label) const;
+    bool isRotational(const std::string& path);
 
     SearchCounts m_counts;
     std::function<void(const std::string&, const std::string&)> m_skipped;
@@ -346,6 +347,12 @@ bool Search::Impl::offer(vidlint::InputKind kind, const std::optional<Facts>& fa
     return true;
 }
 
+bool Search::Impl::isRotational(const std::string& path)
+{
+    struct stat status = {};
+    return ::stat(path.c_str(), &status) == 0 && m_disks.isRotational(status.st_dev);
+}
+
 /// Goes back to the folder around the current one, which may have been closed.
 void Search::Impl::leave()
 {
@@ -431,6 +438,11 @@ std::uint64_t Search::foundBelow(const std::string& label) const
 bool Search::isComplete(const std::string& label) const
 {
     return m_impl->below(label).isComplete;
+}
+
+bool Search::isRotational(const std::string& path)
+{
+    return m_impl->isRotational(path);
 }
 
 bool Search::stampOf(const FoundInput& found, InputStamp& stamp)

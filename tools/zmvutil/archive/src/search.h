@@ -92,6 +92,8 @@ public:
     /// False once something below the root of that label could not be read: inputs that were not found may
     /// still be there.
     bool isComplete(const std::string& label) const;
+    /// Whether the path lies on a disk that turns, as far as the system tells. For the thread that searches.
+    bool isRotational(const std::string& path);
     /// Looks again at an input that was found: its stamp now. False when it cannot be read. For any thread.
     static bool stampOf(const FoundInput& found, InputStamp& stamp);
 

@@ -3,6 +3,7 @@
 
 #include "tools/zmvutil/archive/src/state.h"
 
+#include "tools/zmvutil/archive/src/duelist.h"
 #include "tools/zmvutil/archive/src/outcome.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
 #include "tools/zmvutil/archive/src/runningmarks.h"
@@ -63,7 +64,8 @@ public:
     void beginRun(const RunInfo& info);
     std::optional<InputRecord> reuse(const std::string& root, const std::string& name,
                                      const std::string& path, const InputStamp& stamp);
-    std::optional<std::int64_t> checkedAt(const std::string& root, const std::string& name);
+    bool isOlder(const std::string& root, const std::string& name, std::int64_t time);
+    std::optional<FoundInput> nextDue(std::int64_t time);
     bool beginInput(const std::string& root, const std::string& name, const InputStamp& stamp);
     void store(InputRecord& record, const InputStamp& stamp);
     void dropInput(const std::string& root, const std::string& name);
@@ -98,6 +100,7 @@ private:
     std::optional<RunningMarks> m_marks;  ///< before the database: nobody else writes while it closes
     std::unique_ptr<Database> m_database;
     std::optional<StateTables> m_tables;
+    std::optional<DueList> m_due;
 
     std::mutex m_mutex;
     std::optional<StoredRun> m_run;  ///< that is going on
@@ -137,6 +140,7 @@ State::Impl::~Impl()
         return;
     try {
         commit();
+        m_due.reset();
         endWriting(*m_database);
     } catch (const StateError&) {
         // What was not saved is checked again.
@@ -303,16 +307,27 @@ bool State::Impl::readReusable(const std::string& root, const std::string& name,
     return true;
 }
 
-std::optional<std::int64_t> State::Impl::checkedAt(const std::string& root, const std::string& name)
+bool State::Impl::isOlder(const std::string& root, const std::string& name, std::int64_t time)
 {
     const Lock lock(m_mutex);
     throwIfFailed();
     const auto rootId = m_tables->findRoot(root);
     const auto input = rootId ? m_tables->find(*rootId, name) : std::nullopt;
-    std::optional<std::int64_t> time;
-    if (const auto id = input ? input->latest() : std::nullopt)
-        m_tables->withResult(*id, [&](const StoredResult& result) { time = result.checkedAt; });
-    return time;
+    bool isOlder = false;
+    if (input && input->result && input->latest() == input->result)
+        m_tables->withResult(*input->result,
+                             [&](const StoredResult& result) { isOlder = result.checkedAt < time; });
+    return isOlder;
+}
+
+std::optional<FoundInput> State::Impl::nextDue(std::int64_t time)
+{
+    const Lock lock(m_mutex);
+    return writing([&] {
+        if (!m_due)
+            m_due.emplace(*m_database, m_run->id, time);
+        return m_due->next();
+    });
 }
 
 bool State::Impl::beginInput(const std::string& root, const std::string& name, const InputStamp& stamp)
@@ -335,7 +350,8 @@ bool State::Impl::beginInput(const std::string& root, const std::string& name, c
 
 void State::Impl::store(InputRecord& record, const InputStamp& stamp)
 {
-    const std::string line = toJson(record);
+    const bool hasPrefix = prefixOf(record.report.path, record.name).has_value();
+    const std::string line = hasPrefix ? resultJson(record) : toJson(record);
     const Lock lock(m_mutex);
     writing([&] {
         record.change = storeLine(record, stamp, line);
@@ -448,6 +464,7 @@ void State::Impl::endRun(const std::vector<std::string>& keptRoots)
         m_tables->endRun(*m_run, m_totals.inputs, m_totals.bytes);
         commit();
         m_run.reset();
+        m_due.reset();
         endWriting(*m_database);
     });
 }
@@ -499,9 +516,14 @@ std::optional<InputRecord> State::reuse(const std::string& root, const std::stri
     return m_impl->reuse(root, name, path, stamp);
 }
 
-std::optional<std::int64_t> State::checkedAt(const std::string& root, const std::string& name)
+bool State::isOlder(const std::string& root, const std::string& name, std::int64_t time)
 {
-    return m_impl->checkedAt(root, name);
+    return m_impl->isOlder(root, name, time);
+}
+
+std::optional<FoundInput> State::nextDue(std::int64_t time)
+{
+    return m_impl->nextDue(time);
 }
 
 bool State::beginInput(const std::string& root, const std::string& name, const InputStamp& stamp)

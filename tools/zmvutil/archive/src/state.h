@@ -5,6 +5,7 @@
 
 #include "tools/zmvutil/archive/src/inputrecord.h"
 #include "tools/zmvutil/archive/src/runinfo.h"
+#include "tools/zmvutil/archive/src/search.h"
 #include "tools/zmvutil/archive/src/stateerror.h"
 
 #include <cstdint>
@@ -47,8 +48,13 @@ public:
     /// change that against the last run that ended. The input then counts as seen in this run.
     std::optional<InputRecord> reuse(const std::string& root, const std::string& name,
                                      const std::string& path, const InputStamp& stamp);
-    /// When the input was checked last, seconds since 1970; absent when it is not known.
-    std::optional<std::int64_t> checkedAt(const std::string& root, const std::string& name);
+    /// Whether the latest result of the input is of a run that has ended and was made before that time,
+    /// seconds since 1970.
+    bool isOlder(const std::string& root, const std::string& name, std::int64_t time);
+    /// The next one of the inputs that reuse returned and that are older than that time, the oldest first;
+    /// absent at the end. The first call makes the list, which leaves out what is reused afterwards.
+    /// isRotational is not known.
+    std::optional<FoundInput> nextDue(std::int64_t time);
     /// Notes that the check of an input begins; store or dropInput has to follow, whatever happens. False
     /// when earlier checks of it with the same stamp, settings and revision ended the process twice: it is to
     /// be recorded as crashed.

@@ -47,19 +47,21 @@ std::string summaryText(const Summary& summary)
         counts.clear();
         for (const Change change : {Change::kNew, Change::kFixed, Change::kGone})
             counts.push_back({summary.of(change), nameOf(change)});
-        if (const std::string changes = listed(counts); !changes.empty())
-            text += "since the last run: " + changes + '\n';
+        const std::string changes = listed(counts);
+        text += "since the last run: " + (changes.empty() ? "no change" : changes) + '\n';
     }
     if (summary.search) {
         counts = {{summary.search->young, "too young"},
                   {summary.search->excluded, "excluded"},
                   {summary.search->repeated, "reached twice"},
-                  {summary.search->unreadable, "folders unreadable"}};
+                  {summary.search->unreadable, "that could not be searched"}};
         if (const std::string skipped = listed(counts); !skipped.empty())
             text += "left out: " + skipped + '\n';
     }
     if (summary.changing.value_or(0) != 0)
         text += fmt::format("{} changed while they were checked\n", *summary.changing);
+    if (!summary.complete)
+        text += "The run ended before it had checked everything.\n";
     return text;
 }
 

@@ -20,6 +20,7 @@
 #include <new>
 #include <span>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace vidlint {
 namespace {
@@ -56,8 +57,7 @@ public:
         const InputEnd endOfFacts = describe(input.get());
         const auto isEither = [&](InputEnd reason) { return end == reason || endOfFacts == reason; };
         CauseFacts facts;
-        if (const WatchedFileIo::Failure* const failure = m_io.failure())
-            facts.systemError = failure->error;
+        facts.systemError = m_io.failure();
         facts.outOfMemory = isEither(InputEnd::kOutOfMemory) || facts.systemError == ENOMEM;
         std::array<unsigned char, kFirstBytes> firstBytes;
         if (m_report.verdict == Verdict::kInvalid && m_report.kind != InputKind::kRecording)
@@ -96,13 +96,27 @@ private:
     long long sizeOfFolder() const
     {
         long long size = 0;
-        const std::unique_ptr<DIR, int (*)(DIR*)> folder(::opendir(m_report.path.c_str()), ::closedir);
+        const std::unique_ptr<DIR, int (*)(DIR*)> folder(openFolder(), ::closedir);
         while (const dirent* const entry = folder ? ::readdir(folder.get()) : nullptr) {
             struct stat64 status = {};
             if (::fstatat64(::dirfd(folder.get()), entry->d_name, &status, 0) == 0 && S_ISREG(status.st_mode))
                 size += status.st_size;
         }
         return size;
+    }
+
+    /// The folder of a recording, whose time of access is left alone where the system allows it. Null on
+    /// errors.
+    DIR* openFolder() const
+    {
+        constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+        int fd = ::open(m_report.path.c_str(), kFlags | O_NOATIME);
+        if (fd < 0 && errno == EPERM)
+            fd = ::open(m_report.path.c_str(), kFlags);
+        DIR* const folder = fd < 0 ? nullptr : ::fdopendir(fd);
+        if (!folder && fd >= 0)
+            ::close(fd);
+        return folder;
     }
 
     /// What is known besides the findings. Where that fails, it stays as far as it is.
@@ -125,11 +139,11 @@ private:
 
     std::size_t readFirst(std::span<unsigned char> bytes)
     {
-        const IoAutoFile file(&m_systemIo, m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0, nullptr);
+        const IoAutoFile file(&m_io, m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0, nullptr);
         struct stat64 status = {};
-        if (m_systemIo.fstat(file.get(), &status, IKrxFileIo::kFile) < 0 || !S_ISREG(status.st_mode))
+        if (m_io.fstat(file.get(), &status, IKrxFileIo::kFile) < 0 || !S_ISREG(status.st_mode))
             return 0;
-        const int n = m_systemIo.read(file.get(), 0, bytes.data(), static_cast<unsigned>(bytes.size()));
+        const int n = m_io.read(file.get(), 0, bytes.data(), static_cast<unsigned>(bytes.size()));
         return n > 0 ? static_cast<std::size_t>(n) : 0;
     }
 

@@ -8,11 +8,9 @@
 #include "modules/streams/mp4/mp4errors.h"
 #include "modules/streams/mp4/mp4module.h"
 #include "tools/zmvutil/vidlint/src/mp4outline.h"
-#include "util/autofile.h"
 #include "util/fileholes.h"
 
 #include <algorithm>
-#include <fcntl.h>
 #include <limits>
 #include <string>
 #include <utility>
@@ -99,8 +97,8 @@ void MP4FileWrapper::parse()
         m_data->getFile().setFindingSink(&m_environment.sink);
     m_data->setQuota(m_environment.quota);
     m_data->setCancel(m_environment.cancel);
-    const krx::mp4::AutoMp4Open open(m_data->getFileIO());
-    if (!open.isOpen())
+    m_open.emplace(m_data->getFileIO());
+    if (!m_open->isOpen())
         throw krx::streams::StreamParseError(krx::streams::kCannotOpenFile);
     try {
         m_data->subInitPlayback(krx::mp4::kFirstLoad);
@@ -123,15 +121,15 @@ void MP4FileWrapper::describe(vidlint::InputReport& report)
     if (m_isSound)
         report.messages = m_data->getEndPosition();
 
-    const IoAutoFile file(getFileIo(), m_path, O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0, nullptr);
+    const int file = m_data->getFileIO()->handle();
     const long long size = report.size.value_or(0);
-    krx::util::FileHoles holes(file.get(), size);
+    krx::util::FileHoles holes(file, size);
     // A movie in fragments that ends before the first one.
     const bool lacksFragments = m_lacksMessages && movie.extendsSeen &&
                                 std::all_of(movie.tracks.begin(), movie.tracks.end(), [](const auto& track) {
                                     return track->fragments.empty() && track->sampleTotal == 0;
                                 });
-    if (!m_isSound && (lacksFragments || isOutlineCutShort(*getFileIo(), file.get(), size, holes)))
+    if (!m_isSound && (lacksFragments || isOutlineCutShort(*getFileIo(), file, size, holes)))
         report.cause = vidlint::Cause::kCutShort;
     for (const TrackExtent& extent : m_data->findExtents(&holes))
         addExtent(report, extent);

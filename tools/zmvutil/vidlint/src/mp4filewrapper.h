@@ -3,9 +3,11 @@
 
 #pragma once
 
+#include "modules/streams/mp4/mp4fileio.h"
 #include "tools/zmvutil/vidlint/src/videofile.h"
 
 #include <memory>
+#include <optional>
 
 namespace krx::mp4 {
 class Mp4Data;
@@ -28,6 +30,7 @@ private:
     void addExtent(vidlint::InputReport& report, const krx::mp4::TrackExtent& extent) const;
 
     std::unique_ptr<krx::mp4::Mp4Data> m_data;
+    std::optional<krx::mp4::AutoMp4Open> m_open;  ///< from parse to the end, for describe
     bool m_lacksMessages = false;  ///< the boxes are sound, and no message comes of them
     bool m_isSound = false;        ///< parse came to its end
 };

@@ -18,7 +18,6 @@ bool ReportCollector::admitsWarning()
 void ReportCollector::add(const krx::streams::Finding& finding)
 {
     m_report.findings.push_back(finding);
-    const WatchedFileIo::Failure* const failure = m_io.failure();
-    if (failure && finding.level == FindingLevel::kError)
-        m_report.findings.back().systemError = failure->error;
+    if (finding.level == FindingLevel::kError && m_io.failure() != 0)
+        m_report.findings.back().systemError = m_io.failure();
 }
