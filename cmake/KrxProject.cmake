@@ -31,6 +31,10 @@ set(warnings -Wall -Wextra -Wconversion -Wshadow)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # g++ 12 sees overlapping copies in the concatenation of temporary std::strings where there are none.
   list(APPEND warnings -Wno-restrict)
+  if(CMAKE_UNITY_BUILD)
+    # It takes the sources that are compiled together for headers.
+    list(APPEND warnings -Wno-subobject-linkage)
+  endif()
 endif()
 if(KRX_WARNINGS_AS_ERRORS)
   list(APPEND warnings -Werror)

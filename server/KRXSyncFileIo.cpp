@@ -17,7 +17,7 @@ using krx::util::SRFileUtil;
 
 namespace {
 
-constexpr char kSourceFile[] = "server/KRXSyncFileIo";
+constexpr char kSyncFileIoPlace[] = "server/KRXSyncFileIo";
 constexpr int kReadBufferLine = 61;
 constexpr int kWriteBufferLine = 82;
 constexpr int kStatBufferLine = 118;
@@ -80,7 +80,7 @@ int SimpleKrxSyncFileIo::close(int fd, bool)
 int SimpleKrxSyncFileIo::read(int fd, long long offset, void* buf, unsigned n)
 {
     if (!buf) {
-        krx::util::assertFailed(kSourceFile, kReadBufferLine);
+        krx::util::assertFailed(kSyncFileIoPlace, kReadBufferLine);
         return withoutSystemError(-1);
     }
     if (fd < 0)
@@ -91,7 +91,7 @@ int SimpleKrxSyncFileIo::read(int fd, long long offset, void* buf, unsigned n)
 int SimpleKrxSyncFileIo::write(int fd, long long offset, void* buf, unsigned n)
 {
     if (!buf) {
-        krx::util::assertFailed(kSourceFile, kWriteBufferLine);
+        krx::util::assertFailed(kSyncFileIoPlace, kWriteBufferLine);
         return withoutSystemError(-1);
     }
     if (fd < 0)
@@ -102,7 +102,7 @@ int SimpleKrxSyncFileIo::write(int fd, long long offset, void* buf, unsigned n)
 int SimpleKrxSyncFileIo::fstat(int fd, struct stat64* st, Mode mode)
 {
     if (!st) {
-        krx::util::assertFailed(kSourceFile, kStatBufferLine);
+        krx::util::assertFailed(kSyncFileIoPlace, kStatBufferLine);
         return withoutSystemError(-1);
     }
     if (fd < 0)
@@ -114,7 +114,7 @@ int SimpleKrxSyncFileIo::fstat(int fd, struct stat64* st, Mode mode)
 int SimpleKrxSyncFileIo::stat(const SRString& path, struct stat64* st, Mode mode)
 {
     if (!st) {
-        krx::util::assertFailed(kSourceFile, kStatBufferLine);
+        krx::util::assertFailed(kSyncFileIoPlace, kStatBufferLine);
         return withoutSystemError(-1);
     }
     const int result = SRFileUtil::stat64(path, st);
@@ -135,7 +135,7 @@ int SimpleKrxSyncFileIo::remove(const SRString& path, IKrxFileAdaptor::RemoveFla
             removed = SRFileUtil::removeDirRecursive(path);
             break;
         default:
-            krx::util::assertFailed(kSourceFile, kRemoveFlagsLine);
+            krx::util::assertFailed(kSyncFileIoPlace, kRemoveFlagsLine);
             break;
     }
     return removed ? 0 : -1;

@@ -11,7 +11,7 @@
 
 namespace {
 
-constexpr char kSourceFile[] = "server/KRXSyncFileIo";
+constexpr char kCustomFileIoPlace[] = "server/KRXSyncFileIo";
 constexpr int kBufferLine = 233;
 
 /// False where there is no memory for the bytes.
@@ -134,7 +134,7 @@ int CustomKrxSyncFileIo::transfer(Operation operation, const wchar_t* name, int 
                                   void* buf, unsigned n)
 {
     if (!buf) {
-        krx::util::assertFailed(kSourceFile, kBufferLine);
+        krx::util::assertFailed(kCustomFileIoPlace, kBufferLine);
         return -1;
     }
     if (fd < 0)
@@ -155,7 +155,7 @@ int CustomKrxSyncFileIo::transfer(Operation operation, const wchar_t* name, int 
 int CustomKrxSyncFileIo::fstat(int fd, struct stat64* st, Mode mode)
 {
     if (!st) {
-        krx::util::assertFailed(kSourceFile, kBufferLine);
+        krx::util::assertFailed(kCustomFileIoPlace, kBufferLine);
         return -1;
     }
     if (fd < 0)
@@ -180,7 +180,7 @@ int CustomKrxSyncFileIo::fstat(int fd, struct stat64* st, Mode mode)
 int CustomKrxSyncFileIo::stat(const SRString& path, struct stat64* st, Mode mode)
 {
     if (!st) {
-        krx::util::assertFailed(kSourceFile, kBufferLine);
+        krx::util::assertFailed(kCustomFileIoPlace, kBufferLine);
         return -1;
     }
     RequestContext context;

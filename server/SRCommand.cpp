@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr char kSourceFile[] = "server/SRCommand";
+constexpr char kCommandPlace[] = "server/SRCommand";
 constexpr int kTypeLine = 178;
 constexpr int kInfoLine = 392;
 constexpr unsigned char kFlagMask = 0xA0;
@@ -74,7 +74,7 @@ void SRCommand::init(unsigned char type)
 {
     const bool isCommand = type == kMsgCmd || type == kMsgCmdEx;
     if (!isCommand && type != kMsgData && type != kMsgDataEx)
-        krx::util::assertFailed(kSourceFile, kTypeLine);
+        krx::util::assertFailed(kCommandPlace, kTypeLine);
     try {
         parseOrTell(type, isCommand);
     } catch (const std::bad_alloc&) {
@@ -222,7 +222,7 @@ void SRCommand::appendToFirstArg(const SRMBString& name, const SRData& value, SR
     if (SRDataArray* const array = static_cast<SRDataArray*>(m_args.front()))
         appendTo(*array, name, value);
     else
-        krx::util::assertFailed(kSourceFile, kInfoLine);
+        krx::util::assertFailed(kCommandPlace, kInfoLine);
 }
 
 void SRCommand::setInfoProperty(const SRMBString& name, const SRData& value)

@@ -32,7 +32,7 @@ struct SRBlobSpan : SRObject
 
 namespace {
 
-constexpr char kSourceFile[] = "server/SRCSerializer";
+constexpr char kDataPlace[] = "server/SRCSerializer";
 constexpr int kArrayKindLine = 2120;
 constexpr int kBlobLine = 2372;
 
@@ -181,7 +181,7 @@ void SRData::init(SRDataArray* array, int arrayKind)
     if (isArrayKind(arrayKind)) {
         kind = static_cast<unsigned char>(arrayKind);
     } else {
-        krx::util::assertFailed(kSourceFile, kArrayKindLine);
+        krx::util::assertFailed(kDataPlace, kArrayKindLine);
         payload = Payload{};
         array->_release();
     }
@@ -345,7 +345,7 @@ std::string_view SRData::textView() const
 SRData::operator SRBuffer() const
 {
     if (kind != kBlobType) {
-        krx::util::assertFailed(kSourceFile, kBlobLine);
+        krx::util::assertFailed(kDataPlace, kBlobLine);
         return SRBuffer();
     }
     if (hasSpan)

@@ -23,7 +23,7 @@ static_assert(sizeof(SRDataArray) == 40);
 
 namespace {
 
-constexpr char kSourceFile[] = "server/SRCSerializer";
+constexpr char kDataArrayPlace[] = "server/SRCSerializer";
 constexpr int kCapacityLine = 2581;
 
 // Arrays that wait to be deleted on this thread. Deleting an array releases the arrays inside it; these join
@@ -36,7 +36,7 @@ thread_local bool t_freeing = false;
 SRDataArray::SRDataArray(int capacity)
 {
     if (capacity < 1)
-        krx::util::assertFailed(kSourceFile, kCapacityLine);
+        krx::util::assertFailed(kDataArrayPlace, kCapacityLine);
     reserve(capacity);
 }
 

@@ -23,7 +23,7 @@ using krx::util::SRFileUtil;
 
 namespace {
 
-constexpr char kSourceFile[] = "server/SRCSerializer";
+constexpr char kDataParserPlace[] = "server/SRCSerializer";
 constexpr int kReadFromWriterLine = 118;
 constexpr int kWriteToReaderLine = 131;
 constexpr int kTextTypeLine = 204;
@@ -156,7 +156,7 @@ void SRDataParser::logErrorTrace() const
 const unsigned char* SRDataParser::take(unsigned n)
 {
     if (m_writing) {
-        krx::util::assertFailed(kSourceFile, kReadFromWriterLine);
+        krx::util::assertFailed(kDataParserPlace, kReadFromWriterLine);
         return nullptr;
     }
     if (n > getRemaining()) {
@@ -202,7 +202,7 @@ bool SRDataParser::readText(int type, std::string_view& text)
 {
     constexpr unsigned kLengthBytes = 4;
     if (type != kShortText && type != kLongText) {
-        krx::util::assertFailed(kSourceFile, kTextTypeLine);
+        krx::util::assertFailed(kDataParserPlace, kTextTypeLine);
         return false;
     }
     const unsigned before = m_position;
@@ -273,7 +273,7 @@ void SRDataParser::CheckBufferSize(unsigned n)
 unsigned char* SRDataParser::make(unsigned n)
 {
     if (!m_writing) {
-        krx::util::assertFailed(kSourceFile, kWriteToReaderLine);
+        krx::util::assertFailed(kDataParserPlace, kWriteToReaderLine);
         return nullptr;
     }
     CheckBufferSize(n);
@@ -290,11 +290,11 @@ void SRDataParser::PutString(const char* text, int type)
 void SRDataParser::PutString(std::string_view text, int type)
 {
     if (type != kShortText && type != kLongText) {
-        krx::util::assertFailed(kSourceFile, kTextTypeLine);
+        krx::util::assertFailed(kDataParserPlace, kTextTypeLine);
         return;
     }
     if (text.size() > (type == kShortText ? kMaxShortText : UINT32_MAX)) {
-        krx::util::assertFailed(kSourceFile, kTextTooLongLine);
+        krx::util::assertFailed(kDataParserPlace, kTextTooLongLine);
         return;
     }
     if (type == kShortText)
@@ -306,7 +306,7 @@ void SRDataParser::PutString(std::string_view text, int type)
 void SRDataParser::StartTag(int type, bool isLong)
 {
     if (m_tagType >= 0) {
-        krx::util::assertFailed(kSourceFile, kTagOpenLine);
+        krx::util::assertFailed(kDataParserPlace, kTagOpenLine);
         return;
     }
     const unsigned start = m_position;
@@ -323,7 +323,7 @@ void SRDataParser::StartTag(int type, bool isLong)
 void SRDataParser::FinishTag()
 {
     if (m_tagType < 0) {
-        krx::util::assertFailed(kSourceFile, kTagOpenLine);
+        krx::util::assertFailed(kDataParserPlace, kTagOpenLine);
         return;
     }
     const unsigned type = static_cast<unsigned>(m_tagType) * kTagTypeFactor;
@@ -336,6 +336,6 @@ void SRDataParser::FinishTag()
     } else if (length <= kTagMaxShort) {
         krx::util::storeBig16(header, static_cast<unsigned short>(type + length));
     } else {
-        krx::util::assertFailed(kSourceFile, kTagTooLongLine);
+        krx::util::assertFailed(kDataParserPlace, kTagTooLongLine);
     }
 }

@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr char kSourceFile[] = "server/compositemessage";
+constexpr char kMessagePlace[] = "server/compositemessage";
 constexpr int kLengthLine = 251;
 constexpr int kSizeLine = 268;
 
@@ -45,7 +45,7 @@ SRMemoryPtr newBody(unsigned capacity)
 void SRMessageHeader::serialize(unsigned char* out) const
 {
     if (length > kMaxMessageLength)
-        krx::util::assertFailed(kSourceFile, kLengthLine);
+        krx::util::assertFailed(kMessagePlace, kLengthLine);
     store(out);
 }
 
@@ -101,7 +101,7 @@ unsigned Message::getBodyLength() const
 bool Message::setHeaderLength(unsigned length)
 {
     if (length > kMaxMessageLength) {
-        util::assertFailed(kSourceFile, kLengthLine);
+        util::assertFailed(kMessagePlace, kLengthLine);
         return false;
     }
     util::RecordHeader::storeLength(m_header.data(), length);
@@ -227,7 +227,7 @@ bool SRMessage::reallocBuffer(unsigned n)
 bool SRMessage::setSize(unsigned n)
 {
     if (n > kMaxMessageLength) {
-        krx::util::assertFailed(kSourceFile, kSizeLine);
+        krx::util::assertFailed(kMessagePlace, kSizeLine);
         return false;
     }
     if ((!m_body || n > m_body->capacity()) && !reallocBuffer(n))
@@ -239,7 +239,7 @@ bool SRMessage::appendSpace(unsigned n, unsigned char*& out)
 {
     const unsigned length = getMsgLen();
     if (n > kMaxMessageLength - length) {
-        krx::util::assertFailed(kSourceFile, kSizeLine);
+        krx::util::assertFailed(kMessagePlace, kSizeLine);
         return false;
     }
     // Doubling keeps many small appends cheap; without memory for that, just what is needed.

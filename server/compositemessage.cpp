@@ -16,7 +16,7 @@ using util::RecordHeader;
 
 namespace {
 
-constexpr char kSourceFile[] = "server/compositemessage";
+constexpr char kCompositeMessagePlace[] = "server/compositemessage";
 constexpr int kTypeLine = 111;
 constexpr int kMemoryLine = 122;
 constexpr int kNoRecordLine = 129;
@@ -67,7 +67,7 @@ CompositeMessage::CompositeMessage(const SRMemoryPtr& body, unsigned length)
 {
     setType(kMsgAggregate);
     if (!body) {
-        util::assertFailed(kSourceFile, kMemoryLine);
+        util::assertFailed(kCompositeMessagePlace, kMemoryLine);
         return;
     }
     setMemory(body);
@@ -75,7 +75,7 @@ CompositeMessage::CompositeMessage(const SRMemoryPtr& body, unsigned length)
     body->setUsed(present);
     initialize(body->data(), present);
     if (getMessageCount() == 0)
-        util::assertFailed(kSourceFile, kNoRecordLine);
+        util::assertFailed(kCompositeMessagePlace, kNoRecordLine);
 }
 
 CompositeMessage::CompositeMessage(const CompositeMessage& origin, RangePtr range, RangePtr parent)
@@ -91,7 +91,7 @@ CompositeMessage::CompositeMessage(const CompositeMessage& origin, RangePtr rang
 CompositeMessagePtr CompositeMessage::fromMessage(const MessagePtr& message)
 {
     if (!message || message->getPlainType() != kMsgAggregate) {
-        util::assertFailed(kSourceFile, kTypeLine);
+        util::assertFailed(kCompositeMessagePlace, kTypeLine);
         return nullptr;
     }
     CompositeMessagePtr aggregate(new CompositeMessage(message->getMemory(), message->getMsgLen()));
@@ -115,7 +115,7 @@ void CompositeMessage::initialize(unsigned char* body, unsigned length)
         readRecord(body + offset, remaining, record);
         // The back-pointer is not looked at, but a header alone is no record.
         if (!record.body || remaining == RecordHeader::kSize) {
-            util::assertFailed(kSourceFile, kCutOffLine);
+            util::assertFailed(kCompositeMessagePlace, kCutOffLine);
             break;
         }
         auto message = std::make_unique<SubMessage>(this, static_cast<unsigned>(m_messages.size()), offset);

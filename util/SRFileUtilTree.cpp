@@ -16,7 +16,7 @@ namespace krx::util {
 
 namespace {
 
-struct DirCloser
+struct TreeDirCloser
 {
     void operator()(DIR* dir) const noexcept
     {
@@ -25,7 +25,7 @@ struct DirCloser
         errno = error;
     }
 };
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
+using DirHandle = std::unique_ptr<DIR, TreeDirCloser>;
 
 /// Removes a tree, deepest entries first. Only the current directory is open, as the tree may be deeper than
 /// there are descriptors. Names are looked up only in open directories: nobody can slip in a link meanwhile.

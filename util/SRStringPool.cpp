@@ -45,7 +45,7 @@ template <typename CharT>
 using Traits = std::char_traits<CharT>;
 
 template <typename CharT>
-CharT* emptyBlock()
+CharT* emptyPoolBlock()
 {
     if constexpr (std::is_same_v<CharT, char>)
         return SRStringPool::g_chNull;
@@ -334,7 +334,7 @@ template <typename CharT>
 CharT* getBlock(Store<CharT>& store, View<CharT> text, CharT* (*make)(View<CharT>) = makePrivate<CharT>)
 {
     if (text.empty())
-        return emptyBlock<CharT>();
+        return emptyPoolBlock<CharT>();
     if (text.size() > store.limit())
         return make(text);
     try {

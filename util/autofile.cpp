@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr const char* kFile = "util/autofile";
+constexpr const char* kAutoFilePlace = "util/autofile";
 constexpr int kNoIoLine = 34;
 
 }  // namespace
@@ -27,7 +27,7 @@ IoAutoFile::IoAutoFile(IKrxFileIo* io, const SRString& path, int flags, int mode
     if (m_io)
         m_fd = m_io->open(path, flags, mode, st);
     else
-        krx::util::assertFailed(kFile, kNoIoLine);
+        krx::util::assertFailed(kAutoFilePlace, kNoIoLine);
 }
 
 int IoAutoFile::release()

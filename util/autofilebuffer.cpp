@@ -19,7 +19,7 @@ namespace krx::util {
 
 namespace {
 
-constexpr const char* kFile = "util/autofilebuffer";
+constexpr const char* kAutoFileBufferPlace = "util/autofilebuffer";
 constexpr int kNoIoLine = 58;
 
 /// Initial size of a larger cache, which doubles when a refill fills it.
@@ -34,7 +34,7 @@ AutoFileBuffer::AutoFileBuffer(unsigned cacheSize, IKrxFileIo* io, AutoFileBuffe
     : m_cacheSize(std::min(cacheSize, kMaxRead)), m_parent(parent), m_io(io)
 {
     if (!m_io && !m_parent)
-        assertFailed(kFile, kNoIoLine);
+        assertFailed(kAutoFileBufferPlace, kNoIoLine);
 }
 
 void AutoFileBuffer::seek(int fd, FilePos pos)
@@ -181,7 +181,7 @@ unsigned AutoFileBuffer::readAt(int fd, FilePos pos, void* buf, unsigned n)
     const FilePos room = std::numeric_limits<FilePos>::max() - pos;
     n = static_cast<unsigned>(std::min<FilePos>(std::min(n, kMaxRead), room));
     if (m_parent)
-        return m_parent->indexedRead(fd, pos, buf, n, true, 0, kFile, true);
+        return m_parent->indexedRead(fd, pos, buf, n, true, 0, kAutoFileBufferPlace, true);
     if (!m_io || fd < 0)
         return 0;
     const int got = m_io->read(fd, pos, buf, n);

@@ -16,8 +16,8 @@ namespace krx::util {
 
 namespace {
 
-constexpr const char* kFile = "util/messagebuffer";
-constexpr int kNoMemoryLine = 104;
+constexpr const char* kMessageBufferPlace = "util/messagebuffer";
+constexpr int kBufferMemoryLine = 104;
 constexpr int kLengthLine = 112;
 constexpr int kGrowLine = 126;
 
@@ -55,16 +55,16 @@ void MessageBuffer::clear()
 void MessageBuffer::addMessage(unsigned char type, const void* data, unsigned length, unsigned time)
 {
     if (!m_data) {
-        assertFailed(kFile, kNoMemoryLine);
+        assertFailed(kMessageBufferPlace, kBufferMemoryLine);
         return;
     }
     if (length > kMaxMessageLength || (!data && length != 0)) {
-        assertFailed(kFile, kLengthLine);
+        assertFailed(kMessageBufferPlace, kLengthLine);
         return;
     }
     const unsigned recordLength = length + kRecordOverhead;
     if (!grow(static_cast<unsigned long long>(m_used) + recordLength)) {
-        assertFailed(kFile, kGrowLine);
+        assertFailed(kMessageBufferPlace, kGrowLine);
         return;
     }
 

@@ -10,7 +10,7 @@ namespace krx::util {
 
 namespace {
 
-constexpr const char* kFile = "util/serializeutil";
+constexpr const char* kSerializeUtilPlace = "util/serializeutil";
 constexpr int kWriteWidthLine = 83;
 constexpr int kReadWidthLine = 131;
 constexpr unsigned kMaxWidth = 8;
@@ -20,7 +20,7 @@ constexpr unsigned kMaxWidth = 8;
 void ISerialize::writeInt(unsigned width, unsigned long long value)
 {
     if (width > kMaxWidth) {
-        assertFailed(kFile, kWriteWidthLine);
+        assertFailed(kSerializeUtilPlace, kWriteWidthLine);
         return;
     }
     if (width == 0)
@@ -33,7 +33,7 @@ void ISerialize::writeInt(unsigned width, unsigned long long value)
 unsigned long long IDeserialize::readInt(unsigned width)
 {
     if (width > kMaxWidth) {
-        assertFailed(kFile, kReadWidthLine);
+        assertFailed(kSerializeUtilPlace, kReadWidthLine);
         return 0;
     }
     unsigned char bytes[kMaxWidth] = {};

@@ -19,8 +19,8 @@ namespace krx::util {
 
 namespace {
 
-constexpr const char* kFile = "util/streamconfigutil";
-constexpr int kNoMemoryLine = 46;
+constexpr const char* kStreamConfigPlace = "util/streamconfigutil";
+constexpr int kConfigMemoryLine = 46;
 constexpr unsigned kInitialSize = 64;
 
 /// The text of a setting; false when the key is not configured.
@@ -63,7 +63,7 @@ bool StreamConfig::readConfig(IQVStreamContext* context, const char* key, char**
 
     auto* larger = new (std::nothrow) char[static_cast<unsigned>(needed)]();
     if (!larger) {
-        assertFailed(kFile, kNoMemoryLine);
+        assertFailed(kStreamConfigPlace, kConfigMemoryLine);
         return false;
     }
     delete[] * buffer;

@@ -16,7 +16,7 @@
 namespace krx {
 namespace {
 
-constexpr char kAssertPlace[] = "modules/streams/mediacontexts";
+constexpr char kMediaContextsPlace[] = "modules/streams/mediacontexts";
 
 // Properties of an object in a contexts file.
 constexpr char kMessageType[] = "messageType";
@@ -259,7 +259,7 @@ bool MediaContexts::tellContexts(ContextType_t type, long long position, IContex
                                  bool atPosition) const
 {
     if (!holder) {
-        krx::util::assertFailed(kAssertPlace, 211);
+        krx::util::assertFailed(kMediaContextsPlace, 211);
         return false;
     }
     return getMediaContextsConst(
@@ -274,7 +274,7 @@ bool MediaContexts::tellContexts(ContextType_t type, long long position, IContex
 bool MediaContexts::tellAllContexts(IAllContextHolder* holder) const
 {
     if (!holder) {
-        krx::util::assertFailed(kAssertPlace, 231);
+        krx::util::assertFailed(kMediaContextsPlace, 231);
         return false;
     }
     SRBuffer buffer;

@@ -18,7 +18,7 @@ const char kVar[] = "while processing script variable";
 
 // Each line: the bytes, the detail ('~' for a line end in it), and the trace lines after it up to the
 // outermost.
-const char kBadData[] = R"(
+const char kBadMessages[] = R"(
 |Message data is not complete
 00 0000|Message data is not complete|while reading number type
 01|Message data is not complete|while reading boolean type
@@ -56,7 +56,7 @@ const char kBadData[] = R"(
 
 TEST(BadData, IsTracedFromTheInside)
 {
-    std::istringstream lines(kBadData + 1);
+    std::istringstream lines(kBadMessages + 1);
     for (std::string line; std::getline(lines, line);) {
         SCOPED_TRACE(line);
         std::vector<std::string> expected;

@@ -44,7 +44,7 @@ constexpr unsigned long long kMostKept = 64U << 20;
 constexpr unsigned kKeptShare = 4;
 
 /// Bytes that one read of records takes at most; the reader has a limit.
-constexpr unsigned long long kPortion = 1U << 30;
+constexpr unsigned long long kRecordPortion = 1U << 30;
 
 /// Silences warnings while a fragment is read again after the parse.
 class QuietReader
@@ -62,7 +62,7 @@ private:
 void readRecords(BoxReader& in, unsigned char* records, unsigned long long bytes)
 {
     for (unsigned long long done = 0; done < bytes;) {
-        const unsigned long long part = std::min(bytes - done, kPortion);
+        const unsigned long long part = std::min(bytes - done, kRecordPortion);
         in.read(records + done, part);
         done += part;
     }

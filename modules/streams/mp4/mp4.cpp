@@ -19,7 +19,7 @@ namespace {
 using krx::streams::StreamParseError;
 using krx::util::FilePos;
 
-constexpr const char* kFile = "modules/streams/mp4/mp4";
+constexpr const char* kMp4Place = "modules/streams/mp4/mp4";
 constexpr int kNoReaderLine = 412;
 
 }  // namespace
@@ -31,7 +31,7 @@ MP4File::~MP4File() = default;
 void MP4File::parse(long long start)
 {
     if (!m_reader.file()) {
-        krx::util::assertFailed(kFile, kNoReaderLine);
+        krx::util::assertFailed(kMp4Place, kNoReaderLine);
         return;
     }
     m_reader.start(start);

@@ -12,7 +12,7 @@
 namespace krx::mp4 {
 namespace {
 
-constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr char kMp4CursorPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kTrackCountLine = 1130;
 
 }  // namespace
@@ -37,7 +37,7 @@ Mp4Cursor::Mp4Cursor(MP4File& file, const CursorState& state)
 {
     const std::vector<TrackInfo*> tracks = file.getTrackVec();
     if (tracks.size() != state.tracks.size())
-        krx::util::assertFailed(kAssertPlace, kTrackCountLine);
+        krx::util::assertFailed(kMp4CursorPlace, kTrackCountLine);
     for (std::size_t i = 0; i < std::min(tracks.size(), state.tracks.size()); ++i)
         m_tracks.emplace_back(*tracks[i], state.tracks[i]);
     findNextSample();
@@ -177,7 +177,7 @@ Mp4Cursor::Key Mp4Cursor::rivalOf(std::size_t track) const
 void Mp4Cursor::setLimit(const CursorState& end)
 {
     if (end.tracks.size() != m_tracks.size()) {
-        krx::util::assertFailed(kAssertPlace, kTrackCountLine);
+        krx::util::assertFailed(kMp4CursorPlace, kTrackCountLine);
         return;
     }
     for (std::size_t i = 0; i < m_tracks.size(); ++i)

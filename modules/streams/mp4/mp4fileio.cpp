@@ -16,7 +16,7 @@ namespace {
 
 using krx::streams::StreamParseError;
 
-constexpr const char* kFile = "modules/streams/mp4/mp4fileio";
+constexpr const char* kMp4FileIoPlace = "modules/streams/mp4/mp4fileio";
 constexpr int kReadIntLine = 214;
 
 constexpr unsigned long long kMaxRead = 0x80000000ULL;
@@ -81,7 +81,7 @@ unsigned Mp4FileIO::Read(void* dest, unsigned long long length)
         m_position += wanted;
         return wanted;
     }
-    const unsigned got = m_other.indexedRead(m_handle, Tell(), dest, wanted, true, 0, kFile, true);
+    const unsigned got = m_other.indexedRead(m_handle, Tell(), dest, wanted, true, 0, kMp4FileIoPlace, true);
     m_position += got;
     if (got < wanted)
         throw StreamParseError(krx::streams::kFileReadError);
@@ -114,7 +114,7 @@ unsigned Mp4FileIO::ReadMessage(void* dest, unsigned length, long long position,
     if (!isOpen() || position < 0 || position >= Size())
         return 0;
     return chooseBuffer(position, length, messageType)
-        .indexedRead(m_handle, position, dest, length, true, 0, kFile, true);
+        .indexedRead(m_handle, position, dest, length, true, 0, kMp4FileIoPlace, true);
 }
 
 long long Mp4FileIO::Seek(long long offset, Origin origin)
@@ -154,7 +154,7 @@ long long Mp4FileIO::Size(bool force)
 unsigned long long Mp4FileIO::readInt(unsigned n)
 {
     if (n > 8) {
-        krx::util::assertFailed(kFile, kReadIntLine);
+        krx::util::assertFailed(kMp4FileIoPlace, kReadIntLine);
         return 0;
     }
     if (n == 0)

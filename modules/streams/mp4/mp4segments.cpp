@@ -14,7 +14,7 @@ namespace {
 
 using krx::streams::StreamParseError;
 
-constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr char kMp4SegmentsPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kBoundsLine = 3086;
 constexpr int kNoHolderLine = 3079;
 
@@ -88,12 +88,12 @@ bool Mp4Data::findSegmentByTime(unsigned time, SegmentBounds* bounds) const
 bool Mp4Data::loadSegment(const SegmentBounds* bounds, ISegmentHolder* holder)
 {
     if (!bounds || !holder) {
-        krx::util::assertFailed(kAssertPlace, kNoHolderLine);
+        krx::util::assertFailed(kMp4SegmentsPlace, kNoHolderLine);
         return false;
     }
     std::size_t segment;
     if (!findSegment(&BoundaryPoint::index, bounds->start, segment) || toBounds(segment) != *bounds) {
-        krx::util::assertFailed(kAssertPlace, kBoundsLine);
+        krx::util::assertFailed(kMp4SegmentsPlace, kBoundsLine);
         return false;
     }
     if (!m_statusMessage.isEmpty()) {

@@ -17,7 +17,7 @@ namespace {
 using krx::util::FilePos;
 
 /// Bytes that one read takes at most.
-constexpr std::size_t kPortion = 1U << 30;
+constexpr std::size_t kPagePortion = 1U << 30;
 
 template <typename T>
 constexpr bool kMayBeStoredAs32Bits = std::is_same_v<T, unsigned long long> || std::is_same_v<T, long long>;
@@ -39,7 +39,7 @@ private:
 void readBytes(Mp4FileIO& io, unsigned char* dest, std::size_t n)
 {
     for (std::size_t done = 0; done < n;) {
-        const std::size_t part = std::min(n - done, kPortion);
+        const std::size_t part = std::min(n - done, kPagePortion);
         if (io.Read(dest + done, part) == 0)
             throw TruncatedStreamError(krx::streams::kTruncatedFile);
         done += part;

@@ -21,7 +21,7 @@ constexpr unsigned long long kEverywhere = std::numeric_limits<unsigned long lon
 constexpr unsigned kAnySize = std::numeric_limits<unsigned>::max();
 
 /// Samples that are passed before the next look at whether to go on. Their bytes are below kAnyBytes.
-constexpr unsigned kBatch = 8192;
+constexpr unsigned kWalkBatch = 8192;
 constexpr unsigned long long kAnyBytes = 1ULL << 62;
 
 /// Steps through one track.
@@ -76,7 +76,7 @@ private:
     bool passStretch()
     {
         const WalkLimits limits{m_playsUntil ? kEverywhere : m_fileSize, kAnySize};
-        const unsigned long long most = std::min<unsigned long long>(m_budget.left(), kBatch);
+        const unsigned long long most = std::min<unsigned long long>(m_budget.left(), kWalkBatch);
         WalkTally tally{0, kAnyBytes, most};
         if (m_cursor.walkStretch(limits, tally, kEverywhere) == 0)
             return false;

@@ -23,7 +23,7 @@ using krx::streams::StreamParseError;
 using krx::util::kRecordOverhead;
 using krx::util::RecordHeader;
 
-constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr char kSeekablePlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kMessageTypeLine = 142;
 constexpr int kHeaderSizeLine = 171;
 constexpr int kPendingLine = 1402;
@@ -79,7 +79,7 @@ bool Seekable::initFromCursor(TrackCursor* cursor, long long index, Mp4FileIO& i
         return false;
     if (cursor->isEnder()) {
         if (cursor->isHeader())
-            krx::util::assertFailed(kAssertPlace, kPendingLine);
+            krx::util::assertFailed(kSeekablePlace, kPendingLine);
         initEnder(*cursor, index);
         return true;
     }
@@ -182,7 +182,7 @@ unsigned char Seekable::getMessageType(unsigned sampleType)
 {
     if (sampleType < kSampleTypeCount)
         return kSampleTypes[sampleType].messageType;
-    krx::util::assertFailed(kAssertPlace, kMessageTypeLine);
+    krx::util::assertFailed(kSeekablePlace, kMessageTypeLine);
     return 0;
 }
 
@@ -190,7 +190,7 @@ unsigned Seekable::getExtraHeaderAmt(unsigned sampleType)
 {
     if (sampleType < kSampleTypeCount && kSampleTypes[sampleType].headerSize != kNoHeaderSize)
         return kSampleTypes[sampleType].headerSize;
-    krx::util::assertFailed(kAssertPlace, kHeaderSizeLine);
+    krx::util::assertFailed(kSeekablePlace, kHeaderSizeLine);
     return 0;
 }
 
@@ -215,7 +215,7 @@ unsigned Seekable::readPayloadToBuffer(Mp4FileIO& io, SRMemory& buffer, unsigned
     if (m_isEnder && isAudioType(m_sampleType))
         return 0;
     if (offset > buffer.capacity() || buffer.capacity() - offset < m_headerBytes) {
-        krx::util::assertFailed(kAssertPlace, kNoRoomLine);
+        krx::util::assertFailed(kSeekablePlace, kNoRoomLine);
         return 0;
     }
 

@@ -12,13 +12,13 @@
 namespace krx::mp4 {
 namespace {
 
-constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr char kTrackCursorPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kLimitLine = 486;
 
 constexpr unsigned long long kFarTime = 1ULL << 62;
 
 /// Samples that are passed together.
-constexpr unsigned kBatch = 4;
+constexpr unsigned kSampleBatch = 4;
 
 /// Samples whose times are looked at before their sizes. A run may have millions of samples and segments.
 constexpr unsigned long long kMostAhead = 4096;
@@ -277,16 +277,16 @@ unsigned TrackCursor::countSizes(unsigned steps, unsigned maxSize, unsigned long
     unsigned passed = 0;
     unsigned long long messages = 0;
     // Samples that fit together are not looked at one by one.
-    for (; steps - passed >= kBatch; passed += kBatch) {
+    for (; steps - passed >= kSampleBatch; passed += kSampleBatch) {
         unsigned long long batch = 0;
-        for (unsigned i = 0; i < kBatch; ++i)
+        for (unsigned i = 0; i < kSampleBatch; ++i)
             batch += sizes[i];
-        const unsigned long long after = messages + batch + 1ULL * kBatch * headerBytes;
+        const unsigned long long after = messages + batch + 1ULL * kSampleBatch * headerBytes;
         if (batch > maxSize || batch > room - bytes || after > roomInTally)
             break;
         bytes += batch;
         messages = after;
-        sizes.advance(kBatch);
+        sizes.advance(kSampleBatch);
     }
     for (; passed != steps && messages <= roomInTally; ++passed) {
         const unsigned size = sizes[0];
@@ -463,7 +463,7 @@ void TrackCursor::setLimit(const TrackPosition& end)
     settle();
     m_stretch = Stretch();
     if (m_stepCount > end.stepCount)
-        krx::util::assertFailed(kAssertPlace, kLimitLine);
+        krx::util::assertFailed(kTrackCursorPlace, kLimitLine);
     m_limited = true;
     m_limit = end.stepCount;
 }

@@ -12,7 +12,7 @@
 namespace krx::mp4 {
 namespace {
 
-constexpr const char* kFile = "modules/streams/mp4/mp4";
+constexpr const char* kTrackFragmentPlace = "modules/streams/mp4/mp4";
 constexpr int kNoLoaderLine = 202;
 
 /// A std::deque without elements, on the heap: it has a first block, and room for the addresses of eight.
@@ -72,7 +72,7 @@ void TrackFragment::load()
     if (m_content)
         return;
     if (!m_loader) {
-        krx::util::assertFailed(kFile, kNoLoaderLine);
+        krx::util::assertFailed(kTrackFragmentPlace, kNoLoaderLine);
         content();
         return;
     }

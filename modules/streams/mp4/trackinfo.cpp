@@ -8,7 +8,7 @@
 namespace krx::mp4 {
 namespace {
 
-constexpr const char* kFile = "modules/streams/mp4/mp4";
+constexpr const char* kTrackInfoPlace = "modules/streams/mp4/mp4";
 constexpr int kGapEntryLine = 118;
 constexpr int kContentLengthLine = 291;
 
@@ -40,7 +40,7 @@ std::size_t memoryOf(const krx::streams::Finding& finding)
 bool EditList::isGapEntry(std::size_t i, std::size_t n)
 {
     if (i >= n) {
-        krx::util::assertFailed(kFile, kGapEntryLine);
+        krx::util::assertFailed(kTrackInfoPlace, kGapEntryLine);
         return false;
     }
     return (n - i) % 2 == 0;
@@ -67,7 +67,7 @@ long long TrackInfo::getContentLength() const
                 length -= entry.duration;
     const auto result = static_cast<long long>(length);
     if (result < 0)
-        krx::util::assertFailed(kFile, kContentLengthLine);
+        krx::util::assertFailed(kTrackInfoPlace, kContentLengthLine);
     return result;
 }
 

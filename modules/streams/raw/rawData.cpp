@@ -22,7 +22,7 @@ using krx::util::AutoFileLoad;
 using krx::util::AutoFileSave;
 using krx::util::FileReadException;
 
-constexpr const char* kFile = "modules/streams/raw/rawData";
+constexpr const char* kRawDataPlace = "modules/streams/raw/rawData";
 constexpr int kNoBoundsLine = 412;
 constexpr int kNoHolderLine = 431;
 
@@ -169,7 +169,7 @@ void RawData::writeContexts(const MediaContexts& contexts) const
 bool RawData::loadSegment(IQVStreamContext* context, const SegmentBounds* bounds, ISegmentHolder* holder)
 {
     if (!bounds || !holder) {
-        krx::util::assertFailed(kFile, kNoHolderLine);
+        krx::util::assertFailed(kRawDataPlace, kNoHolderLine);
         return false;
     }
     const SRString fileName = getSegFileName(bounds);
@@ -214,7 +214,7 @@ bool RawData::findSegment(const SegmentBounds& key, RawIndex::Comparator compara
                           SegmentBounds* bounds) const
 {
     if (!bounds) {
-        krx::util::assertFailed(kFile, kNoBoundsLine);
+        krx::util::assertFailed(kRawDataPlace, kNoBoundsLine);
         return false;
     }
     const Snapshot now = snapshot();

@@ -17,7 +17,7 @@
 namespace krx::raw {
 namespace {
 
-constexpr const char* kFile = "modules/streams/raw/rawModule";
+constexpr const char* kRawModulePlace = "modules/streams/raw/rawModule";
 constexpr int kTwoMetadataLine = 287;
 
 constexpr unsigned kVersion = 256;
@@ -51,7 +51,7 @@ const ContextMessage* findMetadata(const MediaContexts& contexts)
             if (message.trackId != MediaContexts::kMetadataTrack)
                 return;
             if (metadata)
-                krx::util::assertFailed(kFile, kTwoMetadataLine);
+                krx::util::assertFailed(kRawModulePlace, kTwoMetadataLine);
             metadata = &message;
         },
         false);

@@ -11,7 +11,7 @@ namespace {
 
 using Tags = std::deque<mp4::MP4File::TagEntry>;
 
-std::string data(std::uint32_t type, std::string_view payload)
+std::string dataBox(std::uint32_t type, std::string_view payload)
 {
     return box("data", Fields().u32(type).u32(0).raw(payload));
 }
@@ -38,7 +38,7 @@ std::string xmp(std::string_view text, std::uint64_t low = 0x9C71999491E3AFACULL
 
 TEST(Mp4Metadata, Faults)
 {
-    const std::string text = data(1, "x");
+    const std::string text = dataBox(1, "x");
     expectFaults({
         {"version and flags missing", movieFile(box("meta", fullBox("hdlr") + box("ilst"))), 0, {111}},
         {"nothing in it", movieFile(fullBox("meta") + box("udta")), 0, {111}},
@@ -75,12 +75,12 @@ TEST(Mp4Metadata, ItemTags)
 {
     const std::string longText(70000, 't');
     const auto parsed = parseFile(metaWith(
-        box("\xA9nam", data(1, "Name")) + box("free", data(1, "x")) +
-        box("trkn", data(0, Fields().u16(0).u16(3).u16(12).u16(0))) + box("tmpo", data(21, "\1\2")) +
-        box("gnre", data(0, "\1\2\3\4\5")) + box("covr", data(13, "jpeg") + data(14, "png")) +
-        box("purl", data(0, "url")) + box("misc", data(77, "?")) +
-        box("----", box("mean", "12345678") + data(1, "free form")) + box("abcd", box("data", "1234567")) +
-        box("long", data(1, longText)) + box("ints", data(0, longText))));
+        box("\xA9nam", dataBox(1, "Name")) + box("free", dataBox(1, "x")) +
+        box("trkn", dataBox(0, Fields().u16(0).u16(3).u16(12).u16(0))) + box("tmpo", dataBox(21, "\1\2")) +
+        box("gnre", dataBox(0, "\1\2\3\4\5")) + box("covr", dataBox(13, "jpeg") + dataBox(14, "png")) +
+        box("purl", dataBox(0, "url")) + box("misc", dataBox(77, "?")) +
+        box("----", box("mean", "12345678") + dataBox(1, "free form")) + box("abcd", box("data", "1234567")) +
+        box("long", dataBox(1, longText)) + box("ints", dataBox(0, longText))));
     ASSERT_EQ(parsed->error, 0);
     const Tags& tags = parsed->mp4.getTags();
     ASSERT_EQ(tags.size(), 11U);

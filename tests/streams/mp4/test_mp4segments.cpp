@@ -16,7 +16,7 @@ namespace {
 using namespace krx::mp4;
 using Message = RecordingHolder::Message;
 
-const std::string kMp3 = audioEntry(".mp3");
+const std::string kMp3Entry = audioEntry(".mp3");
 const std::string kAmf0 = box("amf0", Fields().zeros(6).u16(1));
 
 std::string tuplesOf(const std::vector<SegmentBounds>& segments)
@@ -34,7 +34,7 @@ Movie pagedMovie()
     Movie movie;
     MovieTrack video = plainTrack(avcEntry(), 30'000, 60, 1);
     video.compositionTable = video.syncTable = true;
-    MovieTrack audio = plainTrack(kMp3, 20'000, 20, 1);
+    MovieTrack audio = plainTrack(kMp3Entry, 20'000, 20, 1);
     audio.entries.push_back(audioEntry(".mp3", {}, 22050));
     audio.id = 2;
     MovieTrack late = plainTrack(kAmf0, 100, 9, 3);
@@ -67,8 +67,8 @@ public:
 TEST(Mp4Segments, AreFoundByPositionAndTime)
 {
     // 262,144 bytes are not too much for a segment; the ender counts 1 byte, too.
-    EXPECT_EQ(tuplesOf(PlayedFile(plainFile(plainTrack(kMp3, 4, 65535))).segments()), "0-4 0-40; ");
-    PlayedFile file(plainFile(plainTrack(kMp3, 4, 131072)));
+    EXPECT_EQ(tuplesOf(PlayedFile(plainFile(plainTrack(kMp3Entry, 4, 65535))).segments()), "0-4 0-40; ");
+    PlayedFile file(plainFile(plainTrack(kMp3Entry, 4, 131072)));
     EXPECT_EQ(tuplesOf(file.segments()), "0-1 0-20; 2-3 20-30; 4-4 30-40; ");
     SegmentBounds bounds;
     const auto startOf = [&](bool found) { return found ? bounds.start : -7; };
@@ -81,7 +81,7 @@ TEST(Mp4Segments, AreFoundByPositionAndTime)
         EXPECT_EQ(startOf(file.data.findSegmentByTime(time, &bounds)), start) << time;
 
     // Segments 0-0 0-10, 1-1 10-20, 2-2 20-20, 3-3 20-30: one without length is found at its time.
-    PlayedFile still(plainFile(plainTrack(kMp3, 3, 300'000)));
+    PlayedFile still(plainFile(plainTrack(kMp3Entry, 3, 300'000)));
     ASSERT_TRUE(still.data.findSegmentByTime(20, &bounds));
     EXPECT_EQ(bounds.start, 2);
     ASSERT_TRUE(still.data.findSegmentByTime(21, &bounds));
@@ -106,7 +106,7 @@ TEST(Mp4Segments, ReportBadSamplesOnceAndEveryEarlyEnd)
 
         // Each ends the load, and is reported each time. What came before it is delivered; an aggregate that
         // is refused is not offered again.
-        PlayedFile file(plainFile(plainTrack(kMp3, 3)), aggregates);
+        PlayedFile file(plainFile(plainTrack(kMp3Entry, 3)), aggregates);
         const SegmentBounds bounds = file.segments().at(0);
         RecordingHolder holder;
         holder.refuseAt = aggregates ? 1 : 2;
@@ -209,7 +209,7 @@ TEST(Mp4Segments, StandForAFileThatCannotBePlayed)
 TEST(Mp4Segments, EndWhereTheFileIsTruncated)
 {
     Movie movie;
-    movie.tracks = {plainTrack(kMp3, 20, 100'000)};
+    movie.tracks = {plainTrack(kMp3Entry, 20, 100'000)};
     const BuiltMovie built = buildMovie(movie);
     struct Case
     {

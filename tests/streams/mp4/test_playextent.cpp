@@ -21,13 +21,13 @@ namespace {
 
 using namespace krx::mp4;
 
-const std::string kMp3 = audioEntry(".mp3");
+const std::string kMp3Sound = audioEntry(".mp3");
 
 /// Two tracks in turn, with samples of 50,000 bytes every 10 ms; the second one starts after a gap of 100 ms.
 BuiltMovie wideMovie()
 {
     Movie movie;
-    movie.tracks = {plainTrack(kMp3, 40, 50'000),
+    movie.tracks = {plainTrack(kMp3Sound, 40, 50'000),
                     plainTrack(box("amf0", Fields().zeros(6).u16(1)), 40, 50'000)};
     movie.tracks[1].id = 2;
     movie.tracks[1].edits = {{100, -1}, {400, 0}};
@@ -103,7 +103,7 @@ std::vector<Fault> walkFaults()
         return place;
     };
     Movie fragments;
-    fragments.tracks = {plainTrack(kMp3, 20)};
+    fragments.tracks = {plainTrack(kMp3Sound, 20)};
     fragments.tracks[0].id = 7;
     fragments.samplesPerFragment = 5;
     BuiltMovie cut = buildMovie(fragments);
@@ -173,7 +173,7 @@ TEST(Mp4Data, TellsTheContextWhyItDoesNotOpen)
 
 TEST(Mp4Data, KeepsToTheQuota)
 {
-    const std::string bytes = plainFile(plainTrack(kMp3, 200'000, 1, 1));
+    const std::string bytes = plainFile(plainTrack(kMp3Sound, 200'000, 1, 1));
     std::uint64_t used = 0;
     for (const std::uint64_t limit : {1ULL << 30, 1ULL << 16, 1ULL << 18}) {
         util::MemoryQuota quota(limit);

@@ -8,7 +8,7 @@
 namespace krx::mp4 {
 namespace {
 
-constexpr char kAssertPlace[] = "modules/streams/mp4/mp4Data";
+constexpr char kFragmentStepperPlace[] = "modules/streams/mp4/mp4Data";
 constexpr int kFragmentLine = 512;
 constexpr int kRunLine = 525;
 
@@ -53,7 +53,7 @@ TrackFragment* FragmentStepper::currentFragment() const
 {
     if (!atEnd())
         return &(*m_fragments)[m_state.fragmentIndex];
-    krx::util::assertFailed(kAssertPlace, kFragmentLine);
+    krx::util::assertFailed(kFragmentStepperPlace, kFragmentLine);
     return nullptr;
 }
 
@@ -62,7 +62,7 @@ const TrackFragmentRun* FragmentStepper::currentRun() const
     TrackFragment* fragment = currentFragment();
     if (fragment && m_state.runIndex < fragment->getRunCount())
         return &fragment->getRun(m_state.runIndex);
-    krx::util::assertFailed(kAssertPlace, kRunLine);
+    krx::util::assertFailed(kFragmentStepperPlace, kRunLine);
     return nullptr;
 }
 

@@ -16,14 +16,14 @@ constexpr int kBusyTimeoutMs = 5000;
 /// of their own.
 std::string uriOf(const std::string& path, bool isImmutable)
 {
-    constexpr const char* kDigits = "0123456789ABCDEF";
+    constexpr const char* kHexDigits = "0123456789ABCDEF";
     std::string uri = "file:";
     const std::string whole = path.starts_with('/') ? path : "./" + path;
     for (const char c : whole) {
         const auto byte = static_cast<unsigned char>(c);
         uri += '%';
-        uri += kDigits[byte >> 4];
-        uri += kDigits[byte & 15];
+        uri += kHexDigits[byte >> 4];
+        uri += kHexDigits[byte & 15];
     }
     return isImmutable ? uri + "?immutable=1" : uri;
 }

@@ -23,7 +23,7 @@ constexpr std::size_t kMaxTracks = 64;
 constexpr std::size_t kMaxNumbers = 100;
 constexpr std::size_t kMaxTextBytes = 400;
 
-void writeFinding(JsonWriter& out, const Finding& finding)
+void writeShortFinding(JsonWriter& out, const Finding& finding)
 {
     out.field("number", finding.number);
     out.field("level", vidlint::nameOf(finding.level));
@@ -34,7 +34,7 @@ void writeFinding(JsonWriter& out, const Finding& finding)
         out.field("time", finding.place.time);
 }
 
-void writeTrack(JsonWriter& out, const Track& track)
+void writeShortTrack(JsonWriter& out, const Track& track)
 {
     out.field("id", track.id);
     out.field("kind", nameOf(track.kind));
@@ -48,7 +48,7 @@ void writeTrack(JsonWriter& out, const Track& track)
     if (track.droppedBy) {
         out.key("dropped");
         out.openObject();
-        writeFinding(out, *track.droppedBy);
+        writeShortFinding(out, *track.droppedBy);
         out.closeObject();
     }
 }
@@ -72,10 +72,10 @@ void writeLists(JsonWriter& out, const InputReport& report)
     const std::span findings(report.findings.data(), std::min(report.findings.size(), kMaxFindings));
     const std::span tracks(report.tracks.data(), std::min(report.tracks.size(), kMaxTracks));
     writeNumbers(out, report);
-    out.list("findings", findings, [&](const Finding& finding) { writeFinding(out, finding); });
+    out.list("findings", findings, [&](const Finding& finding) { writeShortFinding(out, finding); });
     if (const auto omitted = report.findings.size() - findings.size() + report.findingsOmitted; omitted > 0)
         out.field("omitted", omitted);
-    out.list("tracks", tracks, [&](const Track& track) { writeTrack(out, track); });
+    out.list("tracks", tracks, [&](const Track& track) { writeShortTrack(out, track); });
 }
 
 }  // namespace

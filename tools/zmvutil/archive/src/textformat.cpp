@@ -47,7 +47,7 @@ bool isHidden(wchar_t c)
                        [&](const Range& range) { return c >= range.first && c <= range.last; });
 }
 
-bool isPlain(std::string_view bytes)
+bool isPlainText(std::string_view bytes)
 {
     return std::all_of(bytes.begin(), bytes.end(), [](char c) { return c >= ' ' && c <= '~' && c != '\\'; });
 }
@@ -135,7 +135,7 @@ std::string lineOf(const std::string& path, const Finding& finding, const std::s
 
 std::string escaped(std::string_view bytes)
 {
-    if (isPlain(bytes))
+    if (isPlainText(bytes))
         return std::string(bytes);
     fmt::memory_buffer shown;
     const SRString decoded = SRString::fromMultiByte(bytes);
