@@ -6,6 +6,7 @@
 #include "tools/zmvutil/archive/src/htmltext.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace archive {
 namespace {
@@ -14,13 +15,14 @@ constexpr std::string_view kFieldStart = "- **";
 constexpr std::string_view kFieldNameEnd = ":** ";
 constexpr std::string_view kContinuation = "  ";
 
-/// Nobody needs to know what a report fills in where.
-void blankPlaceholders(std::string& text)
+/// Says what a report fills in.
+void namePlaceholders(std::string& text)
 {
-    for (const char* const placeholder : {"%s", "%x"})
+    constexpr std::pair<const char*, const char*> kNames[] = {{"%s", "NAME"}, {"%x", "N"}};
+    for (const auto& [placeholder, name] : kNames)
         for (std::size_t at = text.find(placeholder); at != std::string::npos;
              at = text.find(placeholder, at))
-            text.replace(at, 2, "...");
+            text.replace(at, 2, name);
 }
 
 FaultPage parse(const FaultRow& row)
@@ -42,7 +44,7 @@ FaultPage parse(const FaultRow& row)
     }
     for (auto& [name, words] : page.fields)
         if (name == "Text")
-            blankPlaceholders(words);
+            namePlaceholders(words);
     return page;
 }
 
