@@ -5,6 +5,7 @@
 
 #include "tools/zmvutil/archive/src/commands.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
+#include "tools/zmvutil/archive/src/soonlock.h"
 #include "tools/zmvutil/archive/src/summarytext.h"
 #include "tools/zmvutil/archive/src/textformat.h"
 #include "tools/zmvutil/archive/src/version.h"
@@ -153,7 +154,7 @@ bool CheckRun::checkFound(unsigned worker)
     }
     FoundInput found;
     {
-        const std::lock_guard lock(m_searchMutex);
+        const auto lock = lockSoon(m_searchMutex);
         if (!m_search.next(found))
             return false;
     }
@@ -167,7 +168,7 @@ bool CheckRun::checkDue(unsigned worker)
 {
     std::optional<FoundInput> found;
     {
-        const std::lock_guard lock(m_searchMutex);
+        const auto lock = lockSoon(m_searchMutex);
         found = m_state->nextDue(m_dueBefore);
         if (!found)
             return false;
@@ -279,7 +280,7 @@ void CheckRun::finish(const InputRecord& record)
     std::string text;
     if (isShown)
         text = m_options.isJson ? toJson(record) + "\n" : linesOf(record, m_hasColor);
-    const std::lock_guard lock(m_outputMutex);
+    const auto lock = lockSoon(m_outputMutex);
     m_summary.add(record);
     m_summary.failed = m_summary.failed.value_or(0) + m_options.failOn.matches(record);
     write(text);
