@@ -11,7 +11,7 @@ _vidlint_archive()
     COMPREPLY=()
 
     if ((COMP_CWORD == 1)); then
-        mapfile -t COMPREPLY < <(compgen -W "check list report why explain help --help" -- "$word")
+        mapfile -t COMPREPLY < <(compgen -W "check list report why explain help --help --version" -- "$word")
         return
     fi
     # bash takes "--option=value" for three words.

@@ -238,8 +238,9 @@ private:
         if (state) {
             EXPECT_EQ(state->knownBelow("a"), static_cast<std::uint64_t>(known));
             expectDue(*state);
-            state->endRun(kept);
         }
+        const std::uint64_t told = state ? state->endRun(kept) : 0;
+        std::uint64_t gone = 0;
         m_inputs = m_seen.size();
         m_bytes = 0;
         for (auto& [key, entry] : m_known) {
@@ -254,8 +255,10 @@ private:
                     entry.ended.reset();
                 entry.standing = entry.ended ? std::optional(Change::kGone) : std::nullopt;
                 entry.latest = entry.ended;
+                gone += entry.ended.has_value();
             }
         }
+        EXPECT_EQ(told, state ? gone : 0);
         std::erase_if(m_known, [](const auto& entry) { return !entry.second.ended && !entry.second.latest; });
         m_hasEnded = true;
         m_isUnfinished = false;

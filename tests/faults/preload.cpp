@@ -15,7 +15,8 @@
 //                vanish      it is removed (or moved away, when it is a directory)
 //                stop        the process is stopped until somebody continues it
 //                SIGn        the process sends itself the signal n, then the call goes on
-//   FAULT_FILE   only calls on paths that begin with this text count, and on descriptors of such files;
+//   FAULT_FILE   only calls on paths that begin with this text count, and on descriptors of such files; of a
+//                path below an open folder only the rest is seen, and its descriptor is not followed;
 //                malloc counts after the libraries are set up, since they need not survive a failure.
 //   FAULT_COUNT  a file that receives the numbers of calls at the end, one line per CALL, and a line of
 //                "peak" and the most KiB that were resident.
@@ -286,6 +287,19 @@ mode_t modeOf(int flags, va_list arguments)
     }
 FAULTS_OPEN(open)
 FAULTS_OPEN(open64)
+
+#define FAULTS_OPENAT(name)                                                         \
+    FAULTS_INTERPOSE int name(int dir, const char* path, int flags, ...)            \
+    {                                                                               \
+        static auto* const real = next(&name, #name);                               \
+        va_list arguments;                                                          \
+        va_start(arguments, flags);                                                 \
+        const mode_t mode = modeOf(flags, arguments);                               \
+        va_end(arguments);                                                          \
+        return isWatched(path) && fails(kOpen) ? -1 : real(dir, path, flags, mode); \
+    }
+FAULTS_OPENAT(openat)
+FAULTS_OPENAT(openat64)
 
 #define FAULTS_STAT(name, type)                                           \
     FAULTS_INTERPOSE int name(const char* path, struct type* status)      \

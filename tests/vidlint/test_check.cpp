@@ -7,11 +7,10 @@
 #include "tests/support/propertysettings.h"
 #include "tests/support/rawsamples.h"
 #include "tests/support/reporttext.h"
-#include "tests/support/writesamples.h"
 #include "tests/support/zmvbuilder.h"
 #include "tests/support/zmvsamples.h"
 #include "tests/vidlint/inputrunner.h"
-#include "tests/vidlint/zmvgenerator.h"
+#include "tests/vidlint/sampleinputs.h"
 #include "util/SRFileUtil.h"
 #include "vidlint/check.h"
 
@@ -26,7 +25,6 @@
 #include <memory>
 #include <new>
 #include <regex>
-#include <set>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -40,60 +38,6 @@ using vidlint::Cause;
 using vidlint::InputReport;
 using vidlint::Settings;
 using vidlint::Verdict;
-
-/// The samples of all kinds and the seeds, in a folder of their own.
-class Samples
-{
-public:
-    Samples()
-    {
-        writeSamples(dir.path());
-        for (const std::string folder : {"", "/faults"})
-            for (const auto& entry : fs::directory_iterator(dir.path() + folder))
-                if (entry.path().filename() != "faults")
-                    paths.push_back(entry.path());
-        // The seeds of the fuzzers, without their byte of options.
-        for (const std::string kind : {"mp4parser", "zmv"})
-            for (const auto& entry : fs::directory_iterator(SEEDS_DIR "/" + kind)) {
-                std::ifstream in(entry.path(), std::ios::binary);
-                const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-                const std::string name = entry.path().filename().string() + (kind == "zmv" ? ".zmv" : ".mp4");
-                dir.write(name, std::string_view(bytes).substr(1));
-                paths.push_back(dir.bytes(name));
-            }
-        std::sort(paths.begin(), paths.end());
-        paths.erase(std::unique(paths.begin(), paths.end()), paths.end());
-    }
-
-    /// The same with some bytes changed: the file, or one file of a recording.
-    void damage(unsigned count)
-    {
-        ZmvGenerator generator(propertySeed());
-        const std::vector<std::string> sound = paths;
-        std::error_code ignored;
-        for (unsigned i = 0; i < count; ++i) {
-            const std::string& from = sound[i % sound.size()];
-            if (!fs::is_regular_file(from, ignored) && !fs::is_directory(from, ignored))
-                continue;
-            const fs::path to =
-                dir.bytes("damaged" + std::to_string(i)) + fs::path(from).extension().string();
-            fs::copy(from, to, fs::copy_options::recursive);
-            fs::path file = to;
-            if (fs::is_directory(to)) {
-                std::set<fs::path> files(fs::directory_iterator(to), {});
-                if (files.empty())
-                    continue;
-                file = *std::next(files.begin(), generator.below(static_cast<unsigned>(files.size())));
-            }
-            const std::string name = fs::relative(file, dir.path());
-            dir.write(name, generator.damaged(dir.read(name)));
-            paths.push_back(to);
-        }
-    }
-
-    TempDir dir;
-    std::vector<std::string> paths;
-};
 
 /// Errors and, where vidlint shows them, warnings: a line each as in its report.
 std::string numbersOf(const InputReport& report)
@@ -127,7 +71,7 @@ std::string numbersInReport(const std::string& path, std::string_view options, b
 
 TEST(Check, SaysWhatTheProgramSays)
 {
-    Samples samples;
+    SampleInputs samples;
     samples.damage(static_cast<unsigned>(propertyCases(800)));
     for (const std::string& path : samples.paths) {
         const bool strict = path.find('5') != std::string::npos;
@@ -148,7 +92,7 @@ TEST(Check, SaysWhatTheProgramSays)
 
 TEST(Check, EightThreadsFindWhatOneFinds)
 {
-    Samples samples;
+    SampleInputs samples;
     samples.damage(200);
     Settings settings;
     settings.fixMetaData = settings.fixVideoStall = true;
@@ -187,7 +131,7 @@ bool hasNoOffset(const vidlint::Finding& finding)
 
 TEST(Check, FindingsHaveTheirPlace)
 {
-    const Samples samples;
+    const SampleInputs samples;
     for (const std::string& path : samples.paths) {
         const InputReport report = vidlint::check(path);
         for (const vidlint::Finding& finding : report.findings) {
@@ -353,7 +297,7 @@ TEST(Check, KeepsToItsLimits)
 
 TEST(Check, SurvivesWithoutMemory)
 {
-    const Samples samples;
+    const SampleInputs samples;
     for (const char* const name : {"/sound.zmv", "/fragments.mp4", "/recording", "/faults/18-cut.mp4"}) {
         const std::string path = samples.dir.path() + name;
         const std::string sound = reportText(vidlint::check(path));

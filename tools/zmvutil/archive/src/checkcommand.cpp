@@ -19,7 +19,7 @@ namespace archive {
 namespace {
 
 /// Handles signals and shows the progress on a thread of its own while it lives. The signals must be blocked
-/// in all threads.
+/// in all threads. The first one ends the run, the second one the process.
 class Attendant
 {
 public:
@@ -32,13 +32,17 @@ public:
     }
     Attendant(const Attendant&) = delete;
     Attendant& operator=(const Attendant&) = delete;
-    ~Attendant() = default;
+    ~Attendant()
+    {
+        if (m_thread.joinable())
+            (void)finish();
+    }
 
     /// Ends the thread. Returns the signal that ended the run; 0 for none.
     int finish()
     {
         m_thread.request_stop();
-        // Ends its wait.
+        // It need not wait for the end of its tick.
         ::pthread_kill(m_thread.native_handle(), SIGUSR1);
         m_thread.join();
         return m_ending;
@@ -50,14 +54,16 @@ private:
     void attend(const std::stop_token& stop)
     {
         constexpr timespec kTick{0, 200'000'000};
-        while (!stop.stop_requested()) {
-            const int signal = ::sigtimedwait(&m_signals, nullptr, &kTick);
+        constexpr timespec kNow{0, 0};
+        for (bool isLast = false;;) {
+            const int signal = ::sigtimedwait(&m_signals, nullptr, isLast ? &kNow : &kTick);
+            isLast = stop.stop_requested();
             m_run.flush();
             if (signal > 0 && signal != SIGUSR1)
                 end(signal);
-            else if (stop.stop_requested())
+            else if (isLast && signal < 0)
                 break;
-            else if (signal == SIGUSR1)
+            else if (!isLast && signal == SIGUSR1)
                 m_run.show(m_run.progressLine(kNoTerminal) + "\n");
             else if (m_showsProgress)
                 m_run.show("\r" + m_run.progressLine(columns() - 1) + "\x1b[K");
@@ -70,9 +76,21 @@ private:
     void end(int signal)
     {
         if (m_ending != 0)
-            ::_exit(128 + signal);
+            endProcess(signal);
         m_ending = signal;
         m_run.stop();
+    }
+    /// The state is left as after any other end of the process.
+    void endProcess(int signal) const
+    {
+        if (m_showsProgress)
+            m_run.show("\r\x1b[K");
+        (void)std::signal(signal, SIG_DFL);
+        sigset_t one;
+        ::sigemptyset(&one);
+        ::sigaddset(&one, signal);
+        ::pthread_sigmask(SIG_UNBLOCK, &one, nullptr);
+        (void)std::raise(signal);
     }
     static std::size_t columns()
     {
@@ -87,6 +105,20 @@ private:
     std::jthread m_thread;
 };
 
+/// SIGUSR1, and those that end the run unless they are ignored, as nohup and shells ask for.
+sigset_t handledSignals()
+{
+    sigset_t signals;
+    ::sigemptyset(&signals);
+    ::sigaddset(&signals, SIGUSR1);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction action = {};
+        if (::sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN)
+            ::sigaddset(&signals, signal);
+    }
+    return signals;
+}
+
 }  // namespace
 
 int runCheck(const std::vector<std::string>& arguments)
@@ -98,10 +130,7 @@ int runCheck(const std::vector<std::string>& arguments)
     if (!options->state.empty())
         (void)std::signal(SIGPIPE, SIG_IGN);
     options->settings.memory = std::make_shared<vidlint::MemoryQuota>(options->memory);
-    sigset_t signals;
-    ::sigemptyset(&signals);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGUSR1})
-        ::sigaddset(&signals, signal);
+    const sigset_t signals = handledSignals();
     ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 
     CheckRun run(*options);

@@ -5,6 +5,7 @@
 
 #include "tools/zmvutil/archive/src/commands.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
+#include "tools/zmvutil/archive/src/soonlock.h"
 #include "tools/zmvutil/archive/src/summarytext.h"
 #include "tools/zmvutil/archive/src/textformat.h"
 #include "tools/zmvutil/archive/src/version.h"
@@ -16,6 +17,7 @@
 #include <ctime>
 #include <limits>
 #include <new>
+#include <poll.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
@@ -99,8 +101,10 @@ int CheckRun::run()
 void CheckRun::beginState(const RunInfo& info)
 {
     m_state = std::make_unique<State>(m_options.state, State::Mode::kWrite);
-    if (const auto totals = m_state->totals())
+    if (const auto totals = m_state->totals()) {
+        m_hasLastRun = true;
         m_progress.expect(totals->inputs, totals->bytes);
+    }
     m_state->beginRun(info);
     // What is there but has no result is not gone.
     m_search.setSkipped(
@@ -150,7 +154,7 @@ bool CheckRun::checkFound(unsigned worker)
     }
     FoundInput found;
     {
-        const std::lock_guard lock(m_searchMutex);
+        const auto lock = lockSoon(m_searchMutex);
         if (!m_search.next(found))
             return false;
     }
@@ -164,7 +168,7 @@ bool CheckRun::checkDue(unsigned worker)
 {
     std::optional<FoundInput> found;
     {
-        const std::lock_guard lock(m_searchMutex);
+        const auto lock = lockSoon(m_searchMutex);
         found = m_state->nextDue(m_dueBefore);
         if (!found)
             return false;
@@ -276,7 +280,7 @@ void CheckRun::finish(const InputRecord& record)
     std::string text;
     if (isShown)
         text = m_options.isJson ? toJson(record) + "\n" : linesOf(record, m_hasColor);
-    const std::lock_guard lock(m_outputMutex);
+    const auto lock = lockSoon(m_outputMutex);
     m_summary.add(record);
     m_summary.failed = m_summary.failed.value_or(0) + m_options.failOn.matches(record);
     write(text);
@@ -302,20 +306,25 @@ void CheckRun::write(const std::string& text)
 
 void CheckRun::flush()
 {
-    const std::lock_guard lock(m_outputMutex);
-    std::fflush(stdout);
+    // What a pipe takes in one piece does not wait for its reader.
+    pollfd output = {STDOUT_FILENO, POLLOUT, 0};
+    const std::unique_lock lock(m_outputMutex, std::try_to_lock);
+    if (lock && ::poll(&output, 1, 0) == 1 && (output.revents & POLLOUT) != 0)
+        std::fflush(stdout);
 }
 
 void CheckRun::show(const std::string& text)
 {
-    const std::lock_guard lock(m_outputMutex);
-    std::fputs(m_lineStart, stderr);
+    // A thread whose output hangs has the lock.
+    const std::unique_lock lock(m_outputMutex, std::try_to_lock);
     std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 void CheckRun::warn(const std::string& sentence)
 {
-    show("vidlint-archive: " + escaped(sentence) + "\n");
+    const std::string text = m_lineStart + ("vidlint-archive: " + escaped(sentence) + "\n");
+    const std::lock_guard lock(m_outputMutex);
+    std::fwrite(text.data(), 1, text.size(), stderr);
 }
 
 /// The roots below which inputs that were not found are not gone.
@@ -341,7 +350,8 @@ int CheckRun::endRun()
     m_summary.search = m_search.counts();
     m_summary.complete = !m_cancel && !m_isCutOff;
     if (m_state && m_summary.complete)
-        m_state->endRun(keptRoots());
+        m_summary.byChange[static_cast<std::size_t>(Change::kGone)] = m_state->endRun(keptRoots());
+    m_summary.hasChanges = m_hasLastRun && m_summary.complete;
     if (m_options.isJson)
         print(summaryJson(m_summary) + "\n");
     else if (!m_options.isQuiet)

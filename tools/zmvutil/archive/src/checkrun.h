@@ -36,6 +36,8 @@ public:
     /// Ends the run soon.
     void stop() { m_cancel = true; }
     std::string progressLine(std::size_t width) const { return m_progress.line(width); }
+    // These two wait for nobody.
+
     /// Writes to the standard error, between what the run writes.
     void show(const std::string& text);
     /// Passes on the results that are there.
@@ -82,6 +84,7 @@ private:
     Turnstile m_memory;
     std::mutex m_outputMutex;
     Summary m_summary;
+    bool m_hasLastRun = false;  ///< to compare with
     bool m_hasLostRoot = false;
 };
 

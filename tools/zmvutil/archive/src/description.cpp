@@ -58,7 +58,7 @@ std::string headOf(const InputRecord& record, bool color)
         head += fmt::format(", {}", nameOf(*record.change));
     head += "\n";
     if (const std::string cause = causeText(report); !cause.empty())
-        head += "  " + tinted(cause, Tint::kStrong, color) + ": " + remedyOf(report.cause) + "\n";
+        head += "  " + tinted(cause, Tint::kStrong, color) + ": " + remedyOf(report) + "\n";
     return head;
 }
 

@@ -6,6 +6,7 @@
 #include "tools/zmvutil/archive/src/htmltext.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace archive {
 namespace {
@@ -13,6 +14,16 @@ namespace {
 constexpr std::string_view kFieldStart = "- **";
 constexpr std::string_view kFieldNameEnd = ":** ";
 constexpr std::string_view kContinuation = "  ";
+
+/// Says what a report fills in.
+void namePlaceholders(std::string& text)
+{
+    constexpr std::pair<const char*, const char*> kNames[] = {{"%s", "NAME"}, {"%x", "N"}};
+    for (const auto& [placeholder, name] : kNames)
+        for (std::size_t at = text.find(placeholder); at != std::string::npos;
+             at = text.find(placeholder, at))
+            text.replace(at, 2, name);
+}
 
 FaultPage parse(const FaultRow& row)
 {
@@ -31,6 +42,9 @@ FaultPage parse(const FaultRow& row)
             page.fields.back().second.append(" ").append(line.substr(kContinuation.size()));
         }
     }
+    for (auto& [name, words] : page.fields)
+        if (name == "Text")
+            namePlaceholders(words);
     return page;
 }
 

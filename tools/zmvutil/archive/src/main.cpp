@@ -5,11 +5,15 @@
 #include "tools/zmvutil/archive/src/options.h"
 #include "tools/zmvutil/archive/src/state.h"
 #include "tools/zmvutil/archive/src/textformat.h"
+#include "tools/zmvutil/archive/src/version.h"
 
+#include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <string>
 #include <string_view>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -23,13 +27,24 @@ constexpr std::string_view kUsage =
     "  why FILE...                  all about single inputs\n"
     "  explain [NUMBER]...          what findings mean\n"
     "\n"
-    "vidlint-archive COMMAND --help shows the options of a command.\n";
+    "vidlint-archive COMMAND --help shows the options of a command, vidlint-archive --version the version.\n";
 
 int fail(const char* sentence)
 {
     const std::string text = "vidlint-archive: " + archive::escaped(sentence) + "\n";
     std::fwrite(text.data(), 1, text.size(), stderr);
     return archive::kStatusUsage;
+}
+
+/// No file that is opened takes the place of a standard stream that is closed; using that one still fails. A
+/// file size limit becomes a failed write instead of a deadly signal.
+void prepareStandardStreams()
+{
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        if (::fcntl(fd, F_GETFD) < 0)
+            (void)::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+    (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int dispatch(const std::string& command, const std::vector<std::string>& arguments)
@@ -48,6 +63,10 @@ int dispatch(const std::string& command, const std::vector<std::string>& argumen
         std::fwrite(kUsage.data(), 1, kUsage.size(), stdout);
         return 0;
     }
+    if (command == "--version" || command == "-V") {
+        std::printf("vidlint-archive %s\n", archive::kVersion);
+        return 0;
+    }
     throw archive::UsageError("there is no command '" + command + "'; try vidlint-archive --help");
 }
 
@@ -55,6 +74,7 @@ int dispatch(const std::string& command, const std::vector<std::string>& argumen
 
 int main(int argc, char** argv)
 {
+    prepareStandardStreams();
     try {
         if (argc < 2) {
             std::fwrite(kUsage.data(), 1, kUsage.size(), stderr);

@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <initializer_list>
 #include <iostream>
 #include <string_view>
 #include <thread>
@@ -44,7 +45,7 @@ std::optional<Number> numberIn(std::string_view text)
 
 /// A number with the unit that its last character names; units are pairs of a character and a factor.
 template <std::size_t N>
-std::uint64_t withUnit(const std::string& text, const char* what,
+std::uint64_t withUnit(const std::string& text, const char* what, std::uint64_t most,
                        const std::pair<char, std::uint64_t> (&units)[N])
 {
     std::string_view digits = text;
@@ -57,7 +58,7 @@ std::uint64_t withUnit(const std::string& text, const char* what,
         }
     }
     const std::optional<std::uint64_t> number = numberIn<std::uint64_t>(digits);
-    if (!number || *number > static_cast<std::uint64_t>(INT64_MAX) / factor)
+    if (!number || *number > most / factor)
         throw UsageError("'" + text + "' is no " + what);
     return *number * factor;
 }
@@ -123,16 +124,44 @@ std::string canonical(const vidlint::Settings& settings)
     return text;
 }
 
-/// Parses into an app that knows its options. False when help was asked for.
-bool parse(CLI::App& app, const Words& arguments)
+/// The help of the library, with the usage as it is.
+void printHelp(const CLI::App& app, const std::string& usage)
 {
+    const CLI::Formatter& formatter = dynamic_cast<const CLI::Formatter&>(*app.get_formatter());
+    std::cout << "Usage: vidlint-archive " << usage << "\n"
+              << app.get_description() << "\n"
+              << formatter.make_positionals(&app) << formatter.make_groups(&app, CLI::AppFormatMode::Normal);
+}
+
+/// Parses into an app that knows its options. False when help was asked for.
+bool parse(CLI::App& app, const std::string& usage, const Words& arguments)
+{
+    constexpr std::size_t kColumn = 28;
+    app.set_help_flag("-h,--help", "show this help");
+    app.get_formatter()->column_width(kColumn);
+    app.get_formatter()->label("Positionals", "Arguments");
     // The library takes them from the last to the first.
     Words reversed(arguments.rbegin(), arguments.rend());
+    // It would also take a path in brackets for a list of several. No argument has a zero byte of its own.
+    for (std::string& word : reversed)
+        if (word.size() > 1 && word.front() == '[' && word.back() == ']')
+            word += '\0';
+    const auto restore = [](std::string word) {
+        if (!word.empty() && word.back() == '\0')
+            word.pop_back();
+        return word;
+    };
+    for (CLI::Option* const option : app.get_options())
+        option->transform(restore, "", "");
     try {
         app.parse(std::move(reversed));
+        for (const CLI::Option* const option : app.get_options())
+            if (const Words values = option->results();
+                std::find(values.begin(), values.end(), "") != values.end())
+                throw UsageError(option->get_name() + ": the value is empty");
         return true;
     } catch (const CLI::CallForHelp&) {
-        std::cout << app.help();
+        printHelp(app, usage);
         return false;
     } catch (const CLI::ParseError& error) {
         throw UsageError(error.what());
@@ -155,19 +184,127 @@ std::string labelOf(std::string path)
     return path;
 }
 
+/// Arguments of check that are read after all are known.
+struct CheckWords
+{
+    Words paths;
+    Words pairs;
+    std::string label, include, exclude, memory;
+    std::string format = "text", progress = "auto", color = "auto";
+    std::string failOn = kUsualSelection, minAge = "10m", shard = "1/1";
+    std::string recheckOlder, maxTime;
+    bool noDefaultExcludes = false;
+};
+
+/// An option with a value, which the help calls by that name.
+template <typename Value>
+CLI::Option* addText(CLI::App& app, const char* names, const char* valueName, Value& value, const char* help)
+{
+    return app.add_option(names, value, help)->type_name(valueName);
+}
+
+/// What stands on the command line without an option.
+void addArguments(CLI::App& app, const char* name, Words& words, const char* help)
+{
+    app.add_option(name, words, help)->type_name("");
+}
+
+void addSearchOptions(CLI::App& app, CheckOptions& options, CheckWords& words)
+{
+    addArguments(app, "PATH", words.paths, "files and folders");
+    addText(app, "--include", "GLOBS", words.include, "names of files, as in '*.mp4,*.mov'");
+    addText(app, "--exclude", "GLOBS", words.exclude, "names of files and folders that are left out");
+    app.add_flag("--no-default-excludes", words.noDefaultExcludes,
+                 "search ._* *.part .snapshot ~snapshot .zfs too");
+    addText(app, "--files0-from", "FILE", options.search.filesFrom,
+            "take paths from FILE, each ended by a zero byte; - for the standard input");
+    app.add_flag("--one-file-system", options.search.staysOnFileSystem,
+                 "stay on the file system of each PATH");
+    addText(app, "--min-age", "TIME", words.minAge,
+            "skip what has changed in the last TIME, as in 30s, 10m, 2h (default: 10m)");
+    addText(app, "--shard", "K/N", words.shard, "take the inputs of shard K of N only, as in 1/8");
+}
+
+void addStateOptions(CLI::App& app, CheckOptions& options, CheckWords& words)
+{
+    addText(app, "--state", "FILE", options.state,
+            "keep the results in FILE, and check only what has changed");
+    addText(app, "--label", "NAME", words.label, "name of the PATH in the state (default: the PATH)");
+    app.add_flag("--recheck", options.rechecksAll, "check unchanged inputs too");
+    addText(app, "--recheck-older", "TIME", words.recheckOlder,
+            "check unchanged inputs too whose last check is older, as in 90d");
+    addText(app, "--max-time", "TIME", words.maxTime,
+            "begin no check after TIME, as in 2h; the oldest results are renewed first");
+}
+
+void addOutputOptions(CLI::App& app, CheckOptions& options, CheckWords& words)
+{
+    addText(app, "--format", "FORMAT", words.format, "text or jsonl (default: text)");
+    app.add_flag("--new", options.onlyNew, "print only what is new since the last run");
+    app.add_flag("-q,--quiet", options.isQuiet, "print no results");
+    addText(app, "--fail-on", "SET", words.failOn,
+            "what gives status 1: causes, numbers, error, warning, dropped-track or none");
+    addText(app, "--progress", "WHEN", words.progress, "auto (on a terminal), always or never");
+    addText(app, "--color", "WHEN", words.color, "auto (on a terminal), always or never");
+}
+
+void addSettings(CLI::App& app, CheckOptions& options, CheckWords& words)
+{
+    addText(app, "-j,--jobs", "N", options.threads, "checks at a time, 1 to 1024 (default: processors)");
+    addText(app, "--io", "N", options.openInputs,
+            "inputs opened at a time (default: 1 on disks that turn, else as --jobs)");
+    addText(app, "--memory", "SIZE", words.memory,
+            "what all checks may take together, as in 512M, 2G (default: half of the machine's)");
+    addText(app, "--set", "KEY=VALUE", words.pairs, "a setting of the server; may be given several times")
+        ->expected(1)
+        ->allow_extra_args(false);
+    addText(app, "--duration-margin", "SECONDS", options.settings.durationMargin,
+            "by which metadata may be wrong (default: 2)");
+    app.add_flag("--warnings-as-errors", options.settings.warningsAsErrors,
+                 "warnings make ZMV files and recordings invalid");
+}
+
+void checkWord(const std::string& word, std::initializer_list<const char*> allowed)
+{
+    if (std::find(allowed.begin(), allowed.end(), word) != allowed.end())
+        return;
+    std::string text = "'" + word + "' is none of";
+    for (const char* const each : allowed)
+        text += std::string(each == *allowed.begin() ? " " : ", ") + each;
+    throw UsageError(text);
+}
+
+void applyPaths(const CheckWords& words, CheckOptions& options)
+{
+    constexpr unsigned kMostJobs = 1024;
+    if (words.paths.empty() && options.search.filesFrom.empty())
+        throw UsageError("no PATH was given");
+    if (!words.label.empty() && words.paths.size() != 1)
+        throw UsageError("--label needs exactly one PATH");
+    if (options.threads < 1 || options.threads > kMostJobs)
+        throw UsageError("--jobs is a number from 1 to " + std::to_string(kMostJobs));
+    checkWord(words.format, {"text", "jsonl"});
+    std::set<std::string> labels;
+    for (const std::string& path : words.paths)
+        if (labels.insert(labelOf(path)).second)
+            options.search.roots.push_back({path, words.label.empty() ? labelOf(path) : words.label});
+}
+
 }  // namespace
 
 std::chrono::seconds parseDuration(const std::string& text)
 {
     constexpr std::pair<char, std::uint64_t> kUnits[] = {{'s', 1}, {'m', 60}, {'h', 3600}, {'d', 86400}};
-    return std::chrono::seconds(withUnit(text, "time (as in 30s, 10m, 2h, 90d)", kUnits));
+    // A hundred years, which nanoseconds can count.
+    constexpr std::uint64_t kMost = std::uint64_t{36525} * 86400;
+    return std::chrono::seconds(withUnit(text, "time (as in 30s, 10m, 2h, 90d)", kMost, kUnits));
 }
 
 std::uint64_t parseSize(const std::string& text)
 {
     constexpr std::pair<char, std::uint64_t> kUnits[] = {
         {'K', 1U << 10}, {'M', 1U << 20}, {'G', 1U << 30}, {'T', std::uint64_t{1} << 40}};
-    return withUnit(text, "size (as in 512M, 2G)", kUnits);
+    return withUnit(text, "size (as in 512M, 2G)", INT64_MAX, kUnits);
 }
 
 FailOn parseSelection(const std::string& text)
@@ -217,78 +354,33 @@ bool FailOn::matches(const InputRecord& record) const
 std::optional<CheckOptions> parseCheck(const Words& arguments)
 {
     CheckOptions options;
-    Words paths;
-    Words pairs;
-    std::string label, include, exclude, memory, format = "text", progress = "auto", color = "auto";
-    std::string failOn = kUsualSelection, minAge = "10m", shard = "1/1";
-    std::string recheckOlder, maxTime;
-    bool noDefaultExcludes = false;
+    CheckWords words;
     options.threads = std::max(1U, std::thread::hardware_concurrency());
-
-    CLI::App app("Searches folders for media files, checks them, and prints what is wrong.",
-                 "vidlint-archive check");
-    app.add_option("PATH", paths, "files and folders");
-    app.add_option("-j,--jobs", options.threads, "checks at a time (default: processors)")
-        ->check(CLI::Range(1, 1024));
-    app.add_option("--io", options.openInputs, "inputs opened at a time (default: 1 on disks that turn)");
-    app.add_option("--memory", memory, "memory of all checks together, as in 2G (default: half of it)");
-    app.add_option("--state", options.state, "file that keeps the results");
-    app.add_option("--label", label, "name of the PATH in the state (default: the PATH)");
-    app.add_option("--include", include, "names of files, as in '*.mp4,*.mov'");
-    app.add_option("--exclude", exclude, "names of files and folders that are left out");
-    app.add_option("--files0-from", options.search.filesFrom,
-                   "file of paths ended by zeros; - for standard input");
-    app.add_flag("--one-file-system", options.search.staysOnFileSystem,
-                 "stay on the file system of each PATH");
-    app.add_flag("--no-default-excludes", noDefaultExcludes,
-                 "search ._* *.part .snapshot ~snapshot .zfs too");
-    app.add_option("--min-age", minAge, "skip files younger than this (default: 10m)");
-    app.add_option("--shard", shard, "take the inputs of shard K of N only, as in 1/8");
-    app.add_option("--format", format, "text or jsonl")->check(CLI::IsMember({"text", "jsonl"}));
-    app.add_flag("--new", options.onlyNew, "print only what is new since the last run");
-    app.add_option("--fail-on", failOn,
-                   "causes, numbers, error, warning, dropped-track or none that give status 1");
-    app.add_option("--set", pairs, "KEY=VALUE, a setting of the server")
-        ->expected(1)
-        ->allow_extra_args(false);
-    app.add_option("--duration-margin", options.settings.durationMargin,
-                   "seconds by which metadata may be wrong");
-    app.add_flag("--warnings-as-errors", options.settings.warningsAsErrors,
-                 "warnings make ZMV files and recordings invalid");
-    app.add_flag("--recheck", options.rechecksAll, "check unchanged inputs too");
-    app.add_option("--recheck-older", recheckOlder, "check unchanged inputs whose check is older, as in 90d");
-    app.add_option("--max-time", maxTime, "begin no check after this time, as in 2h");
-    app.add_option("--progress", progress, "auto, always or never");
-    app.add_option("--color", color, "auto, always or never");
-    app.add_flag("-q,--quiet", options.isQuiet, "print no findings, only the status tells");
-    if (!parse(app, arguments))
+    CLI::App app("Searches folders for media files, checks them, and prints what is wrong.");
+    addSearchOptions(app, options, words);
+    addStateOptions(app, options, words);
+    addOutputOptions(app, options, words);
+    addSettings(app, options, words);
+    if (!parse(app, "check [OPTION]... PATH...", arguments))
         return std::nullopt;
-
-    if (paths.empty() && options.search.filesFrom.empty())
-        throw UsageError("no PATH was given");
-    if (!label.empty() && paths.size() != 1)
-        throw UsageError("--label needs exactly one PATH");
-    std::set<std::string> labels;
-    for (const std::string& path : paths)
-        if (labels.insert(labelOf(path)).second)
-            options.search.roots.push_back({path, label.empty() ? labelOf(path) : label});
-    options.search.include = split(include, ',');
-    options.search.exclude = split(exclude, ',');
-    options.search.usesDefaultExcludes = !noDefaultExcludes;
-    options.search.minAgeNs = parseDuration(minAge).count() * 1'000'000'000LL;
-    parseShard(shard, options.search);
-    options.memory = memory.empty() ? usualMemory() : parseSize(memory);
-    options.isJson = format == "jsonl";
-    options.progress = parseWhen(progress);
-    options.color = parseWhen(color);
-    options.failOn = parseSelection(failOn);
-    if (!recheckOlder.empty())
-        options.recheckOlder = parseDuration(recheckOlder);
-    if (!maxTime.empty())
-        options.maxTime = parseDuration(maxTime);
+    applyPaths(words, options);
+    options.search.include = split(words.include, ',');
+    options.search.exclude = split(words.exclude, ',');
+    options.search.usesDefaultExcludes = !words.noDefaultExcludes;
+    options.search.minAgeNs = std::chrono::nanoseconds(parseDuration(words.minAge)).count();
+    parseShard(words.shard, options.search);
+    options.memory = words.memory.empty() ? usualMemory() : parseSize(words.memory);
+    options.isJson = words.format == "jsonl";
+    options.progress = parseWhen(words.progress);
+    options.color = parseWhen(words.color);
+    options.failOn = parseSelection(words.failOn);
+    if (!words.recheckOlder.empty())
+        options.recheckOlder = parseDuration(words.recheckOlder);
+    if (!words.maxTime.empty())
+        options.maxTime = parseDuration(words.maxTime);
     if (options.state.empty() && (options.onlyNew || options.recheckOlder))
         throw UsageError("--new and --recheck-older need a --state");
-    applySettings(pairs, options);
+    applySettings(words.pairs, options);
     options.settingsText = canonical(options.settings);
     return options;
 }
@@ -297,14 +389,16 @@ std::optional<ListOptions> parseList(const Words& arguments)
 {
     ListOptions options;
     std::string selection = kUsualSelection;
-    CLI::App app("Prints the paths of inputs in states.", "vidlint-archive list");
-    app.add_option("STATE", options.states, "state files")->required();
-    app.add_option("--cause", selection,
-                   "causes, numbers, error, warning, dropped-track (default: error,cut-short,dropped-track)");
+    CLI::App app("Prints the paths of inputs that have something wrong, from the states of check.");
+    addArguments(app, "STATE", options.states, "files that check --state made");
+    addText(app, "--cause", "SET", selection,
+            "causes, numbers, error, warning, dropped-track (default: as check --fail-on)");
     app.add_flag("--new", options.onlyNew, "only what is new since the run before");
     app.add_flag("-0,--null", options.endsWithZero, "end each path with a zero byte, unescaped");
-    if (!parse(app, arguments))
+    if (!parse(app, "list [OPTION]... STATE...", arguments))
         return std::nullopt;
+    if (options.states.empty())
+        throw UsageError("no STATE was given");
     options.selection = parseSelection(selection);
     return options;
 }
@@ -312,26 +406,38 @@ std::optional<ListOptions> parseList(const Words& arguments)
 std::optional<ReportOptions> parseReport(const Words& arguments)
 {
     ReportOptions options;
-    CLI::App app("Prints the results in states.", "vidlint-archive report");
-    app.add_option("STATE", options.states, "state files")->required();
-    app.add_option("--format", options.format, "text, jsonl, csv or html")
-        ->check(CLI::IsMember({"text", "jsonl", "csv", "html"}));
-    if (!parse(app, arguments))
+    CLI::App app("Prints the results that the states of check hold.");
+    addArguments(app, "STATE", options.states, "files that check --state made");
+    addText(app, "--format", "FORMAT", options.format, "text, jsonl, csv or html (default: text)");
+    if (!parse(app, "report [OPTION]... STATE...", arguments))
         return std::nullopt;
+    if (options.states.empty())
+        throw UsageError("no STATE was given");
+    checkWord(options.format, {"text", "jsonl", "csv", "html"});
     return options;
 }
 
-std::optional<Words> parseWords(const std::string& command, const std::string& word, std::size_t least,
-                                const Words& arguments)
+std::optional<Words> parseFiles(const Words& arguments)
 {
-    Words words;
-    CLI::App app("", "vidlint-archive " + command);
-    app.add_option(word, words);
-    if (!parse(app, arguments))
+    Words files;
+    CLI::App app(
+        "Tells all about single inputs: tracks, what plays until when, each finding and its remedy.");
+    addArguments(app, "FILE", files, "media files and folders with recordings");
+    if (!parse(app, "why FILE...", arguments))
         return std::nullopt;
-    if (words.size() < least)
-        throw UsageError("no " + word + " was given");
-    return words;
+    if (files.empty())
+        throw UsageError("no FILE was given");
+    return files;
+}
+
+std::optional<Words> parseNumbers(const Words& arguments)
+{
+    Words numbers;
+    CLI::App app("Tells what findings mean, what a player does then, and how to repair it.");
+    addArguments(app, "NUMBER", numbers, "numbers as reports show them; all when none is given");
+    if (!parse(app, "explain [NUMBER]...", arguments))
+        return std::nullopt;
+    return numbers;
 }
 
 }  // namespace archive

@@ -90,10 +90,10 @@ struct ReportOptions
 std::optional<CheckOptions> parseCheck(const std::vector<std::string>& arguments);
 std::optional<ListOptions> parseList(const std::vector<std::string>& arguments);
 std::optional<ReportOptions> parseReport(const std::vector<std::string>& arguments);
-/// The words of `why` and `explain`: at least least of them.
-std::optional<std::vector<std::string>> parseWords(const std::string& command, const std::string& word,
-                                                   std::size_t least,
-                                                   const std::vector<std::string>& arguments);
+/// The files of `why`, at least one.
+std::optional<std::vector<std::string>> parseFiles(const std::vector<std::string>& arguments);
+/// The words of `explain`, which may be none.
+std::optional<std::vector<std::string>> parseNumbers(const std::vector<std::string>& arguments);
 
 /// "error,cut-short,-18" as a set. Throws UsageError.
 FailOn parseSelection(const std::string& text);

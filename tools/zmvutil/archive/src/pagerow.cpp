@@ -103,7 +103,7 @@ std::string pageRow(const InputRecord& record)
     out.field("kind", nameOf(report.kind));
     out.field("verdict", record.crashed ? "crashed" : nameOf(report.verdict));
     out.field("cause", record.crashed ? "crashed" : nameOf(report.cause));
-    out.field("hint", record.crashed ? "its check ended the process twice" : remedyOf(report.cause));
+    out.field("hint", record.crashed ? "its check ended the process twice" : remedyOf(report));
     if (const std::string cause = causeText(report); !cause.empty())
         out.field("causeText", cause);
     if (record.change)

@@ -3,6 +3,7 @@
 
 #include "tools/zmvutil/archive/src/progress.h"
 
+#include "tools/zmvutil/archive/src/soonlock.h"
 #include "tools/zmvutil/archive/src/textformat.h"
 
 #include <algorithm>
@@ -48,27 +49,27 @@ Progress::Progress(unsigned workers) : m_workers(workers) {}
 
 void Progress::begin(unsigned worker, const std::string& path)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = lockSoon(m_mutex);
     m_workers[worker] = {true, path, 0, Clock::now()};
 }
 
 void Progress::end(unsigned worker)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = lockSoon(m_mutex);
     m_workers[worker].isBusy = false;
     ++m_inputs;
 }
 
 void Progress::skip(std::uint64_t bytes)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = lockSoon(m_mutex);
     ++m_inputs;
     m_skippedBytes += bytes;
 }
 
 void Progress::advance(unsigned worker, long long done)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = lockSoon(m_mutex);
     Worker& mine = m_workers[worker];
     if (done <= mine.done)
         return;
@@ -79,14 +80,14 @@ void Progress::advance(unsigned worker, long long done)
 
 void Progress::expect(std::uint64_t inputs, std::uint64_t bytes)
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = lockSoon(m_mutex);
     m_expectedInputs = inputs;
     m_expectedBytes = bytes;
 }
 
 std::string Progress::line(std::size_t width) const
 {
-    const std::lock_guard lock(m_mutex);
+    const auto lock = lockSoon(m_mutex);
     const Clock::time_point now = Clock::now();
     const double seconds = std::chrono::duration<double>(now - m_start).count();
     std::string text = fmt::format("{} inputs, {}, {}/s", m_inputs, sizeText(static_cast<double>(m_bytes)),
@@ -104,8 +105,12 @@ std::string Progress::line(std::size_t width) const
         const bool isStalled = now - worker.moved > kStalledAfter;
         text += (isStalled ? "; stalled: " : "; ") + nameOf(worker.path);
     }
-    if (text.size() > width)
+    if (text.size() > width) {
+        // Not within a character of UTF-8.
+        while (width > 0 && (static_cast<unsigned char>(text[width]) & 0xC0) == 0x80)
+            --width;
         text.resize(width);
+    }
     return text;
 }
 

@@ -4,6 +4,7 @@
 #include "tools/zmvutil/archive/src/commands.h"
 #include "tools/zmvutil/archive/src/csvformat.h"
 #include "tools/zmvutil/archive/src/faultspage.h"
+#include "tools/zmvutil/archive/src/folder.h"
 #include "tools/zmvutil/archive/src/htmlreport.h"
 #include "tools/zmvutil/archive/src/options.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
@@ -18,6 +19,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fcntl.h>
 #include <iostream>
 #include <unistd.h>
 
@@ -33,6 +35,7 @@ void put(const std::string& text)
 int finish(const std::vector<std::string>& problems)
 {
     std::cout.flush();
+    // A write that failed earlier leaves nothing to flush.
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0 || !std::cout)
         throw StateError("the results cannot be written");
     for (const std::string& problem : problems) {
@@ -40,6 +43,14 @@ int finish(const std::vector<std::string>& problems)
         std::fwrite(line.data(), 1, line.size(), stderr);
     }
     return problems.empty() ? kStatusFine : kStatusUsage;
+}
+
+/// Whether the path is a folder that vidlint would take for a recording, and that looks like none.
+bool isOtherFolder(const std::string& path)
+{
+    Folder folder;
+    return folder.open(AT_FDCWD, path.c_str(), true) && folder.read(makeNameFilter({}, {}, true)) == 0 &&
+           !folder.isRecording();
 }
 
 bool isOnTerminal()
@@ -122,13 +133,18 @@ int runReport(const std::vector<std::string>& arguments)
 
 int runWhy(const std::vector<std::string>& arguments)
 {
-    const auto paths = parseWords("why", "FILE", 1, arguments);
+    const auto paths = parseFiles(arguments);
     if (!paths)
         return 0;
     const FailOn failOn = parseSelection(kUsualSelection);
+    std::vector<std::string> problems;
     bool isFound = false;
     bool isUnreadable = false;
     for (const std::string& path : *paths) {
+        if (isOtherFolder(path)) {
+            problems.push_back(path + ": the folder is no recording; vidlint-archive check searches folders");
+            continue;
+        }
         InputRecord record;
         record.root = record.report.path = path;
         record.report = vidlint::check(path);
@@ -136,7 +152,8 @@ int runWhy(const std::vector<std::string>& arguments)
         isUnreadable |= record.report.unreadable;
         put(describe(record, isOnTerminal()));
     }
-    finish({});
+    if (const int status = finish(problems); status != kStatusFine)
+        return status;
     if (isFound)
         return kStatusFound;
     return isUnreadable ? kStatusUnreadable : kStatusFine;
@@ -150,7 +167,7 @@ int runExplain(const std::vector<std::string>& arguments)
         if (word.size() > 1 && word[0] == '-' && word.find_first_not_of("0123456789", 1) == std::string::npos)
             word.erase(0, 1);
     const bool color = isOnTerminal();
-    const auto numbers = parseWords("explain", "NUMBER", 0, words);
+    const auto numbers = parseNumbers(words);
     if (!numbers)
         return 0;
     if (numbers->empty()) {

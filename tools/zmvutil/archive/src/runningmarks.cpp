@@ -3,6 +3,7 @@
 
 #include "tools/zmvutil/archive/src/runningmarks.h"
 
+#include "tools/zmvutil/archive/src/soonlock.h"
 #include "tools/zmvutil/archive/src/stateerror.h"
 
 #include <algorithm>
@@ -122,8 +123,9 @@ bool RunningMarks::isInPlace() const
     struct stat named
     {
     };
-    return ::fstat(m_fd, &opened) == 0 && ::lstat(m_path.c_str(), &named) == 0 &&
-           opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+    if (::fstat(m_fd, &opened) != 0 || (::lstat(m_path.c_str(), &named) != 0 && errno != ENOENT))
+        fail("the state cannot be locked", errno);
+    return opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
 }
 
 std::vector<RunningMarks::Mark> RunningMarks::takeLeft()
@@ -152,7 +154,6 @@ std::vector<RunningMarks::Mark> RunningMarks::takeLeft()
 
 void RunningMarks::add(const std::string& root, const std::string& name, const InputStamp& stamp)
 {
-    auto slot = std::find_if(m_slots.begin(), m_slots.end(), [](const Key& key) { return !key.isUsed; });
     Header header;
     header.isUsed = 1;
     header.rootSize = static_cast<std::uint32_t>(root.size());
@@ -161,6 +162,8 @@ void RunningMarks::add(const std::string& root, const std::string& name, const I
     std::string bytes(reinterpret_cast<const char*>(&header), sizeof header);
     bytes += root;
     bytes += name;
+    const auto lock = lockSoon(m_mutex);
+    auto slot = std::find_if(m_slots.begin(), m_slots.end(), [](const Key& key) { return !key.isUsed; });
     if (bytes.size() > kSlotSize || (slot == m_slots.end() && m_slots.size() == kMaxSlots))
         return;
     if (slot == m_slots.end())
@@ -174,6 +177,7 @@ void RunningMarks::add(const std::string& root, const std::string& name, const I
 
 bool RunningMarks::remove(const std::string& root, const std::string& name)
 {
+    const auto lock = lockSoon(m_mutex);
     const auto slot = std::find_if(m_slots.begin(), m_slots.end(), [&](const Key& key) {
         return key.isUsed && key.root == root && key.name == name;
     });

@@ -6,6 +6,7 @@
 #include "tools/zmvutil/archive/src/inputrecord.h"
 
 #include <cstddef>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,8 @@ namespace archive {
 /// inputs that are being checked, so that the next process learns which ones were when this one died.
 ///
 /// A mark is written by one system call and not synchronised: it outlives the process, but not the system.
-/// The file is removed with the object. Everything throws StateError. For one thread at a time.
+/// The file is removed with the object. Everything throws StateError. add and remove may be called from any
+/// thread, the rest is for one at a time.
 class RunningMarks
 {
 public:
@@ -59,6 +61,7 @@ private:
     const std::string m_path;
     int m_fd = -1;
     bool m_hasLeft = false;
+    std::mutex m_mutex;        ///< of the slots
     std::vector<Key> m_slots;  ///< slot i stands at i times its size in the file
 };
 

@@ -7,6 +7,7 @@
 #include "tools/zmvutil/archive/src/outcome.h"
 #include "tools/zmvutil/archive/src/recordjson.h"
 #include "tools/zmvutil/archive/src/runningmarks.h"
+#include "tools/zmvutil/archive/src/soonlock.h"
 #include "tools/zmvutil/archive/src/statefile.h"
 #include "tools/zmvutil/archive/src/statelist.h"
 #include "tools/zmvutil/archive/src/statetables.h"
@@ -70,7 +71,7 @@ public:
     void store(InputRecord& record, const InputStamp& stamp);
     void dropInput(const std::string& root, const std::string& name);
     std::uint64_t knownBelow(const std::string& root);
-    void endRun(const std::vector<std::string>& keptRoots);
+    std::uint64_t endRun(const std::vector<std::string>& keptRoots);
     RunInfo lastRun();
     bool hasUnfinishedRun();
     std::optional<Totals> totals();
@@ -78,6 +79,10 @@ public:
 
 private:
     using Lock = std::unique_lock<std::mutex>;
+
+    template <typename Function>
+    void marking(Function function);
+    bool admit(const std::string& root, const std::string& name, const InputStamp& stamp);
 
     // All with the mutex held.
     template <typename Function>
@@ -91,10 +96,11 @@ private:
     void see(StoredInput& input, const InputStamp& stamp);
     bool readReusable(const std::string& root, const std::string& name, const InputStamp& stamp,
                       std::string& line, Change& change);
-    Change storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view line);
+    Change storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view outcome,
+                     std::string_view line);
     std::optional<Change> changeOf(const std::optional<StoredInput>& known, std::string_view outcome);
     void dropResult(const std::string& root, const std::string& name);
-    void finishMark(const std::string& root, const std::string& name, bool isCrashed);
+    void finishSuspect(const std::string& root, const std::string& name, bool isCrashed);
 
     const std::string m_path;
     std::optional<RunningMarks> m_marks;  ///< before the database: nobody else writes while it closes
@@ -195,7 +201,7 @@ void State::Impl::commit()
 
 void State::Impl::commitLoop(const std::stop_token& stop)
 {
-    Lock lock(m_mutex);
+    Lock lock = lockSoon(m_mutex);
     while (!stop.stop_requested()) {
         m_opened.wait(lock, stop, [this] { return m_isOpen && m_failure.empty(); });
         m_opened.wait_until(lock, stop, m_commitAt, [this] { return !m_isOpen; });
@@ -212,7 +218,7 @@ void State::Impl::commitLoop(const std::stop_token& stop)
 
 void State::Impl::beginRun(const RunInfo& info)
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     writing([&] {
         commit();
         beginWriting(*m_database, m_path);
@@ -254,7 +260,7 @@ std::optional<InputRecord> State::Impl::reuse(const std::string& root, const std
     std::string line;
     Change change = Change::kSame;
     {
-        const Lock lock(m_mutex);
+        const Lock lock = lockSoon(m_mutex);
         const bool isFound = writing([&] {
             if (!readReusable(root, name, stamp, line, change))
                 return false;
@@ -309,7 +315,7 @@ bool State::Impl::readReusable(const std::string& root, const std::string& name,
 
 bool State::Impl::isOlder(const std::string& root, const std::string& name, std::int64_t time)
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     throwIfFailed();
     const auto rootId = m_tables->findRoot(root);
     const auto input = rootId ? m_tables->find(*rootId, name) : std::nullopt;
@@ -322,7 +328,7 @@ bool State::Impl::isOlder(const std::string& root, const std::string& name, std:
 
 std::optional<FoundInput> State::Impl::nextDue(std::int64_t time)
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     return writing([&] {
         if (!m_due)
             m_due.emplace(*m_database, m_run->id, time);
@@ -330,11 +336,25 @@ std::optional<FoundInput> State::Impl::nextDue(std::int64_t time)
     });
 }
 
-bool State::Impl::beginInput(const std::string& root, const std::string& name, const InputStamp& stamp)
+/// Changes the marks, which have a lock of their own.
+template <typename Function>
+void State::Impl::marking(Function function)
 {
-    Lock lock(m_mutex);
+    try {
+        function();
+    } catch (const StateError& error) {
+        const Lock lock = lockSoon(m_mutex);
+        fail(error.what());
+        throw;
+    }
+}
+
+/// False for an input that has ended the process too often. Of others that have, one is admitted at a time.
+bool State::Impl::admit(const std::string& root, const std::string& name, const InputStamp& stamp)
+{
+    Lock lock = lockSoon(m_mutex);
     return writing([&] {
-        const auto rootId = m_hasCrashes ? m_tables->findRoot(root) : std::nullopt;
+        const auto rootId = m_tables->findRoot(root);
         const int crashes = rootId ? m_tables->crashesOf(*rootId, name, m_run->plan, stamp) : 0;
         if (crashes >= kMaxCrashes)
             return false;
@@ -343,29 +363,40 @@ bool State::Impl::beginInput(const std::string& root, const std::string& name, c
             throwIfFailed();
             m_suspect.emplace(root, name);
         }
-        m_marks->add(root, name, stamp);
         return true;
     });
+}
+
+bool State::Impl::beginInput(const std::string& root, const std::string& name, const InputStamp& stamp)
+{
+    if (m_hasCrashes && !admit(root, name, stamp))
+        return false;
+    marking([&] { m_marks->add(root, name, stamp); });
+    return true;
 }
 
 void State::Impl::store(InputRecord& record, const InputStamp& stamp)
 {
     const bool hasPrefix = prefixOf(record.report.path, record.name).has_value();
     const std::string line = hasPrefix ? resultJson(record) : toJson(record);
-    const Lock lock(m_mutex);
-    writing([&] {
-        record.change = storeLine(record, stamp, line);
-        finishMark(record.root, record.name, record.crashed);
-    });
+    const std::string outcome = outcomeOf(record);
+    {
+        const Lock lock = lockSoon(m_mutex);
+        writing([&] {
+            record.change = storeLine(record, stamp, outcome, line);
+            finishSuspect(record.root, record.name, record.crashed);
+        });
+    }
+    marking([&] { m_marks->remove(record.root, record.name); });
 }
 
-Change State::Impl::storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view line)
+Change State::Impl::storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view outcome,
+                              std::string_view line)
 {
     openTransaction();
     const std::int64_t root = m_tables->addRoot(record.root);
     if (const auto prefix = prefixOf(record.report.path, record.name))
         m_tables->setPrefix(record.root, *prefix);
-    const std::string outcome = outcomeOf(record);
     const auto known = m_tables->find(root, record.name);
     const Change change = changeOf(known, outcome).value_or(Change::kNew);
 
@@ -397,11 +428,14 @@ std::optional<Change> State::Impl::changeOf(const std::optional<StoredInput>& kn
 
 void State::Impl::dropInput(const std::string& root, const std::string& name)
 {
-    const Lock lock(m_mutex);
-    writing([&] {
-        dropResult(root, name);
-        finishMark(root, name, false);
-    });
+    {
+        const Lock lock = lockSoon(m_mutex);
+        writing([&] {
+            dropResult(root, name);
+            finishSuspect(root, name, false);
+        });
+    }
+    marking([&] { m_marks->remove(root, name); });
 }
 
 void State::Impl::dropResult(const std::string& root, const std::string& name)
@@ -425,9 +459,8 @@ void State::Impl::dropResult(const std::string& root, const std::string& name)
 }
 
 /// The process has outlived the check of the input.
-void State::Impl::finishMark(const std::string& root, const std::string& name, bool isCrashed)
+void State::Impl::finishSuspect(const std::string& root, const std::string& name, bool isCrashed)
 {
-    m_marks->remove(root, name);
     if (m_suspect && m_suspect->first == root && m_suspect->second == name) {
         m_suspect.reset();
         m_suspectDone.notify_one();
@@ -442,7 +475,7 @@ void State::Impl::finishMark(const std::string& root, const std::string& name, b
 
 std::uint64_t State::Impl::knownBelow(const std::string& root)
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     throwIfFailed();
     const auto rootId = m_tables->findRoot(root);
     if (!rootId)
@@ -451,27 +484,29 @@ std::uint64_t State::Impl::knownBelow(const std::string& root)
                  : m_tables->countKnown(*rootId, 1, 1);
 }
 
-void State::Impl::endRun(const std::vector<std::string>& keptRoots)
+std::uint64_t State::Impl::endRun(const std::vector<std::string>& keptRoots)
 {
-    const Lock lock(m_mutex);
-    writing([&] {
+    const Lock lock = lockSoon(m_mutex);
+    return writing([&] {
+        std::uint64_t gone = 0;
         openTransaction();
         for (const std::string& label : m_run->info.roots) {
             const bool isKept = std::find(keptRoots.begin(), keptRoots.end(), label) != keptRoots.end();
             if (const auto root = isKept ? std::nullopt : m_tables->findRoot(label))
-                m_tables->endRoot(*root, *m_run);
+                gone += m_tables->endRoot(*root, *m_run);
         }
         m_tables->endRun(*m_run, m_totals.inputs, m_totals.bytes);
         commit();
         m_run.reset();
         m_due.reset();
         endWriting(*m_database);
+        return gone;
     });
 }
 
 RunInfo State::Impl::lastRun()
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     auto run = m_tables->lastEnded();
     if (!run)
         throw StateError(m_path + ": no run has ended yet");
@@ -480,13 +515,13 @@ RunInfo State::Impl::lastRun()
 
 bool State::Impl::hasUnfinishedRun()
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     return m_tables->unfinishedPlan().has_value();
 }
 
 std::optional<State::Totals> State::Impl::totals()
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     std::optional<std::int64_t> inputs;
     std::optional<std::int64_t> bytes;
     m_tables->totalsOfLast(inputs, bytes);
@@ -497,7 +532,7 @@ std::optional<State::Totals> State::Impl::totals()
 
 void State::Impl::forEach(const std::function<bool(const InputRecord&)>& function)
 {
-    const Lock lock(m_mutex);
+    const Lock lock = lockSoon(m_mutex);
     listInputs(*m_database, function);
 }
 
@@ -546,9 +581,9 @@ std::uint64_t State::knownBelow(const std::string& root)
     return m_impl->knownBelow(root);
 }
 
-void State::endRun(const std::vector<std::string>& keptRoots)
+std::uint64_t State::endRun(const std::vector<std::string>& keptRoots)
 {
-    m_impl->endRun(keptRoots);
+    return m_impl->endRun(keptRoots);
 }
 
 RunInfo State::lastRun()

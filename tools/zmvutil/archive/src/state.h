@@ -71,8 +71,8 @@ public:
     /// one.
     std::uint64_t knownBelow(const std::string& root);
     /// Ends the run: inputs below its roots and of its shard that were not seen are gone. Those below
-    /// keptRoots are left as they are.
-    void endRun(const std::vector<std::string>& keptRoots);
+    /// keptRoots are left as they are. Returns how many are gone.
+    std::uint64_t endRun(const std::vector<std::string>& keptRoots);
 
     // Reading: the last run that ended, and whether another one is unfinished.
 

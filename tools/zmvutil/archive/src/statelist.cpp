@@ -67,7 +67,8 @@ void listInputs(const Database& database, const std::function<bool(const InputRe
             names.add(row.bytes(0));
             InputRecord record = recordOf(database, row);
             record.root = label;
-            if (root.known(2))
+            // A record has a path of its own only where it is another one.
+            if (record.report.path.empty())
                 record.report.path = std::string(root.bytes(2)) + record.name;
             if (!function(record))
                 return;

@@ -278,7 +278,7 @@ void StateTables::countCrash(std::int64_t root, std::string_view name, std::int6
     m_countCrash.execute(root, name, plan, stamp.size, stamp.modifiedNs, membersOf(stamp), count);
 }
 
-void StateTables::endRoot(std::int64_t root, const StoredRun& run)
+std::uint64_t StateTables::endRoot(std::int64_t root, const StoredRun& run)
 {
     constexpr auto kGone = static_cast<int>(Standing::kGone);
     const std::string where = "FROM input WHERE" + std::string(kUnseen);
@@ -293,6 +293,7 @@ void StateTables::endRoot(std::int64_t root, const StoredRun& run)
     runForUnseen("DELETE " + where + " AND (standing = ?5 OR result IS NULL)");
     runForUnseen("UPDATE input SET standing = ?5, fresh = NULL, fresh_standing = NULL WHERE" +
                  std::string(kUnseen));
+    return static_cast<std::uint64_t>(sqlite3_changes(m_database.handle()));
 }
 
 void StateTables::endRun(const StoredRun& run, std::uint64_t inputs, std::uint64_t bytes)

@@ -107,8 +107,9 @@ public:
 
     // The end of a run.
 
-    /// What was not seen below the root is gone; what was gone before is forgotten.
-    void endRoot(std::int64_t root, const StoredRun& run);
+    /// What was not seen below the root is gone; what was gone before is forgotten. Returns how many are
+    /// gone.
+    std::uint64_t endRoot(std::int64_t root, const StoredRun& run);
     /// The results of the run become those of the last run that ended.
     void endRun(const StoredRun& run, std::uint64_t inputs, std::uint64_t bytes);
 

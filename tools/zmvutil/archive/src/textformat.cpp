@@ -229,6 +229,14 @@ const char* remedyOf(Cause cause)
     return "";
 }
 
+const char* remedyOf(const InputReport& report)
+{
+    // A server's answer in the place of a file.
+    if (report.cause == Cause::kOtherFormat && report.otherFormat == "HTML")
+        return "fetch it anew";
+    return remedyOf(report.cause);
+}
+
 std::string causeText(const InputReport& report)
 {
     if (report.cause == Cause::kNone)
@@ -277,6 +285,8 @@ std::string linesOf(const InputRecord& record, bool color)
     const std::string path = escaped(report.path);
     if (record.crashed)
         return path + ": " + tinted("crashed", Tint::kStrong, color) + "\n";
+    if (record.change == Change::kGone)
+        return path + ": " + tinted(nameOf(Change::kGone), Tint::kStrong, color) + "\n";
     const Finding* const causeFinding = findingOfCause(report);
     std::string lines;
     for (const Finding& finding : report.findings) {

@@ -24,6 +24,8 @@ std::string timeText(long long ms);
 std::string placeText(const vidlint::Finding& finding);
 /// What to do about an input, as in "fetch the rest"; empty for kNone.
 const char* remedyOf(vidlint::Cause cause);
+/// The same, by all that the report knows.
+const char* remedyOf(const vidlint::InputReport& report);
 /// The cause and what belongs to it, as in "cut-short, plays until 0:00.442 of 0:00.482"; empty for kNone.
 std::string causeText(const vidlint::InputReport& report);
 /// Pixels, rate, channels, language and samples of a track, as in "640x360, 12 samples". Escaped.
