@@ -13,6 +13,14 @@ option(KRX_TESTS "Build the tests where GoogleTest is found" ON)
 option(KRX_BENCHMARKS "Build the benchmarks and their generator" ON)
 option(KRX_FUZZERS "Build the libFuzzer targets (clang only)" OFF)
 option(KRX_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
+set(KRX_TEST_FLAGS "" CACHE STRING
+  "Compiler options for what only tests run, behind all others: most of their code runs once")
+set(KRX_JOIN "" CACHE STRING
+  "Compile the sources of a target together, which is faster from scratch: \"program\" without those of tests, or \"all\"")
+if(KRX_JOIN)
+  set(CMAKE_UNITY_BUILD ON)
+  set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
+endif()
 set(KRX_SANITIZERS "" CACHE STRING "Value for -fsanitize= (for example address,undefined)")
 
 include(KrxInstall)
@@ -31,7 +39,7 @@ set(warnings -Wall -Wextra -Wconversion -Wshadow)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # g++ 12 sees overlapping copies in the concatenation of temporary std::strings where there are none.
   list(APPEND warnings -Wno-restrict)
-  if(CMAKE_UNITY_BUILD)
+  if(KRX_JOIN)
     # It takes the sources that are compiled together for headers.
     list(APPEND warnings -Wno-subobject-linkage)
   endif()
@@ -58,10 +66,25 @@ function(krx_library name)
   endif()
 endfunction()
 
-# krx_test(NAME SOURCES... DEPENDS...): one test program per folder, its cases listed one by one to CTest.
+# krx_test_flags(TARGETS...): compiles them as code of the tests.
+separate_arguments(krx_test_options NATIVE_COMMAND "${KRX_TEST_FLAGS}")
+function(krx_test_flags)
+  foreach(target IN LISTS ARGN)
+    target_compile_options(${target} PRIVATE ${krx_test_options})
+    if(KRX_JOIN STREQUAL "program")
+      set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
+    endif()
+  endforeach()
+endfunction()
+
+# krx_test(NAME [HEAVY] SOURCES... DEPENDS...): one test program per folder, its cases listed one by one to CTest. Where
+# most of the time is spent in code of the tests, HEAVY compiles it like the program.
 function(krx_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPENDS" ${ARGN})
+  cmake_parse_arguments(ARG "HEAVY" "" "SOURCES;DEPENDS" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
+  if(NOT ARG_HEAVY)
+    krx_test_flags(${name})
+  endif()
   target_link_libraries(${name} PRIVATE ${ARG_DEPENDS} GTest::gtest GTest::gtest_main)
   include(GoogleTest)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 300)

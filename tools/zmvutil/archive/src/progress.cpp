@@ -23,7 +23,7 @@ std::string sizeText(double bytes)
     return fmt::format("{:.{}f} {}", bytes, unit == 0 || bytes >= 100 ? 0 : 1, kUnits[unit]);
 }
 
-std::string timeText(std::chrono::seconds time)
+std::string elapsedText(std::chrono::seconds time)
 {
     const long long s = time.count();
     if (s >= 3600)
@@ -97,7 +97,7 @@ std::string Progress::line(std::size_t width) const
         (partOf(m_inputs, m_expectedInputs) + partOf(m_bytes + m_skippedBytes, m_expectedBytes)) / 2;
     if (done > 0 && done < 1) {
         const double left = seconds / done * (1 - done);
-        text += ", about " + timeText(std::chrono::seconds(static_cast<long long>(left))) + " left";
+        text += ", about " + elapsedText(std::chrono::seconds(static_cast<long long>(left))) + " left";
     }
     for (const Worker& worker : m_workers) {
         if (!worker.isBusy)

@@ -31,6 +31,6 @@ private:
 
     std::unique_ptr<krx::mp4::Mp4Data> m_data;
     std::optional<krx::mp4::AutoMp4Open> m_open;  ///< from parse to the end, for describe
-    bool m_lacksMessages = false;  ///< the boxes are sound, and no message comes of them
-    bool m_isSound = false;        ///< parse came to its end
+    bool m_lacksMessages = false;                 ///< the boxes are sound, and no message comes of them
+    bool m_isSound = false;                       ///< parse came to its end
 };
