@@ -38,6 +38,11 @@ std::vector<Chunk> chunksInTimeOrder(const Movie& movie)
     return chunks;
 }
 
+std::string unityMatrix()
+{
+    return Fields().u32(0x10000).zeros(12).u32(0x10000).zeros(12).u32(0x40000000).bytes();
+}
+
 std::uint64_t durationOf(const MovieTrack& track)
 {
     return std::accumulate(
@@ -109,17 +114,47 @@ std::string sampleTable(const MovieTrack& track, std::size_t count,
     return box("stbl", content + track.extraInTable);
 }
 
-std::string trackBox(const MovieTrack& track, std::size_t inTables,
+/// How long the edit list plays, or the media where there is none, in the movie's timescale.
+std::uint64_t playedDuration(const MovieTrack& track, std::uint32_t movieTimescale)
+{
+    if (track.edits.empty())
+        return durationOf(track) * movieTimescale / track.timescale;
+    return std::accumulate(track.edits.begin(), track.edits.end(), std::uint64_t{0},
+                           [](std::uint64_t sum, const Edit& edit) { return sum + edit.duration; });
+}
+
+std::string trackHeader(const MovieTrack& track, std::uint32_t movieTimescale)
+{
+    Fields fields;
+    fields.zeros(8).u32(track.id).u32(0).u32(playedDuration(track, movieTimescale)).zeros(12);
+    fields.u16(track.handler == "soun" ? 0x0100 : 0).u16(0).raw(unityMatrix());
+    return fullBox("tkhd", fields.u16(track.width).u16(0).u16(track.height).u16(0), 0, 7);
+}
+
+/// The header of the media by its kind, and where the media is: in this file.
+std::string mediaHeaders(std::string_view handler)
+{
+    if (handler.empty())
+        return box("dinf");
+    const std::string header = handler == "vide"   ? fullBox("vmhd", Fields().zeros(8), 0, 1)
+                               : handler == "soun" ? fullBox("smhd", Fields().zeros(4))
+                                                   : fullBox("nmhd");
+    return header + box("dinf", fullBox("dref", Fields().u32(1).raw(fullBox("url ", {}, 0, 1))));
+}
+
+std::string trackBox(const MovieTrack& track, std::uint32_t movieTimescale, std::size_t inTables,
                      const std::vector<std::uint64_t>& chunkOffsets)
 {
-    std::string content = tkhd(track.id);
+    std::string content = trackHeader(track, movieTimescale);
     const bool wideEdits = std::any_of(track.edits.begin(), track.edits.end(), [](const Edit& edit) {
         return edit.duration > 0xFFFFFFFF || edit.mediaTime > 0x7FFFFFFF;
     });
     if (!track.edits.empty())
         content += box("edts", elst(track.edits, wideEdits ? 1 : 0));
-    content += box("mdia", mdhd(track.timescale, durationOf(track), 0, track.language) + fullBox("hdlr") +
-                               box("minf", box("dinf") + sampleTable(track, inTables, chunkOffsets)));
+    content += box("mdia",
+                   mdhd(track.timescale, durationOf(track), 0, track.language) +
+                       (track.handler.empty() ? fullBox("hdlr") : hdlr(track.handler)) +
+                       box("minf", mediaHeaders(track.handler) + sampleTable(track, inTables, chunkOffsets)));
     return box("trak", content + track.extraInTrack);
 }
 
@@ -128,14 +163,14 @@ std::string movieBox(const Movie& movie, const std::vector<std::vector<std::uint
     const bool fragmented = movie.samplesPerFragment != 0;
     std::uint64_t duration = 0;
     for (const MovieTrack& track : movie.tracks)
-        duration = std::max(duration, durationOf(track) * movie.timescale / track.timescale);
+        duration = std::max(duration, playedDuration(track, movie.timescale));
     std::string content = mvhd(movie.timescale, duration);
     std::string extends;
     for (std::size_t t = 0; t < movie.tracks.size(); ++t) {
         const std::size_t samples = movie.tracks[t].samples.size();
         const std::size_t inTables =
             fragmented ? std::min<std::size_t>(movie.samplesInTables, samples) : samples;
-        content += trackBox(movie.tracks[t], inTables, chunkOffsets[t]);
+        content += trackBox(movie.tracks[t], movie.timescale, inTables, chunkOffsets[t]);
         extends += fullBox("trex", Fields().u32(movie.tracks[t].id).u32(1).u32(0).u32(0).u32(0));
     }
     if (fragmented)
@@ -146,9 +181,10 @@ std::string movieBox(const Movie& movie, const std::vector<std::vector<std::uint
 void writeSamples(BuiltMovie& built, const Movie& movie, const Chunk& chunk)
 {
     for (std::size_t i = chunk.first; i < chunk.first + chunk.count; ++i) {
-        const std::uint32_t size = movie.tracks[chunk.track].samples[i].size;
-        built.samples[chunk.track].push_back({built.bytes.size(), size});
-        for (std::size_t k = 0; k < size; ++k)
+        const MovieSample& sample = movie.tracks[chunk.track].samples[i];
+        built.samples[chunk.track].push_back({built.bytes.size(), sample.size});
+        built.bytes += sample.media;
+        for (std::size_t k = sample.media.size(); k < sample.size; ++k)
             built.bytes += sampleByte(chunk.track, i, k);
     }
 }
@@ -233,7 +269,8 @@ std::string mvhd(std::uint32_t timescale, std::uint64_t duration, unsigned versi
     Fields fields;
     version == 0 ? fields.zeros(8).u32(timescale).u32(duration)
                  : fields.zeros(16).u32(timescale).u64(duration);
-    return fullBox("mvhd", fields.zeros(80), version);
+    fields.u32(0x10000).u16(0x0100).zeros(10).raw(unityMatrix()).zeros(24);
+    return fullBox("mvhd", fields.u32(0xFFFFFFFF), version);
 }
 
 std::string tkhd(std::uint32_t trackId, unsigned version, std::uint32_t a, std::uint32_t b, std::uint32_t c,
@@ -251,6 +288,11 @@ std::string mdhd(std::uint32_t timescale, std::uint64_t duration, unsigned versi
     version == 0 ? fields.zeros(8).u32(timescale).u32(duration)
                  : fields.zeros(16).u32(timescale).u64(duration);
     return fullBox("mdhd", fields.u16(language).u16(0), version);
+}
+
+std::string hdlr(std::string_view type)
+{
+    return fullBox("hdlr", Fields().u32(0).raw(type).zeros(12).raw("Handler").u8(0));
 }
 
 std::string tableBox(std::string_view type, std::uint32_t count, const std::vector<std::uint32_t>& words)

@@ -54,6 +54,8 @@ std::string tkhd(std::uint32_t trackId, unsigned version = 0, std::uint32_t a = 
 /// language: packed.
 std::string mdhd(std::uint32_t timescale, std::uint64_t duration, unsigned version = 0,
                  std::uint16_t language = 0x55C4);
+/// type: of the media, such as "vide". "mdir" is that of the tags in a 'meta' box.
+std::string hdlr(std::string_view type);
 /// A table box: the entry count, and words of 32 bits.
 std::string tableBox(std::string_view type, std::uint32_t count, const std::vector<std::uint32_t>& words);
 std::string stsd(const std::vector<std::string>& entries, std::string_view behind = {});
@@ -90,6 +92,7 @@ struct MovieSample
     std::int32_t compositionOffset = 0;  ///< media timescale units
     bool sync = true;
     std::uint32_t description = 1;  ///< 1-based
+    std::string media = {};         ///< the first of its bytes
 };
 
 struct MovieTrack
@@ -97,6 +100,9 @@ struct MovieTrack
     std::uint32_t id = 1;
     std::uint32_t timescale = 1000;
     std::uint16_t language = 0x55C4;
+    std::string handler;       ///< type in 'hdlr'; empty: no more than the MP4 reader needs is written
+    std::uint16_t width = 0;   ///< of the shown picture, in pixels
+    std::uint16_t height = 0;  ///< of the shown picture, in pixels
     std::vector<std::string> entries;  ///< of the 'stsd' box
     std::vector<MovieSample> samples;
     std::uint32_t samplesPerChunk = 4;
@@ -130,8 +136,8 @@ struct BuiltMovie
     std::vector<std::vector<Place>> samples;  ///< by track, in decode order
 };
 
-/// Writes the movie: chunks (or fragments) of all tracks in the order of their decode times, sample bytes
-/// from sampleByte.
+/// Writes the movie: chunks (or fragments) of all tracks in the order of their decode times. What a
+/// sample's media leaves of its size is from sampleByte.
 BuiltMovie buildMovie(const Movie& movie);
 /// Byte i of a sample: differs by track (counted from 0), sample and position.
 char sampleByte(std::size_t track, std::size_t sample, std::size_t i);
