@@ -52,7 +52,7 @@ std::string run(const Transcript& transcript, const TempDir& dir, const std::str
     return text;
 }
 
-std::string readFile(const std::string& path)
+std::string contentOf(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
@@ -62,7 +62,7 @@ std::string readFile(const std::string& path)
 
 void expectTranscript(const Transcript& transcript, const TempDir& dir)
 {
-    const std::string expected = readFile(transcript.path);
+    const std::string expected = contentOf(transcript.path);
     ASSERT_FALSE(expected.empty()) << transcript.path;
 
     std::string actual;
