@@ -27,7 +27,7 @@ using Matches = std::sregex_iterator;
 /// A block of C++.
 const std::regex kProgram("```cpp(\n[^`]*)```");
 
-std::string readFile(const fs::path& path)
+std::string pageText(const fs::path& path)
 {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
@@ -36,13 +36,13 @@ std::string readFile(const fs::path& path)
 TEST(Documents, TellTheBytesOfTheSamples)
 {
     static const std::regex part(R"(Bytes of `([^`]+)`:|\n\| (\d*) ?\| ((?:[0-9A-F]{2} )+|\.\.\. )\|)");
-    const std::string page = readFile(PROJECT_DIR "/docs/formats.md");
+    const std::string page = pageText(PROJECT_DIR "/docs/formats.md");
     std::string sample;
     std::size_t next = 0;  // offset of the row, unless the row before leaves bytes out
     std::size_t compared = 0;
     for (Matches row(page.begin(), page.end(), part), end; row != end; ++row) {
         if ((*row)[1].matched) {
-            sample = readFile(fs::path(PROJECT_DIR) / (*row)[1].str());
+            sample = pageText(fs::path(PROJECT_DIR) / (*row)[1].str());
             next = 0;
         } else if ((*row)[2].length() == 0) {
             next = std::string::npos;
@@ -64,7 +64,7 @@ std::string run(const std::string& script)
     writeSamples(dir.bytes("samples"));
     std::ofstream(dir.bytes("script")) << "PATH=" VIDLINT_DIR ":$PATH; cd '" << dir.path() << "'\n" << script;
     EXPECT_NE(std::system(("sh " + dir.bytes("script") + " >" + dir.bytes("out") + " 2>&1").c_str()), -1);
-    return readFile(dir.bytes("out"));
+    return pageText(dir.bytes("out"));
 }
 
 /// Without times and the line ends at the end.
@@ -80,7 +80,7 @@ TEST(Documents, ShowWhatTheProgramPrints)
     static const std::regex line("    (?:\\$ ([^\n]*\n)|([^\n]*\n+))");
     const bool hasArchive = fs::exists(VIDLINT_DIR "/vidlint-archive");
     for (const char* name : {"README.md", "docs/formats.md", "docs/archive.md"}) {
-        const std::string page = readFile(fs::path(PROJECT_DIR) / name);
+        const std::string page = pageText(fs::path(PROJECT_DIR) / name);
         const bool isSession = name == std::string("docs/archive.md");
         std::string session;
         std::string shownInSession;
@@ -102,7 +102,7 @@ TEST(Documents, ShowWhatTheProgramPrints)
     }
     for (const char* command :
          {"vidlint --help", "vidlint-archive check --quiet --min-age 0 --state archive.state archive"})
-        EXPECT_NE(readFile(PROJECT_DIR "/README.md").find(std::string("    $ ") + command + "\n"),
+        EXPECT_NE(pageText(PROJECT_DIR "/README.md").find(std::string("    $ ") + command + "\n"),
                   std::string::npos);
 }
 
@@ -111,8 +111,8 @@ TEST(Documents, ShowCodeOfTheExamples)
     static const std::regex indent("\n +");
     std::string examples;
     for (const fs::directory_entry& entry : fs::directory_iterator(PROJECT_DIR "/examples"))
-        examples += std::regex_replace(readFile(entry.path()), indent, "\n");
-    const std::string page = readFile(PROJECT_DIR "/docs/library.md");
+        examples += std::regex_replace(pageText(entry.path()), indent, "\n");
+    const std::string page = pageText(PROJECT_DIR "/docs/library.md");
     std::size_t blocks = 0;
     for (Matches block(page.begin(), page.end(), kProgram), end; block != end; ++block, ++blocks)
         EXPECT_NE(examples.find(std::regex_replace((*block)[1].str(), indent, "\n")), std::string::npos)
@@ -128,7 +128,7 @@ TEST(Documents, LinkToWhatExists)
         if (it->path().filename() == "build" || it->path().filename() == ".git")
             it.disable_recursion_pending();
         const bool isPage = it->path().extension() == ".md";
-        const std::string text = isPage ? std::regex_replace(readFile(it->path()), kProgram, "") : "";
+        const std::string text = isPage ? std::regex_replace(pageText(it->path()), kProgram, "") : "";
         for (Matches found(text.begin(), text.end(), link), last; found != last; ++found, ++links) {
             const fs::path target = it->path().parent_path() / (*found)[1].str();
             EXPECT_TRUE(fs::exists(fs::symlink_status(target))) << it->path() << ": " << target;
