@@ -5,10 +5,10 @@
 
 #include "util/SRException.h"
 #include "util/SRFileUtil.h"
+#include "util/bytelocale.h"
 
 #include <cerrno>
 #include <fcntl.h>
-#include <locale.h>
 #include <regex.h>
 #include <string>
 #include <utility>
@@ -16,26 +16,6 @@
 namespace krx::util {
 
 namespace {
-
-/// The "C" locale for the calling thread while it lives. Every byte is one character there: names that are no
-/// text in the process's encoding match like others.
-class ByteLocale
-{
-public:
-    ByteLocale() : m_old(::uselocale(locale())) {}
-    ~ByteLocale() { ::uselocale(m_old); }
-    ByteLocale(const ByteLocale&) = delete;
-    ByteLocale& operator=(const ByteLocale&) = delete;
-
-private:
-    static locale_t locale()
-    {
-        static const locale_t bytes = ::newlocale(LC_ALL_MASK, "C", nullptr);
-        return bytes;
-    }
-
-    locale_t m_old;
-};
 
 /// The basic regular expression for a name with wildcards, anchored at both ends.
 std::string toExpression(const std::string& name)

@@ -3,9 +3,10 @@
 
 #include "tools/zmvutil/archive/src/nameglobs.h"
 
+#include "util/bytelocale.h"
+
 #include <algorithm>
 #include <fnmatch.h>
-#include <locale.h>
 #include <stdexcept>
 #include <utility>
 
@@ -14,26 +15,6 @@ namespace {
 
 constexpr const char* kUsualNames[] = {"*.mp4", "*.zmv", "*.m4v", "*.m4a", "*.mov", "*.3gp"};
 constexpr const char* kUsualExcludes[] = {"._*", "*.part", ".snapshot", "~snapshot", ".zfs"};
-
-/// The "C" locale for the calling thread while it lives: names that are no text in the process's encoding
-/// match like others.
-class ByteLocale
-{
-public:
-    ByteLocale() : m_old(::uselocale(locale())) {}
-    ~ByteLocale() { ::uselocale(m_old); }
-    ByteLocale(const ByteLocale&) = delete;
-    ByteLocale& operator=(const ByteLocale&) = delete;
-
-private:
-    static locale_t locale()
-    {
-        static const locale_t bytes = ::newlocale(LC_ALL_MASK, "C", nullptr);
-        return bytes;
-    }
-
-    locale_t m_old;
-};
 
 }  // namespace
 
@@ -48,7 +29,7 @@ NameGlobs::NameGlobs(std::vector<std::string> patterns, Case letters)
 
 bool NameGlobs::matches(const char* name) const
 {
-    const ByteLocale bytes;
+    const krx::util::ByteLocale bytes;
     return std::any_of(m_patterns.begin(), m_patterns.end(), [&](const std::string& pattern) {
         return ::fnmatch(pattern.c_str(), name, m_flags) == 0;
     });
