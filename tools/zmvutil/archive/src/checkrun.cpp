@@ -178,7 +178,7 @@ bool CheckRun::checkDue(unsigned worker)
     if (isTimeUp())
         stored = m_state->reuse(found->root, found->name, found->path, found->stamp);
     if (stored)
-        finish(*stored);
+        finishUnchecked(*stored, *found);
     else
         checkInput(worker, *found);
     return true;
@@ -194,7 +194,7 @@ void CheckRun::checkInput(unsigned worker, const FoundInput& found)
     if (m_state && !m_state->beginInput(found.root, found.name, found.stamp)) {
         record.crashed = true;
         m_state->store(record, found.stamp);
-        finish(record);
+        finishUnchecked(record, found);
         return;
     }
     bool hasResult = false;
@@ -228,9 +228,7 @@ bool CheckRun::takeStored(const FoundInput& found)
     if (isDue)
         m_hasDue = true;
     else
-        finish(*stored);
-    if (!isDue)
-        m_progress.skip(static_cast<std::uint64_t>(std::max(found.stamp.size, 0LL)));
+        finishUnchecked(*stored, found);
     return true;
 }
 
@@ -284,6 +282,12 @@ void CheckRun::finish(const InputRecord& record)
     m_summary.add(record);
     m_summary.failed = m_summary.failed.value_or(0) + m_options.failOn.matches(record);
     write(text);
+}
+
+void CheckRun::finishUnchecked(const InputRecord& record, const FoundInput& found)
+{
+    finish(record);
+    m_progress.skip(static_cast<std::uint64_t>(std::max(found.stamp.size, 0LL)));
 }
 
 void CheckRun::print(const std::string& text)

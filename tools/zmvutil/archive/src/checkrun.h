@@ -59,6 +59,7 @@ private:
     bool checkOpen(unsigned worker, const FoundInput& found, InputRecord& record);
     vidlint::InputReport check(unsigned worker, const FoundInput& found);
     void finish(const InputRecord& record);
+    void finishUnchecked(const InputRecord& record, const FoundInput& found);
     void print(const std::string& text);
     void write(const std::string& text);
     void warn(const std::string& sentence);
