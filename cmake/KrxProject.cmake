@@ -15,8 +15,9 @@ option(KRX_FUZZERS "Build the libFuzzer targets (clang only)" OFF)
 option(KRX_WARNINGS_AS_ERRORS "Treat compiler warnings as errors" OFF)
 set(KRX_TEST_FLAGS "" CACHE STRING
   "Compiler options for what only tests run, behind all others: most of their code runs once")
-set(KRX_JOIN "" CACHE STRING
-  "Compile the sources of a target together, which is faster from scratch: \"program\" without those of tests, or \"all\"")
+set(KRX_ARCHIVE_FLAGS "" CACHE STRING
+  "Compiler options for what only vidlint-archive runs, behind all others")
+option(KRX_JOIN "Compile the sources of a target together, which is faster from scratch" OFF)
 if(KRX_JOIN)
   set(CMAKE_UNITY_BUILD ON)
   set(CMAKE_UNITY_BUILD_BATCH_SIZE 12)
@@ -71,9 +72,6 @@ separate_arguments(krx_test_options NATIVE_COMMAND "${KRX_TEST_FLAGS}")
 function(krx_test_flags)
   foreach(target IN LISTS ARGN)
     target_compile_options(${target} PRIVATE ${krx_test_options})
-    if(KRX_JOIN STREQUAL "program")
-      set_target_properties(${target} PROPERTIES UNITY_BUILD OFF)
-    endif()
   endforeach()
 endfunction()
 
