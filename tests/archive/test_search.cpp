@@ -42,6 +42,7 @@ using krx::test::g_hooks;
 int __real_fstatat64(int, const char*, struct stat64*, int);
 int __real_fstat64(int, struct stat64*);
 int __real_openat64(int, const char*, int, ...);
+int __real___openat64_2(int, const char*, int);
 dirent64* __real_readdir64(DIR*);
 
 int __wrap_fstatat64(int folder, const char* name, struct stat64* status, int flags)
@@ -63,6 +64,12 @@ int __wrap_fstat64(int fd, struct stat64* status)
 int __wrap_openat64(int folder, const char* name, int flags, ...)
 {
     return name == g_hooks.unreadable ? krx::test::ioError() : __real_openat64(folder, name, flags, 0600);
+}
+
+// Its name where the C library checks its callers.
+int __wrap___openat64_2(int folder, const char* name, int flags)
+{
+    return name == g_hooks.unreadable ? krx::test::ioError() : __real___openat64_2(folder, name, flags);
 }
 
 dirent64* __wrap_readdir64(DIR* folder)

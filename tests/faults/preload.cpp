@@ -33,6 +33,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <type_traits>
 #include <unistd.h>
 
 // The C library's allocator under its own names.
@@ -258,7 +259,11 @@ int openFile(Function* like, const char* name, const char* path, int flags, mode
     const bool watched = isWatched(path);
     if (watched && fails(kOpen))
         return -1;
-    const int fd = real(path, flags, mode);
+    int fd = -1;
+    if constexpr (std::is_invocable_v<Function, const char*, int, mode_t>)
+        fd = real(path, flags, mode);
+    else
+        fd = real(path, flags);
     if (fd >= 0 && fd < kMaxFiles)
         g_watched[fd] = watched;
     return fd;
@@ -273,7 +278,7 @@ mode_t modeOf(int flags, va_list arguments)
 
 #define FAULTS_INTERPOSE extern "C" __attribute__((visibility("default")))
 
-// A call has two names; how a program was compiled decides which one it uses.
+// A call has several names; how a program was compiled decides which one it uses.
 // NOLINTBEGIN(bugprone-macro-parentheses): the arguments are names and types.
 
 #define FAULTS_OPEN(name)                                       \
@@ -300,6 +305,24 @@ FAULTS_OPEN(open64)
     }
 FAULTS_OPENAT(openat)
 FAULTS_OPENAT(openat64)
+
+// Of programs with checks of the C library, where nothing is created.
+#define FAULTS_OPEN_2(name)                                \
+    FAULTS_INTERPOSE int name(const char* path, int flags) \
+    {                                                      \
+        return openFile(&name, #name, path, flags, 0);     \
+    }
+FAULTS_OPEN_2(__open_2)
+FAULTS_OPEN_2(__open64_2)
+
+#define FAULTS_OPENAT_2(name)                                                 \
+    FAULTS_INTERPOSE int name(int dir, const char* path, int flags)           \
+    {                                                                         \
+        static auto* const real = next(&name, #name);                         \
+        return isWatched(path) && fails(kOpen) ? -1 : real(dir, path, flags); \
+    }
+FAULTS_OPENAT_2(__openat_2)
+FAULTS_OPENAT_2(__openat64_2)
 
 #define FAULTS_STAT(name, type)                                           \
     FAULTS_INTERPOSE int name(const char* path, struct type* status)      \
