@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -17,6 +18,23 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
+
+// The marks of the calling thread are written slowly, and then not, while it is set.
+thread_local bool t_losesMarks = false;
+
+// Linked in place of the functions of these names, see CMakeLists.txt.
+extern "C" {
+ssize_t __real_pwrite64(int, const void*, std::size_t, off64_t);
+
+ssize_t __wrap_pwrite64(int fd, const void* bytes, std::size_t size, off64_t offset)
+{
+    if (!t_losesMarks)
+        return __real_pwrite64(fd, bytes, size, offset);
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    errno = EIO;
+    return -1;
+}
+}
 
 namespace krx::test {
 namespace {
@@ -298,6 +316,24 @@ TEST(State, SkipsWhatEndedTheProcessTwice)
         EXPECT_TRUE(begins("1", {}, 1));
         EXPECT_TRUE(begins("3", {}, 1));
     }
+}
+
+TEST(State, HoldsASuspectBackUntilTheOneBeforeHasNoMark)
+{
+    const TempDir dir;
+    const std::string path = dir.bytes("state");
+    dieWith(path, {"1", "2"});
+    State state(path, State::Mode::kWrite);
+    state.beginRun(makeRun({"a"}));
+    EXPECT_TRUE(state.beginInput("a", "1", {}));
+    std::string error;
+    std::jthread second([&] { error = stateError([&] { state.beginInput("a", "2", {}); }); });
+    auto sound = makeRecord("a", "1", kSound);
+    t_losesMarks = true;
+    EXPECT_NE(stateError([&] { state.store(sound, {}); }), "");
+    t_losesMarks = false;
+    second.join();
+    EXPECT_NE(error, "");
 }
 
 }  // namespace

@@ -100,7 +100,8 @@ private:
                      std::string_view line);
     std::optional<Change> changeOf(const std::optional<StoredInput>& known, std::string_view outcome);
     void dropResult(const std::string& root, const std::string& name);
-    void finishSuspect(const std::string& root, const std::string& name, bool isCrashed);
+    void forgetCrashes(const std::string& root, const std::string& name);
+    void endInput(const std::string& root, const std::string& name);
 
     const std::string m_path;
     std::optional<RunningMarks> m_marks;  ///< before the database: nobody else writes while it closes
@@ -113,7 +114,7 @@ private:
     Totals m_totals;                 ///< what it has seen
     std::string m_failure;           ///< why nothing can be written any more
     bool m_hasCrashes = false;
-    std::optional<std::pair<std::string, std::string>> m_suspect;  ///< root and name, while it is checked
+    std::optional<std::pair<std::string, std::string>> m_suspect;  ///< root and name, while it has a mark
     std::condition_variable m_suspectDone;
     bool m_isOpen = false;  ///< a transaction is
     Clock::time_point m_commitAt;
@@ -384,10 +385,11 @@ void State::Impl::store(InputRecord& record, const InputStamp& stamp)
         const Lock lock = lockSoon(m_mutex);
         writing([&] {
             record.change = storeLine(record, stamp, outcome, line);
-            finishSuspect(record.root, record.name, record.crashed);
+            if (!record.crashed)
+                forgetCrashes(record.root, record.name);
         });
     }
-    marking([&] { m_marks->remove(record.root, record.name); });
+    endInput(record.root, record.name);
 }
 
 Change State::Impl::storeLine(const InputRecord& record, const InputStamp& stamp, std::string_view outcome,
@@ -432,10 +434,10 @@ void State::Impl::dropInput(const std::string& root, const std::string& name)
         const Lock lock = lockSoon(m_mutex);
         writing([&] {
             dropResult(root, name);
-            finishSuspect(root, name, false);
+            forgetCrashes(root, name);
         });
     }
-    marking([&] { m_marks->remove(root, name); });
+    endInput(root, name);
 }
 
 void State::Impl::dropResult(const std::string& root, const std::string& name)
@@ -459,17 +461,26 @@ void State::Impl::dropResult(const std::string& root, const std::string& name)
 }
 
 /// The process has outlived the check of the input.
-void State::Impl::finishSuspect(const std::string& root, const std::string& name, bool isCrashed)
+void State::Impl::forgetCrashes(const std::string& root, const std::string& name)
 {
-    if (m_suspect && m_suspect->first == root && m_suspect->second == name) {
-        m_suspect.reset();
-        m_suspectDone.notify_one();
-    }
-    if (!m_hasCrashes || isCrashed)
+    if (!m_hasCrashes)
         return;
     if (const auto rootId = m_tables->findRoot(root)) {
         openTransaction();
         m_tables->forgetCrashes(*rootId, name);
+    }
+}
+
+void State::Impl::endInput(const std::string& root, const std::string& name)
+{
+    marking([&] { m_marks->remove(root, name); });
+    if (!m_hasCrashes)
+        return;
+    // The next suspect begins when this one has no mark any more: if it ends the process, it does so alone.
+    const Lock lock = lockSoon(m_mutex);
+    if (m_suspect && m_suspect->first == root && m_suspect->second == name) {
+        m_suspect.reset();
+        m_suspectDone.notify_one();
     }
 }
 
