@@ -12,7 +12,6 @@
 
 namespace {
 
-using krx::bench::LargeMp4;
 using krx::bench::LargeMp4Facts;
 
 /// Opening a movie: boxes and tables read, every sample walked, segments and table pages cut.

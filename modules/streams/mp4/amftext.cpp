@@ -6,7 +6,9 @@
 #include "modules/streams/mp4/trackinfo.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iterator>
+#include <span>
 #include <string>
 
 namespace krx::mp4 {
@@ -35,19 +37,14 @@ struct Modifier
 {
     unsigned type;
     const char* objectName;  ///< null: no object around the fields
-    const Field* fields;
-    std::size_t fieldCount;
+    std::span<const Field> fields;
 };
 
 constexpr Modifier kModifiers[] = {
-    {fourCC("hlit"), "highlight", kCharRange, std::size(kCharRange)},
-    {fourCC("hclr"), nullptr, kHighlightColor, std::size(kHighlightColor)},
-    {fourCC("dlay"), nullptr, kScrollDelay, std::size(kScrollDelay)},
-    {fourCC("tbox"), "textbox", kTextBox, std::size(kTextBox)},
-    {fourCC("blnk"), "blink", kCharRange, std::size(kCharRange)},
-    {fourCC("twrp"), nullptr, kWrapFlag, std::size(kWrapFlag)},
-    {fourCC("drpo"), nullptr, kShadowOffset, std::size(kShadowOffset)},
-    {fourCC("drpt"), nullptr, kShadowAlpha, std::size(kShadowAlpha)},
+    {fourCC("hlit"), "highlight", kCharRange}, {fourCC("hclr"), nullptr, kHighlightColor},
+    {fourCC("dlay"), nullptr, kScrollDelay},   {fourCC("tbox"), "textbox", kTextBox},
+    {fourCC("blnk"), "blink", kCharRange},     {fourCC("twrp"), nullptr, kWrapFlag},
+    {fourCC("drpo"), nullptr, kShadowOffset},  {fourCC("drpt"), nullptr, kShadowAlpha},
 };
 
 }  // namespace
@@ -108,17 +105,17 @@ private:
     {
         switch (type) {
             case fourCC("styl"):
-                writeArray("style", kStyleFields, std::size(kStyleFields));
+                writeArray("style", kStyleFields);
                 return;
             case fourCC("krok"):
                 m_out.beginObject("karaoke");
                 m_out.AddNamedAMF0Number("starttime", readNumber(4));
-                writeArray("highlight", kKaraokeFields, std::size(kKaraokeFields));
+                writeArray("highlight", kKaraokeFields);
                 m_out.endObject();
                 return;
             case fourCC("href"):
                 m_out.beginObject("hypertext");
-                writeFields(kCharRange, std::size(kCharRange));
+                writeFields(kCharRange);
                 m_out.addNamedText("url", readText(readNumber(1)));
                 m_out.addNamedText("alt", readText(readNumber(1)));
                 m_out.endObject();
@@ -132,30 +129,31 @@ private:
             return;
         if (modifier->objectName)
             m_out.beginObject(modifier->objectName);
-        writeFields(modifier->fields, modifier->fieldCount);
+        writeFields(modifier->fields);
         if (modifier->objectName)
             m_out.endObject();
     }
 
-    void writeFields(const Field* fields, std::size_t count)
+    void writeFields(std::span<const Field> fields)
     {
-        for (std::size_t i = 0; i < count; ++i)
-            m_out.AddNamedAMF0Number(fields[i].name, readNumber(fields[i].n));
+        for (const Field& field : fields)
+            m_out.AddNamedAMF0Number(field.name, readNumber(field.n));
     }
 
     /// A 16-bit count of entries and the entries, of which only as many count as the box holds.
-    void writeArray(const char* name, const Field* fields, std::size_t count)
+    template <std::size_t N>
+    void writeArray(const char* name, const Field (&fields)[N])
     {
         int entrySize = 0;
-        for (std::size_t i = 0; i < count; ++i)
-            entrySize += fields[i].n;
+        for (const Field& field : fields)
+            entrySize += field.n;
         const unsigned declared = readNumber(2);
         const auto present = static_cast<unsigned>((m_end - m_at) / entrySize);
         const unsigned entries = std::min(declared, present);
         m_out.beginStrictArray(name, entries);
         for (unsigned i = 0; i < entries; ++i) {
             m_out.beginObject();
-            writeFields(fields, count);
+            writeFields(fields);
             m_out.endObject();
         }
     }
